@@ -1,0 +1,120 @@
+// ZQBusMessage: what travels on the bus, as a plain value.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace zq {
+
+/// The kind of a message. Two is a method's return; a caller treats everything else as a failure.
+enum class ZQBusMessageType : int { MethodCall = 1, MethodReturn = 2, Error = 3, Event = 4 };
+
+/// Why a message of type Error came to be. Everything but `Service` was decided on this side of
+/// the bus or by the bus itself; string 0 of the message says the same in words.
+enum class ZQBusFailure {
+  None,        ///< not a failure
+  Service,     ///< the service answered the call with an error
+  TimedOut,    ///< the service did not answer within the call's time-out
+  PeerGone,    ///< the service left the bus before it answered, or had left it already
+  BusGone,     ///< the connection to the bus is lost
+  TooLarge,    ///< an argument or the whole message is larger than the bus carries
+  Unusable,    ///< the connection cannot be used here (for one, after fork)
+};
+
+/// A byte block as an argument carries it.
+///
+/// Behind `size` the block goes on with zero bytes: at least one, and as many as it takes to reach
+/// `kReadable`. So a record of a fixed layout of up to `kReadable` bytes, and a text at the end of
+/// a record, can be read from `data` in place, whatever the sender sent; `data` is aligned for it.
+struct ZQBusBytes {
+  static constexpr std::size_t kReadable = 1024;
+
+  std::shared_ptr<uint8_t[]> data;  ///< never null in a message
+  uint32_t size = 0;
+
+  /// A block whose `size` bytes are not yet set and whose padding is.
+  static ZQBusBytes uninitialized(uint32_t size);
+  /// A block that holds a copy of `size` bytes at `source`.
+  static ZQBusBytes copyOf(const void* source, uint32_t size);
+
+  std::string_view view() const {
+    return {reinterpret_cast<const char*>(data.get()), size};
+  }
+};
+
+/// One argument. `std::monostate` stands for an argument of a type that the bus does not carry; it
+/// keeps the others at their index.
+using ZQBusArgument =
+    std::variant<std::monostate, uint16_t, int32_t, int64_t, std::string, ZQBusBytes>;
+
+/// A message: a type, a name, and typed arguments in the order in which they were appended.
+///
+/// A plain value: copying copies the arguments (byte blocks are shared, and nobody changes them),
+/// nothing refers to a connection, and no operation blocks. One thread at a time may change a
+/// message; any number may read one that nobody changes.
+///
+/// Readers address arguments by index from 0, in any order. A wrong index and a wrong type read as
+/// 0, an empty string or an empty block; reading never fails otherwise.
+class ZQBusMessage {
+ public:
+  ZQBusMessage() = default;
+  /// `name` is a method's or an event's name, empty in a reply.
+  ZQBusMessage(ZQBusMessageType type, std::string name) : type_(type), name_(std::move(name)) {}
+
+  /// A failed reply: type Error, without arguments yet; string 0 is to say what happened.
+  static ZQBusMessage failed(ZQBusFailure failure);
+  static ZQBusMessage failed(ZQBusFailure failure, std::string text);
+
+  virtual void appendUInt16(uint16_t value);
+  /// Takes signed and unsigned values alike; the 32 bits travel as they are.
+  virtual void appendInt32(int32_t value);
+  /// Takes signed and unsigned values alike; the 64 bits travel as they are.
+  virtual void appendInt64(int64_t value);
+  /// Appends the text up to the NUL as a string. Null counts as an empty text.
+  virtual void appendCString(const char* text);
+  virtual void appendString(std::string text);
+  /// Appends a copy of `size` bytes at `data`; `data` may be null when `size` is 0.
+  virtual void appendBytes(const void* data, uint32_t size);
+
+  virtual int32_t readInt32(std::size_t index) const;
+  /// Sets `out` to string `index` and returns it.
+  virtual std::string& readString(std::string& out, std::size_t index) const;
+  /// Block `index`, never null, and its length. The block lives as long as the pointer is held and
+  /// is padded with zero bytes as `ZQBusBytes` says.
+  virtual std::shared_ptr<uint8_t[]> readBytes(std::size_t index, uint32_t& size) const;
+  virtual std::size_t argCount() const;
+
+  virtual ~ZQBusMessage() = default;
+  ZQBusMessage(const ZQBusMessage&) = default;
+  ZQBusMessage(ZQBusMessage&&) = default;
+  ZQBusMessage& operator=(const ZQBusMessage&) = default;
+  ZQBusMessage& operator=(ZQBusMessage&&) = default;
+
+  /// The type as a number; 2 is a method's return.
+  int type() const { return static_cast<int>(type_); }
+  /// One line for a log: the type, the name and every argument; long texts and blocks are cut.
+  std::string toDebugString() const;
+
+  const std::string& name() const { return name_; }
+  ZQBusFailure failure() const { return failure_; }
+
+  uint16_t readUInt16(std::size_t index) const;
+  int64_t readInt64(std::size_t index) const;
+  const std::vector<ZQBusArgument>& arguments() const { return arguments_; }
+  /// Appends an argument of any type, for who builds a message from another form.
+  void append(ZQBusArgument argument) { arguments_.push_back(std::move(argument)); }
+  void reserve(std::size_t count) { arguments_.reserve(count); }
+
+ private:
+  ZQBusMessageType type_ = ZQBusMessageType::MethodReturn;
+  ZQBusFailure failure_ = ZQBusFailure::None;
+  std::string name_;
+  std::vector<ZQBusArgument> arguments_;
+};
+
+}  // namespace zq

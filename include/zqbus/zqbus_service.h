@@ -1,0 +1,75 @@
+// ZQBus, the service side: own a name, answer calls, send events.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zqbus/message.h"
+
+namespace zq {
+
+/// One method as introspection shows it.
+struct ZQBusMethod {
+  struct Argument {
+    std::string name;
+    std::string signature;  ///< a D-Bus signature: q, i, x, s or ay
+  };
+  std::string name;
+  std::vector<Argument> in;
+  std::vector<Argument> out;
+};
+
+/// What introspection shows of a service. Purely descriptive: calls of methods that are not listed
+/// reach the handler too.
+struct ZQBusServiceDescription {
+  std::vector<ZQBusMethod> methods;
+  std::vector<ZQBusMethod> events;  ///< `in` holds an event's arguments
+};
+
+/// One call to be answered. Answer it once, now or later, from any thread; a second answer is
+/// ignored, and one that is dropped without an answer leaves the caller to its time-out.
+class ZQBusCall {
+ public:
+  virtual ~ZQBusCall() = default;
+
+  /// The call: its method's name and its arguments.
+  virtual const ZQBusMessage& message() const = 0;
+  /// The caller's unique name on the bus.
+  virtual const std::string& sender() const = 0;
+  /// Answers with the arguments of `result`; its type and name do not matter. What is too large
+  /// for the bus reaches the caller as an error that says so.
+  virtual void reply(const ZQBusMessage& result) = 0;
+  /// Answers with an error; the caller reads `text` as string 0 of a reply of type 3.
+  virtual void fail(const std::string& text) = 0;
+  /// Answers that the service has no such method.
+  virtual void failUnknownMethod() = 0;
+};
+
+/// A service on the bus, from claim() to its destruction. A thread of its own reads the bus and
+/// runs the handler, one call after the other; a handler that blocks stops the service's reading.
+/// All operations may be used from any thread, from the handler too; none blocks.
+class ZQBusService {
+ public:
+  using Handler = std::function<void(std::shared_ptr<ZQBusCall>)>;
+
+  /// Claims `service` on the bus of ZQBUS_ADDRESS, or on the user's session bus. Null when there
+  /// is no bus or the name is owned by another process; `error` then says which, in words.
+  static std::unique_ptr<ZQBusService> claim(const std::string& service,
+                                             ZQBusServiceDescription description, Handler handler,
+                                             std::string& error);
+
+  /// Gives the name back and ends the thread; waits for a running handler, so do not destroy the
+  /// service in its own handler.
+  virtual ~ZQBusService() = default;
+
+  /// Sends `event` with the arguments of `content` to everybody who listens.
+  virtual void sendEvent(const std::string& event, const ZQBusMessage& content) = 0;
+  /// Sends a broadcast that belongs to no service.
+  virtual void sendBroadcast(const std::string& event, const ZQBusMessage& content) = 0;
+  /// `onLost` is called once, on the service's thread, when the bus is gone or takes the name away.
+  virtual void setLostCallback(std::function<void()> onLost) = 0;
+};
+
+}  // namespace zq

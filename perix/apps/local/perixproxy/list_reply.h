@@ -1,0 +1,61 @@
+// List replies: int32 count, then one byte block per record.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <list>
+
+#include "log_line.h"
+#include "zqbus/message.h"
+
+namespace zq {
+
+/// How an operation takes an empty block in a list.
+enum class EmptyBlock { Noted, AnError };
+
+/// The number is that of the list's records, not the block's length.
+inline void logEmptyBlock(EmptyBlock emptyBlock, const void* block, int count, LogSite site) {
+  if (emptyBlock == EmptyBlock::AnError) {
+    PERIX_ERROR_AT(site, "buf: %p, size: %d", block, count);
+  } else {
+    PERIX_DEBUG_AT(site, "buf: %p, size: %d", block, count);
+  }
+}
+
+/// Copies each record of a list reply into a `malloc` block of its own, in order, and hands both
+/// to `each(received, copy, length)`: `received` is padded as the bus pads blocks and may be read
+/// as a whole record, of `copy` only `length` bytes exist. An empty block ends the list.
+template <typename Record, typename Each>
+std::list<Record*> readRecords(const ZQBusMessage& reply, EmptyBlock emptyBlock, Each each,
+                               LogSite site = here()) {
+  std::list<Record*> records;
+  const int32_t count = reply.readInt32(0);
+  for (int32_t i = 0; i < count; ++i) {
+    uint32_t length = 0;
+    const auto block = reply.readBytes(static_cast<std::size_t>(i) + 1, length);
+    if (length == 0) {
+      logEmptyBlock(emptyBlock, block.get(), count, site);
+      break;
+    }
+    auto* const copy = static_cast<Record*>(std::malloc(length));
+    std::memcpy(static_cast<void*>(copy), block.get(), length);
+    records.push_back(copy);
+    each(*reinterpret_cast<const Record*>(block.get()), *copy, length);
+  }
+  return records;
+}
+
+/// As above, for records that are passed on as they are.
+template <typename Record>
+std::list<Record*> readRecords(const ZQBusMessage& reply, LogSite site = here()) {
+  const auto leave = [](const Record&, Record&, uint32_t) {};
+  return readRecords<Record>(reply, EmptyBlock::Noted, leave, site);
+}
+
+/// Frees the records of a list.
+template <typename Record>
+void freeRecords(const std::list<Record*>& records) {
+  for (Record* record : records) std::free(record);
+}
+
+}  // namespace zq

@@ -1,0 +1,55 @@
+// The proxy's log lines: `file operation(line): "severity" "message"`, printf style.
+#pragma once
+
+#include <string_view>
+
+#include "platform/log/log.h"
+
+namespace zq {
+
+/// Where in the sources a line comes from.
+struct LogSite {
+  const char* file;
+  const char* function;
+  int line;
+};
+
+/// A path without its folders.
+constexpr const char* fileName(const char* path) {
+  const std::string_view view(path);
+  const auto separator = view.find_last_of("/\\");
+  return separator == std::string_view::npos ? path : path + separator + 1;
+}
+
+/// The place that calls, when used as the default of a parameter.
+constexpr LogSite here(const char* file = __builtin_FILE(),
+                       const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
+  return {fileName(file), function, line};
+}
+
+/// The logger's priority for a level of ours; 0 for those that print nothing.
+constexpr int logPriority(int level) {
+  constexpr int kPriorities[] = {7, 6, 0, 3, 5, 2};
+  return level >= 0 && level <= 5 ? kPriorities[level] : 0;
+}
+
+inline constexpr int kErrorLevel = 0;
+inline constexpr int kDebugLevel = 4;
+
+}  // namespace zq
+
+// Macros, so that the compiler checks the arguments against the whole format.
+#define PERIX_LOG(site, level, severity, message, ...)                                           \
+  do {                                                                                           \
+    if constexpr (constexpr int priority = ::zq::logPriority(level); priority != 0) {            \
+      const ::zq::LogSite from = site;                                                           \
+      ::zq::orvaneLogPrint(0, priority, "PERIX_LOG",                                             \
+                           "%s %s(%d): \"" severity "\" \"" message "\"", from.file,             \
+                           from.function, from.line __VA_OPT__(, ) __VA_ARGS__);                 \
+    }                                                                                            \
+  } while (false)
+
+#define PERIX_ERROR_AT(site, ...) PERIX_LOG(site, ::zq::kErrorLevel, "Error:", __VA_ARGS__)
+#define PERIX_DEBUG_AT(site, ...) PERIX_LOG(site, ::zq::kDebugLevel, "Debug:", __VA_ARGS__)
+#define PERIX_ERROR(...) PERIX_ERROR_AT(::zq::here(), __VA_ARGS__)
+#define PERIX_DEBUG(...) PERIX_DEBUG_AT(::zq::here(), __VA_ARGS__)

@@ -1,0 +1,105 @@
+#include "pen_port.h"
+
+#include <bit>
+#include <cstring>
+#include <memory>
+
+namespace zq {
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "packets are written as they lie");
+
+constexpr uint8_t kMagic = 0x27;
+constexpr uint16_t kPenCommand = 2000;
+constexpr uint16_t kAnnounceCommand = 2101;
+
+constexpr uint32_t kDownCode = 0x26003;
+constexpr uint32_t kDragCode = 0x26016;
+constexpr uint32_t kUpCode = 0x26002;  // a hovering pen too
+
+// The record: two bytes, then slots of eight of which four are used, but for the position's.
+constexpr std::size_t kSlotsAt = 2;
+constexpr std::size_t kSlotSize = 8;
+enum Slot : std::size_t {
+  kVersionSlot = 0,
+  kCodeSlot = 3,
+  kPositionSlot = 6,
+  kAxesSlot = 17,
+  kPressureSlot = 18,
+  kRotationSlot = 19,
+  kXTiltSlot = 20,
+  kYTiltSlot = 21,
+};
+constexpr uint32_t kVersion = 3;
+constexpr uint32_t kAxes = 15;
+constexpr double kFraction = 1024.0;
+
+uint32_t scaled(double value) { return static_cast<uint32_t>(static_cast<int32_t>(value * kFraction)); }
+
+}  // namespace
+
+bool PenPort::isPenPort(const std::string& name) {
+  return name.find("space.port.2") != std::string::npos;
+}
+
+void PenPort::init(const std::string& name, bool opened, SendFunction send) {
+  name_ = name;
+  send_ = std::move(send);
+  opened_ = opened;
+  header_ = {};
+  header_.magic = kMagic;
+  header_.cmd = kPenCommand;
+  header_.size = sizeof(PortHeader);
+  requests_ = 0;
+  initialised_ = true;
+}
+
+PortHeader PenPort::receive(const unsigned char* block) {
+  PortHeader header;
+  std::memcpy(&header, block, sizeof header);
+  if (header.cmd == kAnnounceCommand) penId_ = header.devId;
+  return header;
+}
+
+uint32_t PenPort::eventCode(int type) {
+  switch (type) {
+    case kTabletPress: penDown_ = true; return kDownCode;
+    case kTabletRelease: penDown_ = false; return kUpCode;
+    case kTabletMove: return penDown_ ? kDragCode : kUpCode;
+    default: return static_cast<uint32_t>(type);
+  }
+}
+
+void PenPort::setSlot(std::size_t slot, uint32_t value, std::size_t offset) {
+  std::memcpy(record_.data() + kSlotsAt + slot * kSlotSize + offset, &value, sizeof value);
+}
+
+void PenPort::record(const PenEvent& event, int x, int y) {
+  setSlot(kVersionSlot, kVersion);
+  setSlot(kCodeSlot, eventCode(event.type));
+  setSlot(kPositionSlot, static_cast<uint32_t>(x));
+  setSlot(kPositionSlot, static_cast<uint32_t>(y), sizeof(uint32_t));
+  setSlot(kAxesSlot, kAxes);
+  setSlot(kPressureSlot, scaled(event.pressure));
+  setSlot(kRotationSlot, scaled(event.rotation));
+  setSlot(kXTiltSlot, static_cast<uint32_t>(event.xTilt));
+  setSlot(kYTiltSlot, static_cast<uint32_t>(event.yTilt));
+}
+
+const PortHeader* PenPort::send() {
+  if (!opened_ || !send_ || !initialised_ || penId_ == 0) return nullptr;
+  constexpr uint32_t kContent = sizeof(PortHeader) + kRecordSize;
+  constexpr uint32_t kPacket = sizeof kContent + kContent;
+  sentName_ = name_;
+  const auto packet = std::make_unique_for_overwrite<unsigned char[]>(kPacket + 1);
+  header_.reqId = ++requests_;
+  header_.devId = penId_;
+  header_.size = kContent;
+  std::memcpy(packet.get(), &kContent, sizeof kContent);
+  std::memcpy(packet.get() + sizeof kContent, &header_, sizeof header_);
+  std::memcpy(packet.get() + sizeof kContent + sizeof header_, record_.data(), kRecordSize);
+  send_(sentName_, kPacket, packet.get());
+  return &header_;
+}
+
+}  // namespace zq

@@ -1,0 +1,65 @@
+// The pen's port channel: which it is, whether it is open, and the packets that go through it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "pen_event.h"
+
+namespace zq {
+
+/// What precedes every block on a port channel, as it lies on the wire.
+struct PortHeader {
+  uint8_t magic;
+  uint8_t devId;
+  uint16_t cmd;
+  uint32_t reqId;
+  uint32_t size;
+  uint8_t reserved[4];
+};
+static_assert(sizeof(PortHeader) == 16);
+
+/// For one thread at a time, without a lock: pen input comes from the user interface's thread.
+class PenPort {
+ public:
+  using SendFunction =
+      std::function<unsigned int(const std::string&, unsigned int, unsigned char*)>;
+
+  /// Whether a channel of that name is the pen's.
+  static bool isPenPort(const std::string& name);
+
+  /// Begins anew with a channel. Which pen there is and whether it is down stays as it was.
+  void init(const std::string& name, bool opened, SendFunction send);
+  void setOpened(bool opened) { opened_ = opened; }
+
+  bool knowsPen() const { return penId_ != 0; }
+  /// Takes a block that arrived, of which it reads the header; a pen that it announces is the pen.
+  PortHeader receive(const unsigned char* block);
+
+  /// Makes the record of an event at a position.
+  void record(const PenEvent& event, int x, int y);
+  /// Sends the last record. Its header, or null when it was dropped because there is no open port
+  /// or no pen yet.
+  const PortHeader* send();
+
+ private:
+  static constexpr std::size_t kRecordSize = 178;
+
+  uint32_t eventCode(int type);
+  void setSlot(std::size_t slot, uint32_t value, std::size_t offset = 0);
+
+  std::string name_;
+  std::string sentName_;  // kept, so that copying the name for a packet allocates nothing
+  SendFunction send_;
+  bool initialised_ = false;
+  bool opened_ = false;
+  PortHeader header_{};
+  uint16_t requests_ = 0;
+  uint8_t penId_ = 0;
+  bool penDown_ = false;
+  std::array<unsigned char, kRecordSize> record_{0xFF, 0x00};
+};
+
+}  // namespace zq

@@ -1,0 +1,139 @@
+#include "zqbus/message.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace zq {
+namespace {
+
+constexpr std::size_t kShownText = 64;
+constexpr std::size_t kShownBytes = 16;
+
+template <typename T>
+T valueAt(const std::vector<ZQBusArgument>& arguments, std::size_t index) {
+  if (index >= arguments.size()) return {};
+  const T* value = std::get_if<T>(&arguments[index]);
+  return value != nullptr ? *value : T{};
+}
+
+void show(std::string& out, std::monostate) {
+  out += '?';
+}
+void show(std::string& out, uint16_t value) {
+  out += "q:" + std::to_string(value);
+}
+void show(std::string& out, int32_t value) {
+  out += "i:" + std::to_string(value);
+}
+void show(std::string& out, int64_t value) {
+  out += "x:" + std::to_string(value);
+}
+
+void show(std::string& out, const std::string& text) {
+  out += "s:\"" + text.substr(0, kShownText) + '"';
+  if (text.size() > kShownText) out += "...(" + std::to_string(text.size()) + ')';
+}
+
+void show(std::string& out, const ZQBusBytes& bytes) {
+  out += "ay[" + std::to_string(bytes.size) + ']';
+  char hex[4];
+  for (std::size_t i = 0; i < std::min<std::size_t>(bytes.size, kShownBytes); ++i) {
+    std::snprintf(hex, sizeof hex, " %02x", bytes.data[i]);
+    out += hex;
+  }
+  if (bytes.size > kShownBytes) out += "...";
+}
+
+}  // namespace
+
+ZQBusBytes ZQBusBytes::uninitialized(uint32_t size) {
+  const std::size_t capacity = std::max<std::size_t>(std::size_t{size} + 1, kReadable);
+  // Units of the widest alignment: records are read in place.
+  using Unit = std::max_align_t;
+  const auto units =
+      std::make_shared_for_overwrite<Unit[]>((capacity + sizeof(Unit) - 1) / sizeof(Unit));
+  auto* const bytes = reinterpret_cast<uint8_t*>(units.get());
+  std::memset(bytes + size, 0, capacity - size);
+  return {std::shared_ptr<uint8_t[]>(units, bytes), size};
+}
+
+ZQBusBytes ZQBusBytes::copyOf(const void* source, uint32_t size) {
+  ZQBusBytes bytes = uninitialized(size);
+  if (size > 0) std::memcpy(bytes.data.get(), source, size);
+  return bytes;
+}
+
+ZQBusMessage ZQBusMessage::failed(ZQBusFailure failure) {
+  ZQBusMessage message(ZQBusMessageType::Error, {});
+  message.failure_ = failure;
+  return message;
+}
+
+ZQBusMessage ZQBusMessage::failed(ZQBusFailure failure, std::string text) {
+  ZQBusMessage message = failed(failure);
+  message.appendString(std::move(text));
+  return message;
+}
+
+void ZQBusMessage::appendUInt16(uint16_t value) {
+  append(value);
+}
+void ZQBusMessage::appendInt32(int32_t value) {
+  append(value);
+}
+void ZQBusMessage::appendInt64(int64_t value) {
+  append(value);
+}
+void ZQBusMessage::appendString(std::string text) {
+  append(std::move(text));
+}
+
+void ZQBusMessage::appendCString(const char* text) {
+  append(std::string(text != nullptr ? text : ""));
+}
+
+void ZQBusMessage::appendBytes(const void* data, uint32_t size) {
+  append(ZQBusBytes::copyOf(data, size));
+}
+
+int32_t ZQBusMessage::readInt32(std::size_t index) const {
+  return valueAt<int32_t>(arguments_, index);
+}
+
+std::string& ZQBusMessage::readString(std::string& out, std::size_t index) const {
+  return out = valueAt<std::string>(arguments_, index);
+}
+
+std::shared_ptr<uint8_t[]> ZQBusMessage::readBytes(std::size_t index, uint32_t& size) const {
+  ZQBusBytes bytes = valueAt<ZQBusBytes>(arguments_, index);
+  if (bytes.data == nullptr) bytes = ZQBusBytes::uninitialized(0);
+  size = bytes.size;
+  return std::move(bytes.data);
+}
+
+std::size_t ZQBusMessage::argCount() const {
+  return arguments_.size();
+}
+
+uint16_t ZQBusMessage::readUInt16(std::size_t index) const {
+  return valueAt<uint16_t>(arguments_, index);
+}
+
+int64_t ZQBusMessage::readInt64(std::size_t index) const {
+  return valueAt<int64_t>(arguments_, index);
+}
+
+std::string ZQBusMessage::toDebugString() const {
+  static constexpr const char* kTypes[] = {"?", "call", "return", "error", "event"};
+  std::string out = kTypes[type()];
+  if (!name_.empty()) out += ' ' + name_;
+  out += '(';
+  for (const ZQBusArgument& argument : arguments_) {
+    if (out.back() != '(') out += ", ";
+    std::visit([&out](const auto& value) { show(out, value); }, argument);
+  }
+  return out += ')';
+}
+
+}  // namespace zq

@@ -1,0 +1,22 @@
+// Owning pointers for what sd-bus counts references of.
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <memory>
+
+namespace zq {
+
+struct SdBusRelease {
+  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+  void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+};
+
+// A message and a slot share a reference count with their connection that is not atomic: create,
+// use and release them under the connection's lock. A slot that lives keeps its connection alive.
+using SdBus = std::unique_ptr<sd_bus, SdBusRelease>;
+using SdBusMessage = std::unique_ptr<sd_bus_message, SdBusRelease>;
+using SdBusSlot = std::unique_ptr<sd_bus_slot, SdBusRelease>;
+
+}  // namespace zq

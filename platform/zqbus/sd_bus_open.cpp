@@ -1,0 +1,55 @@
+#include "sd_bus_open.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace zq {
+namespace {
+
+int start(SdBus& bus) {
+  sd_bus* opened = nullptr;
+  const char* address = std::getenv("ZQBUS_ADDRESS");
+  if (address == nullptr || *address == '\0') {
+    const int result = sd_bus_open_user(&opened);
+    bus.reset(opened);
+    return result;
+  }
+  int result = sd_bus_new(&opened);
+  bus.reset(opened);
+  if (result >= 0) result = sd_bus_set_address(opened, address);
+  if (result >= 0) result = sd_bus_set_bus_client(opened, 1);
+  return result >= 0 ? sd_bus_start(opened) : result;
+}
+
+/// Runs the connection until it is ready. Nobody else uses it yet.
+int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
+  using namespace std::chrono;
+  for (;;) {
+    int result = sd_bus_process(bus, nullptr);
+    if (result < 0) return result;
+    if (sd_bus_is_ready(bus) > 0) return 0;
+    if (result > 0) continue;
+    const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
+    if (left <= microseconds(0)) return -ETIMEDOUT;
+    result = sd_bus_wait(bus, static_cast<uint64_t>(left.count()));
+    if (result < 0 && result != -EINTR) return result;
+  }
+}
+
+}  // namespace
+
+SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& error) {
+  SdBus bus;
+  int result = start(bus);
+  if (result >= 0) result = waitReady(bus.get(), deadline);
+  if (result >= 0) return bus;
+  error = std::string("cannot connect to the bus: ") + std::strerror(-result);
+  return nullptr;
+}
+
+std::string serviceName(const std::string& service) { return "org.zqbus." + service; }
+
+std::string servicePath(const std::string& service) { return "/org/zqbus/" + service; }
+
+}  // namespace zq

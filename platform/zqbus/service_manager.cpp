@@ -1,0 +1,119 @@
+#include <mutex>
+#include <vector>
+
+#include "bus_log.h"
+#include "proxy_interface.h"
+#include "sd_bus_open.h"
+
+namespace zq {
+namespace {
+
+std::atomic<ZQBusLogSink> logSink = nullptr;
+
+class ServiceManager : public ZQBusSerivceManager {
+ public:
+  static ServiceManager& instance() {
+    // Never destroyed: its threads may be at work until the process ends.
+    static auto* const manager = new ServiceManager;
+    return *manager;
+  }
+
+  /// The connection, made anew when it is lost; null when that fails.
+  std::shared_ptr<Connection> connect(int timeoutMs);
+
+  bool isServiceRegistered(const std::string& service) override;
+  std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string& service,
+                                                                ZQBusSecurityFlags flags,
+                                                                int version) override;
+  bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
+                        ZQBusSecurityFlags flags) override;
+  uint64_t droppedEvents() const override { return deliveries_.droppedEvents(); }
+
+ private:
+  struct Broadcast {
+    std::string event;
+    std::shared_ptr<ZQBusEventCallback> callback;
+    ZQBusSecurityFlags flags;
+    std::unique_ptr<Connection::Subscription> subscription;
+  };
+  void subscribe(Broadcast& broadcast);
+
+  DeliveryQueue deliveries_;
+  std::mutex mutex_;
+  std::shared_ptr<Connection> connection_;
+  std::vector<Broadcast> broadcasts_;
+};
+
+std::shared_ptr<Connection> ServiceManager::connect(int timeoutMs) {
+  const std::lock_guard lock(mutex_);
+  if (connection_ != nullptr && !connection_->lost()) return connection_;
+  const std::chrono::milliseconds timeout =
+      timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
+  std::string error;
+  std::shared_ptr<Connection> opened =
+      Connection::open(deliveries_, Connection::Clock::now() + timeout, error);
+  if (opened == nullptr) {
+    busLog(error);
+    return nullptr;
+  }
+  for (Broadcast& broadcast : broadcasts_) broadcast.subscription.reset();
+  connection_ = std::move(opened);
+  for (Broadcast& broadcast : broadcasts_) subscribe(broadcast);
+  return connection_;
+}
+
+bool ServiceManager::isServiceRegistered(const std::string& service) {
+  const auto connection = connect(-1);
+  return connection != nullptr && !connection->ownerOf(service).empty();
+}
+
+std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
+    const std::string& service, ZQBusSecurityFlags flags, int) {
+  const auto connection = connect(-1);
+  if (connection == nullptr) return nullptr;
+  const std::string owner = connection->ownerOf(service);
+  if (owner.empty()) return nullptr;
+  if (flags == ZQBusSecurityFlags::TrustedPeer && !connection->isTrusted(owner)) {
+    busLog("the owner of " + serviceName(service) + " is neither this user nor root");
+    return nullptr;
+  }
+  return std::make_shared<ProxyInterface>(connection, connection->bind(service, owner));
+}
+
+bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallback* callback,
+                                      ZQBusSecurityFlags flags) {
+  if (callback == nullptr) return false;
+  const std::lock_guard lock(mutex_);
+  Broadcast& broadcast = broadcasts_.emplace_back(
+      Broadcast{event, std::shared_ptr<ZQBusEventCallback>(callback), flags, nullptr});
+  if (connection_ != nullptr) subscribe(broadcast);
+  return true;
+}
+
+void ServiceManager::subscribe(Broadcast& broadcast) {
+  broadcast.subscription = connection_->subscribe(
+      kBroadcastInterface, broadcast.event, {},
+      [callback = broadcast.callback, flags = broadcast.flags,
+       weak = std::weak_ptr(connection_)](std::shared_ptr<ZQBusMessage> message,
+                                          const std::string& sender) {
+        const auto connection = weak.lock();
+        const bool wanted = flags == ZQBusSecurityFlags::None ||
+                            (connection != nullptr && connection->isTrusted(sender));
+        if (wanted) (*callback)(std::move(message));
+      });
+}
+
+}  // namespace
+
+void setZQBusLogSink(ZQBusLogSink sink) { logSink = sink; }
+
+void busLog(const std::string& line) {
+  if (const ZQBusLogSink sink = logSink) sink(line.c_str());
+}
+
+ZQBusSerivceManager* ZQBusSerivceManager::initSync(int timeoutMs) {
+  ServiceManager& manager = ServiceManager::instance();
+  return manager.connect(timeoutMs) != nullptr ? &manager : nullptr;
+}
+
+}  // namespace zq

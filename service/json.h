@@ -1,0 +1,19 @@
+// JSON documents, as the control interface and the service's texts have them.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+namespace zq::devservice {
+
+/// Keys stay in the order in which they were written.
+using Json = nlohmann::ordered_json;
+
+/// The text of a document. Bytes that are not UTF-8 are replaced.
+std::string asText(const Json& document);
+
+/// Bytes in hex.
+std::string inHex(std::string_view bytes);
+
+}  // namespace zq::devservice

@@ -1,0 +1,168 @@
+// What the service knows of the world, as plain data.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zq::devservice {
+
+/// The kinds of device, as automatic connection and new-device configuration number them.
+enum class DeviceType : uint16_t {
+  Usb = 1,
+  Disk = 2,
+  Camera = 3,
+  Scanner = 4,
+  Joystick = 5,
+  Pen = 6,
+  Audio = 7,
+  SmartCard = 8,
+  Printer = 9,
+};
+
+/// CommonDevice::status. Only Connected has a meaning outside the service.
+enum class DeviceStatus : uint16_t { Idle = 0, Waiting = 1, Connected = 2, Ignored = 3 };
+
+/// CommonDevice::localPolicy.
+enum class Policy : uint16_t { Ask = 0, Allow = 1, Forbid = 2 };
+
+/// PrinterDevice::status.
+enum class PrinterStatus : int32_t { Idle = 0, Paused = 1, Connected = 2, Printing = 3 };
+
+/// Where a printer comes from.
+enum class PrinterOrigin { Local, Network, Shared };
+
+/// USB vendor and product id.
+struct VidPid {
+  uint16_t vid = 0;
+  uint16_t pid = 0;
+  auto operator<=>(const VidPid&) const = default;
+};
+
+struct Pipe {
+  uint32_t param1 = 0;
+  uint32_t param2 = 0;
+  std::string label1;
+  std::string label2;
+  bool operator==(const Pipe&) const = default;
+};
+
+struct Bandwidth {
+  int64_t value1 = 0;
+  int64_t value2 = 0;
+};
+
+struct Desktop {
+  uint32_t id = 0;  ///< 0 stands for "no desktop" everywhere
+  std::string name;
+  bool connected = false;
+  bool started = false;
+  bool focused = false;
+  int32_t systemType = 0;
+  int32_t shareMode = 0;
+  uint32_t connectParam = 0;
+  int64_t windowId = 0;
+  std::vector<Pipe> pipes;
+  std::map<uint32_t, int32_t> ports;                  ///< port number to reported status
+  std::optional<Bandwidth> bandwidth;                 ///< the last report
+  std::map<int64_t, std::optional<int64_t>> quality;  ///< type to the last value reported
+  std::map<std::string, uint16_t> usbRedirections;    ///< device info in hex to status
+};
+
+struct Device {
+  uint16_t number = 0;    ///< 0 lets the service choose
+  uint64_t sourceId = 0;  ///< 0 lets the service derive it from the number
+  DeviceType type = DeviceType::Usb;
+  VidPid id;
+  std::string name;
+  std::string detail;
+  DeviceStatus status = DeviceStatus::Idle;
+  uint32_t desktop = 0;
+  Policy policy = Policy::Ask;
+  bool mounted = false;
+  bool network = false;
+  std::string address;  ///< of a network device
+};
+
+struct Printer {
+  uint16_t number = 0;  ///< 0 lets the service choose
+  PrinterOrigin origin = PrinterOrigin::Local;
+  std::string name;
+  std::string address;
+  std::string driver;
+  std::string description;
+  PrinterStatus status = PrinterStatus::Idle;
+  uint32_t desktop = 0;
+  std::string document;  ///< what it prints now
+};
+
+struct Driver {
+  std::string name;
+  std::string maker;
+};
+
+struct SharedPrinter {
+  std::string name;
+  std::string description;
+};
+
+/// A host of the network that shares printers.
+struct SharedHost {
+  std::string address;
+  int64_t searchMs = 1000;
+  bool reachable = true;
+  std::vector<SharedPrinter> printers;
+};
+
+struct VidPidPolicy {
+  Policy policy = Policy::Ask;
+  std::string name;
+};
+
+/// A command that DoPerixCmd understands, with a fixed answer.
+struct Command {
+  std::string name;
+  std::string help;
+  std::string answer;
+  int32_t result = 0;
+};
+
+/// A self-test with a fixed outcome.
+struct SelfTest {
+  std::string name;
+  int32_t result = 0;
+};
+
+/// How long the service takes for what takes its time, in milliseconds.
+struct Timing {
+  int64_t configuration = 20;
+  int64_t diagnosisStep = 200;
+  int64_t calibration = 300;
+  int64_t printJob = 300;
+  int64_t printerSetup = 300;
+  int64_t summary = 200;
+  int64_t unknownHost = 2000;
+};
+
+/// The world at the start.
+struct Scenario {
+  std::vector<Desktop> desktops;
+  std::vector<Device> devices;
+  std::vector<Printer> printers;
+  std::vector<Driver> drivers;
+  std::vector<SharedHost> hosts;
+  std::map<VidPid, VidPidPolicy> policies;
+  std::map<VidPid, int32_t> properties;
+  std::map<VidPid, std::string> turbo;
+  std::map<VidPid, std::string> joystickMappings;
+  std::vector<DeviceType> autoConnect;
+  std::vector<Command> commands;
+  std::vector<SelfTest> tests;
+  bool cameraAuthorized = true;
+  Timing timing;
+};
+
+}  // namespace zq::devservice

@@ -1,0 +1,82 @@
+#include "service/model_printer_backend.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace zq::devservice {
+namespace {
+
+bool containsIgnoringCase(const std::string& text, const std::string& part) {
+  const auto sameLetter = [](char a, char b) { return strncasecmp(&a, &b, 1) == 0; };
+  return std::search(text.begin(), text.end(), part.begin(), part.end(), sameLetter) != text.end();
+}
+
+}  // namespace
+
+void ModelPrinterBackend::load(const Scenario& scenario) {
+  drivers_ = scenario.drivers;
+  timing_ = scenario.timing;
+}
+
+void ModelPrinterBackend::findDrivers(const std::string& query, DriversFound done) {
+  std::vector<Driver> found;
+  for (const Driver& driver : drivers_) {
+    const bool fits =
+        containsIgnoringCase(driver.name, query) || containsIgnoringCase(driver.maker, query);
+    if (fits) found.push_back(driver);
+  }
+  timer_.after(std::chrono::milliseconds(timing_.summary),
+               [found = std::move(found), done = std::move(done)] { done(found); });
+}
+
+void ModelPrinterBackend::add(const std::string& name, const std::string& address,
+                              const std::string& driver, Done done) {
+  done(addNow(name, address, driver));
+}
+
+void ModelPrinterBackend::addAutomatically(const std::string& name, const std::string& address,
+                                           const std::string& driver, Done done) {
+  const std::string chosen = driver.empty() && !drivers_.empty() ? drivers_[0].name : driver;
+  timer_.after(std::chrono::milliseconds(timing_.printerSetup),
+               [=, this, done = std::move(done)] { done(addNow(name, address, chosen)); });
+}
+
+Result ModelPrinterBackend::addNow(const std::string& name, const std::string& address,
+                                   const std::string& driver) {
+  if (!knows(driver)) return Result::UnknownDriver;
+  Printer printer;
+  printer.name = name;
+  printer.address = address;
+  printer.driver = driver;
+  return printers_.add(std::move(printer));
+}
+
+void ModelPrinterBackend::remove(const std::string& name, Done done) {
+  done(printers_.remove(PrinterOrigin::Local, name));
+}
+
+void ModelPrinterBackend::changeDriver(const std::string& name, const std::string& driver,
+                                       Done done) {
+  done(knows(driver) ? printers_.setDriver(name, driver) : Result::UnknownDriver);
+}
+
+void ModelPrinterBackend::printTestPage(const std::string& name, Done done) {
+  const Printer* printer = printers_.find(PrinterOrigin::Local, name);
+  const Result begun = printer == nullptr ? Result::UnknownPrinter
+                                          : printers_.beginJob(printer->number, "test page");
+  if (begun != Result::Done) return done(begun);
+  timer_.after(std::chrono::milliseconds(timing_.printJob),
+               [this, number = printer->number, done = std::move(done)] {
+                 printers_.endJob(number);
+                 done(Result::Done);
+               });
+}
+
+bool ModelPrinterBackend::knows(const std::string& driver) const {
+  return std::any_of(drivers_.begin(), drivers_.end(),
+                     [&](const Driver& known) { return known.name == driver; });
+}
+
+}  // namespace zq::devservice

@@ -1,0 +1,39 @@
+// Local printers that exist in the model alone.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "service/printer_backend.h"
+#include "service/printers.h"
+#include "service/timer.h"
+
+namespace zq::devservice {
+
+class ModelPrinterBackend : public PrinterBackend {
+ public:
+  ModelPrinterBackend(Printers& printers, Timer& timer) : printers_(printers), timer_(timer) {}
+
+  void load(const Scenario& scenario);
+  const std::vector<Driver>& drivers() const { return drivers_; }
+
+  void findDrivers(const std::string& query, DriversFound done) override;
+  void add(const std::string& name, const std::string& address, const std::string& driver,
+           Done done) override;
+  void addAutomatically(const std::string& name, const std::string& address,
+                        const std::string& driver, Done done) override;
+  void remove(const std::string& name, Done done) override;
+  void changeDriver(const std::string& name, const std::string& driver, Done done) override;
+  void printTestPage(const std::string& name, Done done) override;
+
+ private:
+  bool knows(const std::string& driver) const;
+  Result addNow(const std::string& name, const std::string& address, const std::string& driver);
+
+  Printers& printers_;
+  Timer& timer_;
+  std::vector<Driver> drivers_;
+  Timing timing_;
+};
+
+}  // namespace zq::devservice

@@ -1,0 +1,120 @@
+#include "service/run.h"
+
+#include <pthread.h>
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "service/dev_service.h"
+#include "service/host_devices.h"
+#include "service/scenario.h"
+
+namespace zq::devservice {
+namespace {
+
+enum ExitCode : int { kDone = 0, kCannotStart = 1, kBadScenario = 2, kBusLost = 3 };
+
+struct CommandLine {
+  std::string scenario;
+  bool check = false;
+  bool hostDevices = false;
+  bool verbose = false;
+  int readyDescriptor = -1;
+};
+
+/// The example scenario: the installed one, else the one in the source tree.
+std::string defaultScenario() {
+  std::error_code ignored;
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
+  const auto installed = program.parent_path().parent_path() / "share/perix/scenarios/office.toml";
+  if (std::filesystem::exists(installed, ignored)) return installed.string();
+  return PERIX_SCENARIO_DIR "/office.toml";
+}
+
+void define(CLI::App& app, CommandLine& line) {
+  app.set_version_flag("--version", "perix-devservice " PERIX_VERSION);
+  app.add_option("--scenario", line.scenario, "The world at the start, as a TOML file")
+      ->type_name("FILE");
+  app.add_flag("--check", line.check, "Check the scenario and end");
+  app.add_flag("--host-devices", line.hostDevices, "Add this machine's own USB devices");
+  app.add_flag("--verbose", line.verbose, "Write each call to standard error");
+  app.add_option("--ready-fd", line.readyDescriptor,
+                 "Write \"ready\" to this descriptor once the service can be called")
+      ->type_name("N");
+}
+
+bool load(const CommandLine& line, Scenario& scenario) {
+  std::vector<std::string> mistakes;
+  const auto loaded =
+      loadScenario(line.scenario.empty() ? defaultScenario() : line.scenario, mistakes);
+  for (const std::string& mistake : mistakes) std::cerr << mistake << '\n';
+  if (!loaded) return false;
+  scenario = *loaded;
+  if (!line.hostDevices) return true;
+  for (Device& device : hostDevices()) scenario.devices.push_back(std::move(device));
+  return true;
+}
+
+void tellReady(int descriptor) {
+  constexpr std::string_view kReady = "ready\n";
+  if (descriptor < 0) return;
+  if (::write(descriptor, kReady.data(), kReady.size()) < 0) {
+    std::perror("perix-devservice: --ready-fd");
+  }
+}
+
+/// The signals that end the program, blocked in every thread that starts from now on.
+sigset_t blockEndingSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+int serve(const CommandLine& line, Scenario scenario) {
+  const sigset_t signals = blockEndingSignals();
+  std::atomic<int> exitCode = kDone;
+  DevService service({std::move(scenario), line.verbose, [&exitCode](Ending ending) {
+                        if (ending == Ending::BusLost) exitCode = kBusLost;
+                        ::kill(::getpid(), SIGTERM);
+                      }});
+  std::string error;
+  if (!service.start(error)) {
+    std::cerr << "perix-devservice: cannot start: " << error << '\n';
+    return kCannotStart;
+  }
+  tellReady(line.readyDescriptor);
+  int signal = 0;
+  sigwait(&signals, &signal);
+  if (exitCode == kBusLost) std::cerr << "perix-devservice: the bus is lost\n";
+  return exitCode;
+}
+
+}  // namespace
+
+int run(int argc, char** argv) {
+  CLI::App app(
+      "A development service: stands in for the peripheral service, with a model of the "
+      "world in its place.");
+  CommandLine line;
+  define(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kCannotStart;
+  }
+  Scenario scenario;
+  if (!load(line, scenario)) return kBadScenario;
+  return line.check ? kDone : serve(line, std::move(scenario));
+}
+
+}  // namespace zq::devservice

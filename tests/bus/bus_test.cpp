@@ -1,0 +1,306 @@
+// The bus itself, through its public headers: what a call carries, how it ends, many at once.
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "tests/support/bus_world.h"
+#include "zqbus/zqbus.h"
+
+namespace zq {
+namespace {
+
+using Reply = std::shared_ptr<ZQBusMessage>;
+
+std::shared_ptr<ZQBusProxyInterface> connect() {
+  return ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
+      "perix", ZQBusSecurityFlags::TrustedPeer, 1);
+}
+
+Reply call(ZQBusProxyInterface& service, const std::string& method, const ZQBusMessage& arguments,
+           int timeoutMs = 20000) {
+  const auto request = service.makeMethodCallMessage(method);
+  for (const auto& argument : arguments.arguments()) request->append(argument);
+  return service.callWithReplyBlocking(request, timeoutMs);
+}
+
+std::string text(const Reply& reply) {
+  std::string out;
+  return reply->readString(out, 0);
+}
+
+/// Answers "echo" with its arguments, keeps "hang" until it is released, fails "fail".
+class BusTest : public testing::Test {
+ protected:
+  BusTest() {
+    recorder.answerWith([this](const std::shared_ptr<ZQBusCall>& received) {
+      const std::string& name = received->message().name();
+      if (name == "hang") return hanging.change([&](auto& calls) { calls.push_back(received); });
+      if (name == "fail") return received->fail("no luck");
+      received->reply(received->message());
+    });
+    service = connect();
+  }
+  void release() {
+    hanging.change([](auto& calls) {
+      for (const auto& one : calls) one->reply(message(int32_t{1}));
+      calls.clear();
+    });
+  }
+  std::future<Reply> hang(int timeoutMs = 20000) {
+    auto reply = std::async(std::launch::async,
+                            [this, timeoutMs] { return call(*service, "hang", {}, timeoutMs); });
+    EXPECT_TRUE(hanging.wait([](const auto& calls) { return !calls.empty(); }));
+    return reply;
+  }
+
+  Watched<std::vector<std::shared_ptr<ZQBusCall>>> hanging;
+  RecordingService recorder;
+  std::shared_ptr<ZQBusProxyInterface> service;
+};
+
+TEST(AMessage, ReadsAWrongIndexOrTypeAsNothing) {
+  const ZQBusMessage made = message(int32_t{-5}, std::string("text"), bytes("abc"));
+  std::string out = "before";
+  uint32_t size = 9;
+  for (const std::size_t index : {std::size_t{1}, std::size_t{2}, std::size_t{3}, SIZE_MAX}) {
+    EXPECT_EQ(made.readInt32(index), 0);
+  }
+  EXPECT_EQ(made.readString(out, 0), "");
+  const auto block = made.readBytes(1, size);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(size, 0U);
+  const auto padded = made.readBytes(2, size);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(padded.get())), "abc");
+  EXPECT_EQ(padded[ZQBusBytes::kReadable - 1], 0);
+}
+
+TEST_F(BusTest, ACallCarriesEveryArgumentWhole) {
+  const ZQBusMessage sent = message(
+      uint16_t{65535}, int32_t{INT32_MIN}, int64_t{INT64_MIN}, std::string(), std::string("plain"),
+      std::string("na\xC3\xAFve \xF0\x9F\x96\xA8"), std::string("\xFF\xFEnot text"),
+      std::string("with\0nul", 8), std::string("\xED\xA0\x80 surrogate"),
+      std::string("\xEF\xBF\xBE no character"), std::string("cut \xE2\x82"), std::string(300, 'v'),
+      bytes(""), bytes(std::string("\0\1\2", 3)), bytes(std::string(100000, 'b')));
+  const Reply reply = call(*service, "echo", sent);
+  ASSERT_EQ(reply->argCount(), sent.argCount());
+  for (std::size_t i = 0; i < sent.argCount(); ++i) {
+    const auto& want = sent.arguments()[i];
+    const auto& got = reply->arguments()[i];
+    ASSERT_EQ(got.index(), want.index()) << i;
+    if (const auto* block = std::get_if<ZQBusBytes>(&want)) {
+      EXPECT_EQ(std::get<ZQBusBytes>(got).view(), block->view()) << i;
+    }
+  }
+  EXPECT_EQ(reply->toDebugString(), "return" + sent.toDebugString().substr(6));
+}
+
+TEST_F(BusTest, AListArrivesWholeAndInOrderWhateverItsLength) {
+  for (const int count : {0, 1, 126, 127, 128, 1000, 20000}) {
+    ZQBusMessage list;
+    list.appendInt32(count);
+    for (int i = 0; i < count; ++i) list.append(bytes(std::to_string(i)));
+    const Reply reply = call(*service, "echo", list);
+    ASSERT_EQ(reply->argCount(), list.argCount()) << reply->toDebugString().substr(0, 200);
+    for (int i = 0; i < count; ++i) {
+      const auto index = static_cast<std::size_t>(i) + 1;
+      ASSERT_EQ(std::get<ZQBusBytes>(reply->arguments()[index]).view(), std::to_string(i));
+    }
+  }
+}
+
+TEST_F(BusTest, WhatIsTooLargeFailsAndTheConnectionLivesOn) {
+  const std::string tooLong((std::size_t{64} << 20) + 1, 'x');
+  EXPECT_EQ(call(*service, "echo", message(bytes(tooLong)))->failure(), ZQBusFailure::TooLarge);
+  EXPECT_EQ(call(*service, "echo", message(tooLong))->failure(), ZQBusFailure::TooLarge);
+  recorder.answerWith(message(tooLong));
+  EXPECT_EQ(call(*service, "echo", {})->failure(), ZQBusFailure::Service);
+  recorder.answerWith(message(int32_t{7}));
+  EXPECT_EQ(call(*service, "echo", {})->readInt32(0), 7);
+}
+
+TEST_F(BusTest, FailuresSayWhatHappened) {
+  const Reply refused = call(*service, "fail", {});
+  EXPECT_EQ(refused->type(), 3);
+  EXPECT_EQ(refused->failure(), ZQBusFailure::Service);
+  EXPECT_EQ(text(refused), "no luck");
+  const Reply unsendable = call(*service, "no such name", {});
+  EXPECT_EQ(unsendable->failure(), ZQBusFailure::Unusable);
+  const Reply late = call(*service, "hang", {}, 50);
+  EXPECT_EQ(late->failure(), ZQBusFailure::TimedOut);
+  EXPECT_EQ(text(late), "timed out after 50 ms");
+  release();
+  EXPECT_EQ(call(*service, "echo", message(int32_t{3}))->readInt32(0), 3);
+}
+
+TEST_F(BusTest, AnAsynchronousCallEndsOnceHoweverItEnds) {
+  Watched<std::vector<ZQBusFailure>> ends;
+  const auto note = [&](const Reply& reply) {
+    ends.change([&](auto& all) { all.push_back(reply->failure()); });
+  };
+  service->callWithReply(service->makeMethodCallMessage("echo"), note, -1);
+  service->callWithReply(service->makeMethodCallMessage("fail"), note, -1);
+  service->callWithReply(service->makeMethodCallMessage("hang"), note, 50);
+  ASSERT_TRUE(ends.wait([](const auto& all) { return all.size() == 3; }));
+  recorder.~RecordingService();
+  new (&recorder) RecordingService;
+  service->callWithReply(service->makeMethodCallMessage("echo"), note, -1);
+  ASSERT_TRUE(ends.wait([](const auto& all) { return all.size() == 4; }));
+  const std::vector<ZQBusFailure> want = {ZQBusFailure::None, ZQBusFailure::Service,
+                                          ZQBusFailure::TimedOut, ZQBusFailure::PeerGone};
+  EXPECT_EQ(ends.get(), want);
+}
+
+TEST_F(BusTest, AShortCallPassesALongOne) {
+  auto hung = hang();
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(call(*service, "echo", message(i), 500)->readInt32(0), i);
+  EXPECT_EQ(hung.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  release();
+  EXPECT_EQ(hung.get()->readInt32(0), 1);
+}
+
+TEST_F(BusTest, ManyThreadsEachGetTheirOwnReply) {
+  constexpr int kThreads = 8;
+  constexpr int kCalls = 300;
+  std::vector<std::future<int>> wrong;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    wrong.push_back(std::async(std::launch::async, [this, thread] {
+      int mismatches = 0;
+      for (int i = 0; i < kCalls; ++i) {
+        const int value = thread * kCalls + i;
+        // Some give up at once: a leader that leaves must hand its role on.
+        const int timeoutMs = i % 10 == 9 ? 0 : 20000;
+        const Reply reply = call(*service, "echo", message(value), timeoutMs);
+        if (timeoutMs > 0 && reply->readInt32(0) != value) ++mismatches;
+      }
+      return mismatches;
+    }));
+  }
+  for (auto& one : wrong) EXPECT_EQ(one.get(), 0);
+}
+
+// --- Events ---------------------------------------------------------------------------------------
+
+TEST_F(BusTest, EventsArriveWhileACallWaitsAndACallbackMayCall) {
+  Watched<std::vector<int>> answers;
+  service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply& event) {
+                              const Reply reply = call(*service, "echo", *event, 5000);
+                              answers.change([&](auto& all) { all.push_back(reply->readInt32(1)); });
+                              if (event->readInt32(1) == 2) throw std::runtime_error("out of here");
+                            }),
+                            ZQBusSecurityFlags::TrustedPeer);
+  auto hung = hang();
+  for (const int kind : {1, 2, 3}) recorder.sendEvent(0, kind);
+  ASSERT_TRUE(answers.wait([](const auto& all) { return all.size() == 3; }));
+  EXPECT_EQ(answers.get(), (std::vector<int>{1, 2, 3}));
+  release();
+  EXPECT_EQ(hung.get()->readInt32(0), 1);
+}
+
+TEST_F(BusTest, AFloodDuringACallIsDeliveredInOrderOrCounted) {
+  constexpr int kEvents = 100000;
+  ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
+  Watched<bool> open;
+  Watched<std::vector<int>> heard;
+  service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply& event) {
+                              ASSERT_TRUE(open.wait([](bool yes) { return yes; }));
+                              heard.change([&](auto& all) { all.push_back(event->readInt32(1)); });
+                            }),
+                            ZQBusSecurityFlags::TrustedPeer);
+  auto hung = hang();
+  const long before = residentKib();
+  for (int i = 0; i < kEvents; ++i) recorder.sendEvent(0, i);
+  release();
+  EXPECT_EQ(hung.get()->readInt32(0), 1);  // behind every event on the same wire
+  EXPECT_LT(residentKib() - before, 400 * 1024);
+  const auto dropped = static_cast<std::size_t>(manager->droppedEvents());
+  EXPECT_GT(dropped, 0U);
+  open.change([](bool& yes) { yes = true; });
+  ASSERT_TRUE(heard.wait([&](const auto& all) { return all.size() + dropped == kEvents; }));
+  const auto order = heard.get();
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
+  Watched<int> first;
+  Watched<int> second;
+  auto* const removed = new ZQBusEventCallback([&](const Reply&) { first.change([](int& n) { ++n; }); });
+  service->addEventListener("perixevent", removed, ZQBusSecurityFlags::TrustedPeer);
+  service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply&) {
+                              second.change([](int& n) { ++n; });
+                            }),
+                            ZQBusSecurityFlags::TrustedPeer);
+  recorder.sendEvent(0, 1);
+  ASSERT_TRUE(second.wait([](int n) { return n == 1; }));
+  service->removeEventListener("perixevent", removed);
+  recorder.sendEvent(0, 2);
+  ASSERT_TRUE(second.wait([](int n) { return n == 2; }));
+  EXPECT_EQ(first.get(), 1);
+  EXPECT_FALSE(service->addEventListener("perixevent", nullptr, ZQBusSecurityFlags::TrustedPeer));
+}
+
+// --- Deaths ---------------------------------------------------------------------------------------
+
+TEST(TheBus, LetsANameBeClaimedOnce) {
+  const RecordingService owner;
+  std::string error;
+  EXPECT_EQ(ZQBusService::claim("perix", {}, [](const auto&) {}, error), nullptr);
+  EXPECT_EQ(error, "org.zqbus.perix is owned by another process");
+}
+
+TEST(TheBus, TellsADeadServiceFromASlowOne) {
+  const auto process = startService();
+  const auto service = connect();
+  ASSERT_NE(service, nullptr);
+  Watched<int> deaths;
+  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+
+  process->signal(SIGSTOP);
+  EXPECT_EQ(call(*service, "getVmList", message(int32_t{0}), 200)->failure(), ZQBusFailure::TimedOut);
+  EXPECT_EQ(deaths.get(), 0);
+  auto waiting = std::async(std::launch::async, [&] { return call(*service, "getVmList", {}); });
+  process->kill();
+  EXPECT_EQ(waiting.get()->failure(), ZQBusFailure::PeerGone);
+  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  EXPECT_EQ(call(*service, "getVmList", {})->failure(), ZQBusFailure::PeerGone);
+  EXPECT_FALSE(ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"));
+  EXPECT_EQ(connect(), nullptr);
+
+  Watched<int> lateDeaths;
+  service->setDeathCallback([&] { lateDeaths.change([](int& n) { ++n; }); });
+  EXPECT_TRUE(lateDeaths.wait([](int n) { return n == 1; }));
+  EXPECT_EQ(deaths.get(), 1);
+}
+
+TEST(TheBus, IsFoundAgainAfterItsLoss) {
+  auto owner = std::make_unique<RecordingService>();
+  const auto service = connect();
+  Watched<int> deaths;
+  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
+  Watched<int> mounts;
+  manager->addEventListener("mountedEvent", new ZQBusEventCallback([&](const Reply&) {
+                              mounts.change([](int& n) { ++n; });
+                            }),
+                            ZQBusSecurityFlags::TrustedPeer);
+  owner->bus().sendBroadcast("mountedEvent", message(int32_t{1}));
+  ASSERT_TRUE(mounts.wait([](int n) { return n == 1; }));
+
+  testBus().kill();
+  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  EXPECT_EQ(call(*service, "echo", {})->failure(), ZQBusFailure::BusGone);
+  EXPECT_FALSE(manager->isServiceRegistered("perix"));
+  EXPECT_EQ(ZQBusSerivceManager::initSync(100), nullptr);
+
+  testBus().restart();
+  owner.reset();
+  EXPECT_FALSE(manager->isServiceRegistered("perix"));
+  const RecordingService successor;
+  EXPECT_TRUE(manager->isServiceRegistered("perix"));
+  EXPECT_EQ(call(*connect(), "echo", {})->type(), 2);
+  const_cast<RecordingService&>(successor).bus().sendBroadcast("mountedEvent", message(int32_t{1}));
+  EXPECT_TRUE(mounts.wait([](int n) { return n == 2; }));
+}
+
+}  // namespace
+}  // namespace zq

@@ -1,0 +1,285 @@
+// Every command, run as a user would, against the real service.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
+
+#include "tests/perixctl/tool_world.h"
+#include "tools/perixctl/command.h"
+
+namespace zq {
+namespace {
+
+struct Line {
+  const char* words;
+  int exitCode;
+  /// Stands somewhere in standard output, or in standard error when the command fails as text.
+  const char* expected;
+};
+
+// One after the other in one world, so each may build on those before.
+const std::vector<Line> kLines = {
+    // Desktops.
+    {"desktop list", 0, "DESKTOP  ID\ndebian   2\nwin10    1\n"},
+    {"desktop list --json", 0, R"([{"desktop":"debian","id":2},{"desktop":"win10","id":1}])"},
+    {"--json desktop connect debian --system-type 3 --share-mode 1 --connect-param 9", 0,
+     R"({"result":0})"},
+    {"desktop start debian", 0, "desktop start: sent"},
+    {"desktop focus debian 0x10 on", 0, "done"},
+    {"desktop disconnect debian", 0, "sent"},
+    {"desktop connect win12", 10, "no desktop is called 'win12'"},
+    {"desktop focus debian 1 maybe", 2, "'maybe' is not on or off"},
+    // Devices.
+    {"device list", 0, "1       Desk camera  idle"},
+    {"device connect win10 1", 0, "done"},
+    {"device list win10 --json", 0, R"("connected":true,"vmId":1,"desktop":"win10")"},
+    {"device connect win10 1", 1, "already connected to this desktop"},
+    {"device connect win10 1 --json", 1, R"("exitCode":1,"text":"the service refused: already)"},
+    {"device connect debian 2", 1, "the desktop is not connected"},
+    {"device connect win10 77", 10, "unknown device"},
+    {"device connect win10", 2, "give exactly one of NUMBER or --source-id"},
+    {"device connect win10 2 --source-id 3", 2, "give exactly one of NUMBER or --source-id"},
+    {"device connect win10 65536 --json", 2, "'65536' is not a number from 0 to 65535"},
+    {"device disconnect win10 1", 0, "done"},
+    {"device connect win10 --source-id 0x100000001", 0, "done"},
+    {"device disconnect win10 --source-id 4294967297", 0, "done"},
+    {"device redirect win10 2 1", 0, "done"},
+    {"device status 2", 0, "connected"},
+    {"device status 2 --json", 0, R"("devNumber":2,"name":"Stick")"},
+    {"device status 99", 10, "no device 99"},
+    {"device autoconnect set 3 on", 0, "done"},
+    {"device autoconnect get 3 --json", 0, R"({"autoConnect":1})"},
+    {"device autoconnect set 3 off", 0, "done"},
+    {"device network add 4 scan@10.0.0.9", 0, "done"},
+    {"device network remove scan ''", 0, "done"},
+    {"device usbredir set win10 0102030405060708 1", 0, "done"},
+    {"device usbredir connect win10 0102030405060708", 0, "done"},
+    {"device usbredir disconnect win10 0102030405060708", 0, "done"},
+    {"device usbredir set win10 01020304 1", 2, "eight bytes"},
+    {"device configure win10 0x100000004 --type 4 --no-popup", 0, "done"},
+    {"device ignore 0x100000005", 0, "done"},
+    {"device ignore 0x100000002", 1, "does not wait for its configuration"},
+    {"disk command win10 0x100000002 1", 0, "done"},
+    {"disk command win10 0x100000001 1", 1, "not a disk"},
+    // Printers.
+    {"printer list", 0, "1       Front office  idle"},
+    {"printer connect win10 1", 0, "done"},
+    {"printer list win10 --json", 0,
+     R"([{"devNum":1,"name":"Front office","status":2,"state":"connected")"},
+    {"printer disconnect win10 1", 0, "done"},
+    {"printer status 1", 0, "Front office"},
+    {"printer status 44", 10, "no printer 44"},
+    {"printer command win10 1 1", 0, "done"},
+    {"printer command win10 1 2", 0, "done"},
+    {"printer summary --json", 0, R"("name":"Front office")"},
+    {"printer network add 10.0.0.7", 0, "done"},
+    {"printer network add 10.0.0.8 Copy 'third floor'", 0, "done"},
+    {"printer network list", 0, "Copy"},
+    {"printer network rename Copy Copier", 0, "done"},
+    {"printer network delete Copier", 0, "done"},
+    {"printer network delete Copier", 10, "unknown printer"},
+    {"printer network add ''", 2, "not empty"},
+    {"printer shared search 10.0.0.5", 0, "Hall  10.0.0.5  second floor"},
+    {"printer shared search 10.0.0.6", 10, "host not found"},
+    {"printer shared search 10.0.0.05", 2, "is not an address"},
+    {"printer shared stop", 1, "nothing to stop"},
+    {"printer shared add 10.0.0.5 Hall 'second floor'", 0, "done"},
+    {"printer shared delete 10.0.0.5 Hall", 0, "done"},
+    {"printer local add Desk usb:1 Laser", 0, "done"},
+    {"printer local add Desk2 usb:1 Ink", 10, "unknown driver"},
+    {"printer local auto-add Desk3 usb:2 ''", 0, "done"},
+    {"printer driver list laser --json", 0, R"("name":"Laser")"},
+    {"printer driver change Desk Laser", 0, "done"},
+    {"printer test-page Desk", 0, "done"},
+    {"printer local delete Desk", 0, "done"},
+    // Channels.
+    {"pipe create win10 1:2:a:b 3:4:c:d", 0, "done"},
+    {"pipe destroy win10 1:2:a:b", 0, "done"},
+    {"pipe destroy win10 9:9:x:y", 10, "unknown pipe"},
+    {"pipe create win10 1:2:a", 2, "PARAM1:PARAM2:LABEL1:LABEL2"},
+    {"port status win10 2 -- -1", 0, "done"},
+    {"token update <<< s3cret", 0, "done"},
+    {"token update --file <(echo s3cret)", 0, "done"},
+    {"token update < /dev/null", 2, "the token is empty"},
+    {"quality bandwidth win10 1000 2000", 0, "sent"},
+    {"quality rtc win10 1 7", 0, "sent"},
+    // Policies and properties.
+    {"policy list", 0, "045e:028e  1       A gamepad of many buttons\n"},
+    {"policy set 1 2", 0, "done"},
+    {"device disconnect win10 1", 0, "done"},
+    {"device connect win10 1", 1, "forbidden by the device's policy"},
+    {"policy set 99 1", 10, "no device 99"},
+    {"property set 046d:0825 7 -- -2", 0, "done"},
+    {"property get 046d:0825 7", 0, "value  -2"},
+    {"property get 046d:0825 7 --local", 0, "value  5"},
+    {"property reset", 0, "done"},
+    {"property get 46d:825 7", 2, "vendor and product"},
+    {"turbo set 046d:0825 fps=60", 0, "done"},
+    {"turbo get 046d:0825", 0, "fps=60\n"},
+    {"camera status --json", 0, R"({"status":1})"},
+    {"joystick list", 0, "Gamepad"},
+    {"joystick mapping set 045e:028e b=2", 0, "done"},
+    {"joystick mapping get 045e:028e --json", 0, R"({"text":"b=2"})"},
+    {"joystick calibrate 045e:028e", 0, "done"},
+    // What the service says about itself.
+    {"diagnose desktop win10", 0, "100      0      no fault found"},
+    {"diagnose device win10 0x100000001 --json", 0, R"({"progress":100,"value":4294967297)"},
+    {"command run version", 0, "version 7\n"},
+    {"command run break", 1, "the command failed: broken"},
+    {"command run nonsense", 10, "unknown command"},
+    {"command help", 0, "version  says the version"},
+    {"test run selftest", 0, "done"},
+    {"test run hopeless", 1, "exists already"},
+    {"service status --json", 0, R"({"running":true,"desktops":2,"controlInterface":true})"},
+    {"service reset", 0, "done"},
+    // The development service.
+    {"service plug type=camera name='Second camera'", 0, "devNumber"},
+    {R"(service plug name=$'\e[31mred')", 0, "devNumber"},
+    {"device list", 0, R"(\x1b[31mred)"},
+    {"service plug type=teapot name=x", 1, "type is one of"},
+    {"service unplug 6", 0, "done"},
+    {"service unplug 66", 1, "unknown device"},
+    {"service print 1 letter", 0, "done"},
+    {"service event 1 6 0102", 0, "done"},
+    {"service broadcast 1 64", 0, "done"},
+    {"service state --json", 0, R"("desktops":)"},
+    {"service fault set noSuchMethod error", 1, "noSuchMethod"},
+    {"service fault set onFocusChanged drop 0 1", 0, "onFocusChanged"},
+    {"service fault list --json", 0, R"("method":"onFocusChanged","kind":"drop")"},
+    {"desktop focus win10 1 off", 3, "did not answer in time"},
+    {"service fault set getVmList error 0 1", 0, "getVmList"},
+    {"desktop list --json", 1, R"({"error":{"kind":"refused","exitCode":1)"},
+    {"service fault set getDeviceList short-record 5", 0, "short-record"},
+    {"device list --json", 0, R"("devNumber":1,"name":"")"},
+    {"service fault set getPrinterList short-record 24", 0, "short-record"},
+    {"printer list --json", 0, R"("name":"Front of")"},
+    {"service fault set getPolicyListByVidPid short-record 24", 0, "short-record"},
+    {"policy list --json", 0, R"("name":"A gamepad of many ")"},
+    {"service fault clear", 0, "done"},
+    {"service calls --json", 0, R"("method":"updateDriveToken")"},
+    {"service reload", 0, "done"},
+    // The tool itself.
+    {"--version", 0, "perixctl "},
+    {"device --help", 0, "autoconnect"},
+    {"", 2, "required"},
+    {"device bogus --json", 2, R"({"error":{"kind":"usage","exitCode":2)"},
+    {"completion bash", 0, R"(["x device autoconnect"]="get set")"},
+    {"man | man -l - | cat", 0, "device autoconnect set TYPE SWITCH"},
+    {"service run -- bash -c 'echo $ZQBUS_ADDRESS; exit 7'", 7, ""},
+    {"--embedded=" SCENARIO " desktop list", 0, "win10"},
+    {"--embedded=/nonexistent desktop list", 8, "/nonexistent"},
+    {"monitor --for 0", 0, ""},
+    {"monitor --count 1 --ready-fd 99", 2, "descriptor 99"},
+    {"service clear-calls", 0, "done"},
+    {"service stop", 0, "done"},
+};
+
+bool isJson(const Line& line) {
+  return std::string(line.words).find("--json") != std::string::npos;
+}
+
+void check(const Line& line, const ChildProcess::Result& result) {
+  SCOPED_TRACE("perixctl " + std::string(line.words) + "\nstdout: " + result.output +
+               "\nstderr: " + result.error);
+  EXPECT_EQ(result.status, line.exitCode);
+  const std::string& said = line.exitCode == 0 || isJson(line) ? result.output : result.error;
+  EXPECT_NE(said.find(line.expected), std::string::npos) << "missing: " << line.expected;
+  if (!isJson(line)) return;
+  EXPECT_FALSE(Json::parse(result.output, nullptr, false).is_discarded()) << "not one document";
+  EXPECT_EQ(result.error, "");
+}
+
+// The bus methods that introspection shows.
+std::set<std::string> methodsOf(const std::string& address) {
+  ChildProcess::Options options;
+  options.arguments = {"busctl",          "--address=" + address, "introspect",
+                       "org.zqbus.perix", "/org/zqbus/perix",     "org.zqbus.perix"};
+  options.output = ChildProcess::Stream::Capture;
+  std::istringstream lines(ChildProcess(options).finish(std::chrono::seconds(10)).output);
+  std::set<std::string> methods;
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string name;
+    std::string kind;
+    words >> name >> kind;
+    if (kind == "method") methods.insert(name.substr(1));
+  }
+  return methods;
+}
+
+TEST(APerixctlCommand, DoesWhatItSaysAndEndsWithItsExitCode) {
+  const ToolWorld world;
+  const std::set<std::string> methods = methodsOf(world.address());
+  EXPECT_GT(methods.size(), 50U);
+  std::set<std::string> called;
+  for (const Line& line : kLines) {
+    if (std::string_view(line.words) == "service clear-calls") {
+      for (const Json& call : Json::parse(world.run("--json service calls").output)) {
+        called.insert(call.at("method"));
+      }
+    }
+    check(line, world.run(line.words));
+  }
+  EXPECT_EQ(called, methods) << "some method of the service is not reached";
+}
+
+TEST(TheCommandTable, HasNoCommandThatTheseTestsDoNotRunWithSuccess) {
+  for (const Command& command : commandTable()) {
+    if (command.words == "service crash" || command.words == "service run") continue;  // elsewhere
+    // Behind "--json " too.
+    const bool run = std::any_of(kLines.begin(), kLines.end(), [&](const Line& line) {
+      const bool refusal = line.exitCode == 1 && command.words == "printer shared stop";
+      return (line.exitCode == 0 || refusal) &&
+             (" " + std::string(line.words) + " ").find(" " + command.words + " ") !=
+                 std::string::npos;
+    });
+    EXPECT_TRUE(run) << command.words;
+  }
+}
+
+TEST(PerixctlWithoutAService, EndsWithEightAtOnceAndSaysWhatIsMissing) {
+  const PrivateBus bus;
+  for (const std::string& address : {bus.address(), std::string("unix:path=/nonexistent/bus")}) {
+    for (const char* words : {"device list", "monitor", "desktop start win10", "token update <<< x",
+                              "diagnose desktop win10"}) {
+      const auto start = std::chrono::steady_clock::now();
+      const ChildProcess::Result result = runPerixctlOn(address, words);
+      EXPECT_EQ(result.status, 8) << words;
+      EXPECT_EQ(result.output, "") << words;
+      EXPECT_NE(result.error.find("perix-devservice"), std::string::npos) << result.error;
+      EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << words;
+    }
+    const Json document = Json::parse(runPerixctlOn(address, "--json device list").output);
+    EXPECT_EQ(document["error"]["kind"], "no-service");
+    EXPECT_EQ(runPerixctlOn(address, "service state").status, 8);
+  }
+}
+
+TEST(PerixctlWithAServiceThatDiesDuringACall, EndsWithEight) {
+  const ToolWorld world;
+  EXPECT_EQ(world.run("service fault set getVmList crash").status, 0);
+  const ChildProcess::Result result = world.run("desktop list");
+  EXPECT_EQ(result.status, 8);
+  EXPECT_NE(result.error.find("went away during the call"), std::string::npos) << result.error;
+}
+
+TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
+  const ToolWorld world;
+  const std::string secret = "kept-from-view";
+  std::string all;
+  for (const std::string& words :
+       {"--verbose token update <<< " + secret, "--verbose --json token update <<< " + secret,
+        std::string("service calls"), std::string("service state")}) {
+    const ChildProcess::Result result = world.run(words);
+    EXPECT_EQ(result.status, 0) << words;
+    all += result.output + result.error;
+  }
+  EXPECT_EQ(all.find(secret), std::string::npos) << all;
+}
+
+}  // namespace
+}  // namespace zq

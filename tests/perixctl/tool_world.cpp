@@ -1,0 +1,46 @@
+#include "tests/perixctl/tool_world.h"
+
+#include <stdexcept>
+#include <utility>
+
+namespace zq {
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+
+ChildProcess::Options optionsFor(const std::string& address, const std::string& words) {
+  ChildProcess::Options options;
+  options.arguments = {"bash", "-c", "exec " PERIXCTL " " + words};
+  options.environment = {{"ZQBUS_ADDRESS", address}, {"XDG_STATE_HOME", "/tmp/perixctl-test"}};
+  options.output = ChildProcess::Stream::Capture;
+  options.error = ChildProcess::Stream::Capture;
+  return options;
+}
+
+}  // namespace
+
+ToolWorld::ToolWorld(std::string scenario) : scenario_(std::move(scenario)) {
+  startService();
+}
+
+void ToolWorld::startService() {
+  service_ = startDevelopmentService(bus_.address(), DEVSERVICE, {"--scenario", scenario_});
+}
+
+ChildProcess::Result ToolWorld::run(const std::string& words) const {
+  return runPerixctlOn(address(), words);
+}
+
+std::unique_ptr<ChildProcess> ToolWorld::startReady(const std::string& words) const {
+  ChildProcess::Options options = optionsFor(address(), words + " --ready-fd 3");
+  options.readiness = true;
+  auto child = std::make_unique<ChildProcess>(options);
+  if (!child->readinessLine(kPatience)) throw std::runtime_error(child->finish(kPatience).error);
+  return child;
+}
+
+ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words) {
+  return ChildProcess(optionsFor(address, words)).finish(kPatience);
+}
+
+}  // namespace zq

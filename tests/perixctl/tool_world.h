@@ -1,0 +1,35 @@
+// perixctl, the real one, in a world of its own.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/embedded/private_bus.h"
+
+namespace zq {
+
+/// A private bus and the real development service on it.
+class ToolWorld {
+ public:
+  explicit ToolWorld(std::string scenario = SCENARIO);
+
+  const std::string& address() const { return bus_.address(); }
+  void killService() { service_->kill(); }
+  void startService();
+
+  /// Runs `perixctl WORDS` as a shell would, to its end.
+  ChildProcess::Result run(const std::string& words) const;
+  /// Starts `perixctl WORDS --ready-fd 3` and returns once it is ready; its output is captured.
+  std::unique_ptr<ChildProcess> startReady(const std::string& words) const;
+
+ private:
+  PrivateBus bus_;
+  std::string scenario_;
+  std::unique_ptr<ChildProcess> service_;
+};
+
+/// Runs `perixctl WORDS` as a shell would, on the bus at `address`.
+ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words);
+
+}  // namespace zq

@@ -1,0 +1,162 @@
+#include "platform/log/log.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zq {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kError = 7;
+constexpr int kDebug = 5;
+
+std::vector<std::string> linesOf(const fs::path& file) {
+  std::ifstream stream(file);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+class ALog : public testing::Test {
+ protected:
+  ALog() { feroxLogInit(directory_.c_str()); }
+  ~ALog() override { fs::remove_all(directory_); }
+
+  std::string lastLine() const {
+    const auto lines = linesOf(file_);
+    return lines.empty() ? "" : lines.back();
+  }
+
+  std::string pattern_ = fs::temp_directory_path() / "perix-log-XXXXXX";
+  const fs::path directory_ = ::mkdtemp(pattern_.data());
+  const fs::path file_ = directory_ / (std::string(program_invocation_short_name) + ".log");
+};
+
+TEST_F(ALog, HoldsAnErrorAtOnceWithAllThatABugReportNeeds) {
+  errno = EDOM;
+  orvaneLogPrint(0, kError, "TAG", "%s %d", "text", 7);
+  EXPECT_EQ(errno, EDOM);
+  const std::string line = lastLine();
+  std::tm time = {};
+  const char* const rest = ::strptime(line.c_str(), "%Y-%m-%d %H:%M:%S.", &time);
+  ASSERT_NE(rest, nullptr) << line;
+  time.tm_isdst = -1;
+  EXPECT_NEAR(std::difftime(std::mktime(&time), std::time(nullptr)), 0, 2) << line;
+  int process = 0;
+  int thread = 0;
+  int length = 0;
+  std::sscanf(rest, "%*3d %d %d error TAG: text 7%n", &process, &thread, &length);
+  EXPECT_EQ(rest[length], '\0') << line;
+  EXPECT_EQ(process, ::getpid());
+  EXPECT_EQ(thread, ::gettid());
+}
+
+TEST_F(ALog, HoldsEverythingElseWithinASecond) {
+  const int watch = ::inotify_init1(IN_CLOEXEC);
+  ASSERT_GE(::inotify_add_watch(watch, directory_.c_str(), IN_MODIFY), 0);
+  orvaneLogPrint(0, kDebug, "TAG", "quiet");
+  EXPECT_TRUE(linesOf(file_).empty());
+  pollfd modified{watch, POLLIN, 0};
+  EXPECT_EQ(::poll(&modified, 1, 5000), 1);
+  EXPECT_TRUE(lastLine().ends_with("debug TAG: quiet"));
+  ::close(watch);
+}
+
+TEST_F(ALog, KeepsATextOnItsLineAndWhole) {
+  const std::map<std::string, std::string> escapes = {
+      {"name\n2026-01-01 forged", R"(name\n2026-01-01 forged)"},
+      {"\x1b[31mred\x7f\t", R"(\x1b[31mred\x7f\x09)"},
+      {"Tür \\n", "Tür \\n"},
+      {std::string(511, 'x'), std::string(511, 'x')},
+      {std::string(512, 'y'), std::string(512, 'y')},
+      {std::string(70000, 'z') + '\n', std::string(70000, 'z') + "\\n"},
+  };
+  for (const auto& [text, written] : escapes) {
+    orvaneLogPrint(0, kError, "TAG", "%s", text.c_str());
+    EXPECT_TRUE(lastLine().ends_with("TAG: " + written)) << lastLine().substr(0, 200);
+  }
+  EXPECT_EQ(linesOf(file_).size(), escapes.size());
+}
+
+TEST_F(ALog, OutlivesTheLossOfItsFileAndADirectoryThatCannotBe) {
+  orvaneLogPrint(0, kError, "TAG", "old");
+  feroxLogInit((file_ / "below a file").c_str());
+  feroxLogInit(nullptr);
+  fs::remove(file_);
+  orvaneLogPrint(0, kError, "TAG", "new");
+  EXPECT_EQ(linesOf(file_).size(), 1u);
+}
+
+TEST_F(ALog, GoesOnInAForkedChildWithoutRepeatingTheParentsLines) {
+  orvaneLogPrint(0, kDebug, "TAG", "parent");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    orvaneLogPrint(0, kDebug, "TAG", "child");
+    ::_exit(0);
+  }
+  ::waitpid(child, nullptr, 0);
+  const auto lines = linesOf(file_);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_NE(lines[1].find(std::to_string(child)), std::string::npos);
+}
+
+TEST_F(ALog, LosesNoLineOfAnyThreadWhileItMoves) {
+  constexpr int kLines = 2000;
+  const fs::path other = directory_ / "other";
+  {
+    std::vector<std::jthread> writers;
+    for (int writer = 0; writer < 3; ++writer) {
+      writers.emplace_back([] {
+        for (int line = 0; line < kLines; ++line) orvaneLogPrint(0, kDebug, "TAG", "%d", line);
+      });
+    }
+    for (int move = 0; move < 50; ++move) {
+      feroxLogInit((move % 2 ? directory_ : other).c_str());
+    }
+  }
+  orvaneLogPrint(0, kError, "TAG", "last");
+  EXPECT_EQ(linesOf(file_).size() + linesOf(other / file_.filename()).size(), 3u * kLines + 1);
+}
+
+// Also: nothing before the log begins, everything at the end of a process, modes of what is made.
+TEST_F(ALog, OfSeveralProcessesStaysWholeThroughRotation) {
+  constexpr int kLines = 40000;
+  const std::string writer =
+      std::string(LOG_WRITER) + ' ' + directory_.string() + "/log " + std::to_string(kLines);
+  ASSERT_EQ(std::system(("umask 0; " + writer + " & " + writer + " & wait").c_str()), 0);
+
+  EXPECT_EQ(fs::status(directory_ / "log").permissions(), fs::perms::owner_all);
+  std::map<int, int> linesBy;
+  for (const char* name : {"log_writer.1.log", "log_writer.log"}) {
+    const fs::path file = directory_ / "log" / name;
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    for (const auto& line : linesOf(file)) {
+      int process = 0;
+      int number = -1;
+      std::sscanf(line.c_str(), "%*s %*s %d %*d debug TEST: line %d", &process, &number);
+      ASSERT_EQ(number, linesBy[process]++) << line;
+      ASSERT_TRUE(line.ends_with("xx end")) << line;
+    }
+  }
+  EXPECT_EQ(linesBy.size(), 2u);
+  for (const auto& [process, lines] : linesBy) EXPECT_EQ(lines, kLines) << process;
+}
+
+}  // namespace
+}  // namespace zq

@@ -1,0 +1,104 @@
+#include "service/method_table.h"
+
+#include <gtest/gtest.h>
+
+#include "service/call_log.h"
+
+namespace zq::devservice {
+namespace {
+
+Method method(const char* name, const char* in) {
+  return {name, in, "result:i", [](const Call&) { return Result::Done; }};
+}
+
+/// A message whose arguments are of the types in `signatures`: q, i, x, s, or a for bytes.
+ZQBusMessage callOf(const std::string& name, const std::string& signatures) {
+  ZQBusMessage message(ZQBusMessageType::MethodCall, name);
+  for (const char signature : signatures) {
+    switch (signature) {
+      case 'q':
+        message.appendUInt16(1);
+        break;
+      case 'i':
+        message.appendInt32(1);
+        break;
+      case 'x':
+        message.appendInt64(1);
+        break;
+      case 's':
+        message.appendString("text");
+        break;
+      default:
+        message.appendBytes("bytes", 5);
+    }
+  }
+  return message;
+}
+
+TEST(AMethodTable, TakesTheArgumentsThatFitAndSaysWhatIsWrongWithOthers) {
+  const MethodTable table({
+      method("none", ""),
+      method("two", "desktop:i device:q"),
+      method("maybe", "desktop:i ?value:x"),
+      method("group", "count:i *address:s name:ay"),
+  });
+  const struct {
+    const char* name;
+    const char* signatures;
+    const char* error;
+  } cases[] = {
+      {"none", "", ""},
+      {"none", "i", "none takes (), not 1 arguments"},
+      {"two", "iq", ""},
+      {"two", "i", "two takes (desktop:i device:q), not 1 arguments"},
+      {"two", "iqq", "two takes (desktop:i device:q), not 3 arguments"},
+      {"two", "qi", "two: argument 0, desktop, is i, not q"},
+      {"maybe", "i", ""},
+      {"maybe", "ix", ""},
+      {"maybe", "ixx", "maybe takes (desktop:i ?value:x), not 3 arguments"},
+      {"group", "i", ""},
+      {"group", "isasa", ""},
+      {"group", "isas", "group takes (count:i *address:s name:ay), not 4 arguments"},
+      {"group", "isass", "group: argument 4, name, is ay, not s"},
+  };
+  for (const auto& expected : cases) {
+    SCOPED_TRACE(std::string(expected.name) + " " + expected.signatures);
+    std::string error;
+    table.handle(callOf(expected.name, expected.signatures),
+                 [&](const Answer& answer) { error = answer.errorText(); });
+    EXPECT_EQ(error, expected.error);
+  }
+}
+
+TEST(AMethodTable, IsWhatIntrospectionShows) {
+  const auto description = MethodTable({method("group", "count:i *address:s")}).description();
+  ASSERT_EQ(description.size(), 1U);
+  ASSERT_EQ(description[0].in.size(), 2U);
+  EXPECT_EQ(description[0].in[1].name, "address");
+  EXPECT_EQ(description[0].in[1].signature, "s");
+  EXPECT_EQ(description[0].out[0].signature, "i");
+}
+
+TEST(ACallLog, ShowsSecretArgumentsBySizeAndKeepsTheLastCalls) {
+  CallLog log;
+  for (std::size_t i = 0; i < CallLog::kLength; ++i) {
+    log.note(callOf("old", ""), ":1.1", Disclosure::Everything);
+  }
+  log.note(callOf("secret", "qsa"), ":1.2", Disclosure::SizesOnly);
+  log.note(callOf("open", "qsa"), ":1.3", Disclosure::Everything);
+  const Json calls = log.list();
+  ASSERT_EQ(calls.size(), CallLog::kLength);
+  EXPECT_EQ(
+      asText(calls[CallLog::kLength - 2]),
+      R"({"method":"secret","sender":":1.2","arguments":[{"size":2},{"size":4},{"size":5}]})");
+  EXPECT_EQ(asText(calls[CallLog::kLength - 1]),
+            R"({"method":"open","sender":":1.3","arguments":[1,"text",)"
+            R"({"size":5,"hex":"6279746573"}]})");
+}
+
+TEST(AJsonText, IsUtf8WhateverTheTextsHold) {
+  EXPECT_EQ(asText(Json("a\xff")), "\"a\xEF\xBF\xBD\"");
+}
+
+}  // namespace
+}  // namespace zq::devservice

@@ -1,0 +1,104 @@
+#include "service/scenario.h"
+
+#include <gtest/gtest.h>
+
+namespace zq::devservice {
+namespace {
+
+constexpr char kDesktop[] = "[[desktop]]\nid = 1\nname = \"d\"\n";  // three lines
+
+struct MistakeCase {
+  std::string text;
+  std::vector<std::string> mistakes;  ///< how each line begins
+};
+
+TEST(AScenario, WithMistakesIsRefusedWithThePlaceOfEachOne) {
+  const std::string longName(128, 'x');
+  const std::vector<MistakeCase> cases = {
+      {"[[desktop]\n", {"w.toml:1:11: "}},
+      {"a = \"\xff\"\n", {"w.toml:1:5: "}},
+      {"[[desk]]\n", {"w.toml:1:3: unknown key desk; there are: command, desktop, "}},
+      {"desktop = 3\n", {"w.toml:1:11: desktop has the wrong type; it is a list"}},
+      {"desktop = [3]\n", {"w.toml:1:12: desktop is a list of tables"}},
+      {"service = 3\n", {"w.toml:1:11: service has the wrong type; it is a table"}},
+      {"[[desktop]]\nname = \"d\"\n", {"w.toml:1:1: id is missing"}},
+      {"[[desktop]]\nid = 0\nname = \"d\"\n", {"w.toml:2:6: id is out of range; it goes from 1"}},
+      {"[[desktop]]\nid = \"1\"\nname = 7\n",
+       {"w.toml:2:6: id has the wrong type; it is a whole number",
+        "w.toml:3:8: name has the wrong type; it is a text"}},
+      {std::string(kDesktop) + "[[desktop]]\nid = 1\nname = \"d\"\n",
+       {"w.toml:5:6: duplicate id", "w.toml:6:8: duplicate name"}},
+      {"[[device]]\nname = \"" + longName + "\"\n", {"w.toml:2:8: name has more than 127 bytes"}},
+      {"[[device]]\nname = \"\"\n", {"w.toml:2:8: name is empty"}},
+      {"[[device]]\nname = \"c\"\nvid = 65536\n", {"w.toml:3:7: vid is out of range"}},
+      {"[[device]]\nname = \"c\"\nsourceId = -1\n", {"w.toml:3:12: sourceId is out of range"}},
+      {"[[device]]\nname = \"c\"\ntype = \"toaster\"\n", {"w.toml:3:8: type is one of: usb, disk"}},
+      {"[[device]]\nname = \"c\"\nmounted = 1\n", {"w.toml:3:11: mounted has the wrong type"}},
+      {"[[device]]\nname = \"c\"\ntype = \"camera\"\nmounted = true\n",
+       {"w.toml:4:11: only disks are mounted"}},
+      {"[[device]]\nname = \"c\"\ndesktop = \"e\"\n", {"w.toml:3:11: there is no desktop e"}},
+      {std::string(kDesktop) + "[[device]]\nname = \"c\"\ndesktop = \"d\"\n",
+       {"w.toml:6:11: the desktop d is not connected"}},
+      {"[[device]]\nname = \"c\"\ndevNumber = 4\n[[device]]\nname = \"e\"\ndevNumber = 4\n",
+       {"w.toml:6:13: duplicate devNumber"}},
+      {"[[device]]\nname = \"c\"\ndevNumber = 3\n[[device]]\nname = \"e\"\ncopies = 3\n"
+       "devNumber = 1\n",
+       {"w.toml:7:13: duplicate devNumber"}},
+      {"[[device]]\nname = \"c\"\ncopies = 65535\n[[device]]\nname = \"e\"\n",
+       {"w.toml:4:1: there are more devices than numbers"}},
+      {"[[device]]\nname = \"c\"\ndevNumber = 65000\ncopies = 1000\n",
+       {"w.toml:4:10: there are not as many numbers"}},
+      {"[[printer]]\nname = \"p\"\ndriver = \"none\"\n", {"w.toml:3:10: there is no driver none"}},
+      {"[[host]]\naddress = \"1.2.3.4\"\nprinters = [{nam = \"p\"}]\n",
+       {"w.toml:3:13: name is missing", "w.toml:3:14: unknown key nam; there are: description"}},
+      {"[timing]\nprintJobMs = -1\n", {"w.toml:2:14: printJobMs is out of range"}},
+      {"[service]\nautoConnect = [\"camera\", \"toaster\"]\n",
+       {"w.toml:2:26: autoConnect is one of: usb"}},
+  };
+  for (const MistakeCase& expected : cases) {
+    SCOPED_TRACE(expected.text);
+    std::vector<std::string> mistakes;
+    EXPECT_FALSE(parseScenario(expected.text, "w.toml", mistakes));
+    ASSERT_EQ(mistakes.size(), expected.mistakes.size()) << testing::PrintToString(mistakes);
+    for (std::size_t i = 0; i < mistakes.size(); ++i) {
+      EXPECT_EQ(mistakes[i].substr(0, expected.mistakes[i].size()), expected.mistakes[i]);
+    }
+  }
+}
+
+TEST(AScenario, GivesEveryKeyItsPlaceInTheWorld) {
+  std::vector<std::string> mistakes;
+  const auto scenario = parseScenario(
+      "[[desktop]]\nid = 7\nname = \"d\"\nconnected = true\n"
+      "[[device]]\ndevNumber = 40\nsourceId = 5\ntype = \"disk\"\nvid = 1\npid = 2\nname = \"c\"\n"
+      "detail = \"e\"\npolicy = \"allow\"\nmounted = true\ndesktop = \"d\"\ncopies = 2\n"
+      "[[host]]\naddress = \"1.2.3.4\"\nsearchMs = 3\nprinters = [{name = \"p\"}]\n",
+      "w.toml", mistakes);
+  ASSERT_TRUE(scenario) << testing::PrintToString(mistakes);
+  ASSERT_EQ(scenario->devices.size(), 2U);
+  const Device& device = scenario->devices[1];
+  EXPECT_EQ(device.number, 41);
+  EXPECT_EQ(device.sourceId, 6U);
+  EXPECT_EQ(device.type, DeviceType::Disk);
+  EXPECT_EQ(device.id, (VidPid{1, 2}));
+  EXPECT_EQ(device.name, "c #2");
+  EXPECT_EQ(device.detail, "e");
+  EXPECT_EQ(device.policy, Policy::Allow);
+  EXPECT_TRUE(device.mounted);
+  EXPECT_EQ(device.desktop, 7U);
+  EXPECT_EQ(device.status, DeviceStatus::Connected);
+  ASSERT_EQ(scenario->hosts.size(), 1U);
+  EXPECT_EQ(scenario->hosts[0].searchMs, 3);
+  EXPECT_EQ(scenario->hosts[0].printers[0].name, "p");
+}
+
+TEST(AScenario, ThatIsShippedIsGood) {
+  for (const char* name : {"office", "bare", "crowd"}) {
+    std::vector<std::string> mistakes;
+    EXPECT_TRUE(loadScenario(std::string(PERIX_SCENARIO_DIR "/") + name + ".toml", mistakes))
+        << testing::PrintToString(mistakes);
+  }
+}
+
+}  // namespace
+}  // namespace zq::devservice

@@ -1,0 +1,248 @@
+#include "service/world.h"
+
+#include "tests/service/test_world.h"
+
+namespace zq::devservice {
+namespace {
+
+using ADevice = OfficeTest;
+using ANewDevice = OfficeTest;
+using ADisk = OfficeTest;
+using APrinter = OfficeTest;
+using ASearch = OfficeTest;
+using ADesktop = OfficeTest;
+using AWorld = OfficeTest;
+
+TEST_F(ADevice, IsConnectedAndTheEventSaysWhere) {
+  ASSERT_EQ(world.devices.connect(kOffice, kCamera), Result::Done);
+  ASSERT_EQ(events.events.size(), 1U);
+  EXPECT_EQ(events.events[0].kind, EventKind::DeviceState);
+  EXPECT_EQ(events.events[0].desktop, kOffice);
+  const auto record = recordOf<CommonDevice>(events.events[0].payload);
+  EXPECT_EQ(record.devNumber, kCamera);
+  EXPECT_EQ(record.status, kDeviceConnected);
+  EXPECT_EQ(record.vmId, kOffice);
+  EXPECT_STREQ(record.name, "Desk camera");
+  EXPECT_EQ(record.vmIdText[0], '\0');
+}
+
+TEST_F(ADevice, ThatCannotBeConnectedIsRefusedWithoutAnEvent) {
+  ASSERT_EQ(world.connectDesktop(kLab, 0, 0, 0), Result::Done);
+  ASSERT_EQ(world.devices.connect(kLab, kDisk), Result::Done);
+  ASSERT_EQ(world.desktops.disconnect(kLab), Result::Done);
+  events.events.clear();
+  EXPECT_EQ(world.devices.connect(kNowhere, kCamera), Result::UnknownDesktop);
+  EXPECT_EQ(world.devices.connect(kOffice, 99), Result::UnknownDevice);
+  EXPECT_EQ(world.devices.connect(kLab, kCamera), Result::DesktopNotConnected);
+  EXPECT_EQ(world.devices.connect(kOffice, kDisk), Result::ConnectedElsewhere);
+  EXPECT_EQ(world.devices.connect(kOffice, kForbidden), Result::Forbidden);
+  EXPECT_EQ(world.devices.disconnect(kOffice, kCamera), Result::NotConnectedHere);
+  EXPECT_TRUE(events.events.empty());
+}
+
+TEST_F(ADevice, OfADesktopThatIsDisconnectedIsFree) {
+  ASSERT_EQ(world.devices.connect(kOffice, kCamera), Result::Done);
+  ASSERT_EQ(world.printers.connect(kOffice, 1), Result::Done);
+  events.events.clear();
+  ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
+  EXPECT_EQ(events.kinds(), (std::vector{4, 1}));
+  EXPECT_EQ(world.devices.all().at(kCamera).status, DeviceStatus::Idle);
+  EXPECT_TRUE(world.printers.of(kOffice).empty());
+}
+
+TEST_F(ADevice, OfATypeThatConnectsAutomaticallyGoesToTheFocusedDesktop) {
+  ASSERT_EQ(world.connectDesktop(kLab, 0, 0, 0), Result::Done);
+  ASSERT_EQ(world.desktops.focus(kLab, true, 0), Result::Done);
+  ASSERT_EQ(world.devices.setAutoConnect(3, true), Result::Done);
+  EXPECT_EQ(world.devices.all().at(kCamera).desktop, kLab);
+  Device camera;
+  camera.type = DeviceType::Camera;
+  camera.name = "another";
+  uint16_t number = 0;
+  events.events.clear();
+  ASSERT_EQ(world.devices.plug(camera, number), Result::Done);
+  EXPECT_EQ(world.devices.all().at(number).desktop, kLab);
+  EXPECT_EQ(events.kinds(), (std::vector{6, 4}));
+  EXPECT_EQ(world.devices.setAutoConnect(77, true), Result::InvalidArgument);
+}
+
+TEST_F(ADevice, PolicyHoldsForAllOfItsVendorAndProduct) {
+  const VidPid id = world.devices.all().at(kCamera).id;
+  Device twin;
+  twin.id = id;
+  twin.name = "twin";
+  uint16_t number = 0;
+  EXPECT_EQ(world.devices.setPolicy(kCamera, 2, "Another name"), Result::UnknownDevice);
+  EXPECT_EQ(world.devices.setPolicy(kCamera, 3, ""), Result::InvalidArgument);
+  ASSERT_EQ(world.devices.setPolicy(kCamera, 2, "Desk camera"), Result::Done);
+  ASSERT_EQ(world.devices.plug(twin, number), Result::Done);
+  EXPECT_EQ(world.devices.connect(kOffice, number), Result::Forbidden);
+}
+
+TEST_F(ANewDevice, IsConfiguredAndTheOutcomeFollows) {
+  for (const bool unplugged : {false, true}) {
+    for (const bool connects : {true, false}) {
+      Device camera;
+      camera.name = "new";
+      uint16_t number = 0;
+      ASSERT_EQ(world.devices.plug(camera, number), Result::Done);
+      EXPECT_EQ(events.kinds(), (std::vector{6, 10}));
+      const NewDeviceDecision decision{world.devices.all().at(number).sourceId, 0, false, true};
+      ASSERT_EQ(connects ? world.activities.configureConnect(kOffice, decision)
+                         : world.activities.configureIgnore(decision),
+                Result::Done);
+      EXPECT_TRUE(events.events.empty());
+      if (unplugged) {
+        ASSERT_EQ(world.devices.unplug(number), Result::Done);
+      }
+      timer.pass(kLong);
+      ASSERT_EQ(events.events.size(), 2U);
+      const auto outcome = recordOf<_ConfigNewDeviceResult>(events.events[1].payload);
+      EXPECT_EQ(outcome.isSuccess, unplugged ? 0 : 1);
+      EXPECT_STREQ(outcome.code, unplugged ? "unknown device" : "done");
+      EXPECT_EQ(events.kinds(), unplugged  ? (std::vector{7, 13})
+                                : connects ? (std::vector{4, 11})
+                                           : (std::vector{4, 12}));
+    }
+  }
+}
+
+TEST_F(ANewDevice, IsNotConfiguredTwiceNorUnderAnotherType) {
+  const uint64_t known = world.devices.all().at(kCamera).sourceId;
+  EXPECT_EQ(world.activities.configureIgnore({known}), Result::NotWaiting);
+  EXPECT_EQ(world.activities.configureIgnore({known, 2}), Result::WrongDeviceType);
+  EXPECT_EQ(world.activities.configureIgnore({12345}), Result::UnknownDevice);
+  EXPECT_EQ(world.activities.configureConnect(kLab, {known}), Result::DesktopNotConnected);
+}
+
+TEST_F(ANewDevice, AsksNoMoreWhenTheUserSaidSo) {
+  uint16_t number = 0;
+  Device stick;
+  stick.name = "first";
+  ASSERT_EQ(world.devices.plug(stick, number), Result::Done);
+  const uint64_t sourceId = world.devices.all().at(number).sourceId;
+  ASSERT_EQ(world.activities.configureIgnore({sourceId, 0, false, false}), Result::Done);
+  timer.pass(kLong);
+  events.events.clear();
+  stick.name = "second";
+  ASSERT_EQ(world.devices.plug(stick, number), Result::Done);
+  EXPECT_EQ(events.kinds(), (std::vector{6}));
+  EXPECT_EQ(world.devices.all().at(number).status, DeviceStatus::Idle);
+}
+
+TEST_F(ADisk, IsMountedUnmountedAndEjected) {
+  const uint64_t disk = world.devices.all().at(kDisk).sourceId;
+  const uint64_t camera = world.devices.all().at(kCamera).sourceId;
+  EXPECT_EQ(world.activities.diskCommand(0, camera, 1), Result::NotADisk);
+  EXPECT_EQ(world.activities.diskCommand(0, disk, 2), Result::NotMounted);
+  EXPECT_EQ(world.activities.diskCommand(0, disk, 9), Result::InvalidArgument);
+  EXPECT_EQ(world.activities.diskCommand(kNowhere, disk, 1), Result::UnknownDesktop);
+  EXPECT_TRUE(events.broadcasts.empty());
+  events.events.clear();
+  EXPECT_EQ(world.activities.diskCommand(0, disk, 1), Result::Done);
+  ASSERT_EQ(events.broadcasts.size(), 1U);
+  EXPECT_EQ(events.broadcasts[0].kind, EventKind::DiskMounted);
+  EXPECT_EQ(world.activities.diskCommand(0, disk, 3), Result::Done);
+  EXPECT_EQ(events.kinds(), (std::vector{14, 65, 7, 14}));
+  EXPECT_EQ(world.devices.numberOf(disk), 0);
+}
+
+TEST_F(ADevice, OfTheNetworkIsAddedAndRemovedByNameAndAddress) {
+  EXPECT_EQ(world.devices.addNetwork(3, "gate@10.0.0.9"), Result::Done);
+  EXPECT_EQ(world.devices.addNetwork(3, "gate@10.0.0.10"), Result::AlreadyExists);
+  for (const char* wrong : {"", "@", "gate@", "@10.0.0.9"}) {
+    EXPECT_EQ(world.devices.addNetwork(3, wrong), Result::InvalidArgument) << wrong;
+  }
+  EXPECT_EQ(world.devices.removeNetwork("gate", "10.0.0.8"), Result::UnknownDevice);
+  EXPECT_EQ(world.devices.removeNetwork("Desk camera", ""), Result::UnknownDevice);
+  EXPECT_EQ(world.devices.removeNetwork("gate", "10.0.0.9"), Result::Done);
+  EXPECT_EQ(events.kinds(), (std::vector{6, 7}));
+}
+
+TEST_F(ADevice, NumberIsTheLowestFreeOneWhenTheHighestIsTaken) {
+  Device device;
+  device.name = "last";
+  device.number = 65535;
+  uint16_t number = 0;
+  ASSERT_EQ(world.devices.plug(device, number), Result::Done);
+  ASSERT_EQ(world.devices.unplug(kDisk), Result::Done);
+  device.number = 0;
+  ASSERT_EQ(world.devices.plug(device, number), Result::Done);
+  EXPECT_EQ(number, kDisk);
+  device.number = kCamera;
+  EXPECT_EQ(world.devices.plug(device, number), Result::AlreadyExists);
+}
+
+TEST_F(APrinter, PrintsOneJobAfterTheOther) {
+  std::vector<Result> results;
+  const auto note = [&results](Result result) { results.push_back(result); };
+  world.printerBackend.printTestPage("Desk printer", note);
+  world.printerBackend.printTestPage("Desk printer", note);
+  EXPECT_EQ(results, (std::vector{Result::Busy}));
+  timer.pass(kLong);
+  EXPECT_EQ(results, (std::vector{Result::Busy, Result::Done}));
+  ASSERT_EQ(events.events.size(), 2U);
+  const auto printing = recordOf<PrinterDevice>(events.events[0].payload);
+  EXPECT_EQ(printing.status, static_cast<int>(PrinterStatus::Printing));
+  EXPECT_STREQ(printing.name, "Desk printer");
+}
+
+TEST_F(APrinter, OfTheNetworkIsRenamedUnlessTheNameIsTaken) {
+  Printer printer;
+  printer.origin = PrinterOrigin::Network;
+  printer.name = "Attic";
+  ASSERT_EQ(world.printers.add(printer), Result::Done);
+  EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", "Corridor"),
+            Result::AlreadyExists);
+  EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", ""), Result::InvalidArgument);
+  EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", "Desk printer"), Result::Done);
+  EXPECT_EQ(world.printers.remove(PrinterOrigin::Network, "Attic"), Result::UnknownPrinter);
+}
+
+TEST_F(ASearch, TakesItsTimeAndCanBeStopped) {
+  std::vector<Result> results;
+  std::size_t found = 0;
+  const auto note = [&](Result result, const std::vector<SharedPrinter>& printers) {
+    results.push_back(result);
+    found += printers.size();
+  };
+  EXPECT_EQ(world.search.stop(), Result::NothingToStop);
+  world.search.start("192.168.7.20:9100", note);
+  timer.pass(std::chrono::milliseconds(1499));
+  EXPECT_TRUE(results.empty());
+  timer.pass(std::chrono::milliseconds(1));
+  EXPECT_EQ(found, 2U);
+  world.search.start("192.168.7.20", note);
+  EXPECT_EQ(world.search.stop(), Result::Done);
+  world.search.start("192.168.7.66", note);
+  timer.pass(kLong);
+  EXPECT_EQ(results, (std::vector{Result::Done, Result::Stopped, Result::HostNotFound}));
+}
+
+TEST_F(ADesktop, IsDiagnosedInStepsUpToAHundredPercent) {
+  ASSERT_EQ(world.activities.diagnose(kOffice, world.devices.all().at(kCamera).sourceId),
+            Result::Done);
+  EXPECT_EQ(world.activities.diagnose(kNowhere, 0), Result::UnknownDesktop);
+  EXPECT_EQ(world.activities.diagnose(kOffice, 12345), Result::UnknownDevice);
+  timer.pass(kLong);
+  ASSERT_EQ(events.events.size(), 5U);
+  const std::string last(events.events[4].payload.view());
+  uint32_t percent = 0;
+  std::memcpy(&percent, last.data() + 8, sizeof percent);
+  EXPECT_EQ(percent, 100U);
+  EXPECT_EQ(last.substr(16), std::string("no fault found") + '\0');
+}
+
+TEST_F(AWorld, ThatIsLoadedAnewForgetsWhatWasGoingOn) {
+  Result stopped = Result::Done;
+  world.search.start("192.168.7.20", [&](Result result, const auto&) { stopped = result; });
+  ASSERT_EQ(world.activities.diagnose(kOffice, 0), Result::Done);
+  world.load({});
+  EXPECT_EQ(stopped, Result::Stopped);
+  timer.pass(kLong);
+  EXPECT_TRUE(events.events.empty());
+  EXPECT_TRUE(world.devices.all().empty());
+}
+
+}  // namespace
+}  // namespace zq::devservice

@@ -1,0 +1,98 @@
+#include "tools/perixctl/command_error.h"
+
+#include <algorithm>
+#include <array>
+
+#include "perix/failure.h"
+
+namespace zq {
+namespace {
+
+struct CodeWord {
+  ExitCode code;
+  const char* word;
+};
+constexpr std::array kCodeWords = {
+    CodeWord{ExitCode::Done, "done"},
+    CodeWord{ExitCode::Refused, "refused"},
+    CodeWord{ExitCode::Usage, "usage"},
+    CodeWord{ExitCode::TimedOut, "timed-out"},
+    CodeWord{ExitCode::NoService, "no-service"},
+    CodeWord{ExitCode::NotFound, "not-found"},
+};
+
+struct FailureRow {
+  PerixFailure failure;
+  ExitCode code;
+  const char* text;
+};
+constexpr std::array kFailures = {
+    FailureRow{PerixFailure::NoService, ExitCode::NoService, "the service is not running"},
+    FailureRow{PerixFailure::Died, ExitCode::NoService, "the service went away during the call"},
+    FailureRow{PerixFailure::TimedOut, ExitCode::TimedOut, "the service did not answer in time"},
+    FailureRow{PerixFailure::Refused, ExitCode::Refused, "the service answered with an error"},
+    FailureRow{PerixFailure::TooLarge, ExitCode::Refused, "more than the bus carries"},
+};
+
+// What the service's results mean, as far as they are known.
+struct ResultRow {
+  int result;
+  ExitCode code;
+  const char* text;
+};
+constexpr std::array kResults = {
+    ResultRow{1, ExitCode::NotFound, "unknown desktop"},
+    ResultRow{2, ExitCode::NotFound, "unknown device"},
+    ResultRow{3, ExitCode::Refused, "the desktop is not connected"},
+    ResultRow{4, ExitCode::Refused, "already connected to this desktop"},
+    ResultRow{5, ExitCode::Refused, "connected to another desktop"},
+    ResultRow{6, ExitCode::Refused, "not connected to this desktop"},
+    ResultRow{7, ExitCode::Refused, "forbidden by the device's policy"},
+    ResultRow{8, ExitCode::Refused, "invalid argument"},
+    ResultRow{9, ExitCode::Refused, "exists already"},
+    ResultRow{10, ExitCode::Refused, "the device does not wait for its configuration"},
+    ResultRow{11, ExitCode::Refused, "not a disk"},
+    ResultRow{12, ExitCode::NotFound, "unknown printer"},
+    ResultRow{13, ExitCode::NotFound, "unknown driver"},
+    ResultRow{14, ExitCode::NotFound, "unknown pipe"},
+    ResultRow{15, ExitCode::NotFound, "host not found"},
+    ResultRow{16, ExitCode::Refused, "stopped"},
+    ResultRow{17, ExitCode::Refused, "nothing to stop"},
+    ResultRow{18, ExitCode::NotFound, "unknown test"},
+    ResultRow{19, ExitCode::NotFound, "unknown command"},
+    ResultRow{20, ExitCode::Refused, "the device is of another type"},
+    ResultRow{21, ExitCode::Refused, "not mounted"},
+    ResultRow{22, ExitCode::Refused, "no device number is free"},
+    ResultRow{23, ExitCode::Refused, "busy"},
+};
+
+}  // namespace
+
+const char* wordOf(ExitCode code) {
+  return std::find_if(kCodeWords.begin(), kCodeWords.end(),
+                      [code](const CodeWord& row) { return row.code == code; })
+      ->word;
+}
+
+void requireAnswer() {
+  const PerixFailureReport report = PerixLastFailure();
+  for (const FailureRow& row : kFailures) {
+    if (row.failure != report.failure) continue;
+    const bool service = report.failure == PerixFailure::Refused && !report.text.empty();
+    throw CommandError(row.code, service ? std::string(row.text) + ": " + report.text : row.text);
+  }
+}
+
+void requireDone(int result) {
+  requireAnswer();
+  if (result == 0) return;
+  for (const ResultRow& row : kResults) {
+    if (row.result == result) {
+      throw CommandError(row.code, std::string("the service refused: ") + row.text, result);
+    }
+  }
+  throw CommandError(ExitCode::Refused, "the service refused with result " + std::to_string(result),
+                     result);
+}
+
+}  // namespace zq

@@ -1,0 +1,211 @@
+// device and disk: lists, connecting, configuration.
+#include <algorithm>
+
+#include "tools/perixctl/command.h"
+#include "tools/perixctl/command_error.h"
+#include "tools/perixctl/record_documents.h"
+
+namespace zq {
+namespace {
+
+Outcome listDevices(Call& call) {
+  PerixProxy& proxy = call.proxy();
+  const std::string desktop = call.desktop();
+  const auto devices = desktop.empty() ? proxy.GetLocalDeviceList() : proxy.GetDeviceList(desktop);
+  requireAnswer();
+  return deviceTable(proxy, devices);
+}
+
+Outcome deviceStatus(Call& call) {
+  PerixProxy& proxy = call.proxy();
+  const auto devices = proxy.GetDeviceStatus(call.arguments.number<uint16_t>("NUMBER"));
+  requireAnswer();
+  if (devices.empty()) {
+    throw CommandError(ExitCode::NotFound, "no device " + call.arguments.text("NUMBER"));
+  }
+  return deviceTable(proxy, devices);
+}
+
+// An operation that takes a device either by its number or by its source id.
+struct DeviceOperation {
+  int (PerixProxy::*byNumber)(std::string, unsigned short);
+  int (PerixProxy::*bySource)(std::string, unsigned long long);
+};
+
+int apply(Call& call, const DeviceOperation& operation) {
+  PerixProxy& proxy = call.proxy();
+  const std::string desktop = call.desktop();
+  if (call.arguments.has("NUMBER")) {
+    return (proxy.*operation.byNumber)(desktop, call.arguments.number<uint16_t>("NUMBER"));
+  }
+  return (proxy.*operation.bySource)(desktop, call.arguments.number<uint64_t>("--source-id"));
+}
+
+int connectDevice(Call& call) {
+  return apply(call, {&PerixProxy::ConnectDevice, &PerixProxy::ConnectDeviceBySrcId});
+}
+
+int disconnectDevice(Call& call) {
+  return apply(call, {&PerixProxy::DisconnectDevice, &PerixProxy::DisconnectDeviceBySrcId});
+}
+
+int redirectDevice(Call& call) {
+  return call.proxy().RedirectDevice(call.desktop(), call.arguments.number<uint16_t>("NUMBER"),
+                                     call.arguments.number<uint16_t>("MODE"));
+}
+
+int setAutoConnect(Call& call) {
+  return call.proxy().SetAutoConnect(call.arguments.number<uint16_t>("TYPE"),
+                                     call.arguments.isOn("SWITCH") ? 1 : 0);
+}
+
+int addNetworkDevice(Call& call) {
+  std::string text = call.arguments.text("TEXT");
+  return call.proxy().AddNetworkDevice(call.arguments.number<int32_t>("KIND"), text);
+}
+
+int removeNetworkDevice(Call& call) {
+  std::string name = call.arguments.text("NAME");
+  std::string address = call.arguments.text("ADDRESS");
+  return call.proxy().DeleteNetworkDevice(name, address);
+}
+
+UDevInfo usbDevice(Call& call) {
+  UDevInfo info{};
+  const auto bytes = parseHex(call.arguments.text("BYTES")).value_or(std::vector<uint8_t>{});
+  std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(info.bytes)), info.bytes);
+  return info;
+}
+
+int setUsbredirStatus(Call& call) {
+  return call.proxy().SetUsbredirStatus(call.desktop(), usbDevice(call),
+                                        call.arguments.number<uint16_t>("STATUS"));
+}
+
+int configureDevice(Call& call) {
+  const Arguments& arguments = call.arguments;
+  return call.proxy().ConfigNewDeviceAsConnect(
+      call.desktop(), arguments.number<uint64_t>("SOURCE"), arguments.number<uint16_t>("--type"),
+      arguments.has("--auto-connect") ? 1 : 0, arguments.has("--no-popup") ? 0 : 1);
+}
+
+int ignoreDevice(Call& call) {
+  const Arguments& arguments = call.arguments;
+  return call.proxy().ConfigNewDeviceAsIgnore(
+      arguments.number<uint64_t>("SOURCE"), arguments.number<uint16_t>("--type"),
+      arguments.has("--auto-connect") ? 1 : 0, arguments.has("--no-popup") ? 0 : 1);
+}
+
+int diskCommand(Call& call) {
+  return call.proxy().ConfigUdisks2Command(call.desktop(),
+                                           call.arguments.number<uint64_t>("SOURCE"),
+                                           call.arguments.number<uint16_t>("COMMAND"));
+}
+
+const Argument kNumber{"NUMBER", ArgumentKind::UInt16, "The device's number"};
+const Argument kNumberOrSource{"NUMBER", ArgumentKind::UInt16, "The device's number",
+                               Presence::OneOf};
+const Argument kSourceOption{"--source-id", ArgumentKind::UInt64,
+                             "The device's 64-bit source id, in place of its number",
+                             Presence::OneOf};
+const Argument kType{"TYPE", ArgumentKind::UInt16, "The type of device, the service's number"};
+const Argument kUsbBytes{"BYTES", ArgumentKind::UsbDevice, "The device's eight bytes, in hex"};
+const Argument kTypeOption{"--type", ArgumentKind::UInt16, "The type of device, 0 for its own",
+                           Presence::Optional};
+const Argument kAutoConnect{"--auto-connect", ArgumentKind::Flag,
+                            "Connect such devices automatically from now on", Presence::Optional};
+const Argument kNoPopup{"--no-popup", ArgumentKind::Flag, "Announce such devices no more",
+                        Presence::Optional};
+
+std::vector<Command> connectionCommands() {
+  return {
+      {"device list",
+       {optionalDesktopArgument()},
+       "List the devices that a desktop can use",
+       listDevices},
+      {"device status", {kNumber}, "Show one device", deviceStatus},
+      {"device connect",
+       {desktopArgument(), kNumberOrSource, kSourceOption},
+       "Connect a device into a desktop",
+       status(connectDevice)},
+      {"device disconnect",
+       {desktopArgument(), kNumberOrSource, kSourceOption},
+       "Take a device out of a desktop",
+       status(disconnectDevice)},
+      {"device redirect",
+       {desktopArgument(),
+        kNumber,
+        {"MODE", ArgumentKind::UInt16, "The service's number of a mode"}},
+       "Redirect a device in a mode of the service's",
+       status(redirectDevice)},
+  };
+}
+
+std::vector<Command> networkAndUsbCommands() {
+  return {
+      {"device network add",
+       {{"KIND", ArgumentKind::Int32, "The kind of device, the service's number"},
+        {"TEXT", ArgumentKind::Text, "NAME@ADDRESS, or an address"}},
+       "Add a device reached over the network",
+       status(addNetworkDevice)},
+      {"device network remove",
+       {{"NAME", ArgumentKind::Text, "The device's name"},
+        {"ADDRESS", ArgumentKind::Text, "Its address, empty for any"}},
+       "Remove a device reached over the network",
+       status(removeNetworkDevice)},
+      {"device usbredir set",
+       {desktopArgument(), kUsbBytes, {"STATUS", ArgumentKind::UInt16, "The state to report"}},
+       "Report the state of a USB redirection",
+       status(setUsbredirStatus)},
+      {"device usbredir connect",
+       {desktopArgument(), kUsbBytes},
+       "Does nothing, as its operation does; kept for old scripts",
+       status([](Call& call) {
+         return call.proxy().ConnectUsbredir(call.desktop(), usbDevice(call));
+       })},
+      {"device usbredir disconnect",
+       {desktopArgument(), kUsbBytes},
+       "Does nothing, as its operation does; kept for old scripts",
+       status([](Call& call) {
+         return call.proxy().DisconnectUsbredir(call.desktop(), usbDevice(call));
+       })},
+  };
+}
+
+std::vector<Command> configurationCommands() {
+  return {
+      {"device autoconnect get",
+       {kType},
+       "Show whether a type of devices connects automatically",
+       value("autoConnect",
+             [](Call& call) {
+               return call.proxy().GetAutoConnect(call.arguments.number<uint16_t>("TYPE"));
+             })},
+      {"device autoconnect set",
+       {kType, {"SWITCH", ArgumentKind::Switch, "on or off"}},
+       "Switch automatic connection of a type of devices",
+       status(setAutoConnect)},
+      {"device configure",
+       {desktopArgument(), sourceArgument(), kTypeOption, kAutoConnect, kNoPopup},
+       "Connect a newly plugged device; the outcome follows as an event",
+       status(configureDevice)},
+      {"device ignore",
+       {sourceArgument(), kTypeOption, kAutoConnect, kNoPopup},
+       "Ignore a newly plugged device; the outcome follows as an event",
+       status(ignoreDevice)},
+      {"disk command",
+       {desktopArgument(),
+        sourceArgument(),
+        {"COMMAND", ArgumentKind::UInt16, "The service's number: 1 mount, 2 unmount, 3 eject"}},
+       "Send a command to a disk",
+       status(diskCommand)},
+  };
+}
+
+}  // namespace
+
+std::vector<Command> deviceCommands() {
+  return joined({connectionCommands(), networkAndUsbCommands(), configurationCommands()});
+}
+
+}  // namespace zq

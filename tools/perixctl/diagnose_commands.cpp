@@ -1,0 +1,114 @@
+// diagnose, command and test: what the service says about itself.
+#include "tools/perixctl/command.h"
+#include "tools/perixctl/command_error.h"
+#include "tools/perixctl/mailbox.h"
+#include "tools/perixctl/record_documents.h"
+
+namespace zq {
+namespace {
+
+constexpr uint32_t kFinished = 100;
+constexpr std::chrono::seconds kStepTimeout{10};
+constexpr std::chrono::seconds kResponseTimeout{3};
+
+struct Step {
+  std::string desktop;
+  uint64_t value;
+  uint32_t progress;
+  std::string text;
+};
+
+class ProgressListener : public PerixDiagnoseNotify {
+ public:
+  void OnDiagnoseProgress(const std::string& desktop, uint64_t value, uint32_t progress,
+                          const std::string& text) override {
+    steps.put({desktop, value, progress, text});
+  }
+  Mailbox<Step> steps;
+};
+
+// The library keeps the listener after a diagnosis, so it is never destroyed.
+ProgressListener& progressListener() {
+  static auto& listener = *new ProgressListener;
+  return listener;
+}
+
+// The steps until the end of the diagnosis, shown as they arrive.
+Outcome followDiagnosis(Call& call) {
+  Json rows = Json::array();
+  uint32_t progress = 0;
+  while (progress < kFinished) {
+    const std::optional<Step> step = progressListener().steps.take(kStepTimeout);
+    if (!step) throw CommandError(ExitCode::TimedOut, "the diagnosis did not come to its end");
+    progress = step->progress;
+    call.indicator.progress(progress, step->text);
+    rows.push_back({{"progress", progress},
+                    {"value", step->value},
+                    {"desktop", step->desktop},
+                    {"text", step->text}});
+  }
+  return tableOf(std::move(rows), {{"progress", "PERCENT"}, {"value", "VALUE"}, {"text", "STEP"}});
+}
+
+Outcome diagnoseDesktop(Call& call) {
+  requireDone(call.proxy().Diagnose(call.desktop(), &progressListener()));
+  return followDiagnosis(call);
+}
+
+Outcome diagnoseDevice(Call& call) {
+  requireDone(call.proxy().DiagnoseDevice(call.desktop(), call.arguments.number<uint64_t>("SOURCE"),
+                                          &progressListener()));
+  return followDiagnosis(call);
+}
+
+using Responses = Mailbox<CmdResponse>;
+
+int takeResponse(uint16_t /*code*/, CmdResponse* response, void* userdata) {
+  if (response != nullptr) static_cast<Responses*>(userdata)->put(*response);
+  return 0;
+}
+
+Outcome runServiceCommand(Call& call) {
+  // A response may be on its way when the callback ends, so its mailbox is never destroyed.
+  static auto& responses = *new Responses;
+  PerixProxy& proxy = call.proxy();
+  proxy.RegisterCmdCallback(takeResponse, &responses);
+  requireDone(proxy.DoPerixCmd(call.arguments.text("COMMAND")));
+  const std::optional<CmdResponse> response = responses.take(kResponseTimeout);
+  if (!response) throw CommandError(ExitCode::TimedOut, "the command was not answered");
+  const std::string text = textIn(response->text);
+  if (response->result != 0) {
+    throw CommandError(ExitCode::Refused, "the command failed: " + text, response->result);
+  }
+  Outcome outcome = textOf(text);
+  outcome.document = commandDocument(*response);
+  return outcome;
+}
+
+}  // namespace
+
+std::vector<Command> diagnoseCommands() {
+  return {
+      {"diagnose desktop",
+       {desktopArgument()},
+       "Diagnose a desktop, showing the progress",
+       diagnoseDesktop},
+      {"diagnose device",
+       {desktopArgument(), sourceArgument()},
+       "Diagnose one device, showing the progress",
+       diagnoseDevice},
+      {"command run",
+       {{"COMMAND", ArgumentKind::Name, "The command, in the service's words"}},
+       "Have the service run a command and show its answer",
+       runServiceCommand},
+      {"command help", {}, "Show what 'command run' understands", answer([](Call& call) {
+         return call.proxy().GetPerixCmdHelp();
+       })},
+      {"test run",
+       {{"NAME", ArgumentKind::Name, "The test's name"}},
+       "Run one of the service's self-tests",
+       status([](Call& call) { return call.proxy().DoPerixTest(call.arguments.text("NAME")); })},
+  };
+}
+
+}  // namespace zq

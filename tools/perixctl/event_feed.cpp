@@ -1,0 +1,93 @@
+#include "tools/perixctl/event_feed.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace zq {
+namespace {
+
+// The key of the feed's own desktop callback: no desktop has an empty id. It hears of the service's
+// death even when there is no desktop.
+const std::string kOwnKey;
+
+}  // namespace
+
+EventFeed& EventFeed::instance() {
+  static auto& feed = *new EventFeed;
+  return feed;
+}
+
+EventFeed::EventFeed() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+template <EventSource Source, typename Record>
+int EventFeed::forward(uint16_t code, Record* record, void* userdata) {
+  FeedEvent event{Source, code, {}, {}};
+  if (record != nullptr) event.record = *record;
+  static_cast<EventFeed*>(userdata)->put(std::move(event));
+  return 0;
+}
+
+int EventFeed::forwardJoystick(uint16_t code, void* result, void* userdata) {
+  return forward<EventSource::Joystick>(code, static_cast<JoystickResult*>(result), userdata);
+}
+
+bool EventFeed::subscribe(PerixProxy& proxy) {
+  // This waits for callbacks that run; from here to the next registration none can set died_.
+  proxy.UnregisterCallback(kOwnKey);
+  {
+    const std::lock_guard lock(mutex_);
+    died_ = false;
+  }
+  proxy.RegisterCallback(kOwnKey, onDesktop, slotOf(kOwnKey));
+  proxy.RegisterDeviceCallback(forward<EventSource::Device, CommonDevice>, this);
+  proxy.RegisterPrinterCallback(forward<EventSource::Printer, PrinterDevice>, this);
+  proxy.RegisterConfigNewDevResultCallback(
+      forward<EventSource::Configuration, _ConfigNewDeviceResult>, this);
+  proxy.RegisterCmdCallback(forward<EventSource::Command, CmdResponse>, this);
+  proxy.RegisterJoystickCallback(forwardJoystick, this);
+  const std::map<std::string, int> desktops = proxy.GetVmList();
+  const bool answered = PerixLastFailure().failure == PerixFailure::None;
+  for (const auto& [name, id] : desktops) proxy.RegisterCallback(name, onDesktop, slotOf(name));
+  return answered;
+}
+
+EventFeed::DesktopSlot* EventFeed::slotOf(const std::string& name) {
+  const auto found = std::find_if(desktops_.begin(), desktops_.end(),
+                                  [&](const DesktopSlot& slot) { return slot.name == name; });
+  return found != desktops_.end() ? &*found : &desktops_.emplace_back(DesktopSlot{this, name});
+}
+
+int EventFeed::onDesktop(uint16_t code, void* /*data*/, void* userdata) {
+  const auto& slot = *static_cast<DesktopSlot*>(userdata);
+  const bool own = slot.name == kOwnKey;
+  if (own && code == SERVICE_DIED) {
+    const std::lock_guard lock(slot.feed->mutex_);
+    slot.feed->died_ = true;
+  }
+  slot.feed->put({own ? EventSource::Service : EventSource::Desktop, code, {}, slot.name});
+  return 0;
+}
+
+std::deque<FeedEvent> EventFeed::take() {
+  const std::lock_guard lock(mutex_);
+  uint64_t count;
+  [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof(count));
+  return std::exchange(events_, {});
+}
+
+bool EventFeed::serviceDied() {
+  const std::lock_guard lock(mutex_);
+  return died_;
+}
+
+void EventFeed::put(FeedEvent event) {
+  const std::lock_guard lock(mutex_);
+  events_.push_back(std::move(event));
+  const uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(wake_.get(), &one, sizeof(one));
+}
+
+}  // namespace zq

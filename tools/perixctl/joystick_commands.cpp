@@ -1,0 +1,45 @@
+// joystick: the list, button mappings, calibration.
+#include "tools/perixctl/command.h"
+#include "tools/perixctl/command_error.h"
+#include "tools/perixctl/record_documents.h"
+
+namespace zq {
+namespace {
+
+Outcome listJoysticks(Call& call) {
+  PerixProxy& proxy = call.proxy();
+  const auto joysticks = proxy.GetJoystickDevList();
+  requireAnswer();
+  return deviceTable(proxy, joysticks);
+}
+
+}  // namespace
+
+std::vector<Command> joystickCommands() {
+  return {
+      {"joystick list", {}, "List the joysticks", listJoysticks},
+      {"joystick mapping get",
+       {vidPidArgument()},
+       "Show a joystick's button mapping",
+       answer([](Call& call) {
+         const VidPid id = call.arguments.vidPid("VID:PID");
+         return call.proxy().GetJoystickMappingList(id.vid, id.pid);
+       })},
+      {"joystick mapping set",
+       {vidPidArgument(), {"MAPPING", ArgumentKind::Text, "The mapping, in the service's format"}},
+       "Set a joystick's button mapping",
+       status([](Call& call) {
+         const VidPid id = call.arguments.vidPid("VID:PID");
+         return call.proxy().SetJoystickMapping(id.vid, id.pid, call.arguments.text("MAPPING"));
+       })},
+      {"joystick calibrate",
+       {vidPidArgument()},
+       "Start a calibration; its outcome follows as an event",
+       status([](Call& call) {
+         const VidPid id = call.arguments.vidPid("VID:PID");
+         return call.proxy().CalibrationJoystick(id.vid, id.pid);
+       })},
+  };
+}
+
+}  // namespace zq
