@@ -174,12 +174,12 @@ void Reader::loseConnection() {
 
 void Reader::run() {
   Lock lock(mutex_);
-  while (!stopping_ && !lost_) {
-    if (leader_ == nullptr && processOne(lock)) continue;
+  while (!stopping_) {
+    if (leader_ == nullptr && !lost_ && processOne(lock)) continue;
     // Its interest is 0 while a leader reads, but a hang-up is reported all the same; the leader
     // sees it too and deals with it.
-    threadAside_ = leader_ != nullptr;
-    if (leader_ == nullptr && !lost_) {
+    threadAside_ = leader_ != nullptr || lost_;
+    if (!threadAside_) {
       watch(static_cast<uint32_t>(sd_bus_get_events(bus_.get())));
       threadTimeout_ = busTimeout(bus_.get());
     } else {
@@ -188,12 +188,11 @@ void Reader::run() {
     const timespec left = sleepUntil(threadTimeout_, Clock::time_point::max());
     pollfd polled{threadAside_ ? threadEvent_ : epoll_, POLLIN, 0};
     unlockAndWake(lock);
+    listener_.onLockFree();
     ::ppoll(&polled, 1, &left, nullptr);
     drainEvent(threadEvent_);
     lock.lock();
   }
-  unlockAndWake(lock);
-  listener_.onLockFree();
 }
 
 // --- Callers that wait

@@ -231,6 +231,7 @@ TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
                             }),
                             ZQBusSecurityFlags::TrustedPeer);
   recorder.sendEvent(0, 1);
+  ASSERT_TRUE(first.wait([](int n) { return n == 1; }));
   ASSERT_TRUE(second.wait([](int n) { return n == 1; }));
   service->removeEventListener("perixevent", removed);
   recorder.sendEvent(0, 2);

@@ -1,5 +1,6 @@
 #include "tests/perixctl/tool_world.h"
 
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -11,7 +12,10 @@ constexpr std::chrono::seconds kPatience{30};
 ChildProcess::Options optionsFor(const std::string& address, const std::string& words) {
   ChildProcess::Options options;
   options.arguments = {"bash", "-c", "exec " PERIXCTL " " + words};
-  options.environment = {{"ZQBUS_ADDRESS", address}, {"XDG_STATE_HOME", "/tmp/perixctl-test"}};
+  // The log goes beside the bus's socket, and away with it.
+  const std::string socket = address.substr(address.find('=') + 1);
+  options.environment = {{"ZQBUS_ADDRESS", address},
+                         {"XDG_STATE_HOME", std::filesystem::path(socket).parent_path()}};
   options.output = ChildProcess::Stream::Capture;
   options.error = ChildProcess::Stream::Capture;
   return options;

@@ -99,12 +99,6 @@ void RecordingService::sendEvent(int desktop, int kind, const void* payload, std
   service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}, block));
 }
 
-ZQBusMessage message() { return {}; }
-
-ZQBusArgument bytes(const std::string& content) {
-  return ZQBusBytes::copyOf(content.data(), static_cast<uint32_t>(content.size()));
-}
-
 std::unique_ptr<ChildProcess> startService() {
   return startDevelopmentService(testBus().address(), PERIX_DEVSERVICE, {});
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/messages.h"
 #include "tools/embedded/private_bus.h"
 #include "zqbus/zqbus_service.h"
 
@@ -81,16 +82,6 @@ class RecordingService {
   Watched<State> state_;
   std::unique_ptr<ZQBusService> service_;
 };
-
-ZQBusMessage message();
-/// A message with these arguments.
-template <typename... Arguments>
-ZQBusMessage message(Arguments... arguments) {
-  ZQBusMessage made;
-  (made.append(std::move(arguments)), ...);
-  return made;
-}
-ZQBusArgument bytes(const std::string& content);
 
 /// The development service in a process of its own.
 std::unique_ptr<ChildProcess> startService();

@@ -265,7 +265,7 @@ std::string findInPath(const std::string& program) {
   const char* path = std::getenv("PATH");
   std::istringstream directories(path != nullptr ? path : "/usr/local/bin:/usr/bin:/bin");
   for (std::string directory; std::getline(directories, directory, ':');) {
-    const std::string candidate = (directory.empty() ? "." : directory) + "/" + program;
+    std::string candidate = (directory.empty() ? "." : directory) + "/" + program;
     if (access(candidate.c_str(), X_OK) == 0) return candidate;
   }
   return {};

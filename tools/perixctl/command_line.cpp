@@ -69,7 +69,7 @@ std::deque<Leaf> addCommands(CLI::App& app) {
   for (const Family& family : commandFamilies()) tree.at(family.words)->description(family.help);
   std::deque<Leaf> leaves;  // the parser refers to the values in place
   for (const Command& command : commandTable()) {
-    Leaf& leaf = leaves.emplace_back(&command, tree.at(command.words));
+    Leaf& leaf = leaves.emplace_back(Leaf{&command, tree.at(command.words), {}});
     leaf.app->description(command.help);
     for (const Argument& argument : command.arguments) addArgument(leaf, argument);
   }

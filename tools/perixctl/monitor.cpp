@@ -134,6 +134,7 @@ class Monitor {
 
  private:
   void subscribe();
+  bool mustSubscribe() { return !subscribed_ || feed_.serviceDied(); }
   void signalReady();
   void printEvents();
   void print(const FeedEvent& event);
@@ -193,13 +194,12 @@ void Monitor::run() {
   proxy_ = &call_.proxy();
   subscribed_ = feed_.subscribe(*proxy_);
   if (!subscribed_) requireAnswer();
-  names_ = DesktopNames(*proxy_);
+  names_.learn(*proxy_);
   signalReady();
   while (!finished()) {
     wait();
     printEvents();
-    if (feed_.serviceDied()) subscribed_ = false;
-    if (!subscribed_ && !finished()) subscribe();
+    if (mustSubscribe() && !finished()) subscribe();
   }
 }
 
@@ -207,7 +207,7 @@ void Monitor::run() {
 void Monitor::subscribe() {
   subscribed_ = feed_.subscribe(*PerixProxy::getInstance());
   if (!subscribed_) return;
-  names_ = DesktopNames(*proxy_);
+  names_.learn(*proxy_);
   asked_.clear();
   printEvents();  // what the death still told stands before its end
   if (finished()) return;
@@ -225,7 +225,7 @@ void Monitor::signalReady() {
 void Monitor::wait() {
   std::array<pollfd, 2> sources = {pollfd{feed_.descriptor(), POLLIN, 0},
                                    pollfd{interrupts_.get(), POLLIN, 0}};
-  int timeout = subscribed_ ? -1 : static_cast<int>(kRetryInterval.count());
+  int timeout = mustSubscribe() ? static_cast<int>(kRetryInterval.count()) : -1;
   if (end_ != Clock::time_point::max()) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
     const int bound = static_cast<int>(std::clamp<int64_t>(left, 0, INT32_MAX));
@@ -247,7 +247,7 @@ void Monitor::printEvents() {
 void Monitor::learnDesktop(const FeedEvent& event) {
   const uint32_t id = std::visit(RecordDesktop{}, event.record);
   if (id == 0 || names_.knows(id) || !asked_.insert(id).second) return;
-  names_ = DesktopNames(*proxy_);
+  names_.learn(*proxy_);
 }
 
 void Monitor::print(const FeedEvent& event) {

@@ -51,7 +51,7 @@ Json stateIn(const std::array<const char*, 4>& words, int64_t status) {
 
 }  // namespace
 
-DesktopNames::DesktopNames(PerixProxy& proxy) {
+void DesktopNames::learn(PerixProxy& proxy) {
   for (const auto& [name, id] : proxy.GetVmList()) names_[static_cast<uint32_t>(id)] = name;
 }
 

@@ -21,8 +21,10 @@ namespace zq {
 class DesktopNames {
  public:
   DesktopNames() = default;
-  /// Asks the service.
-  explicit DesktopNames(PerixProxy& proxy);
+  explicit DesktopNames(PerixProxy& proxy) { learn(proxy); }
+
+  /// Asks the service, and forgets nothing when it does not answer.
+  void learn(PerixProxy& proxy);
 
   bool knows(uint32_t id) const { return names_.contains(id); }
   /// The name, or null when there is none.

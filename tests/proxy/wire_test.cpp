@@ -1,0 +1,138 @@
+// The operations over a real bus, against a service that writes down what it is asked.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "tests/proxy/wire_table.h"
+#include "tests/support/bus_world.h"
+
+namespace zq {
+namespace {
+
+/// A recording service, and the proxy connected to it.
+struct Session {
+  ~Session() { proxy.ReleaseService(); }
+
+  RecordingService service;
+  PerixProxy& proxy = *PerixProxy::getInstance();
+};
+
+class AnOperation : public testing::TestWithParam<NamedWireRow> {};
+
+/// What is awaited of a call: nothing for operations that only look at their arguments.
+std::vector<std::string> calls(const WireRow& row) {
+  if (row.sends.empty()) return {};
+  return {row.sends};
+}
+
+TEST_P(AnOperation, SendsItsCallAndReturnsWhatTheAnswerSays) {
+  const WireRow& row = GetParam().row;
+  Session session;
+  auto& [service, proxy] = session;
+  service.answerWith(row.reply);
+  EXPECT_EQ(row.run(proxy), row.result);
+  proxy.OnFocusChanged("", 0, 0);  // behind what was sent without waiting
+  auto received = service.takeCalls();
+  ASSERT_FALSE(received.empty());
+  received.pop_back();
+  EXPECT_EQ(received, calls(row));
+}
+
+TEST_P(AnOperation, ReturnsItsFailureValueForAnErrorAndWithoutAService) {
+  const WireRow& row = GetParam().row;
+  {
+    Session session;
+    session.service.answerWith([](const std::shared_ptr<ZQBusCall>& call) { call->fail("no luck"); });
+    const bool waits = row.timeoutMs > 0;
+    EXPECT_EQ(row.run(session.proxy), waits ? row.failure : row.result);
+    EXPECT_EQ(PerixLastFailure().failure, waits ? PerixFailure::Refused : PerixFailure::None);
+    EXPECT_EQ(PerixLastFailure().text, waits ? "no luck" : "");
+    EXPECT_EQ(logText().find("no luck") != std::string::npos, waits);
+  }
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  EXPECT_EQ(row.run(proxy), row.failure);
+  if (row.timeoutMs == 0) return;
+  EXPECT_EQ(PerixLastFailure().failure, PerixFailure::NoService);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperation, testing::ValuesIn(wireTable()),
+                         [](const auto& row) { return row.param.name; });
+
+TEST(AnAddressToSearch, IsCheckedBeforeAnythingIsSent) {
+  Session session;
+  auto& [service, proxy] = session;
+  std::list<_SharePrinterDevice> found;
+  service.answerWith(message(int32_t{0}, int32_t{0}));
+  for (const char* valid : {"10.0.0.5", "0.0.0.0", "255.255.255.255", "10.0.0.5:0", "10.0.0.5:65535",
+                            "10.0.0.5:", "10.0.0.5:9100x"}) {
+    EXPECT_EQ(proxy.SearchSharePrinterDevice(valid, found), 0) << valid;
+  }
+  service.takeCalls();
+  for (const char* invalid : {"", "printer", "10.0.0", "10.0.0.5.1", "10.0.0.256", "10.0.0.05",
+                              "10.0.0.-1", "10.0.0.5 ", " 10.0.0.5", "+10.0.0.5", "10..0.5",
+                              "10.0.0.5:65536", "10.0.0.5:-1", "::1", ":9100"}) {
+    EXPECT_EQ(proxy.SearchSharePrinterDevice(invalid, found), 1) << invalid;
+  }
+  EXPECT_TRUE(service.takeCalls().empty());
+}
+
+TEST(ADesktopId, IsAskedForOnceAndRememberedByNumber) {
+  Session session;
+  auto& [service, proxy] = session;
+  EXPECT_EQ(proxy.GetVmIdInt(""), 0U);
+  EXPECT_EQ(service.idLookups(), 0);
+  EXPECT_EQ(proxy.GetVmIdInt("b-7"), 7U);
+  EXPECT_EQ(proxy.GetVmIdInt("b-7"), 7U);
+  EXPECT_EQ(service.idLookups(), 1);
+  EXPECT_EQ(proxy.GetVmIdInt("unknown"), 0U);
+  EXPECT_EQ(proxy.GetVmIdInt("unknown"), 0U);
+  EXPECT_EQ(service.idLookups(), 3);
+  EXPECT_EQ(proxy.GetVmIdString(7), "b-7");
+  EXPECT_EQ(proxy.GetVmIdInt("other-7"), 7U);
+  EXPECT_EQ(proxy.GetVmIdString(7), "other-7");
+  EXPECT_EQ(proxy.GetVmIdString(8), "");
+}
+
+TEST(ARecord, OfAConnectedDeviceIsNamedAfterItsDesktopAsFarAsItReaches) {
+  Session session;
+  auto& [service, proxy] = session;
+  const std::string longId = std::string(297, 'v') + "-42";
+  ASSERT_EQ(proxy.GetVmIdInt(longId), 42U);
+  CommonDevice device{};
+  device.status = kDeviceConnected;
+  device.vmId = 42;
+  std::memset(device.vmIdText, '#', sizeof device.vmIdText);
+  const std::string whole(reinterpret_cast<const char*>(&device), sizeof device);
+  const std::size_t text = offsetof(CommonDevice, vmIdText);
+  for (const std::size_t length : {std::size_t{1}, std::size_t{9}, std::size_t{10}, std::size_t{24}, text,
+                                   text + 1, text + 10, sizeof device}) {
+    service.answerWith(message(int32_t{1}, bytes(whole.substr(0, length))));
+    const auto named = proxy.GetDeviceList("");
+    ASSERT_EQ(named.size(), 1U) << length;
+    std::string want = whole.substr(0, length);
+    if (length > text) want.replace(text, std::min(longId.size(), length - text), longId, 0, length - text);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(named.front()), length), want) << length;
+    const auto asReceived = proxy.GetDeviceStatus(1);
+    ASSERT_EQ(asReceived.size(), 1U);
+    EXPECT_EQ(std::memcmp(asReceived.front(), whole.data(), length), 0);
+    EXPECT_EQ(proxy.FreeDeviceList(named) + proxy.FreeDeviceList(asReceived), 0);
+  }
+}
+
+/// A proxy of the client's own, whose desktops have ids of its own.
+class OwnIds : public PerixProxy {
+ public:
+  unsigned int GetVmIdInt(std::string) override { return 77; }
+  std::string GetVmIdString(unsigned int) override { return "mine"; }
+};
+
+TEST(ADerivedProxy, IsAskedForDesktopIds) {
+  RecordingService service;
+  OwnIds proxy;
+  ASSERT_EQ(proxy.Init(), 0);
+  EXPECT_EQ(proxy.ConnectDevice("any", 1), 0);
+  EXPECT_EQ(service.takeCalls(), std::vector<std::string>{"connectDevice(i:77, q:1)"});
+}
+
+}  // namespace
+}  // namespace zq

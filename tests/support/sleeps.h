@@ -1,0 +1,10 @@
+// How often the library slept, in programs that have their own Sleep.
+#pragma once
+
+#include "tests/support/bus_world.h"
+
+namespace zq {
+
+Watched<int>& sleeps();
+
+}  // namespace zq
