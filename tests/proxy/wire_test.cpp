@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <future>
 
 #include "tests/proxy/wire_table.h"
 #include "tests/support/bus_world.h"
@@ -57,6 +58,21 @@ TEST_P(AnOperation, ReturnsItsFailureValueForAnErrorAndWithoutAService) {
 
 INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperation, testing::ValuesIn(wireTable()),
                          [](const auto& row) { return row.param.name; });
+
+TEST(AChangeOfFocus, WaitsForNoOtherOperation) {
+  Session session;
+  auto& [service, proxy] = session;
+  Watched<std::shared_ptr<ZQBusCall>> search;
+  service.answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
+    if (call->message().name() != "searchAllPrinter") return call->reply(message(int32_t{0}));
+    search.change([&](auto& hanging) { hanging = call; });
+  });
+  auto summary = std::async(std::launch::async, [&proxy = proxy] { return proxy.SearchAllPrinter(); });
+  ASSERT_TRUE(search.wait([](const auto& hanging) { return hanging != nullptr; }));
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(proxy.OnFocusChanged("desk-3", 1, 1), 0);
+  search.get()->reply(message(std::string("found")));
+  EXPECT_EQ(summary.get(), "found");
+}
 
 TEST(AnAddressToSearch, IsCheckedBeforeAnythingIsSent) {
   Session session;

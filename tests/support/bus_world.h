@@ -28,10 +28,9 @@ class Watched {
  public:
   template <typename Change>
   void change(Change change) {
-    {
-      const std::lock_guard lock(mutex_);
-      change(value_);
-    }
+    // Notified under the lock: who waits may destroy this as soon as it has seen the change.
+    const std::lock_guard lock(mutex_);
+    change(value_);
     changed_.notify_all();
   }
   /// Waits until `condition` holds for the value; false when it does not come to that.

@@ -1,6 +1,7 @@
 #include "tools/perixctl/call.h"
 
 #include <cstdlib>
+#include <new>
 
 #include "tools/perixctl/command_error.h"
 
@@ -19,13 +20,17 @@ std::string noServiceText() {
 
 }  // namespace
 
-PerixProxy& Call::proxy() {
+PerixProxy& Call::localProxy() {
   terminal.keepForeignOutputAway(globals.verbose);
   PerixProxy* proxy = PerixProxy::getInstance();
-  if (proxy == nullptr || proxy->Init() != 0) {
-    throw CommandError(ExitCode::NoService, noServiceText());
-  }
+  if (proxy == nullptr) throw std::bad_alloc();
   return *proxy;
+}
+
+PerixProxy& Call::proxy() {
+  PerixProxy& proxy = localProxy();
+  if (proxy.Init() != 0) throw CommandError(ExitCode::NoService, noServiceText());
+  return proxy;
 }
 
 std::string Call::desktop() {

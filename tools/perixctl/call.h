@@ -34,6 +34,8 @@ class Call {
   Terminal& terminal;
   WaitIndicator& indicator;
 
+  /// The proxy, connected or not: for operations that ask nobody.
+  PerixProxy& localProxy();
   /// The proxy, connected. Throws CommandError (NoService) when it cannot be.
   PerixProxy& proxy();
 

@@ -48,6 +48,7 @@ std::vector<Command> desktopCommands();
 std::vector<Command> deviceCommands();
 std::vector<Command> printerCommands();
 std::vector<Command> channelCommands();
+std::vector<Command> penCommands();
 std::vector<Command> policyCommands();
 std::vector<Command> joystickCommands();
 std::vector<Command> diagnoseCommands();

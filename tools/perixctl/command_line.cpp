@@ -77,7 +77,7 @@ std::deque<Leaf> addCommands(CLI::App& app) {
 }
 
 CLI::Option* addGlobals(CLI::App& app, Globals& globals) {
-  app.add_flag("--json", globals.json, "Write one JSON document (monitor: one a line)");
+  app.add_flag("--json", globals.json, "Write one JSON document (monitor, pen replay: one a line)");
   app.add_flag("--verbose", globals.verbose, "Say where the log is and why an operation failed");
   app.set_version_flag("--version", "perixctl " PERIXCTL_VERSION);
   return app

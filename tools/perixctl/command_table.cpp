@@ -46,8 +46,8 @@ std::vector<Command> joined(std::initializer_list<std::vector<Command>> groups) 
 const std::vector<Command>& commandTable() {
   static const std::vector<Command> table =
       joined({desktopCommands(), deviceCommands(), printerCommands(), channelCommands(),
-              policyCommands(), joystickCommands(), diagnoseCommands(), serviceCommands(),
-              monitorCommands(), documentationCommands()});
+              penCommands(), policyCommands(), joystickCommands(), diagnoseCommands(),
+              serviceCommands(), monitorCommands(), documentationCommands()});
   return table;
 }
 
@@ -66,6 +66,7 @@ const std::vector<Family>& commandFamilies() {
       {"printer driver", "Printer drivers"},
       {"pipe", "Data channels of a desktop"},
       {"port", "Port channels of a desktop"},
+      {"pen", "Pen strokes"},
       {"token", "The token of the redirected drives"},
       {"quality", "Reports about a desktop's stream"},
       {"policy", "What devices may do"},

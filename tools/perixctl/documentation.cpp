@@ -101,7 +101,8 @@ Numbers are decimal, or hexadecimal behind 0x. Of arguments in braces exactly on
 .SH OPTIONS
 .TP
 \fB\-\-json\fR
-Write one JSON document, errors included; \fBmonitor\fR writes one on each line.
+Write one JSON document, errors included; \fBmonitor\fR and \fBpen replay\fR write one on
+each line.
 .TP
 \fB\-\-embedded\fR[=\fISCENARIO\fR]
 Bring up a private bus and a development service for this one command.

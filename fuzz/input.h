@@ -1,0 +1,27 @@
+// Messages out of a fuzzer's bytes, and what a target does when something does not hold.
+#pragma once
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstdlib>
+
+#include "zqbus/message.h"
+
+namespace zq::fuzz {
+
+/// Ends the process, which the fuzzer reports together with the input.
+inline void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+/// An argument of any type, std::monostate among them when `evenUncarried`.
+ZQBusArgument anyArgument(FuzzedDataProvider& input, bool evenUncarried);
+
+/// A block of 0 to `most` bytes.
+ZQBusBytes anyBytes(FuzzedDataProvider& input, std::size_t most);
+
+/// A reply as a faulty service might send it to who expects a list: a number, and then blocks for
+/// the most part.
+ZQBusMessage anyListReply(FuzzedDataProvider& input);
+
+}  // namespace zq::fuzz
