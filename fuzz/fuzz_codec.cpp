@@ -15,17 +15,18 @@ namespace {
 // Enough for both forms on the wire: top-level arguments, and one list.
 constexpr int kMostArguments = 400;
 
-/// A connection to nobody, which messages need to be made on.
+/// A connection to nobody, which messages need to be made on. Never closed: that would wait for an
+/// answer.
 sd_bus* unconnectedBus() {
-  static const SdBus bus = [] {
+  static sd_bus* const bus = [] {
     int ends[2];
     require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0);
     sd_bus* made = nullptr;
     require(sd_bus_new(&made) >= 0 && sd_bus_set_fd(made, ends[0], ends[0]) >= 0 &&
             sd_bus_start(made) >= 0);
-    return SdBus(made);
+    return made;
   }();
-  return bus.get();
+  return bus;
 }
 
 SdBusMessage newMessage() {

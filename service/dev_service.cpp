@@ -41,7 +41,7 @@ void DevService::LockingTimer::after(std::chrono::milliseconds delay, std::funct
 DevService::DevService(Options options)
     : options_(std::move(options)),
       timer_(scheduler_, mutex_),
-      world_(*this, timer_),
+      world_(*this, timer_, options_.printerBackend),
       perix_(perixMethods(world_)),
       control_(controlMethods()) {
   world_.load(options_.scenario);

@@ -34,6 +34,7 @@ class DevService : private EventSink {
     bool verbose = false;  ///< each call is written to standard error
     /// Called once at most per reason, on a thread of the service; must not destroy the service.
     std::function<void(Ending)> onEnd;
+    PrinterBackendFactory printerBackend = modelPrinters;
   };
 
   explicit DevService(Options options);

@@ -72,6 +72,13 @@ Answer searchShared(World& world, const Call& call) {
   return Answer::later();
 }
 
+Answer command(World& world, const Call& call) {
+  const uint64_t number = call.block64(1);
+  if (number > UINT16_MAX) return Result::UnknownPrinter;
+  world.printerBackend->command(static_cast<uint16_t>(number), call.int32(2), call.respond);
+  return Answer::later();
+}
+
 Answer summarize(World& world, const Call& call) {
   world.timer.after(std::chrono::milliseconds(world.timing.summary),
                     [&world, respond = call.respond] {
@@ -81,7 +88,7 @@ Answer summarize(World& world, const Call& call) {
 }
 
 Answer findDrivers(World& world, const Call& call) {
-  world.printerBackend.findDrivers(
+  world.printerBackend->findDrivers(
       call.text(0), [respond = call.respond](const std::vector<Driver>& drivers) {
         respond(Answer::text(asText({{"drivers", driversAsJson(drivers)}})));
       });
@@ -120,7 +127,7 @@ std::vector<Method> networkAndSharedMethods(World& world) {
 }
 
 std::vector<Method> localMethods(World& world) {
-  PrinterBackend& backend = world.printerBackend;
+  PrinterBackend& backend = *world.printerBackend;
   return {
       {"getPrinterDriverlList", "query:s", "drivers:s",
        [&world](const Call& call) { return findDrivers(world, call); }},
@@ -169,11 +176,7 @@ std::vector<Method> printerMethods(World& world) {
          return world.printers.disconnect(call.desktop(), call.uint16(1));
        }},
       {"ConfigPrinterCommand", "desktop:i sourceId:ay command:i", "result:i",
-       [&world](const Call& call) {
-         const uint64_t number = call.block64(1);
-         if (number > UINT16_MAX) return Result::UnknownPrinter;
-         return world.printers.command(static_cast<uint16_t>(number), call.int32(2));
-       }},
+       [&world](const Call& call) { return command(world, call); }},
   };
   for (Method& method : networkAndSharedMethods(world)) methods.push_back(std::move(method));
   for (Method& method : localMethods(world)) methods.push_back(std::move(method));

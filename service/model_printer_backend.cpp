@@ -1,19 +1,9 @@
 #include "service/model_printer_backend.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <utility>
 
 namespace zq::devservice {
-namespace {
-
-bool containsIgnoringCase(const std::string& text, const std::string& part) {
-  const auto sameLetter = [](char a, char b) { return strncasecmp(&a, &b, 1) == 0; };
-  return std::search(text.begin(), text.end(), part.begin(), part.end(), sameLetter) != text.end();
-}
-
-}  // namespace
 
 void ModelPrinterBackend::load(const Scenario& scenario) {
   drivers_ = scenario.drivers;
@@ -21,14 +11,8 @@ void ModelPrinterBackend::load(const Scenario& scenario) {
 }
 
 void ModelPrinterBackend::findDrivers(const std::string& query, DriversFound done) {
-  std::vector<Driver> found;
-  for (const Driver& driver : drivers_) {
-    const bool fits =
-        containsIgnoringCase(driver.name, query) || containsIgnoringCase(driver.maker, query);
-    if (fits) found.push_back(driver);
-  }
   timer_.after(std::chrono::milliseconds(timing_.summary),
-               [found = std::move(found), done = std::move(done)] { done(found); });
+               [found = driversThatFit(drivers_, query), done = std::move(done)] { done(found); });
 }
 
 void ModelPrinterBackend::add(const std::string& name, const std::string& address,
@@ -72,6 +56,10 @@ void ModelPrinterBackend::printTestPage(const std::string& name, Done done) {
                  printers_.endJob(number);
                  done(Result::Done);
                });
+}
+
+void ModelPrinterBackend::command(uint16_t number, int32_t command, Done done) {
+  done(printers_.command(number, command));
 }
 
 bool ModelPrinterBackend::knows(const std::string& driver) const {

@@ -5,8 +5,6 @@
 #include <vector>
 
 #include "service/printer_backend.h"
-#include "service/printers.h"
-#include "service/timer.h"
 
 namespace zq::devservice {
 
@@ -14,8 +12,8 @@ class ModelPrinterBackend : public PrinterBackend {
  public:
   ModelPrinterBackend(Printers& printers, Timer& timer) : printers_(printers), timer_(timer) {}
 
-  void load(const Scenario& scenario);
-  const std::vector<Driver>& drivers() const { return drivers_; }
+  void load(const Scenario& scenario) override;
+  const std::vector<Driver>& drivers() const override { return drivers_; }
 
   void findDrivers(const std::string& query, DriversFound done) override;
   void add(const std::string& name, const std::string& address, const std::string& driver,
@@ -24,7 +22,9 @@ class ModelPrinterBackend : public PrinterBackend {
                         const std::string& driver, Done done) override;
   void remove(const std::string& name, Done done) override;
   void changeDriver(const std::string& name, const std::string& driver, Done done) override;
+  /// Answers when the page is printed.
   void printTestPage(const std::string& name, Done done) override;
+  void command(uint16_t number, int32_t command, Done done) override;
 
  private:
   bool knows(const std::string& driver) const;

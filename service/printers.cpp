@@ -1,5 +1,6 @@
 #include "service/printers.h"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -141,6 +142,34 @@ Result Printers::setDriver(const std::string& name, const std::string& driver) {
   if (printer == nullptr) return Result::UnknownPrinter;
   printers_[printer->number].driver = driver;
   return Result::Done;
+}
+
+void Printers::setLocal(const std::vector<Printer>& present) {
+  std::vector<std::string> gone;
+  for (const auto& [number, printer] : printers_) {
+    const bool stays =
+        std::any_of(present.begin(), present.end(),
+                    [&known = printer](const auto& p) { return p.name == known.name; });
+    if (printer.origin == PrinterOrigin::Local && !stays) gone.push_back(printer.name);
+  }
+  for (const std::string& name : gone) (void)remove(PrinterOrigin::Local, name);
+  for (const Printer& printer : present) {
+    const Printer* known = find(PrinterOrigin::Local, printer.name);
+    if (known != nullptr) {
+      update(printers_[known->number], printer);
+    } else {
+      (void)add(printer);  // fails when no number is free, or the name is too long for a record
+    }
+  }
+}
+
+void Printers::update(Printer& printer, const Printer& present) {
+  printer.address = present.address;
+  printer.driver = present.driver;
+  printer.description = present.description;
+  const PrinterStatus status =
+      present.status == PrinterStatus::Idle ? restingStatus(printer) : present.status;
+  if (printer.status != status) setStatus(printer, status);
 }
 
 Result Printers::command(uint16_t number, int32_t command) {

@@ -43,6 +43,9 @@ class Printers {
   [[nodiscard]] Result rename(PrinterOrigin origin, const std::string& name,
                               const std::string& newName);
   [[nodiscard]] Result setDriver(const std::string& name, const std::string& driver);
+  /// These are the local printers now, with their status Idle, Paused or Printing; numbers and
+  /// desktops of those that were there before stay.
+  void setLocal(const std::vector<Printer>& present);
   [[nodiscard]] Result command(uint16_t number, int32_t command);
 
   /// A job begins (Busy while another one prints or the printer is paused) and ends.
@@ -52,6 +55,7 @@ class Printers {
  private:
   Printer* edit(uint16_t number);
   Result check(const Printer& printer) const;
+  void update(Printer& printer, const Printer& present);
   void setStatus(Printer& printer, PrinterStatus status);
   void announce(const Printer& printer);
   uint16_t freeNumber() const;

@@ -30,8 +30,10 @@ constexpr std::array kWords = {
     "not mounted",
     "no device number is free",
     "busy",
+    "the print server does not answer",
+    "the print server refused",
 };
-static_assert(kWords.size() == static_cast<std::size_t>(Result::Busy) + 1);
+static_assert(kWords.size() == static_cast<std::size_t>(Result::PrintServerRefused) + 1);
 
 }  // namespace
 

@@ -31,6 +31,8 @@ enum class Result : int32_t {
   NotMounted = 21,
   NoFreeNumber = 22,
   Busy = 23,
+  NoPrintServer = 24,
+  PrintServerRefused = 25,
 };
 
 /// The code in a few words, as configuration results and errors carry it. A literal.

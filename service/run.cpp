@@ -8,10 +8,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "service/cups.h"
 #include "service/dev_service.h"
 #include "service/host_devices.h"
 #include "service/scenario.h"
@@ -25,6 +27,7 @@ struct CommandLine {
   std::string scenario;
   bool check = false;
   bool hostDevices = false;
+  std::optional<std::string> cupsServer;  ///< empty for the machine's own
   bool verbose = false;
   int readyDescriptor = -1;
 };
@@ -44,6 +47,13 @@ void define(CLI::App& app, CommandLine& line) {
       ->type_name("FILE");
   app.add_flag("--check", line.check, "Check the scenario and end");
   app.add_flag("--host-devices", line.hostDevices, "Add this machine's own USB devices");
+  app.add_option_function<std::string>(
+         "--cups", [&line](const std::string& server) { line.cupsServer = server; },
+         "Have the local printers be those of a CUPS server: a host, host:port or a socket's path; "
+         "CUPS_SERVER or this machine's own when none is named")
+      ->type_name("SERVER")
+      ->expected(0, 1)
+      ->default_str("");
   app.add_flag("--verbose", line.verbose, "Write each call to standard error");
   app.add_option("--ready-fd", line.readyDescriptor,
                  "Write \"ready\" to this descriptor once the service can be called")
@@ -80,18 +90,23 @@ sigset_t blockEndingSignals() {
   return signals;
 }
 
+int cannotStart(const std::string& reason) {
+  std::cerr << "perix-devservice: cannot start: " << reason << '\n';
+  return kCannotStart;
+}
+
 int serve(const CommandLine& line, Scenario scenario) {
   const sigset_t signals = blockEndingSignals();
   std::atomic<int> exitCode = kDone;
-  DevService service({std::move(scenario), line.verbose, [&exitCode](Ending ending) {
-                        if (ending == Ending::BusLost) exitCode = kBusLost;
-                        ::kill(::getpid(), SIGTERM);
-                      }});
+  const auto onEnd = [&exitCode](Ending ending) {
+    if (ending == Ending::BusLost) exitCode = kBusLost;
+    ::kill(::getpid(), SIGTERM);
+  };
+  DevService::Options options{std::move(scenario), line.verbose, onEnd};
   std::string error;
-  if (!service.start(error)) {
-    std::cerr << "perix-devservice: cannot start: " << error << '\n';
-    return kCannotStart;
-  }
+  if (line.cupsServer && !useCups(*line.cupsServer, options, error)) return cannotStart(error);
+  DevService service(std::move(options));
+  if (!service.start(error)) return cannotStart(error);
   tellReady(line.readyDescriptor);
   int signal = 0;
   sigwait(&signals, &signal);

@@ -144,7 +144,7 @@ Json stateAsJson(const World& world) {
   return {{"desktops", listOf(world.desktops.all())},
           {"devices", devices},
           {"printers", printersAsJson(world)},
-          {"drivers", driversAsJson(world.printerBackend.drivers())},
+          {"drivers", driversAsJson(world.printerBackend->drivers())},
           {"sharedHosts", listOf(world.search.hosts())},
           {"settings", settingsAsJson(world)},
           {"pen", penAsJson(world)},

@@ -6,6 +6,7 @@
 
 namespace zq::devservice {
 
+/// Any thread may call after().
 class Timer {
  public:
   virtual ~Timer() = default;

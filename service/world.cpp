@@ -1,18 +1,25 @@
 #include "service/world.h"
 
+#include "service/model_printer_backend.h"
+
 namespace zq::devservice {
 
+std::unique_ptr<PrinterBackend> modelPrinters(Printers& printers, Timer& timer) {
+  return std::make_unique<ModelPrinterBackend>(printers, timer);
+}
+
 void WorldTimer::after(std::chrono::milliseconds delay, std::function<void()> task) {
-  timer_.after(delay, [this, generation = generation_, task = std::move(task)] {
+  timer_.after(delay, [this, generation = generation_.load(), task = std::move(task)] {
     if (generation == generation_) task();
   });
 }
 
-World::World(EventSink& events, Timer& serviceTimer)
+World::World(EventSink& events, Timer& serviceTimer,
+             const PrinterBackendFactory& makePrinterBackend)
     : timer(serviceTimer),
       devices(desktops, events),
       printers(desktops, events),
-      printerBackend(printers, timer),
+      printerBackend(makePrinterBackend(printers, timer)),
       search(timer),
       activities(desktops, devices, printers, events, timer) {}
 
@@ -21,7 +28,7 @@ void World::load(const Scenario& scenario) {
   desktops.load(scenario.desktops);
   devices.load(scenario);
   printers.load(scenario);
-  printerBackend.load(scenario);
+  printerBackend->load(scenario);
   search.load(scenario);
   activities.load(scenario);
   settings = {scenario.properties,

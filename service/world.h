@@ -2,9 +2,11 @@
 // takes that lock around what it runs.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -13,7 +15,7 @@
 #include "service/devices.h"
 #include "service/events.h"
 #include "service/model.h"
-#include "service/model_printer_backend.h"
+#include "service/printer_backend.h"
 #include "service/printers.h"
 #include "service/shared_search.h"
 #include "service/timer.h"
@@ -29,6 +31,9 @@ struct Settings {
   bool cameraAuthorized = true;
 };
 
+/// Printers that exist in the model alone.
+std::unique_ptr<PrinterBackend> modelPrinters(Printers& printers, Timer& timer);
+
 /// A timer whose tasks are forgotten when the world they belong to is replaced.
 class WorldTimer : public Timer {
  public:
@@ -38,12 +43,13 @@ class WorldTimer : public Timer {
 
  private:
   Timer& timer_;
-  uint64_t generation_ = 0;
+  std::atomic<uint64_t> generation_ = 0;
 };
 
 class World {
  public:
-  World(EventSink& events, Timer& serviceTimer);
+  World(EventSink& events, Timer& serviceTimer,
+        const PrinterBackendFactory& makePrinterBackend = modelPrinters);
 
   /// The scenario's world in place of this one; announces nothing.
   void load(const Scenario& scenario);
@@ -59,7 +65,7 @@ class World {
   Desktops desktops;
   Devices devices;
   Printers printers;
-  ModelPrinterBackend printerBackend;
+  const std::unique_ptr<PrinterBackend> printerBackend;
   SharedSearch search;
   Activities activities;
   Settings settings;

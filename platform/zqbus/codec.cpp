@@ -224,4 +224,13 @@ void decodeArguments(sd_bus_message* from, ZQBusMessage& to) {
   }
 }
 
+std::size_t memoryOf(const ZQBusMessage& message) {
+  std::size_t size = sizeof message;
+  for (const ZQBusArgument& argument : message.arguments()) {
+    size += sizeof argument + contentSize(argument);
+    if (std::holds_alternative<ZQBusBytes>(argument)) size += ZQBusBytes::kReadable;
+  }
+  return size;
+}
+
 }  // namespace zq

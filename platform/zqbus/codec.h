@@ -21,4 +21,7 @@ namespace zq {
 /// of ours (u as int32, o as string), or as `std::monostate` where there is none.
 void decodeArguments(sd_bus_message* from, ZQBusMessage& to);
 
+/// The memory that a message takes, closely enough to bound what is queued.
+std::size_t memoryOf(const ZQBusMessage& message);
+
 }  // namespace zq

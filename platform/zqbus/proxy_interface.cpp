@@ -2,13 +2,10 @@
 
 #include <algorithm>
 
-#include "sd_bus_open.h"
-
 namespace zq {
 
-ProxyInterface::ProxyInterface(std::shared_ptr<Connection> connection, std::shared_ptr<Peer> peer)
-    : connection_(std::move(connection)),
-      target_{peer->owner, servicePath(peer->service), serviceName(peer->service), peer} {}
+ProxyInterface::ProxyInterface(std::shared_ptr<Channel> channel, Channel::Target target)
+    : channel_(std::move(channel)), target_(std::move(target)) {}
 
 std::shared_ptr<ZQBusMessage> ProxyInterface::makeMethodCallMessage(const std::string& method) {
   return std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodCall, method);
@@ -16,23 +13,23 @@ std::shared_ptr<ZQBusMessage> ProxyInterface::makeMethodCallMessage(const std::s
 
 std::shared_ptr<ZQBusMessage> ProxyInterface::callWithReplyBlocking(
     std::shared_ptr<ZQBusMessage> message, int timeoutMs) {
-  return connection_->call(target_, *message, timeoutMs);
+  return channel_->call(target_, *message, timeoutMs);
 }
 
 void ProxyInterface::callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
                                    int timeoutMs) {
-  connection_->callAsync(target_, *message, std::move(onReply), timeoutMs);
+  channel_->callAsync(target_, *message, std::move(onReply), timeoutMs);
 }
 
 bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallback* callback,
                                       ZQBusSecurityFlags) {
   if (callback == nullptr) return false;
   const std::shared_ptr<ZQBusEventCallback> owned(callback);
-  auto subscription = connection_->subscribe(
-      target_.interface, event, target_.destination,
-      [owned](std::shared_ptr<ZQBusMessage> message, const std::string&) {
-        (*owned)(std::move(message));
-      });
+  auto subscription =
+      channel_->subscribe(target_.interface, event, target_.destination,
+                          [owned](std::shared_ptr<ZQBusMessage> message, const std::string&) {
+                            (*owned)(std::move(message));
+                          });
   if (subscription == nullptr) return false;
   const std::lock_guard lock(listenersMutex_);
   listeners_.push_back({event, callback, std::move(subscription)});
@@ -47,7 +44,7 @@ void ProxyInterface::removeEventListener(const std::string& event, ZQBusEventCal
 }
 
 void ProxyInterface::setDeathCallback(std::function<void()> onDeath) {
-  connection_->setDeathCallback(target_.peer, std::move(onDeath));
+  channel_->setDeathCallback(target_.peer, std::move(onDeath));
 }
 
 }  // namespace zq

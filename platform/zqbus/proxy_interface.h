@@ -6,13 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "connection.h"
+#include "channel.h"
 
 namespace zq {
 
 class ProxyInterface : public ZQBusProxyInterface {
  public:
-  ProxyInterface(std::shared_ptr<Connection> connection, std::shared_ptr<Peer> peer);
+  /// `target` is the service behind its peer, as `channel` reaches it.
+  ProxyInterface(std::shared_ptr<Channel> channel, Channel::Target target);
 
   std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override;
   std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
@@ -28,11 +29,11 @@ class ProxyInterface : public ZQBusProxyInterface {
   struct Listener {
     std::string event;
     ZQBusEventCallback* callback;
-    std::unique_ptr<Connection::Subscription> subscription;
+    std::unique_ptr<Channel::Subscription> subscription;
   };
 
-  const std::shared_ptr<Connection> connection_;
-  const Connection::Target target_;
+  const std::shared_ptr<Channel> channel_;
+  const Channel::Target target_;
   std::mutex listenersMutex_;
   std::vector<Listener> listeners_;
 };

@@ -14,6 +14,7 @@ namespace {
 // After so many messages in a row a reader looks whether somebody wants the lock.
 constexpr int kFairAfter = 32;
 constexpr std::chrono::milliseconds kFairWait{1};
+constexpr std::chrono::milliseconds kFlushPatience{1000};
 constexpr uint64_t kNever = UINT64_MAX;
 
 void signalEvent(int descriptor) {
@@ -64,7 +65,9 @@ Reader::Reader(SdBus bus, Listener& listener)
   ::epoll_ctl(epoll_, EPOLL_CTL_ADD, threadEvent_, &event);
 }
 
-void Reader::start() { thread_ = std::thread([this] { run(); }); }
+void Reader::start() {
+  thread_ = std::thread([this] { run(); });
+}
 
 Reader::~Reader() {
   stop();
@@ -83,14 +86,29 @@ void Reader::stop() {
   }
   thread_.join();
   const Hold hold(*this);
+  if (lost_) return;
   lost_ = true;
-  sd_bus_flush(bus_.get());
+  flush();
   sd_bus_close(bus_.get());
+}
+
+/// Sends what is still to be sent, unless the other end takes its time.
+void Reader::flush() {
+  const auto deadline = Clock::now() + kFlushPatience;
+  uint64_t unsent = 0;
+  while (sd_bus_get_n_queued_write(bus_.get(), &unsent) >= 0 && unsent > 0 &&
+         Clock::now() < deadline) {
+    pollfd polled{busDescriptor_, POLLOUT, 0};
+    if (::poll(&polled, 1, static_cast<int>(kFlushPatience.count())) <= 0) return;
+    if (sd_bus_process(bus_.get(), nullptr) < 0) return;
+  }
 }
 
 Reader::Hold::Hold(Reader& reader) : reader_(reader), lock_(reader.enter()) {}
 
-Reader::Hold::~Hold() { reader_.unlockAndWake(lock_); }
+Reader::Hold::~Hold() {
+  reader_.unlockAndWake(lock_);
+}
 
 Reader::Lock Reader::enter() {
   entering_.fetch_add(1, std::memory_order_relaxed);

@@ -57,7 +57,8 @@ class Reader {
 
   /// Starts the reading thread.
   void start();
-  /// Ends the reading thread and closes the connection, after sending what was still to be sent.
+  /// Ends the reading thread and closes the connection, after sending what was still to be sent
+  /// if the other end takes it within a second.
   /// No Turn exists any more, and the caller is not the reading thread.
   void stop();
 
@@ -113,6 +114,7 @@ class Reader {
   void unlockAndWake(Lock& lock);
   void watch(uint32_t events);
   void loseConnection();
+  void flush();
 
   SdBus bus_;
   Listener& listener_;

@@ -8,7 +8,7 @@
 namespace zq {
 
 struct SdBusRelease {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };

@@ -22,7 +22,8 @@ int start(SdBus& bus) {
   return result >= 0 ? sd_bus_start(opened) : result;
 }
 
-/// Runs the connection until it is ready. Nobody else uses it yet.
+}  // namespace
+
 int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
   using namespace std::chrono;
   for (;;) {
@@ -37,7 +38,10 @@ int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
   }
 }
 
-}  // namespace
+bool isFromBus(sd_bus_message* message) {
+  const char* sender = sd_bus_message_get_sender(message);
+  return sender == nullptr || std::strcmp(sender, kBusName) == 0;
+}
 
 SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& error) {
   SdBus bus;
@@ -48,8 +52,12 @@ SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& err
   return nullptr;
 }
 
-std::string serviceName(const std::string& service) { return "org.zqbus." + service; }
+std::string serviceName(const std::string& service) {
+  return "org.zqbus." + service;
+}
 
-std::string servicePath(const std::string& service) { return "/org/zqbus/" + service; }
+std::string servicePath(const std::string& service) {
+  return "/org/zqbus/" + service;
+}
 
 }  // namespace zq

@@ -12,13 +12,22 @@ namespace zq {
 /// it has taken us in, until `deadline` at most. Null, `error` in words, when that fails.
 SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& error);
 
+/// Runs a connection that nobody else uses yet until it is ready. 0, or a negative error number.
+[[nodiscard]] int waitReady(sd_bus* connection, std::chrono::steady_clock::time_point deadline);
+
+/// Whether the bus itself sent a message, or sd-bus made it up in place of an answer.
+bool isFromBus(sd_bus_message* message);
+
 /// The D-Bus name and interface of a service.
 std::string serviceName(const std::string& service);
 /// The object on which a service is.
 std::string servicePath(const std::string& service);
 
+inline constexpr char kBusName[] = "org.freedesktop.DBus";
 inline constexpr char kBroadcastInterface[] = "org.zqbus.Broadcast";
 inline constexpr char kBroadcastPath[] = "/org/zqbus/Broadcast";
+inline constexpr char kDirectInterface[] = "org.zqbus.Direct";
+inline constexpr char kDirectOpen[] = "Open";
 inline constexpr char kErrorName[] = "org.zqbus.Error.Failed";
 /// What a time-out of -1 stands for.
 inline constexpr std::chrono::seconds kDefaultTimeout{25};

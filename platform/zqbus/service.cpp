@@ -1,210 +1,148 @@
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <list>
+#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "bus_log.h"
-#include "codec.h"
-#include "reader.h"
+#include "endpoint.h"
+#include "introspection.h"
 #include "sd_bus_open.h"
 #include "zqbus/zqbus_service.h"
 
 namespace zq {
 namespace {
 
-constexpr char kDoctype[] =
-    "<!DOCTYPE node PUBLIC \"-//freedesktop//DTD D-BUS Object Introspection 1.0//EN\"\n"
-    "\"http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd\">\n";
-constexpr char kIntrospectable[] = "org.freedesktop.DBus.Introspectable";
+constexpr std::size_t kMaxLines = 64;
 
-void describeArguments(std::string& xml, const std::vector<ZQBusMethod::Argument>& arguments,
-                       const char* direction) {
-  for (const auto& argument : arguments) {
-    xml += "   <arg type=\"" + argument.signature + "\" name=\"" + argument.name + '"' + direction +
-           "/>\n";
-  }
+bool isStreamSocket(int descriptor) {
+  const auto option = [descriptor](int name) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    return ::getsockopt(descriptor, SOL_SOCKET, name, &value, &size) == 0 ? value : -1;
+  };
+  return option(SO_DOMAIN) == AF_UNIX && option(SO_TYPE) == SOCK_STREAM;
 }
 
-std::string introspectionXml(const std::string& interface,
-                             const ZQBusServiceDescription& description) {
-  std::string xml = std::string(kDoctype) + "<node>\n <interface name=\"" +
-                    kIntrospectable +
-                    "\">\n  <method name=\"Introspect\">\n   <arg name=\"xml\" type=\"s\" "
-                    "direction=\"out\"/>\n  </method>\n </interface>\n <interface name=\"" +
-                    interface + "\">\n";
-  for (const ZQBusMethod& method : description.methods) {
-    xml += "  <method name=\"" + method.name + "\">\n";
-    describeArguments(xml, method.in, " direction=\"in\"");
-    describeArguments(xml, method.out, " direction=\"out\"");
-    xml += "  </method>\n";
+/// Makes a connection of the end of a socket pair that a client sent, a copy of which it owns.
+SdBus answerGreeting(int end) {
+  const int own = ::fcntl(end, F_DUPFD_CLOEXEC, 3);
+  sd_bus* made = nullptr;
+  sd_id128_t id{};
+  int result = own < 0 ? -errno : sd_id128_randomize(&id);
+  if (result >= 0) result = sd_bus_new(&made);
+  SdBus line(made);
+  if (result >= 0) result = sd_bus_set_fd(made, own, own);
+  if (result < 0) {
+    if (own >= 0) ::close(own);
+    return nullptr;
   }
-  for (const ZQBusMethod& event : description.events) {
-    xml += "  <signal name=\"" + event.name + "\">\n";
-    describeArguments(xml, event.in, "");
-    xml += "  </signal>\n";
-  }
-  return xml + " </interface>\n</node>\n";
+  if (sd_bus_set_server(made, 1, id) < 0 || sd_bus_start(made) < 0) return nullptr;
+  return line;
 }
 
-/// The connection of a service. Calls that are still to be answered share it, so it may outlive
-/// the service; it is silent then.
-class Core : public std::enable_shared_from_this<Core>, public Reader::Listener {
+class Service : public ZQBusService, public Endpoint::Owner {
  public:
-  Core(const std::string& service, const ZQBusServiceDescription& description,
-       ZQBusService::Handler handler)
-      : path_(servicePath(service)),
+  Service(const std::string& service, const ZQBusServiceDescription& description, Handler handler)
+      : service_(service),
+        path_(servicePath(service)),
         interface_(serviceName(service)),
         xml_(introspectionXml(interface_, description)),
-        handler_(std::move(handler)) {}
+        handler_(std::move(handler)),
+        bus_(std::make_shared<Endpoint>(*this, service, "", Endpoint::Backlog::Unbounded)) {}
+  ~Service() override;
 
   [[nodiscard]] int claim(SdBus bus);
-  void stop();
-  void sendSignal(const char* path, const char* interface, const std::string& member,
-                  const ZQBusMessage& content);
-  void setLostCallback(std::function<void()> onLost);
-
-  std::unique_ptr<Reader> reader;
+  void sendEvent(const std::string& event, const ZQBusMessage& content) override;
+  void sendBroadcast(const std::string& event, const ZQBusMessage& content) override;
+  void setLostCallback(std::function<void()> onLost) override;
 
  private:
-  static int onMessage(sd_bus_message* message, void* core, sd_bus_error* error);
-  void onConnectionLost() override { lost_ = true; }
-  void onLockFree() override;
-  void handle(const std::shared_ptr<ZQBusCall>& call);
+  /// A client's wish for a direct line, while the bus is asked who the client is.
+  struct Wish {
+    Service* service;
+    SdBusMessage call;
+    SdBusSlot question;
+    std::list<Wish>::iterator position;
+  };
+  using Lines = std::vector<std::shared_ptr<Endpoint>>;
 
+  int intercept(Endpoint& endpoint, sd_bus_message* call) override;
+  void handle(const std::shared_ptr<ZQBusCall>& call) override;
+  void onLost(Endpoint& endpoint) override;
+  int askWhoWishes(sd_bus_message* call);
+  static int onUser(sd_bus_message* answer, void* wish, sd_bus_error* error);
+  int openLine(sd_bus_message* call);
+  Lines lines();
+
+  const std::string service_;
   const std::string path_;
   const std::string interface_;
   const std::string xml_;
-  const ZQBusService::Handler handler_;
-  // Under the reader's lock.
-  SdBusSlot object_;
-  std::vector<std::shared_ptr<ZQBusCall>> received_;
-  bool lost_ = false;
+  std::mutex handlerMutex_;  // one call after the other, whichever way they come
+  const Handler handler_;
+  const std::shared_ptr<Endpoint> bus_;
+  // Under the lock of the bus's reader.
+  std::list<Wish> wishes_;
+  sd_bus_track* busClients_ = nullptr;  // those that use the service through the bus
+  std::mutex linesMutex_;
+  Lines lines_;
+  Lines ended_;  // their threads cannot end themselves
+  bool busLost_ = false;
   std::function<void()> onLost_;
 };
 
-class ReceivedCall : public ZQBusCall {
- public:
-  ReceivedCall(std::shared_ptr<Core> core, sd_bus_message* message);
-  ~ReceivedCall() override;
-
-  const ZQBusMessage& message() const override { return call_; }
-  const std::string& sender() const override { return sender_; }
-  void reply(const ZQBusMessage& result) override;
-  void fail(const std::string& text) override { failWith(kErrorName, text); }
-  void failUnknownMethod() override {
-    failWith(SD_BUS_ERROR_UNKNOWN_METHOD, "no method " + call_.name());
+Service::~Service() {
+  bus_->stop();
+  {
+    const Reader::Hold hold(bus_->reader());
+    wishes_.clear();
+    sd_bus_track_unref(busClients_);
   }
-
- private:
-  void failWith(const char* name, const std::string& text);
-  int sendReturn(const ZQBusMessage& result);
-  int sendError(const char* name, const std::string& text);
-
-  const std::shared_ptr<Core> core_;
-  ZQBusMessage call_;
-  std::string sender_;
-  SdBusMessage message_;  // null once answered; under the reader's lock
-};
-
-// --- A call ---------------------------------------------------------------------------------------
-
-ReceivedCall::ReceivedCall(std::shared_ptr<Core> core, sd_bus_message* message)
-    : core_(std::move(core)),
-      call_(ZQBusMessageType::MethodCall, sd_bus_message_get_member(message)),
-      message_(sd_bus_message_ref(message)) {
-  if (const char* sender = sd_bus_message_get_sender(message)) sender_ = sender;
-  decodeArguments(message, call_);
-}
-
-ReceivedCall::~ReceivedCall() {
-  const Reader::Hold hold(*core_->reader);
-  message_.reset();
-}
-
-void ReceivedCall::reply(const ZQBusMessage& result) {
-  const Reader::Hold hold(*core_->reader);
-  if (message_ == nullptr) return;
-  const int sent = sendReturn(result);
-  if (sent < 0) sendError(kErrorName, std::string("cannot send the answer: ") + std::strerror(-sent));
-  core_->reader->sent();
-  message_.reset();
-}
-
-void ReceivedCall::failWith(const char* name, const std::string& text) {
-  const Reader::Hold hold(*core_->reader);
-  if (message_ == nullptr) return;
-  sendError(name, text);
-  core_->reader->sent();
-  message_.reset();
-}
-
-int ReceivedCall::sendReturn(const ZQBusMessage& result) {
-  sd_bus_message* answer = nullptr;
-  int sent = sd_bus_message_new_method_return(message_.get(), &answer);
-  const SdBusMessage owned(answer);
-  if (sent >= 0) sent = encodeArguments(result, answer);
-  return sent >= 0 ? sd_bus_send(nullptr, answer, nullptr) : sent;
-}
-
-int ReceivedCall::sendError(const char* name, const std::string& text) {
-  const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name, nullptr);
-  sd_bus_message* answer = nullptr;
-  int sent = sd_bus_message_new_method_error(message_.get(), &answer, &error);
-  const SdBusMessage owned(answer);
-  if (sent >= 0) sent = encodeArguments(ZQBusMessage::failed(ZQBusFailure::Service, text), answer);
-  return sent >= 0 ? sd_bus_send(nullptr, answer, nullptr) : sent;
-}
-
-// --- The connection -------------------------------------------------------------------------------
-
-int Core::claim(SdBus bus) {
-  sd_bus_slot* slot = nullptr;
-  int result = sd_bus_add_object(bus.get(), &slot, path_.c_str(), &onMessage, this);
-  object_.reset(slot);
-  if (result >= 0) result = sd_bus_request_name(bus.get(), interface_.c_str(), 0);
-  if (result < 0) {
-    object_.reset();
-    return result;
+  Lines all = lines();
+  {
+    const std::lock_guard lock(linesMutex_);
+    all.insert(all.end(), ended_.begin(), ended_.end());
   }
-  reader = std::make_unique<Reader>(std::move(bus), *this);
-  reader->start();
+  for (const auto& line : all) line->stop();
+}
+
+int Service::claim(SdBus bus) {
+  return bus_->start(std::move(bus), [this](sd_bus* connection) {
+    const int made = sd_bus_track_new(connection, &busClients_, nullptr, nullptr);
+    return made >= 0 ? sd_bus_request_name(connection, interface_.c_str(), 0) : made;
+  });
+}
+
+void Service::setLostCallback(std::function<void()> onLost) {
+  const std::lock_guard lock(linesMutex_);
+  onLost_.swap(onLost);
+}
+
+// --- Calls
+// ----------------------------------------------------------------------------------------
+
+int Service::intercept(Endpoint& endpoint, sd_bus_message* call) {
+  if (sd_bus_message_is_method_call(call, kIntrospectableInterface, kIntrospect) > 0) {
+    return sd_bus_reply_method_return(call, "s", xml_.c_str());
+  }
+  if (&endpoint != bus_.get()) return 0;
+  if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectOpen) > 0) {
+    return askWhoWishes(call);
+  }
+  sd_bus_track_add_sender(busClients_, call);
   return 0;
 }
 
-void Core::stop() {
-  reader->stop();
-  std::vector<std::shared_ptr<ZQBusCall>> unanswered;
-  const Reader::Hold hold(*reader);
-  object_.reset();
-  unanswered.swap(received_);
-}
-
-int Core::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
-  Core& core = *static_cast<Core*>(userdata);
-  if (sd_bus_message_is_method_call(message, kIntrospectable, "Introspect") > 0) {
-    return sd_bus_reply_method_return(message, "s", core.xml_.c_str());
-  }
-  const char* interface = sd_bus_message_get_interface(message);
-  if (interface != nullptr && core.interface_ != interface) return 0;
-  core.received_.push_back(std::make_shared<ReceivedCall>(core.shared_from_this(), message));
-  return 1;
-}
-
-void Core::onLockFree() {
-  std::vector<std::shared_ptr<ZQBusCall>> calls;
-  std::function<void()> onLost;
-  {
-    const Reader::Hold hold(*reader);
-    calls.swap(received_);
-    if (lost_) onLost = std::exchange(onLost_, nullptr);
-  }
-  for (const auto& call : calls) handle(call);
-  if (onLost) onLost();
-}
-
-void Core::handle(const std::shared_ptr<ZQBusCall>& call) {
+void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
+  const std::lock_guard lock(handlerMutex_);
   try {
     handler_(call);
   } catch (const std::exception& error) {
@@ -213,46 +151,98 @@ void Core::handle(const std::shared_ptr<ZQBusCall>& call) {
   }
 }
 
-void Core::sendSignal(const char* path, const char* interface, const std::string& member,
-                      const ZQBusMessage& content) {
-  const Reader::Hold hold(*reader);
-  if (reader->lost()) return;
-  sd_bus_message* signal = nullptr;
-  int result =
-      sd_bus_message_new_signal(reader->bus(), &signal, path, interface, member.c_str());
-  const SdBusMessage owned(signal);
-  if (result >= 0) result = encodeArguments(content, signal);
-  if (result >= 0) result = sd_bus_send(reader->bus(), signal, nullptr);
-  if (result < 0) busLog("cannot send " + member + ": " + std::strerror(-result));
-  reader->sent();
+void Service::onLost(Endpoint& endpoint) {
+  std::function<void()> tell;
+  {
+    const std::lock_guard lock(linesMutex_);
+    const auto line = std::find_if(lines_.begin(), lines_.end(),
+                                   [&](const auto& one) { return one.get() == &endpoint; });
+    if (line != lines_.end()) {
+      ended_.push_back(std::move(*line));
+      lines_.erase(line);
+    } else {
+      busLost_ = true;
+    }
+    // Clients with a direct line can do without the bus.
+    if (busLost_ && lines_.empty()) tell = std::exchange(onLost_, nullptr);
+  }
+  if (tell) tell();
 }
 
-void Core::setLostCallback(std::function<void()> onLost) {
-  const Reader::Hold hold(*reader);
-  onLost_.swap(onLost);
+// --- Direct lines
+// ---------------------------------------------------------------------------------
+
+int Service::askWhoWishes(sd_bus_message* call) {
+  const auto position = wishes_.emplace(wishes_.end());
+  position->service = this;
+  position->call.reset(sd_bus_message_ref(call));
+  position->position = position;
+  sd_bus_slot* question = nullptr;
+  const int asked = sd_bus_call_method_async(
+      bus_->reader().bus(), &question, kBusName, "/org/freedesktop/DBus", kBusName,
+      "GetConnectionUnixUser", &onUser, &*position, "s", sd_bus_message_get_sender(call));
+  position->question.reset(question);
+  if (asked < 0) wishes_.erase(position);
+  return asked < 0 ? asked : 1;
 }
 
-class Service : public ZQBusService {
- public:
-  Service(const std::string& service, std::shared_ptr<Core> core)
-      : path_(servicePath(service)), interface_(serviceName(service)), core_(std::move(core)) {}
-  ~Service() override { core_->stop(); }
+int Service::onUser(sd_bus_message* answer, void* userdata, sd_bus_error*) {
+  Wish& wish = *static_cast<Wish*>(userdata);
+  Service& service = *wish.service;
+  const SdBusMessage call = std::move(wish.call);
+  service.wishes_.erase(wish.position);
+  uint32_t user = 0;
+  const bool trusted =
+      sd_bus_message_read(answer, "u", &user) > 0 && (user == ::geteuid() || user == 0);
+  const int opened = trusted ? service.openLine(call.get()) : -EPERM;
+  if (opened < 0) {
+    return sd_bus_reply_method_errnof(call.get(), -opened, "no direct line: %s",
+                                      std::strerror(-opened));
+  }
+  return sd_bus_reply_method_return(call.get(), nullptr);
+}
 
-  void sendEvent(const std::string& event, const ZQBusMessage& content) override {
-    core_->sendSignal(path_.c_str(), interface_.c_str(), event, content);
-  }
-  void sendBroadcast(const std::string& event, const ZQBusMessage& content) override {
-    core_->sendSignal(kBroadcastPath, kBroadcastInterface, event, content);
-  }
-  void setLostCallback(std::function<void()> onLost) override {
-    core_->setLostCallback(std::move(onLost));
-  }
+int Service::openLine(sd_bus_message* call) {
+  Lines ended;
+  const std::lock_guard lock(linesMutex_);
+  ended.swap(ended_);
+  for (const auto& line : ended) line->stop();
+  if (lines_.size() >= kMaxLines) return -EMFILE;
+  int end = -1;
+  if (sd_bus_message_read(call, "h", &end) <= 0 || !isStreamSocket(end)) return -EINVAL;
+  SdBus connection = answerGreeting(end);
+  if (connection == nullptr) return -EINVAL;
+  auto line = std::make_shared<Endpoint>(*this, service_, sd_bus_message_get_sender(call),
+                                         Endpoint::Backlog::Bounded);
+  lines_.push_back(line);
+  return line->start(std::move(connection));
+}
 
- private:
-  const std::string path_;
-  const std::string interface_;
-  const std::shared_ptr<Core> core_;
-};
+Service::Lines Service::lines() {
+  const std::lock_guard lock(linesMutex_);
+  return lines_;
+}
+
+// --- Events
+// ---------------------------------------------------------------------------------------
+
+void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
+  const Lines direct = lines();
+  for (const auto& line : direct) {
+    line->sendSignal(path_.c_str(), interface_.c_str(), event, content);
+  }
+  // Everybody on the bus may listen there; so nothing goes that way that nobody needs to get so.
+  bool wantedOnBus = direct.empty();
+  if (!wantedOnBus) {
+    const Reader::Hold hold(bus_->reader());
+    wantedOnBus = sd_bus_track_count(busClients_) > 0;
+  }
+  if (wantedOnBus) bus_->sendSignal(path_.c_str(), interface_.c_str(), event, content);
+}
+
+void Service::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
+  bus_->sendSignal(kBroadcastPath, kBroadcastInterface, event, content);
+}
 
 }  // namespace
 
@@ -261,9 +251,9 @@ std::unique_ptr<ZQBusService> ZQBusService::claim(const std::string& service,
                                                   Handler handler, std::string& error) {
   SdBus bus = openSdBus(Reader::Clock::now() + kDefaultTimeout, error);
   if (bus == nullptr) return nullptr;
-  auto core = std::make_shared<Core>(service, description, std::move(handler));
-  const int result = core->claim(std::move(bus));
-  if (result >= 0) return std::make_unique<Service>(service, std::move(core));
+  auto made = std::make_unique<Service>(service, description, std::move(handler));
+  const int result = made->claim(std::move(bus));
+  if (result >= 0) return made;
   error = serviceName(service) + (result == -EEXIST ? " is owned by another process"
                                                     : std::string(": ") + std::strerror(-result));
   return nullptr;

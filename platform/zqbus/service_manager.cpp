@@ -1,7 +1,10 @@
+#include <map>
 #include <mutex>
 #include <vector>
 
+#include "bus_connection.h"
 #include "bus_log.h"
+#include "direct_line.h"
 #include "proxy_interface.h"
 #include "sd_bus_open.h"
 
@@ -19,7 +22,7 @@ class ServiceManager : public ZQBusSerivceManager {
   }
 
   /// The connection, made anew when it is lost; null when that fails.
-  std::shared_ptr<Connection> connect(int timeoutMs);
+  std::shared_ptr<BusConnection> connect(int timeoutMs);
 
   bool isServiceRegistered(const std::string& service) override;
   std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string& service,
@@ -34,24 +37,27 @@ class ServiceManager : public ZQBusSerivceManager {
     std::string event;
     std::shared_ptr<ZQBusEventCallback> callback;
     ZQBusSecurityFlags flags;
-    std::unique_ptr<Connection::Subscription> subscription;
+    std::unique_ptr<Channel::Subscription> subscription;
   };
   void subscribe(Broadcast& broadcast);
+  std::string ownerOf(BusConnection& connection, const std::string& service);
 
   DeliveryQueue deliveries_;
   std::mutex mutex_;
-  std::shared_ptr<Connection> connection_;
+  std::shared_ptr<BusConnection> connection_;
   std::vector<Broadcast> broadcasts_;
+  std::map<std::string, std::shared_ptr<Peer>>
+      onLine_;  // the last one on a direct line, by service
 };
 
-std::shared_ptr<Connection> ServiceManager::connect(int timeoutMs) {
+std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
   const std::lock_guard lock(mutex_);
   if (connection_ != nullptr && !connection_->lost()) return connection_;
   const std::chrono::milliseconds timeout =
       timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
   std::string error;
-  std::shared_ptr<Connection> opened =
-      Connection::open(deliveries_, Connection::Clock::now() + timeout, error);
+  std::shared_ptr<BusConnection> opened =
+      BusConnection::open(deliveries_, Channel::Clock::now() + timeout, error);
   if (opened == nullptr) {
     busLog(error);
     return nullptr;
@@ -64,20 +70,44 @@ std::shared_ptr<Connection> ServiceManager::connect(int timeoutMs) {
 
 bool ServiceManager::isServiceRegistered(const std::string& service) {
   const auto connection = connect(-1);
-  return connection != nullptr && !connection->ownerOf(service).empty();
+  return connection != nullptr && !ownerOf(*connection, service).empty();
+}
+
+/// The owner of a service's name, empty when nobody is there. The end of a direct line may be known
+/// here before the bus has heard of the process's death.
+std::string ServiceManager::ownerOf(BusConnection& connection, const std::string& service) {
+  std::string owner = connection.ownerOf(service);
+  std::shared_ptr<Peer> known;
+  {
+    const std::lock_guard lock(mutex_);
+    known = onLine_[service];
+  }
+  const bool lineEnded = known != nullptr && known->gone && known->owner == owner;
+  if (lineEnded && !connection.mayBeAlive(owner)) owner.clear();
+  return owner;
 }
 
 std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
     const std::string& service, ZQBusSecurityFlags flags, int) {
   const auto connection = connect(-1);
   if (connection == nullptr) return nullptr;
-  const std::string owner = connection->ownerOf(service);
+  const std::string owner = ownerOf(*connection, service);
   if (owner.empty()) return nullptr;
   if (flags == ZQBusSecurityFlags::TrustedPeer && !connection->isTrusted(owner)) {
     busLog("the owner of " + serviceName(service) + " is neither this user nor root");
     return nullptr;
   }
-  return std::make_shared<ProxyInterface>(connection, connection->bind(service, owner));
+  const auto onBus = connection->bind(service, owner);
+  Channel::Target target{owner, servicePath(service), serviceName(service), onBus};
+  const auto line = openDirectLine(*connection, onBus, deliveries_);
+  if (line == nullptr) return std::make_shared<ProxyInterface>(connection, std::move(target));
+  target.destination.clear();
+  target.peer = line->addPeer(service, owner);
+  {
+    const std::lock_guard lock(mutex_);
+    onLine_[service] = target.peer;
+  }
+  return std::make_shared<ProxyInterface>(line, std::move(target));
 }
 
 bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallback* callback,
@@ -93,9 +123,8 @@ bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallba
 void ServiceManager::subscribe(Broadcast& broadcast) {
   broadcast.subscription = connection_->subscribe(
       kBroadcastInterface, broadcast.event, {},
-      [callback = broadcast.callback, flags = broadcast.flags,
-       weak = std::weak_ptr(connection_)](std::shared_ptr<ZQBusMessage> message,
-                                          const std::string& sender) {
+      [callback = broadcast.callback, flags = broadcast.flags, weak = std::weak_ptr(connection_)](
+          std::shared_ptr<ZQBusMessage> message, const std::string& sender) {
         const auto connection = weak.lock();
         const bool wanted = flags == ZQBusSecurityFlags::None ||
                             (connection != nullptr && connection->isTrusted(sender));
@@ -105,7 +134,9 @@ void ServiceManager::subscribe(Broadcast& broadcast) {
 
 }  // namespace
 
-void setZQBusLogSink(ZQBusLogSink sink) { logSink = sink; }
+void setZQBusLogSink(ZQBusLogSink sink) {
+  logSink = sink;
+}
 
 void busLog(const std::string& line) {
   if (const ZQBusLogSink sink = logSink) sink(line.c_str());

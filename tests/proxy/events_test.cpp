@@ -32,30 +32,32 @@ struct Listener : PerixDiagnoseNotify {
   }
 };
 
-Listener& listener(void* userdata) { return *static_cast<Listener*>(userdata); }
+Listener& listener(void* userdata) {
+  return *static_cast<Listener*>(userdata);
+}
 
 int onDesktop(uint16_t code, void* data, void* userdata) {
   listener(userdata).note("desktop " + std::to_string(code) + (data == nullptr ? "" : " data"));
   return 0;
 }
 int onDevice(uint16_t code, CommonDevice* device, void* userdata) {
-  listener(userdata).note("device " + std::to_string(code) + " #" + std::to_string(device->devNumber) +
-                          ' ' + device->name);
+  listener(userdata).note("device " + std::to_string(code) + " #" +
+                          std::to_string(device->devNumber) + ' ' + device->name);
   return 0;
 }
 int onPrinter(uint16_t code, PrinterDevice* printer, void* userdata) {
-  listener(userdata).note("printer " + std::to_string(code) + " #" + std::to_string(printer->devNum) +
-                          ' ' + printer->name);
+  listener(userdata).note("printer " + std::to_string(code) + " #" +
+                          std::to_string(printer->devNum) + ' ' + printer->name);
   return 0;
 }
 int onResult(uint16_t code, _ConfigNewDeviceResult* result, void* userdata) {
-  listener(userdata).note("result " + std::to_string(code) + ' ' + std::to_string(result->vid) + ' ' +
-                          result->name + result->code);
+  listener(userdata).note("result " + std::to_string(code) + ' ' + std::to_string(result->vid) +
+                          ' ' + result->name + result->code);
   return 0;
 }
 int onCommand(uint16_t code, CmdResponse* response, void* userdata) {
-  listener(userdata).note("command " + std::to_string(code) + ' ' + std::to_string(response->result) +
-                          ' ' + response->text);
+  listener(userdata).note("command " + std::to_string(code) + ' ' +
+                          std::to_string(response->result) + ' ' + response->text);
   return 0;
 }
 int onJoystick(uint16_t code, void*, void* userdata) {
@@ -115,7 +117,9 @@ std::string resultPayload() {
   return bytesOf(result);
 }
 
-std::string commandPayload() { return std::string("\5\0\0\0done", 8); }
+std::string commandPayload() {
+  return std::string("\5\0\0\0done", 8);
+}
 
 std::string progressPayload(uint32_t desktop) {
   const uint64_t value = 1ULL << 40;
@@ -136,9 +140,15 @@ std::vector<EventRow> eventRows() {
   std::vector<EventRow> rows = {
       {1, printerPayload(), {"printer 1 #8 lp"}, {"printer 1 #8 "}, {}},
       {66, commandPayload(), {"command 66 5 done"}, {"command 66 5 "}, {"command 66 0 "}},
-      {9, progressPayload(3), {"progress desk-3 1099511627776 50 halfway"}, {"progress  0 0 "},
+      {9,
+       progressPayload(3),
+       {"progress desk-3 1099511627776 50 halfway"},
+       {"progress  0 0 "},
        {"progress  0 0 "}},
-      {9, progressPayload(4), {"progress  1099511627776 50 halfway"}, {"progress  0 0 "},
+      {9,
+       progressPayload(4),
+       {"progress  1099511627776 50 halfway"},
+       {"progress  0 0 "},
        {"progress  0 0 "}},
   };
   for (const int kind : {4, 6, 7, 10, 64, 65, 5}) {
@@ -252,7 +262,8 @@ TEST(ACallback, ThatThrowsOrCallsStopsNothing) {
   static Watched<Heard> heard;
   const auto troublesome = [](uint16_t code, CommonDevice*, void*) -> int {
     const int result = PerixProxy::getInstance()->ConnectDevice("desk-3", code);
-    heard.change([&](Heard& all) { all.push_back(std::to_string(code) + '=' + std::to_string(result)); });
+    heard.change(
+        [&](Heard& all) { all.push_back(std::to_string(code) + '=' + std::to_string(result)); });
     throw std::runtime_error("a client's mistake");
   };
   int first = 0;

@@ -29,10 +29,11 @@ struct Sent {
 class APen : public testing::Test {
  protected:
   void open(bool opened = true) {
-    proxy.PortInit(kPort, opened, [this](const std::string& port, unsigned int size, unsigned char* data) {
-      sent.push_back({port, std::string(reinterpret_cast<char*>(data), size)});
-      return 0U;
-    });
+    proxy.PortInit(kPort, opened,
+                   [this](const std::string& port, unsigned int size, unsigned char* data) {
+                     sent.push_back({port, std::string(reinterpret_cast<char*>(data), size)});
+                     return 0U;
+                   });
   }
   void announce(uint8_t device, uint16_t command = 2101) {
     unsigned char block[16] = {0x27, device};
@@ -40,8 +41,9 @@ class APen : public testing::Test {
     proxy.PortData(kPort, block, sizeof block);
   }
   int send(QEvent::Type type, int x = -1, int y = -1) {
-    QTabletEvent event(type, QPointF(30, 40), QPointF(130, 140), QTabletEvent::Stylus, QTabletEvent::Pen,
-                       0.5, -12, 34, 0.0, -10.25, 0, Qt::NoModifier, 1, Qt::NoButton, Qt::NoButton);
+    QTabletEvent event(type, QPointF(30, 40), QPointF(130, 140), QTabletEvent::Stylus,
+                       QTabletEvent::Pen, 0.5, -12, 34, 0.0, -10.25, 0, Qt::NoModifier, 1,
+                       Qt::NoButton, Qt::NoButton);
     return proxy.SendPenData("", &event, 0, x, y);
   }
 
@@ -79,7 +81,9 @@ TEST_F(APen, SendsEveryByteInItsPlace) {
   announce(5);
   send(QEvent::TabletPress, -1, 50);
   std::string want(198, '\0');
-  const auto put = [&](std::size_t offset, auto value) { std::memcpy(&want[offset], &value, sizeof value); };
+  const auto put = [&](std::size_t offset, auto value) {
+    std::memcpy(&want[offset], &value, sizeof value);
+  };
   put(0, int32_t{194});
   put(4, uint8_t{0x27});
   put(5, uint8_t{5});
@@ -104,8 +108,9 @@ TEST_F(APen, TellsPressingDraggingAndHoveringApart) {
   open();
   announce(5);
   const std::pair<QEvent::Type, int> steps[] = {
-      {QEvent::TabletMove, 0x26002},  {QEvent::TabletPress, 0x26003},  {QEvent::TabletMove, 0x26016},
-      {QEvent::TabletRelease, 0x26002}, {QEvent::TabletMove, 0x26002}, {QEvent::TabletEnterProximity, 171},
+      {QEvent::TabletMove, 0x26002}, {QEvent::TabletPress, 0x26003},
+      {QEvent::TabletMove, 0x26016}, {QEvent::TabletRelease, 0x26002},
+      {QEvent::TabletMove, 0x26002}, {QEvent::TabletEnterProximity, 171},
   };
   for (const auto& [type, code] : steps) {
     send(type);

@@ -24,7 +24,9 @@ int countDeath(uint16_t code, void* data, void* userdata) {
   return 0;
 }
 
-void freeList(const std::list<CommonDevice*>& list) { PerixProxy::getInstance()->FreeDeviceList(list); }
+void freeList(const std::list<CommonDevice*>& list) {
+  PerixProxy::getInstance()->FreeDeviceList(list);
+}
 
 /// Waits until the proxy is connected again; what asks without a connection fails at once.
 void awaitConnection() {
@@ -39,8 +41,9 @@ TEST(AProxy, WithoutAServiceFailsAtOnceAndConnectsWhenItComes) {
   EXPECT_EQ(PerixLastFailure().failure, PerixFailure::NoService);
   proxy->ReleaseService();
   const std::string log = logText();
-  for (const char* line : {"\"get zqbus interface failed\"", "\"retry to get zqbus interface failed\"",
-                           "\"wait perixserviced restart when it death\""}) {
+  for (const char* line :
+       {"\"get zqbus interface failed\"", "\"retry to get zqbus interface failed\"",
+        "\"wait perixserviced restart when it death\""}) {
     EXPECT_NE(log.find(std::string("\"Error:\" ") + line), std::string::npos) << line;
   }
   EXPECT_NE(log.find("perix_proxy_devices.cpp ConnectDevice("), std::string::npos);
@@ -61,7 +64,8 @@ TEST(AProxy, TellsEveryDesktopOfADeathOnceAndGoesOn) {
   ASSERT_EQ(proxy.GetVmIdInt("office-1"), 1U);
 
   auto waiting = std::async(std::launch::async, [&] {
-    control("setFault", message(std::string("getDeviceList"), std::string("crash"), int64_t{0}, int32_t{1}));
+    control("setFault",
+            message(std::string("getDeviceList"), std::string("crash"), int64_t{0}, int32_t{1}));
     const auto list = proxy.GetDeviceList("office-1");
     EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Died);
     return list.size();
@@ -84,7 +88,6 @@ TEST(AProxy, TellsEveryDesktopOfADeathOnceAndGoesOn) {
   service = startService();
   awaitConnection();
   EXPECT_EQ(deaths[1].get() + deaths[2].get(), 2);
-  EXPECT_NE(logText().find("\"waiting cnt=\""), logText().find("perix serviced death"));
 }
 
 TEST(AProxy, SleepsBeforeItLooksForTheServiceOnlyWhenNobodyListens) {
@@ -111,7 +114,12 @@ TEST(AProxy, FindsItsWayBackWhenTheBusReturns) {
   Watched<int> deaths;
   proxy.RegisterCallback("office-1", countDeath, &deaths);
   testBus().kill();
-  service->wait();
+  if (usesDirectLines()) {
+    EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);  // a line needs no bus
+    service->kill();
+  } else {
+    EXPECT_EQ(service->wait(), 3);
+  }
   EXPECT_EQ(proxy.ConnectDevice("office-1", 1), -1);
   testBus().restart();
   service = startService();

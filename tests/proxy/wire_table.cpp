@@ -11,8 +11,12 @@ constexpr char kDesk[] = "desk-3";
 constexpr UDevInfo kUsb = {{1, 2, 3, 4, 5, 6, 7, 8}};
 constexpr unsigned long long kSource = 0x0102030405060708;
 
-std::string show(int value) { return std::to_string(value); }
-std::string show(const std::string& text) { return '"' + text + '"'; }
+std::string show(int value) {
+  return std::to_string(value);
+}
+std::string show(const std::string& text) {
+  return '"' + text + '"';
+}
 
 template <typename Record>
 std::string show(const std::list<Record*>& records) {
@@ -30,12 +34,20 @@ std::string show(const std::map<std::string, int>& desktops) {
   return shown;
 }
 
-ZQBusMessage status(int32_t value) { return message(value); }
-ZQBusMessage text(const std::string& answer) { return message(answer); }
+ZQBusMessage status(int32_t value) {
+  return message(value);
+}
+ZQBusMessage text(const std::string& answer) {
+  return message(answer);
+}
 
-ZQBusMessage twoRecords() { return message(int32_t{2}, bytes("aa"), bytes("bb")); }
+ZQBusMessage twoRecords() {
+  return message(int32_t{2}, bytes("aa"), bytes("bb"));
+}
 
-VmInfo session(uint32_t role) { return {kDesk, 1, 2, 0x80000003, 4, 5, 6, role}; }
+VmInfo session(uint32_t role) {
+  return {kDesk, 1, 2, 0x80000003, 4, 5, 6, role};
+}
 
 std::list<_CHANNEL_HANDLE> channels() {
   _CHANNEL_HANDLE handle{"other-9", 10, 11, "one", {}};

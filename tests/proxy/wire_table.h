@@ -28,7 +28,9 @@ struct NamedWireRow {
   std::string name;
   WireRow row;
 };
-inline std::ostream& operator<<(std::ostream& out, const NamedWireRow& row) { return out << row.name; }
+inline std::ostream& operator<<(std::ostream& out, const NamedWireRow& row) {
+  return out << row.name;
+}
 
 const std::vector<NamedWireRow>& wireTable();
 

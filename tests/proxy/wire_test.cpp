@@ -43,7 +43,8 @@ TEST_P(AnOperation, ReturnsItsFailureValueForAnErrorAndWithoutAService) {
   const WireRow& row = GetParam().row;
   {
     Session session;
-    session.service.answerWith([](const std::shared_ptr<ZQBusCall>& call) { call->fail("no luck"); });
+    session.service.answerWith(
+        [](const std::shared_ptr<ZQBusCall>& call) { call->fail("no luck"); });
     const bool waits = row.timeoutMs > 0;
     EXPECT_EQ(row.run(session.proxy), waits ? row.failure : row.result);
     EXPECT_EQ(PerixLastFailure().failure, waits ? PerixFailure::Refused : PerixFailure::None);
@@ -67,7 +68,8 @@ TEST(AChangeOfFocus, WaitsForNoOtherOperation) {
     if (call->message().name() != "searchAllPrinter") return call->reply(message(int32_t{0}));
     search.change([&](auto& hanging) { hanging = call; });
   });
-  auto summary = std::async(std::launch::async, [&proxy = proxy] { return proxy.SearchAllPrinter(); });
+  auto summary =
+      std::async(std::launch::async, [&proxy = proxy] { return proxy.SearchAllPrinter(); });
   ASSERT_TRUE(search.wait([](const auto& hanging) { return hanging != nullptr; }));
   for (int i = 0; i < 50; ++i) EXPECT_EQ(proxy.OnFocusChanged("desk-3", 1, 1), 0);
   search.get()->reply(message(std::string("found")));
@@ -79,14 +81,14 @@ TEST(AnAddressToSearch, IsCheckedBeforeAnythingIsSent) {
   auto& [service, proxy] = session;
   std::list<_SharePrinterDevice> found;
   service.answerWith(message(int32_t{0}, int32_t{0}));
-  for (const char* valid : {"10.0.0.5", "0.0.0.0", "255.255.255.255", "10.0.0.5:0", "10.0.0.5:65535",
-                            "10.0.0.5:", "10.0.0.5:9100x"}) {
+  for (const char* valid : {"10.0.0.5", "0.0.0.0", "255.255.255.255", "10.0.0.5:0",
+                            "10.0.0.5:65535", "10.0.0.5:", "10.0.0.5:9100x"}) {
     EXPECT_EQ(proxy.SearchSharePrinterDevice(valid, found), 0) << valid;
   }
   service.takeCalls();
-  for (const char* invalid : {"", "printer", "10.0.0", "10.0.0.5.1", "10.0.0.256", "10.0.0.05",
-                              "10.0.0.-1", "10.0.0.5 ", " 10.0.0.5", "+10.0.0.5", "10..0.5",
-                              "10.0.0.5:65536", "10.0.0.5:-1", "::1", ":9100"}) {
+  for (const char* invalid :
+       {"", "printer", "10.0.0", "10.0.0.5.1", "10.0.0.256", "10.0.0.05", "10.0.0.-1", "10.0.0.5 ",
+        " 10.0.0.5", "+10.0.0.5", "10..0.5", "10.0.0.5:65536", "10.0.0.5:-1", "::1", ":9100"}) {
     EXPECT_EQ(proxy.SearchSharePrinterDevice(invalid, found), 1) << invalid;
   }
   EXPECT_TRUE(service.takeCalls().empty());
@@ -120,13 +122,14 @@ TEST(ARecord, OfAConnectedDeviceIsNamedAfterItsDesktopAsFarAsItReaches) {
   std::memset(device.vmIdText, '#', sizeof device.vmIdText);
   const std::string whole(reinterpret_cast<const char*>(&device), sizeof device);
   const std::size_t text = offsetof(CommonDevice, vmIdText);
-  for (const std::size_t length : {std::size_t{1}, std::size_t{9}, std::size_t{10}, std::size_t{24}, text,
-                                   text + 1, text + 10, sizeof device}) {
+  for (const std::size_t length : {std::size_t{1}, std::size_t{9}, std::size_t{10}, std::size_t{24},
+                                   text, text + 1, text + 10, sizeof device}) {
     service.answerWith(message(int32_t{1}, bytes(whole.substr(0, length))));
     const auto named = proxy.GetDeviceList("");
     ASSERT_EQ(named.size(), 1U) << length;
     std::string want = whole.substr(0, length);
-    if (length > text) want.replace(text, std::min(longId.size(), length - text), longId, 0, length - text);
+    if (length > text)
+      want.replace(text, std::min(longId.size(), length - text), longId, 0, length - text);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(named.front()), length), want) << length;
     const auto asReceived = proxy.GetDeviceStatus(1);
     ASSERT_EQ(asReceived.size(), 1U);

@@ -176,8 +176,8 @@ TEST_F(ADevice, NumberIsTheLowestFreeOneWhenTheHighestIsTaken) {
 TEST_F(APrinter, PrintsOneJobAfterTheOther) {
   std::vector<Result> results;
   const auto note = [&results](Result result) { results.push_back(result); };
-  world.printerBackend.printTestPage("Desk printer", note);
-  world.printerBackend.printTestPage("Desk printer", note);
+  world.printerBackend->printTestPage("Desk printer", note);
+  world.printerBackend->printTestPage("Desk printer", note);
   EXPECT_EQ(results, (std::vector{Result::Busy}));
   timer.pass(kLong);
   EXPECT_EQ(results, (std::vector{Result::Busy, Result::Done}));

@@ -41,7 +41,9 @@ int numberAtEnd(const std::string& name) {
 
 }  // namespace
 
-PrivateBus& testBus() { return *world->bus; }
+PrivateBus& testBus() {
+  return *world->bus;
+}
 
 std::string logText() {
   std::ostringstream text;
@@ -49,6 +51,11 @@ std::string logText() {
     if (entry.is_regular_file()) text << std::ifstream(entry.path()).rdbuf();
   }
   return text.str();
+}
+
+bool usesDirectLines() {
+  const char* wish = std::getenv("ZQBUS_DIRECT");
+  return wish == nullptr || std::string(wish) != "0";
 }
 
 RecordingService::RecordingService() {
@@ -88,7 +95,9 @@ std::vector<std::string> RecordingService::takeCalls() {
   return calls;
 }
 
-int RecordingService::idLookups() { return state_.get().lookups; }
+int RecordingService::idLookups() {
+  return state_.get().lookups;
+}
 
 void RecordingService::sendEvent(int desktop, int kind) {
   service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}));
@@ -105,7 +114,8 @@ std::unique_ptr<ChildProcess> startService() {
 
 std::string control(const std::string& method, const ZQBusMessage& arguments) {
   ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
-  const auto service = manager->getServiceProxyInterface("perixcontrol", ZQBusSecurityFlags::None, 1);
+  const auto service =
+      manager->getServiceProxyInterface("perixcontrol", ZQBusSecurityFlags::None, 1);
   const auto call = service->makeMethodCallMessage(method);
   for (const ZQBusArgument& argument : arguments.arguments()) call->append(argument);
   std::string answer;

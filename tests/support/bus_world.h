@@ -20,7 +20,10 @@ inline constexpr std::chrono::seconds kPatience{30};
 /// The bus of this process, up from the first test to the last; ZQBUS_ADDRESS names it, and
 /// XDG_STATE_HOME a directory of this process alone.
 PrivateBus& testBus();
+/// What this process logged so far.
 std::string logText();
+/// Whether services are reached over direct lines; ZQBUS_DIRECT says so.
+bool usesDirectLines();
 
 /// A value that one thread sets under a lock and another waits for.
 template <typename T>

@@ -64,6 +64,8 @@ constexpr std::array kResults = {
     ResultRow{21, ExitCode::Refused, "not mounted"},
     ResultRow{22, ExitCode::Refused, "no device number is free"},
     ResultRow{23, ExitCode::Refused, "busy"},
+    ResultRow{24, ExitCode::Refused, "the print server does not answer"},
+    ResultRow{25, ExitCode::Refused, "the print server refused"},
 };
 
 }  // namespace

@@ -1,0 +1,297 @@
+#include "channel.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "bus_log.h"
+#include "codec.h"
+#include "sd_bus_open.h"
+
+namespace zq {
+namespace {
+
+std::chrono::microseconds timeoutOf(int timeoutMs) {
+  using namespace std::chrono;
+  if (timeoutMs < 0) return kDefaultTimeout;
+  return std::max(microseconds(1), microseconds(milliseconds(timeoutMs)));
+}
+
+ZQBusMessage timedOut(int timeoutMs) {
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(timeoutOf(timeoutMs));
+  return ZQBusMessage::failed(ZQBusFailure::TimedOut,
+                              "timed out after " + std::to_string(ms.count()) + " ms");
+}
+
+ZQBusMessage busGone() {
+  return ZQBusMessage::failed(ZQBusFailure::BusGone, "the connection to the bus is lost");
+}
+
+ZQBusMessage peerGone(const std::string& service) {
+  return ZQBusMessage::failed(ZQBusFailure::PeerGone, service + " has left the bus");
+}
+
+bool saysLost(int result) {
+  return result == -ENOTCONN || result == -ECONNRESET || result == -EPIPE;
+}
+
+ZQBusMessage sendFailure(int result) {
+  switch (-result) {
+    case EMSGSIZE:
+    case E2BIG:
+      return ZQBusMessage::failed(ZQBusFailure::TooLarge, "too large for the bus");
+    case ECHILD:
+      return ZQBusMessage::failed(ZQBusFailure::Unusable,
+                                  "the connection belongs to the process that forked this one");
+    default:
+      return ZQBusMessage::failed(ZQBusFailure::Unusable,
+                                  std::string("cannot send: ") + std::strerror(-result));
+  }
+}
+
+/// Whether an error reply is the bus's way of saying that nobody is there to answer.
+bool saysPeerGone(sd_bus_message* message) {
+  static constexpr std::array kNames = {SD_BUS_ERROR_SERVICE_UNKNOWN,
+                                        SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_NO_REPLY,
+                                        SD_BUS_ERROR_DISCONNECTED};
+  return isFromBus(message) && std::any_of(kNames.begin(), kNames.end(), [&](const char* name) {
+           return sd_bus_message_is_method_error(message, name) > 0;
+         });
+}
+
+}  // namespace
+
+/// A call that waits for its reply.
+struct Channel::Call : Reader::Waiter {
+  Channel* channel;
+  std::shared_ptr<Peer> peer;
+  std::list<std::shared_ptr<Call>>::iterator position;
+  SdBusSlot slot;
+  int timeoutMs;
+  Clock::time_point deadline;
+  bool asynchronous = false;
+  ReplyFunction onReply;                // of an asynchronous call, may be empty
+  std::shared_ptr<ZQBusMessage> reply;  // of a blocking one
+};
+
+Channel::Subscription::Subscription(Channel& channel, std::string sender, SignalFunction listener)
+    : channel_(channel),
+      sender_(std::move(sender)),
+      listener_(std::make_shared<SignalFunction>(std::move(listener))) {}
+
+Channel::Subscription::~Subscription() {
+  const Reader::Hold hold(channel_.reader_);
+  slot_.reset();
+}
+
+Channel::Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss)
+    : reader_(std::move(connection), *this), deliveries_(deliveries), onLoss_(onLoss) {}
+
+Channel::~Channel() {
+  stop();
+}
+
+void Channel::stop() {
+  reader_.stop();
+  const Reader::Hold hold(reader_);
+  failCalls();
+}
+
+bool Channel::lost() {
+  const Reader::Hold hold(reader_);
+  return reader_.lost();
+}
+
+// --- Calls
+// ----------------------------------------------------------------------------------------
+
+std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMessage& request,
+                                            int timeoutMs, int descriptor) {
+  const auto call = std::make_shared<Call>();
+  call->timeoutMs = timeoutMs;
+  call->deadline = Clock::now() + timeoutOf(timeoutMs);
+  Reader::Turn turn(reader_, call);
+  // The deadline of a blocking call is the caller's own; sd-bus's would need somebody to look.
+  send(call, target, request, UINT64_MAX, descriptor);
+  turn.waitUntil(call->deadline);
+  if (!call->done) finish(*call, reader_.lost() ? lossOf(*call) : timedOut(timeoutMs));
+  return std::move(call->reply);
+}
+
+void Channel::callAsync(const Target& target, const ZQBusMessage& request, ReplyFunction onReply,
+                        int timeoutMs) {
+  const auto call = std::make_shared<Call>();
+  call->timeoutMs = timeoutMs;
+  call->deadline = Clock::now() + timeoutOf(timeoutMs);
+  call->asynchronous = true;
+  call->onReply = std::move(onReply);
+  const Reader::Hold hold(reader_);
+  send(call, target, request, static_cast<uint64_t>(timeoutOf(timeoutMs).count()));
+  reader_.sent();
+}
+
+/// Sends a call, or finishes it when that cannot be.
+void Channel::send(const std::shared_ptr<Call>& call, const Target& target,
+                   const ZQBusMessage& request, uint64_t timeout, int descriptor) {
+  call->channel = this;
+  call->peer = target.peer;
+  call->position = calls_.insert(calls_.end(), call);
+  if (reader_.lost()) return finish(*call, lossOf(*call));
+  if (call->peer != nullptr && call->peer->gone)
+    return finish(*call, peerGone(call->peer->service));
+
+  sd_bus_message* message = nullptr;
+  const char* destination = target.destination.empty() ? nullptr : target.destination.c_str();
+  int result =
+      sd_bus_message_new_method_call(reader_.bus(), &message, destination, target.path.c_str(),
+                                     target.interface.c_str(), request.name().c_str());
+  const SdBusMessage owned(message);
+  if (result >= 0) result = encodeArguments(request, message);
+  if (result >= 0 && descriptor >= 0) {
+    result = sd_bus_message_append_basic(message, SD_BUS_TYPE_UNIX_FD, &descriptor);
+  }
+  sd_bus_slot* slot = nullptr;
+  if (result >= 0) {
+    result = sd_bus_call_async(reader_.bus(), &slot, message, &onReply, call.get(), timeout);
+  }
+  call->slot.reset(slot);
+  if (result < 0) finish(*call, saysLost(result) ? lossOf(*call) : sendFailure(result));
+}
+
+int Channel::onReply(sd_bus_message* message, void* userdata, sd_bus_error*) {
+  Call& call = *static_cast<Call*>(userdata);
+  if (sd_bus_message_is_method_error(message, nullptr) == 0) {
+    ZQBusMessage reply(ZQBusMessageType::MethodReturn, {});
+    decodeArguments(message, reply);
+    call.channel->finish(call, std::move(reply));
+  } else if (isFromBus(message) && Clock::now() >= call.deadline) {
+    call.channel->finish(call, timedOut(call.timeoutMs));
+  } else if (saysPeerGone(message)) {
+    call.channel->finish(call, peerGone(call.peer != nullptr ? call.peer->service : "the owner"));
+  } else {
+    ZQBusMessage reply = ZQBusMessage::failed(ZQBusFailure::Service);
+    decodeArguments(message, reply);
+    call.channel->finish(call, std::move(reply));
+  }
+  return 1;
+}
+
+/// What the loss of the connection makes of a call.
+ZQBusMessage Channel::lossOf(const Call& call) const {
+  return onLoss_ == ZQBusFailure::PeerGone && call.peer != nullptr ? peerGone(call.peer->service)
+                                                                   : busGone();
+}
+
+/// Ends a call with its one outcome. Under the lock.
+void Channel::finish(Call& call, ZQBusMessage reply) {
+  const std::shared_ptr<Call> owned = *call.position;
+  calls_.erase(call.position);
+  call.slot.reset();
+  auto outcome = std::make_shared<ZQBusMessage>(std::move(reply));
+  if (!call.asynchronous) {
+    call.reply = std::move(outcome);
+    reader_.complete(owned);
+  } else if (call.onReply) {
+    deliveries_.post(
+        [onReply = std::move(call.onReply), outcome = std::move(outcome)] { onReply(outcome); });
+  }
+}
+
+// --- Signals
+// --------------------------------------------------------------------------------------
+
+std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& interface,
+                                                          const std::string& member,
+                                                          const std::string& sender,
+                                                          SignalFunction listener) {
+  std::string match = "type='signal',interface='" + interface + "',member='" + member + '\'';
+  if (!sender.empty()) match += ",sender='" + sender + '\'';
+  // Made before the lock is taken: its end takes the lock itself.
+  auto subscription = std::make_unique<Subscription>(*this, sender, std::move(listener));
+  const Reader::Hold hold(reader_);
+  if (reader_.lost()) return nullptr;
+  subscription->slot_ = addMatch(match, &onSignal, subscription.get());
+  if (subscription->slot_ == nullptr) return nullptr;
+  return subscription;
+}
+
+SdBusSlot Channel::addMatch(const std::string& match, sd_bus_message_handler_t handler,
+                            void* userdata) {
+  // Without a handler of its own for the answer, sd-bus would close the connection on a refusal.
+  const auto onAnswer = [](sd_bus_message* answer, void*, sd_bus_error*) {
+    if (const sd_bus_error* error = sd_bus_message_get_error(answer)) {
+      busLog(std::string("the bus refused a subscription: ") + error->message);
+    }
+    return 1;
+  };
+  sd_bus_slot* slot = nullptr;
+  sd_bus_add_match_async(reader_.bus(), &slot, match.c_str(), handler, onAnswer, userdata);
+  reader_.sent();
+  return SdBusSlot(slot);
+}
+
+int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
+  const Subscription& subscription = *static_cast<Subscription*>(userdata);
+  const char* named = sd_bus_message_get_sender(message);
+  const std::string sender = named != nullptr ? named : "";
+  // A match does not keep away what another client sends to this connection directly.
+  if (!subscription.sender_.empty() && subscription.sender_ != sender) return 0;
+  const auto event =
+      std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, sd_bus_message_get_member(message));
+  decodeArguments(message, *event);
+  const std::size_t size = memoryOf(*event);
+  subscription.channel_.deliveries_.postEvent(
+      [weak = std::weak_ptr(subscription.listener_), event, sender] {
+        if (const auto listener = weak.lock()) (*listener)(event, sender);
+      },
+      size);
+  return 0;
+}
+
+// --- Deaths
+// ---------------------------------------------------------------------------------------
+
+std::shared_ptr<Peer> Channel::addPeer(const std::string& service, const std::string& owner) {
+  auto peer = std::make_shared<Peer>(service, owner);
+  const Reader::Hold hold(reader_);
+  std::erase_if(peers_, [](const auto& weak) { return weak.expired(); });
+  peers_.push_back(peer);
+  peer->gone = reader_.lost();
+  return peer;
+}
+
+void Channel::setDeathCallback(const std::shared_ptr<Peer>& peer, std::function<void()> onDeath) {
+  const Reader::Hold hold(reader_);
+  peer->onDeath.swap(onDeath);
+  if (peer->gone) postDeath(peer);
+}
+
+void Channel::declareDead(const std::shared_ptr<Peer>& peer) {
+  if (peer->gone) return;
+  peer->gone = true;
+  for (auto next = calls_.begin(); next != calls_.end();) {
+    Call& call = **next++;
+    if (call.peer == peer) finish(call, peerGone(peer->service));
+  }
+  postDeath(peer);
+}
+
+void Channel::postDeath(const std::shared_ptr<Peer>& peer) {
+  if (!peer->onDeath) return;
+  deliveries_.post([weak = std::weak_ptr(peer), onDeath = std::exchange(peer->onDeath, nullptr)] {
+    if (weak.lock() != nullptr) onDeath();
+  });
+}
+
+void Channel::onConnectionLost() {
+  failCalls();
+  declareDeadIf([](const Peer&) { return true; });
+}
+
+void Channel::failCalls() {
+  while (!calls_.empty()) finish(*calls_.front(), lossOf(*calls_.front()));
+}
+
+}  // namespace zq

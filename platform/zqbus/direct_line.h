@@ -1,0 +1,17 @@
+// The direct line: a connection to a service that does not go through the bus.
+#pragma once
+
+#include <memory>
+
+#include "channel.h"
+
+namespace zq {
+
+/// Opens a direct line to the service behind `peer`, which is bound on `bus`: hands it one end of a
+/// socket pair in a call through the bus, which vouches for both. Blocks for a round trip to the
+/// service, a few seconds at most. Null when the service offers none, does not answer, or
+/// ZQBUS_DIRECT is 0; the service is used through the bus then. `deliveries` outlives the line.
+std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
+                                        DeliveryQueue& deliveries);
+
+}  // namespace zq

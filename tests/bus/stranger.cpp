@@ -1,0 +1,80 @@
+#include "stranger.h"
+
+#include <stdexcept>
+
+#include "tests/support/bus_world.h"
+
+namespace zq {
+namespace {
+
+constexpr char kBus[] = "org.freedesktop.DBus";
+constexpr char kService[] = "org.zqbus.perix";
+constexpr char kPath[] = "/org/zqbus/perix";
+
+void check(int result, const char* what) {
+  if (result < 0) throw std::runtime_error(what);
+}
+
+}  // namespace
+
+Stranger::Stranger() {
+  check(sd_bus_new(&bus_), "new");
+  check(sd_bus_set_address(bus_, testBus().address().c_str()), "address");
+  check(sd_bus_set_bus_client(bus_, 1), "bus client");
+  check(sd_bus_start(bus_), "start");
+}
+
+Stranger::~Stranger() {
+  sd_bus_flush_close_unref(bus_);
+}
+
+void Stranger::sendSignal(const char* path, const char* interface, const char* member,
+                          const char* to) {
+  sd_bus_message* signal = nullptr;
+  check(sd_bus_message_new_signal(bus_, &signal, path, interface, member), "signal");
+  if (to != nullptr) check(sd_bus_message_set_destination(signal, to), "destination");
+  check(sd_bus_message_append(signal, "ii", 0, 666), "arguments");
+  check(sd_bus_send(bus_, signal, nullptr), "send");
+  sd_bus_message_unref(signal);
+}
+
+void Stranger::sync() {
+  check(sd_bus_call_method(bus_, kBus, "/", "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr,
+                           nullptr),
+        "ping");
+}
+
+bool Stranger::call(const char* method) {
+  return sd_bus_call_method(bus_, kService, kPath, kService, method, nullptr, nullptr, nullptr) >=
+         0;
+}
+
+bool Stranger::openLine(int end) {
+  return sd_bus_call_method(bus_, kService, kPath, "org.zqbus.Direct", "Open", nullptr, nullptr,
+                            "h", end) >= 0;
+}
+
+void Stranger::becomeMonitor() {
+  check(sd_bus_call_method(bus_, kBus, "/org/freedesktop/DBus", "org.freedesktop.DBus.Monitoring",
+                           "BecomeMonitor", nullptr, nullptr, "asu", 0, 0),
+        "monitor");
+}
+
+std::vector<std::string> Stranger::seenUntil(const std::string& member) {
+  std::vector<std::string> seen;
+  for (;;) {
+    sd_bus_message* message = nullptr;
+    const int result = sd_bus_process(bus_, &message);
+    check(result, "process");
+    if (message != nullptr && sd_bus_message_get_member(message) != nullptr) {
+      if (member == sd_bus_message_get_member(message)) return seen;
+      const char* interface = sd_bus_message_get_interface(message);
+      seen.push_back(std::string(interface != nullptr ? interface : "") + '.' +
+                     sd_bus_message_get_member(message));
+    }
+    sd_bus_message_unref(message);
+    if (result == 0) check(sd_bus_wait(bus_, UINT64_MAX), "wait");
+  }
+}
+
+}  // namespace zq

@@ -1,0 +1,36 @@
+// Another client of the bus, with sd-bus alone.
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <string>
+#include <vector>
+
+namespace zq {
+
+class Stranger {
+ public:
+  Stranger();
+  ~Stranger();
+  Stranger(const Stranger&) = delete;
+  Stranger& operator=(const Stranger&) = delete;
+
+  /// Sends a signal with arguments 0 and 666 to everybody, or to one connection alone.
+  void sendSignal(const char* path, const char* interface, const char* member,
+                  const char* to = nullptr);
+  /// Waits until the bus has routed what was sent before.
+  void sync();
+  /// Calls a method of the service through the bus. False for an error.
+  bool call(const char* method);
+  /// Hands the service an end of a socket pair. False when it refuses.
+  bool openLine(int end);
+  /// Sees everything that goes through the bus from now on: "interface.member" each.
+  void becomeMonitor();
+  /// What was seen up to a signal of that name.
+  std::vector<std::string> seenUntil(const std::string& member);
+
+ private:
+  sd_bus* bus_ = nullptr;
+};
+
+}  // namespace zq
