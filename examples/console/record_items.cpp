@@ -25,6 +25,20 @@ constexpr std::array kPrinterStates = {
     StateWord{"Printing", Light::On},
 };
 
+struct EventWord {
+  uint16_t code;
+  const char* text;
+};
+constexpr EventWord kDeviceEvents[] = {
+    {4, "changed"},
+    {5, "was refused its automatic connection"},
+    {6, "arrived"},
+    {kDeviceRemoved, "was removed"},
+    {10, "is new and waits for its configuration"},
+    {64, "was mounted"},
+    {65, "was unmounted"},
+};
+
 void setState(Item& item, const std::array<StateWord, 4>& words, int64_t state) {
   const bool known = state >= 0 && state < static_cast<int64_t>(words.size());
   const StateWord word = known ? words[static_cast<std::size_t>(state)] : StateWord{};
@@ -33,6 +47,13 @@ void setState(Item& item, const std::array<StateWord, 4>& words, int64_t state) 
 }
 
 }  // namespace
+
+QString deviceEventText(uint16_t code) {
+  for (const EventWord& word : kDeviceEvents) {
+    if (word.code == code) return word.text;
+  }
+  return QString("event %1").arg(code);
+}
 
 Item itemOf(const CommonDevice& device, const QString& desktop) {
   Item item;

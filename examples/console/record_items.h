@@ -29,6 +29,11 @@ QString textIn(const char (&field)[Size]) {
   return QString::fromUtf8(field, static_cast<int>(strnlen(field, Size)));
 }
 
+/// The code of the device event that says that the device is gone.
+inline constexpr uint16_t kDeviceRemoved = 7;
+/// What the device did, by the code of its event.
+QString deviceEventText(uint16_t code);
+
 /// `desktop` is the name of the desktop that the record names by its number.
 Item itemOf(const CommonDevice& device, const QString& desktop);
 Item itemOf(const PrinterDevice& printer, const QString& desktop);

@@ -9,32 +9,10 @@ namespace zq::console {
 namespace {
 
 constexpr int kCheckIntervalMs = 1000;
-constexpr uint16_t kDeviceRemoved = 7;
 
 // The name under which the session itself hears of the service's death, desktops or none: no
 // desktop's name is empty.
 const QString kOwnName;
-
-struct EventWord {
-  uint16_t code;
-  const char* text;
-};
-constexpr EventWord kDeviceEvents[] = {
-    {4, "changed"},
-    {5, "was refused its automatic connection"},
-    {6, "arrived"},
-    {kDeviceRemoved, "was removed"},
-    {10, "is new and waits for its configuration"},
-    {64, "was mounted"},
-    {65, "was unmounted"},
-};
-
-QString deviceEventText(uint16_t code) {
-  for (const EventWord& word : kDeviceEvents) {
-    if (word.code == code) return word.text;
-  }
-  return QString("event %1").arg(code);
-}
 
 // Asking for the proxy anew is what reconnects after the service was away.
 PerixProxy& perix() {

@@ -34,7 +34,8 @@ class ZQBusSerivceManager;
 /// - Results. An `int` is the service's own result, 0 for success, or -1 when there is no service,
 ///   no answer in time or an error for an answer. Strings, lists and maps are empty then.
 ///   PerixLastFailure() tells these apart; the log has a line for each.
-/// - Desktops. `vmId` names a desktop by its string id. An unknown one is no error here: the service
+/// - Desktops. `vmId` names a desktop by its string id. An unknown one is no error here: the
+/// service
 ///   gets the integer id 0 and decides.
 /// - Lists. Each record is a `malloc` block of exactly the received length; list and records are
 ///   the caller's, who releases them with the matching Free operation, or `free` where none is.
@@ -95,9 +96,9 @@ class [[gnu::visibility("default")]] PerixProxy {
   // --- Events -----------------------------------------------------------------------------------
 
   /// Calls every device callback with a device's event. Always 0.
-  virtual int DeviceBaseInfoNotify(uint16_t code, CommonDevice* device);
+  virtual int DeviceBaseInfoNotify(uint16_t code, CommonDevice * device);
   /// Calls every configuration-result callback. Always 0.
-  virtual int ConfigNewDeviceResultNotify(uint16_t code, _ConfigNewDeviceResult* result);
+  virtual int ConfigNewDeviceResultNotify(uint16_t code, _ConfigNewDeviceResult * result);
 
   // --- Callbacks --------------------------------------------------------------------------------
   // None of these asks the service. They wait while a callback runs, so never call them from
@@ -207,7 +208,7 @@ class [[gnu::visibility("default")]] PerixProxy {
   virtual int GetAutoConnect(unsigned short type);
   /// Adds a device reached over the network, described by a kind and a text for the service.
   virtual int AddNetworkDevice(int n, std::string& s);
-  virtual int DeleteNetworkDevice(std::string& first, std::string& second);
+  virtual int DeleteNetworkDevice(std::string & first, std::string & second);
   /// Reports the state of a USB redirection.
   virtual int SetUsbredirStatus(std::string vmId, UDevInfo info, unsigned short status);
   /// Does nothing and asks nobody: 0. Kept for clients that still call it.
@@ -217,9 +218,9 @@ class [[gnu::visibility("default")]] PerixProxy {
 
   // --- Device policies and properties -----------------------------------------------------------
 
-  /// Stores `localPolicy` as the device's policy; `devNumber`, `name` and `detail` say which device.
-  /// `dev` stays the caller's.
-  virtual int SetDeviceLocalPolicy(CommonDevice* dev);
+  /// Stores `localPolicy` as the device's policy; `devNumber`, `name` and `detail` say which
+  /// device. `dev` stays the caller's.
+  virtual int SetDeviceLocalPolicy(CommonDevice * dev);
   virtual int SetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                           unsigned short property, int value);
   /// The property of a vendor and product; `property` is not sent, the service has one. 0 on
@@ -282,9 +283,9 @@ class [[gnu::visibility("default")]] PerixProxy {
   /// Stops a search. Waits for other operations first, a search of this process among them.
   virtual int StopSearchSharePrinterDevice();
   /// Adds shared printers to those the service keeps.
-  virtual int AddSharePrinterDevice(std::list<_SharePrinterDevice>& devices);
+  virtual int AddSharePrinterDevice(std::list<_SharePrinterDevice> & devices);
   /// Deletes the shared printer of that address and name.
-  virtual int DeleteSharePrinterDevice(_SharePrinterDevice& device);
+  virtual int DeleteSharePrinterDevice(_SharePrinterDevice & device);
   /// A summary of all printers, in the service's own format. Waits at most 30 s.
   virtual std::string SearchAllPrinter();
 
@@ -325,7 +326,7 @@ class [[gnu::visibility("default")]] PerixProxy {
 
   /// Diagnoses a desktop. Waits at most 10 s. `notify` hears of the progress from now on, in place
   /// of an earlier one; null ends that. It stays the caller's, who keeps it alive until then.
-  virtual int Diagnose(std::string vmId, PerixDiagnoseNotify* notify);
+  virtual int Diagnose(std::string vmId, PerixDiagnoseNotify * notify);
   /// Diagnoses one device; as Diagnose.
   virtual int DiagnoseDevice(std::string vmId, unsigned long long srcId,
                              PerixDiagnoseNotify* notify);
@@ -375,14 +376,14 @@ class [[gnu::visibility("default")]] PerixProxy {
   void handleJoystickOrDesktopEvent(int kind, const std::string& vmId, uint8_t* payload);
   void noteFirstDeviceUserdata();
 
-  void appendChannels(PerixCall& call, const std::list<_CHANNEL_HANDLE>& handles);
+  void appendChannels(PerixCall & call, const std::list<_CHANNEL_HANDLE>& handles);
   void nameDesktop(const CommonDevice& received, CommonDevice& copy, uint32_t length);
-  void setDiagnoseNotify(PerixDiagnoseNotify* notify);
+  void setDiagnoseNotify(PerixDiagnoseNotify * notify);
 
   static std::atomic<PerixProxy*> mPerixProxy;
 
   // Members keep their order; a new one goes to the end.
-  ServiceHandle serviceProxy;                                // null: not connected
+  ServiceHandle serviceProxy;                                  // null: not connected
   std::atomic<ZQBusSerivceManager*> serviceManager = nullptr;  // the bus library's
   std::map<std::string, CallbackSlot<DesktopCallback>> vmCallbacks;
   std::map<unsigned int, std::string> vmIdMap;
@@ -392,9 +393,9 @@ class [[gnu::visibility("default")]] PerixProxy {
   std::unique_ptr<PenPort> penPort;
   std::atomic<CallbackSlot<CmdCallback>> cmdCallback;
   ZQBusEventCallback* eventCallback = nullptr;  // the bus library's
-  std::mutex callbackMutex;  // the registries; held while callbacks run
-  std::mutex idMapMutex;     // vmIdMap; never held across a call
-  std::mutex callMutex;      // every call, across its wait; taken before idMapMutex
+  std::mutex callbackMutex;                     // the registries; held while callbacks run
+  std::mutex idMapMutex;                        // vmIdMap; never held across a call
+  std::mutex callMutex;  // every call, across its wait; taken before idMapMutex
   std::map<void*, ConfigNewDevResultCallback> configResultCallbacks;
   std::list<CallbackSlot<JoystickCallback>> joystickCallbacks;
   PerixDiagnoseNotify* diagnoseNotify = nullptr;  // the client's; under callbackMutex

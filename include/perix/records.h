@@ -80,13 +80,13 @@ static_assert(sizeof(UDevInfo) == 8);
 
 /// A desktop session, as ConnectVm announces it.
 struct VmInfo {
-  std::string vmId;                  ///< the desktop's string id
-  int32_t systemType;                ///< kind of guest system, the service's values
-  int32_t shareMode;                 ///< sharing mode of the session, the service's values
-  uint32_t connectParam;             ///< passed to the service, never logged
-  uint32_t sessionId;                ///< logged only
-  uint32_t lumMajorVer;              ///< logged only
-  uint32_t lumMinorVer;              ///< logged only
+  std::string vmId;                   ///< the desktop's string id
+  int32_t systemType;                 ///< kind of guest system, the service's values
+  int32_t shareMode;                  ///< sharing mode of the session, the service's values
+  uint32_t connectParam;              ///< passed to the service, never logged
+  uint32_t sessionId;                 ///< logged only
+  uint32_t lumMajorVer;               ///< logged only
+  uint32_t lumMinorVer;               ///< logged only
   uint32_t lumStreamCollaborateType;  ///< this client's role in a shared stream
 };
 

@@ -17,13 +17,13 @@ enum class ZQBusMessageType : int { MethodCall = 1, MethodReturn = 2, Error = 3,
 /// Why a message of type Error came to be. Everything but `Service` was decided on this side of
 /// the bus or by the bus itself; string 0 of the message says the same in words.
 enum class ZQBusFailure {
-  None,        ///< not a failure
-  Service,     ///< the service answered the call with an error
-  TimedOut,    ///< the service did not answer within the call's time-out
-  PeerGone,    ///< the service left the bus before it answered, or had left it already
-  BusGone,     ///< the connection to the bus is lost
-  TooLarge,    ///< an argument or the whole message is larger than the bus carries
-  Unusable,    ///< the connection cannot be used here (for one, after fork)
+  None,      ///< not a failure
+  Service,   ///< the service answered the call with an error
+  TimedOut,  ///< the service did not answer within the call's time-out
+  PeerGone,  ///< the service left the bus before it answered, or had left it already
+  BusGone,   ///< the connection to the bus is lost
+  TooLarge,  ///< an argument or the whole message is larger than the bus carries
+  Unusable,  ///< the connection cannot be used here (for one, after fork)
 };
 
 /// A byte block as an argument carries it.
@@ -42,9 +42,7 @@ struct ZQBusBytes {
   /// A block that holds a copy of `size` bytes at `source`.
   static ZQBusBytes copyOf(const void* source, uint32_t size);
 
-  std::string_view view() const {
-    return {reinterpret_cast<const char*>(data.get()), size};
-  }
+  std::string_view view() const { return {reinterpret_cast<const char*>(data.get()), size}; }
 };
 
 /// One argument. `std::monostate` stands for an argument of a type that the bus does not carry; it
@@ -103,6 +101,8 @@ class ZQBusMessage {
   const std::string& name() const { return name_; }
   ZQBusFailure failure() const { return failure_; }
 
+  /// Block `index` as it lies in the message, null when there is none.
+  const ZQBusBytes* bytesAt(std::size_t index) const;
   uint16_t readUInt16(std::size_t index) const;
   int64_t readInt64(std::size_t index) const;
   const std::vector<ZQBusArgument>& arguments() const { return arguments_; }

@@ -60,8 +60,8 @@ class ZQBusProxyInterface {
   /// `failure()` and in string 0 what happened: the service's own error, or one of this side
   /// (timed out, service gone, bus gone, too large). The service's death ends the call at once. A
   /// reply that comes after its time-out is dropped.
-  virtual std::shared_ptr<ZQBusMessage> callWithReplyBlocking(
-      std::shared_ptr<ZQBusMessage> message, int timeoutMs) = 0;
+  virtual std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
+                                                              int timeoutMs) = 0;
 
   /// Sends `message` and returns without waiting. `onReply` (may be empty) is called exactly once,
   /// on the delivery thread, with what callWithReplyBlocking would have returned.
@@ -104,8 +104,9 @@ class ZQBusSerivceManager {
   /// nobody owns the name, when `flags` ask for a trusted peer and the owner is none, and when the
   /// bus is gone. `version` is the version of the interface that the caller speaks, at least 1;
   /// there is one version so far.
-  virtual std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(
-      const std::string& service, ZQBusSecurityFlags flags, int version) = 0;
+  virtual std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string& service,
+                                                                        ZQBusSecurityFlags flags,
+                                                                        int version) = 0;
 
   /// Calls `callback` for every broadcast `event`, whoever sends it; with `TrustedPeer` only for
   /// those of trusted senders. Takes ownership of `callback` and keeps it for the life of the

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +15,7 @@
 #include <thread>
 
 #include "platform/log/log_file_sink.h"
+#include "platform/util/library_thread.h"
 #include "platform/util/private_directory.h"
 
 namespace zq {
@@ -33,27 +33,9 @@ LogFileSink& theSink() {
   return *sink;
 }
 
-// Signals are the program's business: none is to be handled on a thread that begins while one of
-// these lives.
-class AllSignalsBlocked {
- public:
-  AllSignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous_);
-  }
-  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
- private:
-  sigset_t previous_;
-};
-
 // A thread of our own, not spdlog's registry: that is the program's, should it use spdlog too.
 void startFlushingEverySecond() {
-  const AllSignalsBlocked blocked;
-  std::thread([] {
+  startLibraryThread("perix-log", [] {
     for (;;) {
       std::this_thread::sleep_for(std::chrono::seconds(1));
       theSink().flush();

@@ -1,7 +1,10 @@
 #include "codec.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <span>
+#include <string_view>
 
 namespace zq {
 namespace {
@@ -88,7 +91,23 @@ struct Encoder {
   }
 };
 
-int encodeVariants(const std::vector<ZQBusArgument>& arguments, sd_bus_message* to) {
+using Arguments = std::span<const ZQBusArgument>;
+
+int encodeEach(Arguments arguments, sd_bus_message* to) {
+  for (const ZQBusArgument& argument : arguments) {
+    const int result = std::visit(Encoder{to}, argument);
+    if (result < 0) return result;
+  }
+  return 0;
+}
+
+int encodeBlocks(Arguments blocks, sd_bus_message* to) {
+  int result = sd_bus_message_open_container(to, 'a', "ay");
+  if (result >= 0) result = encodeEach(blocks, to);
+  return result >= 0 ? sd_bus_message_close_container(to) : result;
+}
+
+int encodeVariants(Arguments arguments, sd_bus_message* to) {
   int result = sd_bus_message_open_container(to, 'a', "v");
   for (const ZQBusArgument& argument : arguments) {
     if (result >= 0) result = sd_bus_message_open_container(to, 'v', signatureOf(argument));
@@ -114,11 +133,17 @@ ZQBusArgument decodeText(sd_bus_message* from, char type) {
   return std::string(text != nullptr ? text : "");
 }
 
-ZQBusBytes decodeBytes(sd_bus_message* from) {
+/// The content of the byte array that is next in `from`; it belongs to the message.
+std::string_view readArray(sd_bus_message* from) {
   const void* data = nullptr;
   std::size_t size = 0;
   if (sd_bus_message_read_array(from, 'y', &data, &size) < 0) size = 0;
-  return ZQBusBytes::copyOf(data, static_cast<uint32_t>(size));
+  return {static_cast<const char*>(data), size};
+}
+
+ZQBusBytes decodeBytes(sd_bus_message* from) {
+  const std::string_view content = readArray(from);
+  return ZQBusBytes::copyOf(content.data(), static_cast<uint32_t>(content.size()));
 }
 
 ZQBusArgument decodeTextOfAnyBytes(sd_bus_message* from) {
@@ -165,29 +190,61 @@ ZQBusArgument decodeArgument(sd_bus_message* from, char type, const char* conten
   return std::monostate{};
 }
 
+/// The blocks of one list, many to an allocation. A list's blocks live and die together as a rule.
+class BlockPool {
+ public:
+  ZQBusBytes copyOf(std::string_view content) {
+    const std::size_t padded = std::max(content.size() + 1, ZQBusBytes::kReadable);
+    const std::size_t units = (padded + sizeof(Unit) - 1) / sizeof(Unit);
+    if (left_ < units) grow(units);
+    left_ -= units;
+    auto* const bytes = reinterpret_cast<uint8_t*>(chunk_.get() + left_);
+    std::memcpy(bytes, content.data(), content.size());
+    std::memset(bytes + content.size(), 0, padded - content.size());
+    return {std::shared_ptr<uint8_t[]>(chunk_, bytes), static_cast<uint32_t>(content.size())};
+  }
+
+ private:
+  using Unit = std::max_align_t;
+
+  void grow(std::size_t units) {
+    left_ = std::max(units, kChunkUnits);
+    chunk_ = std::make_shared_for_overwrite<Unit[]>(left_);
+  }
+
+  static constexpr std::size_t kChunkUnits = (std::size_t{64} << 10) / sizeof(Unit);
+  std::shared_ptr<Unit[]> chunk_;
+  std::size_t left_ = 0;
+};
+
+void decodeBlocks(sd_bus_message* from, ZQBusMessage& to) {
+  BlockPool blocks;
+  sd_bus_message_enter_container(from, 'a', "ay");
+  while (sd_bus_message_at_end(from, 0) == 0) to.append(blocks.copyOf(readArray(from)));
+  sd_bus_message_exit_container(from);
+}
+
 /// Decodes every argument up to the end of the message, or of the container that was entered.
 void decodeRest(sd_bus_message* from, ZQBusMessage& to) {
   char type = 0;
   const char* contents = nullptr;
   while (sd_bus_message_peek_type(from, &type, &contents) > 0) {
-    to.append(decodeArgument(from, type, contents));
+    if (type == 'a' && std::strcmp(contents, "ay") == 0) {
+      decodeBlocks(from, to);
+    } else {
+      to.append(decodeArgument(from, type, contents));
+    }
   }
 }
 
 void decodeVariants(sd_bus_message* from, ZQBusMessage& to) {
   sd_bus_message_enter_container(from, 'a', "v");
-  while (sd_bus_message_at_end(from, 0) == 0) {
-    // A list is of byte blocks nearly always; entering the variant unseen saves a look at its type.
-    if (sd_bus_message_enter_container(from, 'v', "ay") > 0) {
-      to.append(decodeBytes(from));
-    } else {
-      const char* contents = nullptr;
-      char type = 0;
-      if (sd_bus_message_peek_type(from, &type, &contents) <= 0) break;
-      const std::string inner = contents;
-      if (sd_bus_message_enter_container(from, 'v', inner.c_str()) <= 0) break;
-      decodeRest(from, to);
-    }
+  const char* contents = nullptr;
+  char type = 0;
+  while (sd_bus_message_peek_type(from, &type, &contents) > 0) {
+    const std::string inner = contents;
+    if (sd_bus_message_enter_container(from, 'v', inner.c_str()) <= 0) break;
+    decodeRest(from, to);
     if (sd_bus_message_exit_container(from) < 0) break;
   }
   sd_bus_message_exit_container(from);
@@ -196,24 +253,27 @@ void decodeVariants(sd_bus_message* from, ZQBusMessage& to) {
 }  // namespace
 
 int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
-  std::size_t signature = 0;
+  const Arguments all = from.arguments();
+  std::size_t leading = 0;    // those before the last run of blocks
+  std::size_t signature = 0;  // of them all, and
+  std::size_t head = 0;       // of the leading ones
   std::size_t size = kHeaderAllowance;
-  for (const ZQBusArgument& argument : from.arguments()) {
-    const char* type = signatureOf(argument);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    const char* type = signatureOf(all[i]);
     if (type == nullptr) return -EINVAL;
-    const std::size_t content = contentSize(argument);
+    const std::size_t content = contentSize(all[i]);
     if (content > kMaxArray) return -EMSGSIZE;
     signature += std::strlen(type);
     size += content + kArgumentAllowance;
+    if (std::holds_alternative<ZQBusBytes>(all[i])) continue;
+    leading = i + 1;
+    head = signature;
   }
-  const bool asVariants = signature > kMaxSignature;
-  if (size > (asVariants ? kMaxArray : kMaxMessage)) return -EMSGSIZE;
-  if (asVariants) return encodeVariants(from.arguments(), to);
-  for (const ZQBusArgument& argument : from.arguments()) {
-    const int result = std::visit(Encoder{to}, argument);
-    if (result < 0) return result;
-  }
-  return 0;
+  if (signature <= kMaxSignature) return size > kMaxMessage ? -EMSGSIZE : encodeEach(all, to);
+  if (size > kMaxArray) return -EMSGSIZE;
+  if (head + std::strlen("aay") > kMaxSignature) return encodeVariants(all, to);
+  const int result = encodeEach(all.first(leading), to);
+  return result >= 0 ? encodeBlocks(all.subspan(leading), to) : result;
 }
 
 void decodeArguments(sd_bus_message* from, ZQBusMessage& to) {

@@ -1,7 +1,9 @@
 // ZQBusMessage to D-Bus message and back.
 //
 // Arguments are top-level D-Bus arguments: q, i, x, s, ay. A signature holds at most 254
-// characters, so a longer list travels as one `av`. A text that a D-Bus string cannot carry (not
+// characters, so the blocks at the end of a longer list (the records of a list reply) travel as one
+// `aay` behind the other arguments; a long list of anything else travels as one `av`. Readers take
+// all three, whatever the length. A text that a D-Bus string cannot carry (not
 // UTF-8, or holding NUL) travels as `(ay)`. Both are read back as what they were.
 //
 // All of this needs the lock of the connection that the D-Bus message belongs to.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "bus_log.h"
+#include "platform/util/library_thread.h"
 
 namespace zq {
 namespace {
@@ -24,15 +25,13 @@ void runGuarded(const DeliveryQueue::Job& job) {
 
 }  // namespace
 
-DeliveryQueue::DeliveryQueue() : thread_([this] { run(); }) {}
-
 DeliveryQueue::~DeliveryQueue() {
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
   }
   posted_.notify_one();
-  thread_.join();
+  if (thread_.joinable()) thread_.join();
 }
 
 void DeliveryQueue::post(Job job) {
@@ -60,6 +59,8 @@ void DeliveryQueue::postEvent(Job job, std::size_t size) {
 void DeliveryQueue::append(Entry entry) {
   bytes_ += entry.size;
   entries_.push_back(std::move(entry));
+  // The thread comes with the first job: a client that connects should not wait for it to start.
+  if (!thread_.joinable()) thread_ = startLibraryThread("zqbus-delivery", [this] { run(); });
   if (entries_.size() == 1) posted_.notify_one();
 }
 

@@ -14,7 +14,7 @@ class DeliveryQueue {
  public:
   using Job = std::function<void()>;
 
-  DeliveryQueue();
+  DeliveryQueue() = default;
   /// Waits for the job that runs; drops the others. Not to be called on the delivery thread.
   ~DeliveryQueue();
   DeliveryQueue(const DeliveryQueue&) = delete;

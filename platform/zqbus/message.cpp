@@ -116,6 +116,10 @@ std::size_t ZQBusMessage::argCount() const {
   return arguments_.size();
 }
 
+const ZQBusBytes* ZQBusMessage::bytesAt(std::size_t index) const {
+  return index < arguments_.size() ? std::get_if<ZQBusBytes>(&arguments_[index]) : nullptr;
+}
+
 uint16_t ZQBusMessage::readUInt16(std::size_t index) const {
   return valueAt<uint16_t>(arguments_, index);
 }

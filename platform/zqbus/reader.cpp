@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/util/library_thread.h"
+
 namespace zq {
 namespace {
 
@@ -66,7 +68,7 @@ Reader::Reader(SdBus bus, Listener& listener)
 }
 
 void Reader::start() {
-  thread_ = std::thread([this] { run(); });
+  thread_ = startLibraryThread("zqbus-reader", [this] { run(); });
 }
 
 Reader::~Reader() {

@@ -109,6 +109,17 @@ TEST_F(BusTest, AListArrivesWholeAndInOrderWhateverItsLength) {
   }
 }
 
+TEST_F(BusTest, ALongListOfAnyTypesArrivesWholeToo) {
+  ZQBusMessage list;
+  for (int i = 0; i < 300; ++i) {
+    list.appendInt32(i);
+    list.appendString(i % 7 == 0 ? "\xFF" : "text");
+    list.append(bytes("block"));
+  }
+  const Reply reply = call(*service, "echo", list);
+  EXPECT_EQ(reply->toDebugString(), "return" + list.toDebugString().substr(6));
+}
+
 TEST_F(BusTest, WhatIsTooLargeFailsAndTheConnectionLivesOn) {
   const std::string tooLong((std::size_t{64} << 20) + 1, 'x');
   EXPECT_EQ(call(*service, "echo", message(bytes(tooLong)))->failure(), ZQBusFailure::TooLarge);

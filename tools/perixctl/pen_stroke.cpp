@@ -47,11 +47,11 @@ struct LineComplaint {
 
 PenMotion motionOf(const Json& object) {
   const auto member = object.find("type");
-  if (member == object.end()) throw LineComplaint{"\"type\" is missing"};
+  if (member == object.end()) throw LineComplaint{R"("type" is missing)"};
   const auto found = std::find_if(kMotionWords.begin(), kMotionWords.end(),
                                   [&](const MotionWord& row) { return *member == Json(row.word); });
   if (found == kMotionWords.end()) {
-    throw LineComplaint{"\"type\" is not \"press\", \"move\" or \"release\""};
+    throw LineComplaint{R"("type" is not "press", "move" or "release")"};
   }
   return found->motion;
 }

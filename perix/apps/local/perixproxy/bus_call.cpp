@@ -7,20 +7,28 @@ thread_local PerixFailureReport lastFailure;
 
 PerixFailure failureOf(const ZQBusMessage& reply) {
   switch (reply.failure()) {
-    case ZQBusFailure::None: return PerixFailure::None;
-    case ZQBusFailure::TimedOut: return PerixFailure::TimedOut;
-    case ZQBusFailure::TooLarge: return PerixFailure::TooLarge;
+    case ZQBusFailure::None:
+      return PerixFailure::None;
+    case ZQBusFailure::TimedOut:
+      return PerixFailure::TimedOut;
+    case ZQBusFailure::TooLarge:
+      return PerixFailure::TooLarge;
     case ZQBusFailure::PeerGone:
-    case ZQBusFailure::BusGone: return PerixFailure::Died;
-    case ZQBusFailure::Unusable: return PerixFailure::NoService;
-    case ZQBusFailure::Service: break;
+    case ZQBusFailure::BusGone:
+      return PerixFailure::Died;
+    case ZQBusFailure::Unusable:
+      return PerixFailure::NoService;
+    case ZQBusFailure::Service:
+      break;
   }
   return PerixFailure::Refused;
 }
 
 }  // namespace
 
-PerixFailureReport PerixLastFailure() { return lastFailure; }
+PerixFailureReport PerixLastFailure() {
+  return lastFailure;
+}
 
 PerixCall::PerixCall(PerixProxy& proxy, const char* method, Locking locking, LogSite site)
     : proxy_(proxy), method_(method), site_(site), lock_(proxy.callMutex, std::defer_lock) {
@@ -37,7 +45,8 @@ bool PerixCall::alive() {
   return false;
 }
 
-// --- Arguments ------------------------------------------------------------------------------------
+// --- Arguments
+// ------------------------------------------------------------------------------------
 
 PerixCall& PerixCall::desktop(const std::string& vmId) {
   if (message_ != nullptr) int32(static_cast<int32_t>(proxy_.GetVmIdInt(vmId)));
@@ -64,14 +73,18 @@ PerixCall& PerixCall::text(const std::string& value) {
   return *this;
 }
 
-PerixCall& PerixCall::block(const std::string& value) { return block(value.data(), value.size()); }
+PerixCall& PerixCall::block(const std::string& value) {
+  return block(value.data(), value.size());
+}
 
 PerixCall& PerixCall::block(const void* data, std::size_t size) {
   if (message_ != nullptr) message_->appendBytes(data, static_cast<uint32_t>(size));
   return *this;
 }
 
-PerixCall& PerixCall::sourceId(unsigned long long id) { return block(&id, sizeof id); }
+PerixCall& PerixCall::sourceId(unsigned long long id) {
+  return block(&id, sizeof id);
+}
 
 PerixCall& PerixCall::within(int milliseconds) {
   timeoutMs_ = milliseconds;
@@ -89,7 +102,8 @@ PerixCall& PerixCall::words(const char* unavailable, const char* refused) {
   return *this;
 }
 
-// --- Outcomes -------------------------------------------------------------------------------------
+// --- Outcomes
+// -------------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusMessage> PerixCall::reply() {
   if (!alive()) return nullptr;
@@ -128,7 +142,8 @@ std::string PerixCall::answer() {
 int PerixCall::send() {
   if (!alive()) return -1;
   // Nobody waits for what the service makes of it; -1 is the bus's own time-out.
-  service_->callWithReply(message_, [](const std::shared_ptr<ZQBusMessage>&) {}, -1);
+  service_->callWithReply(
+      message_, [](const std::shared_ptr<ZQBusMessage>&) {}, -1);
   lastFailure.failure = PerixFailure::None;
   return 0;
 }

@@ -31,16 +31,15 @@ std::list<Record*> readRecords(const ZQBusMessage& reply, EmptyBlock emptyBlock,
   std::list<Record*> records;
   const int32_t count = reply.readInt32(0);
   for (int32_t i = 0; i < count; ++i) {
-    uint32_t length = 0;
-    const auto block = reply.readBytes(static_cast<std::size_t>(i) + 1, length);
-    if (length == 0) {
-      logEmptyBlock(emptyBlock, block.get(), count, site);
+    const ZQBusBytes* const block = reply.bytesAt(static_cast<std::size_t>(i) + 1);
+    if (block == nullptr || block->size == 0) {
+      logEmptyBlock(emptyBlock, block != nullptr ? block->data.get() : nullptr, count, site);
       break;
     }
-    auto* const copy = static_cast<Record*>(std::malloc(length));
-    std::memcpy(static_cast<void*>(copy), block.get(), length);
+    auto* const copy = static_cast<Record*>(std::malloc(block->size));
+    std::memcpy(static_cast<void*>(copy), block->data.get(), block->size);
     records.push_back(copy);
-    each(*reinterpret_cast<const Record*>(block.get()), *copy, length);
+    each(*reinterpret_cast<const Record*>(block->data.get()), *copy, block->size);
   }
   return records;
 }

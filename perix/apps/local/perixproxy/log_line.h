@@ -39,14 +39,14 @@ inline constexpr int kDebugLevel = 4;
 }  // namespace zq
 
 // Macros, so that the compiler checks the arguments against the whole format.
-#define PERIX_LOG(site, level, severity, message, ...)                                           \
-  do {                                                                                           \
-    if constexpr (constexpr int priority = ::zq::logPriority(level); priority != 0) {            \
-      const ::zq::LogSite from = site;                                                           \
-      ::zq::orvaneLogPrint(0, priority, "PERIX_LOG",                                             \
-                           "%s %s(%d): \"" severity "\" \"" message "\"", from.file,             \
-                           from.function, from.line __VA_OPT__(, ) __VA_ARGS__);                 \
-    }                                                                                            \
+#define PERIX_LOG(site, level, severity, message, ...)                                \
+  do {                                                                                \
+    if constexpr (constexpr int priority = ::zq::logPriority(level); priority != 0) { \
+      const ::zq::LogSite from = site;                                                \
+      ::zq::orvaneLogPrint(0, priority, "PERIX_LOG",                                  \
+                           "%s %s(%d): \"" severity "\" \"" message "\"", from.file,  \
+                           from.function, from.line __VA_OPT__(, ) __VA_ARGS__);      \
+    }                                                                                 \
   } while (false)
 
 #define PERIX_ERROR_AT(site, ...) PERIX_LOG(site, ::zq::kErrorLevel, "Error:", __VA_ARGS__)

@@ -1,7 +1,10 @@
 #include "pen_port.h"
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
 
 namespace zq {
@@ -34,7 +37,13 @@ constexpr uint32_t kVersion = 3;
 constexpr uint32_t kAxes = 15;
 constexpr double kFraction = 1024.0;
 
-uint32_t scaled(double value) { return static_cast<uint32_t>(static_cast<int32_t>(value * kFraction)); }
+/// Truncated toward zero; what no int32 holds is cut to what one does.
+uint32_t scaled(double value) {
+  constexpr double kLeast = std::numeric_limits<int32_t>::min();
+  constexpr double kMost = std::numeric_limits<int32_t>::max();
+  const double cut = std::isnan(value) ? 0 : std::clamp(value * kFraction, kLeast, kMost);
+  return static_cast<uint32_t>(static_cast<int32_t>(cut));
+}
 
 }  // namespace
 
@@ -63,10 +72,16 @@ PortHeader PenPort::receive(const unsigned char* block) {
 
 uint32_t PenPort::eventCode(int type) {
   switch (type) {
-    case kTabletPress: penDown_ = true; return kDownCode;
-    case kTabletRelease: penDown_ = false; return kUpCode;
-    case kTabletMove: return penDown_ ? kDragCode : kUpCode;
-    default: return static_cast<uint32_t>(type);
+    case kTabletPress:
+      penDown_ = true;
+      return kDownCode;
+    case kTabletRelease:
+      penDown_ = false;
+      return kUpCode;
+    case kTabletMove:
+      return penDown_ ? kDragCode : kUpCode;
+    default:
+      return static_cast<uint32_t>(type);
   }
 }
 

@@ -23,7 +23,9 @@ constexpr int kInterfaceVersion = 1;
 constexpr unsigned int kRecoveryWaitMs = 2000;
 constexpr int kRecoveryChecks = 500;
 
-void logBusLine(const char* line) { orvaneLogPrint(0, logPriority(kErrorLevel), "ZQBUS", "%s", line); }
+void logBusLine(const char* line) {
+  orvaneLogPrint(0, logPriority(kErrorLevel), "ZQBUS", "%s", line);
+}
 
 void startLog(const std::string& path) {
   std::printf("set perix log path:%s \n", path.c_str());
@@ -35,7 +37,8 @@ void startLog(const std::string& path) {
 
 std::atomic<PerixProxy*> PerixProxy::mPerixProxy = nullptr;
 
-// --- The singleton --------------------------------------------------------------------------------
+// --- The singleton
+// --------------------------------------------------------------------------------
 
 PerixProxy* PerixProxy::getInstance() {
   if (PerixProxy* const proxy = mPerixProxy) {
@@ -74,7 +77,8 @@ void PerixProxy::reconnect() {
   }
 }
 
-// --- The connection -------------------------------------------------------------------------------
+// --- The connection
+// -------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusProxyInterface> PerixProxy::ServiceHandle::get() const {
   const std::lock_guard lock(mutex_);
@@ -154,7 +158,8 @@ int PerixProxy::ResetService() {
   return PerixCall(*this, "resetService").status();
 }
 
-// --- The service's death --------------------------------------------------------------------------
+// --- The service's death
+// --------------------------------------------------------------------------
 
 void PerixProxy::onServiceDeath() {
   PERIX_ERROR("perix serviced death");
@@ -189,8 +194,8 @@ void PerixProxy::tellDesktopsOfDeath(int count) {
   const auto desktops = vmCallbacks;
   for (const auto& [vmId, slot] : desktops) {
     PERIX_ERROR("erase vmId: %s", vmId.c_str());
-    PERIX_DEBUG("ServiceRegistered:%d count=%d callback=%p userdata=%p", isServiceRegistered(), count,
-                reinterpret_cast<void*>(slot.callback), slot.userdata);
+    PERIX_DEBUG("ServiceRegistered:%d count=%d callback=%p userdata=%p", isServiceRegistered(),
+                count, reinterpret_cast<void*>(slot.callback), slot.userdata);
     if (slot.callback == nullptr) continue;
     guarded([&tell = slot] { tell.callback(SERVICE_DIED, nullptr, tell.userdata); });
   }

@@ -3,8 +3,8 @@
 #include "log_line.h"
 #include "pen_event.h"
 #include "pen_port.h"
-#include "record_text.h"
 #include "perix/perix_proxy.h"
+#include "record_text.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -36,7 +36,8 @@ int logPipeResult(int result, LogSite site = here()) {
 
 }  // namespace
 
-// --- Sessions -------------------------------------------------------------------------------------
+// --- Sessions
+// -------------------------------------------------------------------------------------
 
 int PerixProxy::ConnectVm(VmInfo info) {
   PERIX_DEBUG(
@@ -78,7 +79,8 @@ int PerixProxy::OnFocusChanged(std::string vmId, uint64_t windowId, uint32_t gai
   return reply->readInt32(0);
 }
 
-// --- Ids ------------------------------------------------------------------------------------------
+// --- Ids
+// ------------------------------------------------------------------------------------------
 
 std::map<std::string, int> PerixProxy::GetVmList() {
   std::map<std::string, int> desktops;
@@ -127,15 +129,16 @@ std::string PerixProxy::GetVmIdString(unsigned int id) {
   return found != vmIdMap.end() ? found->second : std::string();
 }
 
-// --- Pipes and ports ------------------------------------------------------------------------------
+// --- Pipes and ports
+// ------------------------------------------------------------------------------
 
 int PerixProxy::CreatePipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles) {
   PerixCall call(*this, "createPipe");
   if (!call.alive()) return -1;
   const auto id = static_cast<int32_t>(GetVmIdInt(vmId));
   call.int32(id).int32(static_cast<int32_t>(handles.size()));
-  PERIX_DEBUG("vmId: %s, list size: %ld id:%d", vmId.c_str(),
-              static_cast<long>(handles.size()), id);
+  PERIX_DEBUG("vmId: %s, list size: %ld id:%d", vmId.c_str(), static_cast<long>(handles.size()),
+              id);
   appendChannels(call, handles);
   const auto reply = call.logReply().reply();
   return reply != nullptr ? logPipeResult(reply->readInt32(0)) : -1;
@@ -211,7 +214,8 @@ int PerixProxy::SendPenData(std::string, void* event, int type, int x, int y) {
   return 0;
 }
 
-// --- Tokens and network quality -------------------------------------------------------------------
+// --- Tokens and network quality
+// -------------------------------------------------------------------
 
 int PerixProxy::UpdateDriveToken(std::string token) {
   if (token.empty()) {
@@ -239,7 +243,8 @@ void PerixProxy::SetRtcQosInfo(const std::string& vmId, unsigned int type, void*
   call.send();
 }
 
-// --- Commands and diagnosis -----------------------------------------------------------------------
+// --- Commands and diagnosis
+// -----------------------------------------------------------------------
 
 int PerixProxy::Diagnose(std::string vmId, PerixDiagnoseNotify* notify) {
   reconnect();

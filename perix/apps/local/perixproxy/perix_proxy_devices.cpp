@@ -5,13 +5,14 @@
 #include "bus_call.h"
 #include "list_reply.h"
 #include "log_line.h"
-#include "record_text.h"
 #include "perix/perix_proxy.h"
+#include "record_text.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
 
-// --- Lists ----------------------------------------------------------------------------------------
+// --- Lists
+// ----------------------------------------------------------------------------------------
 
 std::list<CommonDevice*> PerixProxy::GetDeviceList(std::string vmId) {
   PERIX_DEBUG("vmId: %s", vmId.c_str());
@@ -51,14 +52,17 @@ std::list<CommonDevice*> PerixProxy::GetDeviceStatus(unsigned short devNumber) {
       });
 }
 
-std::list<CommonDevice*> PerixProxy::GetLocalDeviceList() { return GetDeviceList(std::string()); }
+std::list<CommonDevice*> PerixProxy::GetLocalDeviceList() {
+  return GetDeviceList(std::string());
+}
 
 int PerixProxy::FreeDeviceList(std::list<CommonDevice*> list) {
   freeRecords(list);
   return 0;
 }
 
-// --- Connection -----------------------------------------------------------------------------------
+// --- Connection
+// -----------------------------------------------------------------------------------
 
 int PerixProxy::ConnectDevice(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber: %d", vmId.c_str(), devNumber);
@@ -108,11 +112,16 @@ int PerixProxy::SetUsbredirStatus(std::string vmId, UDevInfo info, unsigned shor
   return call.desktop(vmId).uint16(status).block(&info, sizeof info).status();
 }
 
-int PerixProxy::ConnectUsbredir(std::string, UDevInfo) { return 0; }
+int PerixProxy::ConnectUsbredir(std::string, UDevInfo) {
+  return 0;
+}
 
-int PerixProxy::DisconnectUsbredir(std::string, UDevInfo) { return 0; }
+int PerixProxy::DisconnectUsbredir(std::string, UDevInfo) {
+  return 0;
+}
 
-// --- Policies and properties ----------------------------------------------------------------------
+// --- Policies and properties
+// ----------------------------------------------------------------------
 
 int PerixProxy::SetDeviceLocalPolicy(CommonDevice* dev) {
   PerixCall call(*this, "setLocalPolicy");
@@ -177,7 +186,8 @@ int PerixProxy::FreePolicyList(std::list<CommonVidPidPolicy*> list) {
   return 0;
 }
 
-// --- New devices ----------------------------------------------------------------------------------
+// --- New devices
+// ----------------------------------------------------------------------------------
 
 int PerixProxy::ConfigNewDeviceAsConnect(const std::string& vmId, unsigned long long sourceId,
                                          unsigned short type, unsigned short autoConnect,
@@ -215,7 +225,8 @@ int PerixProxy::ConfigUdisks2Command(const std::string& vmId, unsigned long long
   return call.int32(id).sourceId(sourceId).int32(command).within(10000).logReply().status();
 }
 
-// --- Joysticks ------------------------------------------------------------------------------------
+// --- Joysticks
+// ------------------------------------------------------------------------------------
 
 std::list<CommonDevice*> PerixProxy::GetJoystickDevList() {
   PerixCall call(*this, "getJoystickDevList");

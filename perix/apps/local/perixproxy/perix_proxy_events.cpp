@@ -3,8 +3,8 @@
 
 #include "callback_guard.h"
 #include "log_line.h"
-#include "record_text.h"
 #include "perix/perix_proxy.h"
+#include "record_text.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -31,8 +31,12 @@ T valueAt(const uint8_t* record, std::size_t offset) {
   return value;
 }
 
-bool isDeviceEvent(int kind) { return kind == 4 || kind == 6 || kind == 7 || kind == 10; }
-bool isFurtherDeviceEvent(int kind) { return kind == 64 || kind == 65 || kind == 5; }
+bool isDeviceEvent(int kind) {
+  return kind == 4 || kind == 6 || kind == 7 || kind == 10;
+}
+bool isFurtherDeviceEvent(int kind) {
+  return kind == 64 || kind == 65 || kind == 5;
+}
 
 bool isConfigResult(int kind) {
   // Newer services have kinds that this list does not know, and clients hear of those too: every
@@ -54,7 +58,8 @@ void* address(Callback callback) {
 
 }  // namespace
 
-// --- Dispatch -------------------------------------------------------------------------------------
+// --- Dispatch
+// -------------------------------------------------------------------------------------
 
 void PerixProxy::HandleEvent(std::shared_ptr<ZQBusMessage> event) {
   const std::string vmId = GetVmIdString(static_cast<unsigned int>(event->readInt32(0)));
@@ -202,7 +207,8 @@ int PerixProxy::JoystickResultNotify(uint16_t code, void* result) {
   return 0;
 }
 
-// --- Registries -----------------------------------------------------------------------------------
+// --- Registries
+// -----------------------------------------------------------------------------------
 
 int PerixProxy::RegisterCallback(std::string vmId, DesktopCallback callback, void* userdata) {
   PERIX_DEBUG("registerCallback:vmId:%s callback %p userdata:%p", vmId.c_str(), address(callback),
@@ -235,7 +241,9 @@ int PerixProxy::UnregisterPrinterCallback() {
   return 0;
 }
 
-void* PerixProxy::CheckPrinterCallback() { return printerCallback.load().userdata; }
+void* PerixProxy::CheckPrinterCallback() {
+  return printerCallback.load().userdata;
+}
 
 int PerixProxy::RegisterDeviceCallback(DeviceCallback callback, void* userdata) {
   if (eitherIsNull(address(callback), userdata)) return -1;
@@ -276,7 +284,9 @@ void PerixProxy::noteFirstDeviceUserdata() {
   firstDeviceUserdata = deviceCallbacks.empty() ? nullptr : deviceCallbacks.begin()->first;
 }
 
-void* PerixProxy::CheckDeviceCallback() { return firstDeviceUserdata; }
+void* PerixProxy::CheckDeviceCallback() {
+  return firstDeviceUserdata;
+}
 
 int PerixProxy::RegisterCmdCallback(CmdCallback callback, void* userdata) {
   cmdCallback = CallbackSlot<CmdCallback>{callback, userdata};

@@ -3,8 +3,8 @@
 #include "ipv4_address.h"
 #include "list_reply.h"
 #include "log_line.h"
-#include "record_text.h"
 #include "perix/perix_proxy.h"
+#include "record_text.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -35,7 +35,8 @@ std::string loggedAnswer(PerixCall& call, LogSite site = here()) {
 
 }  // namespace
 
-// --- Lists ----------------------------------------------------------------------------------------
+// --- Lists
+// ----------------------------------------------------------------------------------------
 
 std::list<PrinterDevice*> PerixProxy::GetPrinterList(std::string vmId) {
   PERIX_DEBUG("vmId: %s", vmId.c_str());
@@ -66,7 +67,8 @@ std::list<CommonDevice*> PerixProxy::GetNetworkPrinterList() {
   return readRecords<CommonDevice>(*reply);
 }
 
-// --- Connection and network printers --------------------------------------------------------------
+// --- Connection and network printers
+// --------------------------------------------------------------
 
 int PerixProxy::ConnectPrinter(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber:%d", vmId.c_str(), devNumber);
@@ -107,7 +109,8 @@ int PerixProxy::RenameNetworkPrinter(std::string oldName, std::string newName) {
   return PerixCall(*this, "renameNetworkPrinter").block(oldName).block(newName).status();
 }
 
-// --- Shared printers ------------------------------------------------------------------------------
+// --- Shared printers
+// ------------------------------------------------------------------------------
 
 int PerixProxy::SearchSharePrinterDevice(const std::string& ipaddr,
                                          std::list<_SharePrinterDevice>& devices) {
@@ -157,7 +160,8 @@ std::string PerixProxy::SearchAllPrinter() {
   return loggedAnswer(call.within(30000));
 }
 
-// --- Local printers and drivers -------------------------------------------------------------------
+// --- Local printers and drivers
+// -------------------------------------------------------------------
 
 std::string PerixProxy::GetPrinterDriverlList(const std::string& query) {
   PERIX_DEBUG("enter");

@@ -1,0 +1,14 @@
+// Threads of the library in somebody else's program.
+#pragma once
+
+#include <functional>
+#include <thread>
+
+namespace zq {
+
+/// Starts a thread that handles no signals: those are the program's business. Throws
+/// std::system_error when there can be none. `name`, at most 15 characters, is what a debugger
+/// shows.
+std::thread startLibraryThread(const char* name, std::function<void()> run);
+
+}  // namespace zq
