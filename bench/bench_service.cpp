@@ -2,14 +2,21 @@
 
 #include <unistd.h>
 
+#include <chrono>
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <map>
+#include <thread>
 
+#include "perix/records.h"
 #include "tools/embedded/child_process.h"
 #include "zqbus/zqbus_service.h"
 
 namespace zq::bench {
 namespace {
+
+constexpr std::size_t kStampOffset = offsetof(CommonDevice, reserved3);
 
 ZQBusMessage answerOf(int32_t number) {
   ZQBusMessage message;
@@ -24,7 +31,41 @@ ZQBusMessage deviceList() {
   return message;
 }
 
+void sendEvents(ZQBusService& service, ZQBusCall& call) {
+  const int events = call.message().readInt32(0);
+  const int apart = call.message().readInt32(1);
+  call.reply({});
+  sendStamped(events, apart, [&service](const EventRecord& record) {
+    ZQBusMessage event(ZQBusMessageType::Event, kEvent);
+    event.appendInt32(kDesktopId);
+    event.appendInt32(kEventKind);
+    event.appendBytes(record.data(), record.size());
+    service.sendEvent(kEvent, event);
+  });
+}
+
 }  // namespace
+
+double microsecondsNow() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration<double, std::micro>(now).count();
+}
+
+double stampOf(const uint8_t* record) {
+  double stamp = 0;
+  std::memcpy(&stamp, record + kStampOffset, sizeof stamp);
+  return stamp;
+}
+
+void sendStamped(int events, int apart, const std::function<void(const EventRecord&)>& send) {
+  EventRecord record{};
+  for (int i = 0; i < events; ++i) {
+    if (apart > 0) std::this_thread::sleep_for(std::chrono::microseconds(apart));
+    const double stamp = microsecondsNow();
+    std::memcpy(record.data() + kStampOffset, &stamp, sizeof stamp);
+    send(record);
+  }
+}
 
 int runBenchService() {
   const std::map<std::string, ZQBusMessage> answers = {
@@ -33,9 +74,11 @@ int runBenchService() {
       {"getDeviceList", deviceList()},
   };
   std::string error;
-  const auto service = ZQBusService::claim(
+  std::unique_ptr<ZQBusService> service;
+  service = ZQBusService::claim(
       "perix", {},
-      [&answers](const std::shared_ptr<ZQBusCall>& call) {
+      [&](const std::shared_ptr<ZQBusCall>& call) {
+        if (call->message().name() == "sendEvents") return sendEvents(*service, *call);
         const auto answer = answers.find(call->message().name());
         if (answer == answers.end()) return call->failUnknownMethod();
         call->reply(answer->second);

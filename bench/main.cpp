@@ -1,7 +1,7 @@
 // Measures the product's operations beside what they are made of, on a private bus:
 //
-//   perix_bench                     both placements
-//   perix_bench --place PLACEMENT   one: pinned or free
+//   perix_bench                both ways to the service, in both placements
+//   perix_bench --rows FILE    the same; each row is appended to FILE too, fields between tabs
 //
 // The other options are how the program starts itself in its other roles.
 #include <sched.h>
@@ -11,9 +11,12 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "bench/bench_service.h"
+#include "bench/raw_service.h"
 #include "bench/rows.h"
 #include "tools/embedded/private_bus.h"
 
@@ -57,9 +60,9 @@ void pin() {
   ::sched_setaffinity(0, sizeof allowed, &allowed);
 }
 
-std::unique_ptr<ChildProcess> startService() {
+std::unique_ptr<ChildProcess> startService(const char* role) {
   ChildProcess::Options options;
-  options.arguments = {thisProgram(), "--service"};
+  options.arguments = {thisProgram(), role};
   options.readiness = true;
   auto service = std::make_unique<ChildProcess>(options);
   if (!service->readinessLine(kPatience)) throw std::runtime_error("the service does not come up");
@@ -76,43 +79,66 @@ std::FILE* takeStandardOutput() {
   return out;
 }
 
-int runPlacement(std::string_view name) {
-  if (name == "pinned") pin();
-  Report report(takeStandardOutput(), name == "pinned" ? Placement::Pinned : Placement::Free);
+void addDirectRows(Report& report) {
+  const auto raw = startService("--raw-service");
+  addDirectCallRows(report, thisProgram());
+  addDirectListRows(report);
+  addEventRows(report);
+  addThreadRow(report, 1.5);
+  addStartupRow(report, thisProgram(), std::nullopt);
+}
+
+void addBrokerRows(Report& report) {
+  addBrokerCallRows(report);
+  addBrokerListRows(report);
+  addThreadRow(report, 2);
+  addPenRows(report);
+  addStartupRow(report, thisProgram(), Bar{Bar::Kind::AtMost, 2});
+}
+
+/// `place` and `way` are names of theirs, `copy` is the file for the rows or empty.
+int runPart(std::string_view place, std::string_view way, const std::string& copy) {
+  const bool pinned = place == "pinned";
+  const bool direct = way == "direct";
+  if (pinned) pin();
+  ::setenv("ZQBUS_DIRECT", direct ? "1" : "0", 1);
+  Report report(takeStandardOutput(), copy.empty() ? nullptr : std::fopen(copy.c_str(), "ae"),
+                pinned ? Placement::Pinned : Placement::Free, direct ? Way::Direct : Way::Broker);
   const StateDirectory state;
   const PrivateBus bus;
   ::setenv("ZQBUS_ADDRESS", bus.address().c_str(), 1);
-  const auto service = startService();
-  addCallRows(report);
-  addListRows(report);
-  addPenRows(report);
-  addStartupRows(report, thisProgram());
+  const auto service = startService("--service");
+  direct ? addDirectRows(report) : addBrokerRows(report);
   return 0;
 }
 
-int runBoth() {
+/// Each part in a process of its own: a process has one connection, and one mind about the way.
+int runAll(const std::string& copy) {
   printHead(stdout);
   std::fflush(stdout);
   int worst = 0;
-  for (const char* placement : {"pinned", "free"}) {
-    ChildProcess::Options options;
-    options.arguments = {thisProgram(), "--place", placement};
-    ChildProcess child(options);
-    worst = std::max(worst, child.wait());
+  for (const char* way : {"direct", "broker"}) {
+    for (const char* place : {"pinned", "free"}) {
+      ChildProcess::Options options;
+      options.arguments = {thisProgram(), "--part", place, way, copy};
+      ChildProcess child(options);
+      worst = std::max(worst, child.wait());
+    }
   }
   return worst;
 }
 
-int run(int count, char** arguments) {
-  const std::string_view role = count > 1 ? arguments[1] : "";
-  const std::string_view value = count > 2 ? arguments[2] : "";
-  if (role.empty()) return runBoth();
-  if (role == "--service") return runBenchService();
-  if (role == "--place" && (value == "pinned" || value == "free")) return runPlacement(value);
-  if (role == "--startup" && (value == "proxy" || value == "raw")) {
-    return measureStartup(std::string(value));
+int run(const std::vector<std::string>& arguments) {
+  const std::string role = arguments.empty() ? "" : arguments[0];
+  if (role.empty()) return runAll("");
+  if (role == "--rows" && arguments.size() == 2) return runAll(arguments[1]);
+  if (role == "--part" && arguments.size() == 4) {
+    return runPart(arguments[1], arguments[2], arguments[3]);
   }
-  std::fprintf(stderr, "usage: perix_bench [--place pinned|free]\n");
+  if (role == "--service") return runBenchService();
+  if (role == "--raw-service") return runRawService();
+  if (role == "--startup" && arguments.size() == 2) return measureStartup(arguments[1]);
+  std::fprintf(stderr, "usage: perix_bench [--rows FILE]\n");
   return 2;
 }
 
@@ -121,7 +147,7 @@ int run(int count, char** arguments) {
 
 int main(int count, char** arguments) {
   try {
-    return zq::bench::run(count, arguments);
+    return zq::bench::run({arguments + 1, arguments + count});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "perix_bench: %s\n", error.what());
     return 1;

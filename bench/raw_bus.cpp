@@ -8,54 +8,95 @@
 #include "bench/bench_service.h"
 
 namespace zq::bench {
-namespace {
-
-constexpr char kName[] = "org.zqbus.perix";
-constexpr char kPath[] = "/org/zqbus/perix";
-constexpr uint16_t kDevice = 7;
-
-void require(int result, const char* what) {
+void requireRaw(int result, const char* what) {
   if (result < 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(-result));
 }
 
-}  // namespace
-
 RawBus openRawBus() {
   sd_bus* opened = nullptr;
-  require(sd_bus_new(&opened), "sd_bus_new");
+  requireRaw(sd_bus_new(&opened), "sd_bus_new");
   RawBus bus(opened);
-  require(sd_bus_set_address(opened, std::getenv("ZQBUS_ADDRESS")), "sd_bus_set_address");
-  require(sd_bus_set_bus_client(opened, 1), "sd_bus_set_bus_client");
-  require(sd_bus_start(opened), "sd_bus_start");
+  requireRaw(sd_bus_set_address(opened, std::getenv("ZQBUS_ADDRESS")), "sd_bus_set_address");
+  requireRaw(sd_bus_set_bus_client(opened, 1), "sd_bus_set_bus_client");
+  requireRaw(sd_bus_start(opened), "sd_bus_start");
   return bus;
 }
 
 void askRawOwner(sd_bus* bus) {
   sd_bus_message* reply = nullptr;
-  const int result =
-      sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                         "org.freedesktop.DBus", "GetNameOwner", nullptr, &reply, "s", kName);
+  const int result = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                        "org.freedesktop.DBus", "GetNameOwner", nullptr, &reply,
+                                        "s", kServiceName);
   const RawMessage owned(reply);
-  require(result, "GetNameOwner");
+  requireRaw(result, "GetNameOwner");
 }
 
 void connectDeviceRaw(sd_bus* bus) {
   sd_bus_message* reply = nullptr;
-  const int result = sd_bus_call_method(bus, kName, kPath, kName, "connectDevice", nullptr, &reply,
-                                        "iq", kDesktopId, kDevice);
+  const int result =
+      sd_bus_call_method(bus, kServiceName, kServicePath, kServiceName, "connectDevice", nullptr,
+                         &reply, "iq", kDesktopId, kDevice);
   const RawMessage owned(reply);
-  require(result, "connectDevice");
+  requireRaw(result, "connectDevice");
   int32_t status = -1;
-  require(sd_bus_message_read_basic(reply, 'i', &status), "connectDevice's result");
+  requireRaw(sd_bus_message_read_basic(reply, 'i', &status), "connectDevice's result");
 }
 
-RawMessage getDeviceListRaw(sd_bus* bus) {
+RawMessage getDeviceListRaw(sd_bus* bus, const char* name, const char* path) {
   sd_bus_message* reply = nullptr;
-  const int result = sd_bus_call_method(bus, kName, kPath, kName, "getDeviceList", nullptr, &reply,
-                                        "i", kDesktopId);
+  const int result =
+      sd_bus_call_method(bus, name, path, name, "getDeviceList", nullptr, &reply, "i", kDesktopId);
   RawMessage owned(reply);
-  require(result, "getDeviceList");
+  requireRaw(result, "getDeviceList");
   return owned;
+}
+
+void readDeviceListRaw(sd_bus_message* reply, const std::function<void(const void*)>& onRecord) {
+  requireRaw(sd_bus_message_enter_container(reply, 'a', "v"), "the list");
+  int32_t count = 0;
+  requireRaw(sd_bus_message_read(reply, "v", "i", &count), "the list's count");
+  if (count != kListRecords) throw std::runtime_error("the list is not whole");
+  for (int i = 0; i < count; ++i) {
+    const void* record = nullptr;
+    std::size_t size = 0;
+    requireRaw(sd_bus_message_enter_container(reply, 'v', "ay"), "a record");
+    requireRaw(sd_bus_message_read_array(reply, 'y', &record, &size), "a record");
+    requireRaw(sd_bus_message_exit_container(reply), "a record");
+    if (size != kRecordSize) throw std::runtime_error("a record is not whole");
+    onRecord(record);
+  }
+}
+
+void processRaw(sd_bus* bus) {
+  const int done = sd_bus_process(bus, nullptr);
+  requireRaw(done, "sd_bus_process");
+  if (done == 0) requireRaw(sd_bus_wait(bus, UINT64_MAX), "sd_bus_wait");
+}
+
+void matchEventsRaw(sd_bus* bus, sd_bus_message_handler_t onEvent, void* userdata) {
+  requireRaw(
+      sd_bus_match_signal(bus, nullptr, kRawName, kRawPath, kRawName, kEvent, onEvent, userdata),
+      "the match");
+}
+
+void requestEventsRaw(sd_bus* bus, int events, int apart) {
+  const auto onAnswer = [](sd_bus_message* answer, void*, sd_bus_error*) {
+    return -sd_bus_message_get_errno(answer);
+  };
+  requireRaw(sd_bus_call_method_async(bus, nullptr, kRawName, kRawPath, kRawName, "sendEvents",
+                                      onAnswer, nullptr, "ii", events, apart),
+             "sendEvents");
+}
+
+const uint8_t* eventRecordRaw(sd_bus_message* event) {
+  int32_t desktop = 0;
+  int32_t kind = 0;
+  const void* record = nullptr;
+  std::size_t size = 0;
+  requireRaw(sd_bus_message_read(event, "ii", &desktop, &kind), "an event");
+  requireRaw(sd_bus_message_read_array(event, 'y', &record, &size), "an event");
+  if (size != kRecordSize) throw std::runtime_error("an event's record is not whole");
+  return static_cast<const uint8_t*>(record);
 }
 
 }  // namespace zq::bench

@@ -16,15 +16,22 @@ std::string verdict(const Row& row) {
 }  // namespace
 
 void printHead(std::FILE* out) {
-  std::fprintf(out, "%-7s %-46s %10s   %-46s %10s %7s   %s\n", "placed", "what", "us", "beside",
-               "us", "ratio", "bar");
+  std::fprintf(out, "%-7s %-7s %-42s %9s   %-46s %9s %7s   %s\n", "placed", "way", "what", "us",
+               "beside", "us", "ratio", "bar");
 }
 
 void Report::add(const Row& row) {
-  std::fprintf(out_, "%-7s %-46s %10.2f   %-46s %10.2f %7.2f   %s\n",
-               placement_ == Placement::Pinned ? "pinned" : "free", row.what.c_str(), row.measured,
-               row.beside.c_str(), row.reference, row.ratio, verdict(row).c_str());
+  const char* placed = placement_ == Placement::Pinned ? "pinned" : "free";
+  const char* way = way_ == Way::Direct ? "direct" : "broker";
+  const std::string held = verdict(row);
+  std::fprintf(out_, "%-7s %-7s %-42s %9.2f   %-46s %9.2f %7.2f   %s\n", placed, way,
+               row.what.c_str(), row.measured, row.beside.c_str(), row.reference, row.ratio,
+               held.c_str());
   std::fflush(out_);
+  if (copy_ == nullptr) return;
+  std::fprintf(copy_, "%s\t%s\t%s\t%.2f\t%s\t%.2f\t%.2f\t%s\n", placed, way, row.what.c_str(),
+               row.measured, row.beside.c_str(), row.reference, row.ratio, held.c_str());
+  std::fflush(copy_);
 }
 
 }  // namespace zq::bench

@@ -50,11 +50,11 @@ int measureStartup(const std::string& side) {
   return ::write(ChildProcess::kReadinessDescriptor, line.data(), line.size()) > 0 ? 0 : 1;
 }
 
-void addStartupRows(Report& report, const std::string& program) {
+void addStartupRow(Report& report, const std::string& program, std::optional<Bar> bar) {
   const Rounds rounds(kRounds, {startOf(program, "proxy"), startOf(program, "raw")});
   report.add({"first getInstance() to connected", rounds.median(0),
               "opening raw sd-bus, asking for one owner", rounds.median(1), rounds.ratio(0, 1),
-              Bar{Bar::Kind::AtMost, 2}});
+              bar});
 }
 
 }  // namespace zq::bench

@@ -47,9 +47,11 @@ class ZQBusCall {
   virtual void failUnknownMethod() = 0;
 };
 
-/// A service on the bus, from claim() to its destruction. A thread of its own reads the bus and
-/// runs the handler, one call after the other; a handler that blocks stops the service's reading.
-/// All operations may be used from any thread, from the handler too; none blocks.
+/// A service on the bus, from claim() to its destruction, and on a direct line to each client that
+/// opens one: 64 at most, and only clients of the same user or root. Threads of its own read them
+/// and run the handler, one call after the other; a handler that blocks stops the service's
+/// reading. A client that does not read has its line cut when 64 MiB wait for it. All operations
+/// may be used from any thread, from the handler too; none blocks.
 class ZQBusService {
  public:
   using Handler = std::function<void(std::shared_ptr<ZQBusCall>)>;
@@ -60,15 +62,17 @@ class ZQBusService {
                                              ZQBusServiceDescription description, Handler handler,
                                              std::string& error);
 
-  /// Gives the name back and ends the thread; waits for a running handler, so do not destroy the
+  /// Gives the name back and ends the threads; waits for a running handler, so do not destroy the
   /// service in its own handler.
   virtual ~ZQBusService() = default;
 
-  /// Sends `event` with the arguments of `content` to everybody who listens.
+  /// Sends `event` with the arguments of `content` to everybody who listens: on every direct line,
+  /// and through the bus when somebody uses the service there or nobody has a line.
   virtual void sendEvent(const std::string& event, const ZQBusMessage& content) = 0;
   /// Sends a broadcast that belongs to no service.
   virtual void sendBroadcast(const std::string& event, const ZQBusMessage& content) = 0;
-  /// `onLost` is called once, on the service's thread, when the bus is gone or takes the name away.
+  /// `onLost` is called once, on a thread of the service's, when the bus is gone and the last
+  /// direct line has ended: clients on a line are served without the bus.
   virtual void setLostCallback(std::function<void()> onLost) = 0;
 };
 

@@ -1,0 +1,72 @@
+#include "bench/raw_service.h"
+
+#include <unistd.h>
+
+#include <array>
+
+#include "bench/bench_service.h"
+#include "bench/raw_bus.h"
+#include "tools/embedded/child_process.h"
+
+namespace zq::bench {
+namespace {
+
+int getDeviceList(sd_bus_message* call, void*, sd_bus_error*) {
+  static const std::array<char, kRecordSize> record = [] {
+    std::array<char, kRecordSize> filled{};
+    filled.fill('\1');
+    return filled;
+  }();
+  sd_bus_message* made = nullptr;
+  requireRaw(sd_bus_message_new_method_return(call, &made), "the list's reply");
+  const RawMessage reply(made);
+  requireRaw(sd_bus_message_open_container(made, 'a', "v"), "the list");
+  const int32_t count = kListRecords;
+  requireRaw(sd_bus_message_append(made, "v", "i", count), "the list's count");
+  for (int i = 0; i < kListRecords; ++i) {
+    requireRaw(sd_bus_message_open_container(made, 'v', "ay"), "a record");
+    requireRaw(sd_bus_message_append_array(made, 'y', record.data(), record.size()), "a record");
+    requireRaw(sd_bus_message_close_container(made), "a record");
+  }
+  requireRaw(sd_bus_message_close_container(made), "the list");
+  return sd_bus_send(nullptr, made, nullptr);
+}
+
+void sendEvent(sd_bus* bus, const EventRecord& record) {
+  sd_bus_message* made = nullptr;
+  requireRaw(sd_bus_message_new_signal(bus, &made, kRawPath, kRawName, kEvent), "a signal");
+  const RawMessage event(made);
+  requireRaw(sd_bus_message_append(made, "ii", kDesktopId, kEventKind), "a signal");
+  requireRaw(sd_bus_message_append_array(made, 'y', record.data(), record.size()), "a signal");
+  requireRaw(sd_bus_send(bus, made, nullptr), "a signal");
+}
+
+int sendEvents(sd_bus_message* call, void*, sd_bus_error*) {
+  int32_t events = 0;
+  int32_t apart = 0;
+  requireRaw(sd_bus_message_read(call, "ii", &events, &apart), "the wish");
+  requireRaw(sd_bus_reply_method_return(call, nullptr), "the answer");
+  sd_bus* const bus = sd_bus_message_get_bus(call);
+  sendStamped(events, apart, [bus](const EventRecord& record) { sendEvent(bus, record); });
+  return 1;
+}
+
+constexpr sd_bus_vtable kMethods[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("getDeviceList", "i", "av", &getDeviceList, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("sendEvents", "ii", "", &sendEvents, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+}  // namespace
+
+int runRawService() {
+  const RawBus bus = openRawBus();
+  requireRaw(sd_bus_add_object_vtable(bus.get(), nullptr, kRawPath, kRawName, kMethods, nullptr),
+             "the raw service's object");
+  requireRaw(sd_bus_request_name(bus.get(), kRawName, 0), "the raw service's name");
+  if (::write(ChildProcess::kReadinessDescriptor, "ready\n", 6) != 6) return 1;
+  for (;;) processRaw(bus.get());
+}
+
+}  // namespace zq::bench

@@ -1,0 +1,11 @@
+// The bench service's list and events by sd-bus alone, for a client by sd-bus alone.
+#pragma once
+
+namespace zq::bench {
+
+/// Claims kRawName on the bus of ZQBUS_ADDRESS, says so on the readiness descriptor, and answers
+/// until it is killed: "getDeviceList" and "sendEvents" as the bench service does. Returns an exit
+/// code when it cannot.
+[[nodiscard]] int runRawService();
+
+}  // namespace zq::bench
