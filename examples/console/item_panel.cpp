@@ -45,11 +45,12 @@ ItemPanel::ItemPanel(const PanelTexts& texts, const QIcon& icon, QWidget* parent
     : QFrame(parent),
       texts_(texts),
       count_(new QLabel(this)),
+      hint_(makeHint("Shown as soon as there is a service", this)),
       button_(new QPushButton(this)),
       pages_(new QStackedWidget(this)),
       list_(makeList(texts.columns, this)) {
   count_->setObjectName("count");
-  pages_->addWidget(makeHint(texts.empty, this));
+  pages_->addWidget(hint_);
   pages_->addWidget(list_);
 
   auto* const sign = new QLabel(this);
@@ -74,6 +75,7 @@ ItemPanel::ItemPanel(const PanelTexts& texts, const QIcon& icon, QWidget* parent
 }
 
 void ItemPanel::setItems(const QVector<Item>& items) {
+  hint_->setText(texts_.empty);
   QSet<QString> gone(rows_.keyBegin(), rows_.keyEnd());
   for (const Item& item : items) gone.remove(item.key);
   for (const QString& key : gone) removeItem(key);

@@ -18,7 +18,7 @@ namespace zq::console {
 /// In what panels differ.
 struct PanelTexts {
   QString heading;
-  QString empty;    ///< shown in place of an empty list
+  QString empty;    ///< shown in place of a list that is known to be empty
   QString connect;  ///< the button's text; %1 is the target
   QString disconnect;
   QStringList columns;  ///< name, state, where it is connected, details: the first two at least
@@ -57,6 +57,7 @@ class ItemPanel : public QFrame {
   QHash<QString, QTreeWidgetItem*> rows_;
   QHash<QString, Item> items_;
   QLabel* count_;
+  QLabel* hint_;
   QPushButton* button_;
   QStackedWidget* pages_;
   QTreeWidget* list_;

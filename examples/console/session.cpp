@@ -44,7 +44,7 @@ void Session::start() {
   perix().RegisterPrinterCallback(onPrinterEvent, this);
   perix().RegisterConfigNewDevResultCallback(onConfigResult, this);
   watchDesktop(kOwnName);
-  emit stateChanged(state_);
+  tell(Severity::Note, "Looking for the service");
   check();
   auto* const timer = new QTimer(this);
   connect(timer, &QTimer::timeout, this, &Session::check);

@@ -22,6 +22,8 @@ class ZQBusMessage;
 class ZQBusProxyInterface;
 class ZQBusSerivceManager;
 
+#pragma GCC visibility push(default)
+
 /// The one object through which a client talks to the service. Get it with getInstance() before
 /// each operation: that is also what reconnects after the service was away.
 ///
@@ -44,7 +46,7 @@ class ZQBusSerivceManager;
 ///
 /// A class may derive from this one and override; operations use each other through the virtual
 /// table. How the class grows without breaking binaries: docs/extending.md.
-class [[gnu::visibility("default")]] PerixProxy {
+class PerixProxy {
  public:
   /// The process's proxy, created and connected at first use. Never destroyed. Reconnects when the
   /// service was away (a few round trips to the bus, at most 25 s each) and returns the same object
@@ -96,9 +98,9 @@ class [[gnu::visibility("default")]] PerixProxy {
   // --- Events -----------------------------------------------------------------------------------
 
   /// Calls every device callback with a device's event. Always 0.
-  virtual int DeviceBaseInfoNotify(uint16_t code, CommonDevice * device);
+  virtual int DeviceBaseInfoNotify(uint16_t code, CommonDevice* device);
   /// Calls every configuration-result callback. Always 0.
-  virtual int ConfigNewDeviceResultNotify(uint16_t code, _ConfigNewDeviceResult * result);
+  virtual int ConfigNewDeviceResultNotify(uint16_t code, _ConfigNewDeviceResult* result);
 
   // --- Callbacks --------------------------------------------------------------------------------
   // None of these asks the service. They wait while a callback runs, so never call them from
@@ -208,7 +210,7 @@ class [[gnu::visibility("default")]] PerixProxy {
   virtual int GetAutoConnect(unsigned short type);
   /// Adds a device reached over the network, described by a kind and a text for the service.
   virtual int AddNetworkDevice(int n, std::string& s);
-  virtual int DeleteNetworkDevice(std::string & first, std::string & second);
+  virtual int DeleteNetworkDevice(std::string& first, std::string& second);
   /// Reports the state of a USB redirection.
   virtual int SetUsbredirStatus(std::string vmId, UDevInfo info, unsigned short status);
   /// Does nothing and asks nobody: 0. Kept for clients that still call it.
@@ -220,7 +222,7 @@ class [[gnu::visibility("default")]] PerixProxy {
 
   /// Stores `localPolicy` as the device's policy; `devNumber`, `name` and `detail` say which
   /// device. `dev` stays the caller's.
-  virtual int SetDeviceLocalPolicy(CommonDevice * dev);
+  virtual int SetDeviceLocalPolicy(CommonDevice* dev);
   virtual int SetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                           unsigned short property, int value);
   /// The property of a vendor and product; `property` is not sent, the service has one. 0 on
@@ -283,9 +285,9 @@ class [[gnu::visibility("default")]] PerixProxy {
   /// Stops a search. Waits for other operations first, a search of this process among them.
   virtual int StopSearchSharePrinterDevice();
   /// Adds shared printers to those the service keeps.
-  virtual int AddSharePrinterDevice(std::list<_SharePrinterDevice> & devices);
+  virtual int AddSharePrinterDevice(std::list<_SharePrinterDevice>& devices);
   /// Deletes the shared printer of that address and name.
-  virtual int DeleteSharePrinterDevice(_SharePrinterDevice & device);
+  virtual int DeleteSharePrinterDevice(_SharePrinterDevice& device);
   /// A summary of all printers, in the service's own format. Waits at most 30 s.
   virtual std::string SearchAllPrinter();
 
@@ -326,7 +328,7 @@ class [[gnu::visibility("default")]] PerixProxy {
 
   /// Diagnoses a desktop. Waits at most 10 s. `notify` hears of the progress from now on, in place
   /// of an earlier one; null ends that. It stays the caller's, who keeps it alive until then.
-  virtual int Diagnose(std::string vmId, PerixDiagnoseNotify * notify);
+  virtual int Diagnose(std::string vmId, PerixDiagnoseNotify* notify);
   /// Diagnoses one device; as Diagnose.
   virtual int DiagnoseDevice(std::string vmId, unsigned long long srcId,
                              PerixDiagnoseNotify* notify);
@@ -376,9 +378,7 @@ class [[gnu::visibility("default")]] PerixProxy {
   void handleJoystickOrDesktopEvent(int kind, const std::string& vmId, uint8_t* payload);
   void noteFirstDeviceUserdata();
 
-  void appendChannels(PerixCall & call, const std::list<_CHANNEL_HANDLE>& handles);
-  void nameDesktop(const CommonDevice& received, CommonDevice& copy, uint32_t length);
-  void setDiagnoseNotify(PerixDiagnoseNotify * notify);
+  void setDiagnoseNotify(PerixDiagnoseNotify* notify);
 
   static std::atomic<PerixProxy*> mPerixProxy;
 
@@ -400,5 +400,7 @@ class [[gnu::visibility("default")]] PerixProxy {
   std::list<CallbackSlot<JoystickCallback>> joystickCallbacks;
   PerixDiagnoseNotify* diagnoseNotify = nullptr;  // the client's; under callbackMutex
 };
+
+#pragma GCC visibility pop
 
 }  // namespace zq

@@ -105,11 +105,12 @@ int PerixProxy::Init() {
 /// The part of Init that talks to the bus. Under callMutex.
 int PerixProxy::connectToService() {
   ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
-  serviceManager = manager;
   if (manager == nullptr) {
+    // The one that is known stays known: it is what finds the bus again.
     PERIX_ERROR("ZQBusSerivceManager::initSync failed");
     return -1;
   }
+  serviceManager = manager;
   if (!manager->isServiceRegistered(kService)) {
     PERIX_ERROR("isServiceRegistered failed");
     return -1;

@@ -29,6 +29,18 @@ const char* shownPort(const std::string& name) {
   return at != std::string::npos ? name.c_str() + at : "(no port)";
 }
 
+void appendChannels(PerixCall& call, PerixProxy& proxy, const std::list<_CHANNEL_HANDLE>& handles) {
+  for (const _CHANNEL_HANDLE& handle : handles) {
+    ChannelBlock block{};
+    block.desktop = static_cast<int32_t>(proxy.GetVmIdInt(handle.vmId));
+    block.param1 = handle.param1;
+    block.param2 = handle.param2;
+    setField(block.label1, fieldText(handle.label1));
+    setField(block.label2, fieldText(handle.label2));
+    call.block(&block, sizeof block);
+  }
+}
+
 int logPipeResult(int result, LogSite site = here()) {
   if (result != 0) PERIX_ERROR_AT(site, "ret = %d", result);
   return result;
@@ -139,7 +151,7 @@ int PerixProxy::CreatePipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles)
   call.int32(id).int32(static_cast<int32_t>(handles.size()));
   PERIX_DEBUG("vmId: %s, list size: %ld id:%d", vmId.c_str(), static_cast<long>(handles.size()),
               id);
-  appendChannels(call, handles);
+  appendChannels(call, *this, handles);
   const auto reply = call.logReply().reply();
   return reply != nullptr ? logPipeResult(reply->readInt32(0)) : -1;
 }
@@ -149,21 +161,9 @@ int PerixProxy::DestroyPipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles
   if (!call.alive()) return -1;
   call.desktop(vmId).int32(static_cast<int32_t>(handles.size()));
   PERIX_DEBUG("vmId: %s, list size: %ld", vmId.c_str(), static_cast<long>(handles.size()));
-  appendChannels(call, handles);
+  appendChannels(call, *this, handles);
   const auto reply = call.reply();
   return reply != nullptr ? logPipeResult(reply->readInt32(0)) : -1;
-}
-
-void PerixProxy::appendChannels(PerixCall& call, const std::list<_CHANNEL_HANDLE>& handles) {
-  for (const _CHANNEL_HANDLE& handle : handles) {
-    ChannelBlock block{};
-    block.desktop = static_cast<int32_t>(GetVmIdInt(handle.vmId));
-    block.param1 = handle.param1;
-    block.param2 = handle.param2;
-    setField(block.label1, fieldText(handle.label1));
-    setField(block.label2, fieldText(handle.label2));
-    call.block(&block, sizeof block);
-  }
 }
 
 int PerixProxy::SetPortChannelStatus(std::string vmId, unsigned int port, int status) {

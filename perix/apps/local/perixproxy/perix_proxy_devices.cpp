@@ -1,5 +1,4 @@
 // Devices: lists, connection, policies and properties, new-device configuration, joysticks.
-#include <algorithm>
 #include <cstddef>
 
 #include "bus_call.h"
@@ -10,6 +9,16 @@
 #include "zqbus/zqbus.h"
 
 namespace zq {
+namespace {
+
+/// Writes a desktop's string id into a record of `length` bytes, without a NUL of its own and no
+/// further than the record goes.
+void nameDesktop(CommonDevice& record, uint32_t length, const std::string& vmId) {
+  constexpr std::size_t kOffset = offsetof(CommonDevice, vmIdText);
+  if (length > kOffset) vmId.copy(reinterpret_cast<char*>(&record) + kOffset, length - kOffset);
+}
+
+}  // namespace
 
 // --- Lists
 // ----------------------------------------------------------------------------------------
@@ -23,17 +32,9 @@ std::list<CommonDevice*> PerixProxy::GetDeviceList(std::string vmId) {
   return readRecords<CommonDevice>(
       *reply, EmptyBlock::AnError,
       [this](const CommonDevice& received, CommonDevice& copy, uint32_t length) {
-        if (received.status == kDeviceConnected) nameDesktop(received, copy, length);
+        if (received.status != kDeviceConnected) return;
+        nameDesktop(copy, length, GetVmIdString(received.vmId));
       });
-}
-
-/// Writes the desktop's string id into a record, without a NUL of its own and no further than the
-/// record goes.
-void PerixProxy::nameDesktop(const CommonDevice& received, CommonDevice& copy, uint32_t length) {
-  constexpr std::size_t kOffset = offsetof(CommonDevice, vmIdText);
-  if (length <= kOffset) return;
-  const std::string vmId = GetVmIdString(received.vmId);
-  vmId.copy(reinterpret_cast<char*>(&copy) + kOffset, length - kOffset);
 }
 
 std::list<CommonDevice*> PerixProxy::GetDeviceStatus(unsigned short devNumber) {
