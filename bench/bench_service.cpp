@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <sstream>
 #include <thread>
 
 #include "perix/records.h"
@@ -32,9 +33,12 @@ ZQBusMessage deviceList() {
 }
 
 void sendEvents(ZQBusService& service, ZQBusCall& call) {
-  const int events = call.message().readInt32(0);
-  const int apart = call.message().readInt32(1);
-  call.reply({});
+  std::string command;
+  std::istringstream words(call.message().readString(command, 1));
+  int events = 0;
+  int apart = 0;
+  if (!(words >> events >> apart)) return call.fail("how many events, how far apart?");
+  call.reply(answerOf(0));
   sendStamped(events, apart, [&service](const EventRecord& record) {
     ZQBusMessage event(ZQBusMessageType::Event, kEvent);
     event.appendInt32(kDesktopId);
@@ -78,7 +82,7 @@ int runBenchService() {
   service = ZQBusService::claim(
       "perix", {},
       [&](const std::shared_ptr<ZQBusCall>& call) {
-        if (call->message().name() == "sendEvents") return sendEvents(*service, *call);
+        if (call->message().name() == "doPerixCmd") return sendEvents(*service, *call);
         const auto answer = answers.find(call->message().name());
         if (answer == answers.end()) return call->failUnknownMethod();
         call->reply(answer->second);

@@ -27,8 +27,8 @@ void sendStamped(int events, int apart, const std::function<void(const EventReco
 
 /// Claims the name on the bus of ZQBUS_ADDRESS, says so on the readiness descriptor, and answers
 /// until it is killed: "connectDevice" with 0, "getVmListSize" with kDesktopId, "getDeviceList"
-/// with kListRecords records of kRecordSize bytes, "sendEvents" (how many, how many microseconds
-/// apart) with nothing, and then sends them. Returns an exit code when it cannot.
+/// with kListRecords records of kRecordSize bytes, "doPerixCmd" ("20 300": so many events, so
+/// many microseconds apart) with 0, and then sends them. Returns an exit code when it cannot.
 [[nodiscard]] int runBenchService();
 
 }  // namespace zq::bench

@@ -1,16 +1,15 @@
 // Events from the service to a callback of the client's, beside raw sd-bus through the daemon.
-#include <atomic>
-#include <cstring>
-#include <memory>
+#include <algorithm>
 #include <semaphore>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "bench/bench_service.h"
 #include "bench/paired.h"
 #include "bench/raw_bus.h"
 #include "bench/rows.h"
 #include "perix/perix_proxy.h"
-#include "zqbus/zqbus.h"
 
 namespace zq::bench {
 namespace {
@@ -27,42 +26,38 @@ class Tally {
  public:
   void expect(int events) {
     left_ = events;
-    latencies_ = 0;
+    latencies_.clear();
   }
   /// One event has reached its callback. True when it was the last.
   bool count(const uint8_t* record) {
-    latencies_ += microsecondsNow() - stampOf(record);
+    latencies_.push_back(microsecondsNow() - stampOf(record));
     return --left_ == 0;
   }
-  /// The mean latency of the events that were expected.
-  double latencyOver(int events) const { return latencies_ / events; }
+  double medianLatency() {
+    const auto middle = latencies_.begin() + static_cast<std::ptrdiff_t>(latencies_.size() / 2);
+    std::nth_element(latencies_.begin(), middle, latencies_.end());
+    return *middle;
+  }
 
  private:
   int left_ = 0;
-  double latencies_ = 0;
+  std::vector<double> latencies_;
 };
 
 /// Events as the proxy hands them to a device callback.
 class ProxyEvents {
  public:
-  ProxyEvents()
-      : proxy_(*PerixProxy::getInstance()),
-        service_(ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
-            "perix", ZQBusSecurityFlags::None, 1)) {
-    if (service_ == nullptr) throw std::runtime_error("no service");
+  ProxyEvents() : proxy_(*PerixProxy::getInstance()) {
     proxy_.RegisterDeviceCallback(&onDevice, this);
   }
   ProxyEvents(const ProxyEvents&) = delete;
   ProxyEvents& operator=(const ProxyEvents&) = delete;
   ~ProxyEvents() { proxy_.UnregisterDeviceCallback(this); }
 
-  const Tally& receive(int events, int apart) {
+  Tally& receive(int events, int apart) {
     tally_.expect(events);
-    const auto call = service_->makeMethodCallMessage("sendEvents");
-    call->appendInt32(events);
-    call->appendInt32(apart);
-    if (service_->callWithReplyBlocking(call, -1)->type() != 2 ||
-        !last_.try_acquire_for(kPatience)) {
+    const std::string command = std::to_string(events) + ' ' + std::to_string(apart);
+    if (proxy_.DoPerixCmd(command) != 0 || !last_.try_acquire_for(kPatience)) {
       throw std::runtime_error("events were lost");
     }
     return tally_;
@@ -76,7 +71,6 @@ class ProxyEvents {
   }
 
   PerixProxy& proxy_;
-  const std::shared_ptr<ZQBusProxyInterface> service_;
   Tally tally_;  // handed over with the request and with the last event
   std::binary_semaphore last_{0};
 };
@@ -86,7 +80,7 @@ class RawEvents {
  public:
   RawEvents() : bus_(openRawBus()) { matchEventsRaw(bus_.get(), &onEvent, this); }
 
-  const Tally& receive(int events, int apart) {
+  Tally& receive(int events, int apart) {
     tally_.expect(events);
     done_ = false;
     requestEventsRaw(bus_.get(), events, apart);
@@ -114,9 +108,7 @@ Side floodOf(Events& events) {
 
 template <typename Events>
 Side latencyOf(Events& events) {
-  return [&events] {
-    return events.receive(kLatencyEvents, kApartMicroseconds).latencyOver(kLatencyEvents);
-  };
+  return [&events] { return events.receive(kLatencyEvents, kApartMicroseconds).medianLatency(); };
 }
 
 }  // namespace

@@ -52,16 +52,14 @@ RawMessage getDeviceListRaw(sd_bus* bus, const char* name, const char* path) {
 }
 
 void readDeviceListRaw(sd_bus_message* reply, const std::function<void(const void*)>& onRecord) {
-  requireRaw(sd_bus_message_enter_container(reply, 'a', "v"), "the list");
   int32_t count = 0;
-  requireRaw(sd_bus_message_read(reply, "v", "i", &count), "the list's count");
+  requireRaw(sd_bus_message_read_basic(reply, 'i', &count), "the list's count");
+  requireRaw(sd_bus_message_enter_container(reply, 'a', "ay"), "the list");
   if (count != kListRecords) throw std::runtime_error("the list is not whole");
   for (int i = 0; i < count; ++i) {
     const void* record = nullptr;
     std::size_t size = 0;
-    requireRaw(sd_bus_message_enter_container(reply, 'v', "ay"), "a record");
     requireRaw(sd_bus_message_read_array(reply, 'y', &record, &size), "a record");
-    requireRaw(sd_bus_message_exit_container(reply), "a record");
     if (size != kRecordSize) throw std::runtime_error("a record is not whole");
     onRecord(record);
   }

@@ -20,13 +20,11 @@ int getDeviceList(sd_bus_message* call, void*, sd_bus_error*) {
   sd_bus_message* made = nullptr;
   requireRaw(sd_bus_message_new_method_return(call, &made), "the list's reply");
   const RawMessage reply(made);
-  requireRaw(sd_bus_message_open_container(made, 'a', "v"), "the list");
   const int32_t count = kListRecords;
-  requireRaw(sd_bus_message_append(made, "v", "i", count), "the list's count");
+  requireRaw(sd_bus_message_append_basic(made, 'i', &count), "the list's count");
+  requireRaw(sd_bus_message_open_container(made, 'a', "ay"), "the list");
   for (int i = 0; i < kListRecords; ++i) {
-    requireRaw(sd_bus_message_open_container(made, 'v', "ay"), "a record");
     requireRaw(sd_bus_message_append_array(made, 'y', record.data(), record.size()), "a record");
-    requireRaw(sd_bus_message_close_container(made), "a record");
   }
   requireRaw(sd_bus_message_close_container(made), "the list");
   return sd_bus_send(nullptr, made, nullptr);
@@ -53,7 +51,7 @@ int sendEvents(sd_bus_message* call, void*, sd_bus_error*) {
 
 constexpr sd_bus_vtable kMethods[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("getDeviceList", "i", "av", &getDeviceList, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("getDeviceList", "i", "iaay", &getDeviceList, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("sendEvents", "ii", "", &sendEvents, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };

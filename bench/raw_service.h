@@ -4,8 +4,8 @@
 namespace zq::bench {
 
 /// Claims kRawName on the bus of ZQBUS_ADDRESS, says so on the readiness descriptor, and answers
-/// until it is killed: "getDeviceList" and "sendEvents" as the bench service does. Returns an exit
-/// code when it cannot.
+/// until it is killed: "getDeviceList" as the bench service does, and "sendEvents" (how many, how
+/// many microseconds apart) with nothing before it sends them. Returns an exit code when it cannot.
 [[nodiscard]] int runRawService();
 
 }  // namespace zq::bench

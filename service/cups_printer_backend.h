@@ -1,6 +1,7 @@
 // Local printers that a CUPS server looks after.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>

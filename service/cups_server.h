@@ -3,8 +3,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "service/model.h"

@@ -44,24 +44,34 @@ std::unique_ptr<ChildProcess> startDisplay() {
   return display;
 }
 
-// What the process has one of: the display, the bus that the library is connected to, and Qt.
-struct World {
-  World() {
-    ::setenv("ZQBUS_ADDRESS", bus.address().c_str(), 1);
-    applyAppearance(application);
+// What the process has one of, from the first test to the last: the display, the bus that the
+// library is connected to, and Qt.
+class World : public testing::Environment {
+ public:
+  void SetUp() override {
+    display_ = startDisplay();
+    bus = std::make_unique<PrivateBus>();
+    ::setenv("ZQBUS_ADDRESS", bus->address().c_str(), 1);
+    application_ = std::make_unique<QApplication>(count_, arguments_);
+    applyAppearance(*application_);
   }
-  static World& instance() {
-    static World world;
-    return world;
+  void TearDown() override {
+    application_.reset();
+    bus.reset();
+    display_.reset();
   }
 
-  std::unique_ptr<ChildProcess> display = startDisplay();
-  PrivateBus bus;
-  char name[8] = "console";
-  char* arguments[2] = {name, nullptr};
-  int count = 1;
-  QApplication application{count, arguments};
+  std::unique_ptr<PrivateBus> bus;
+
+ private:
+  std::unique_ptr<ChildProcess> display_;
+  char name_[8] = "console";
+  char* arguments_[2] = {name_, nullptr};
+  int count_ = 1;
+  std::unique_ptr<QApplication> application_;
 };
+
+auto* const world = static_cast<World*>(testing::AddGlobalTestEnvironment(new World));
 
 template <typename Condition>
 bool comes(Condition condition) {
@@ -77,7 +87,7 @@ class AConsole : public testing::Test {
   }
   void startService() {
     service =
-        startDevelopmentService(world.bus.address(), PERIX_DEVSERVICE, {"--scenario", SCENARIO});
+        startDevelopmentService(world->bus->address(), PERIX_DEVSERVICE, {"--scenario", SCENARIO});
   }
 
   ItemPanel& panel(const char* name) const { return *window->findChild<ItemPanel*>(name); }
@@ -114,7 +124,6 @@ class AConsole : public testing::Test {
     return packets().topLevelItem(index)->text(column);
   }
 
-  World& world = World::instance();
   std::unique_ptr<ChildProcess> service;
   std::unique_ptr<ConsoleWindow> window;
 };
