@@ -25,9 +25,8 @@ QTreeWidget* makeList(const QStringList& columns, QWidget* parent) {
   list->setUniformRowHeights(true);
   list->setTextElideMode(Qt::ElideRight);
   list->setSizeAdjustPolicy(QAbstractScrollArea::AdjustToContents);
-  for (int column = 0; column + 1 < columns.size(); ++column) {
-    list->setColumnWidth(column, kColumnWidths[column]);
-  }
+  int column = 0;
+  for (const int width : kColumnWidths) list->setColumnWidth(column++, width);
   return list;
 }
 

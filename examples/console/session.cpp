@@ -28,6 +28,9 @@ Session::Session() {
   qRegisterMetaType<News>();
   qRegisterMetaType<ServiceState>();
   qRegisterMetaType<PerixProxy*>();
+  connect(this, &Session::deviceHeard, this, &Session::hearDevice, Qt::QueuedConnection);
+  connect(this, &Session::printerHeard, this, &Session::hearPrinter, Qt::QueuedConnection);
+  connect(this, &Session::deathHeard, this, &Session::hearOfDeath, Qt::QueuedConnection);
 }
 
 Session::~Session() {
@@ -108,17 +111,12 @@ void Session::hearOfDeath() {
 // to the session's own thread.
 
 int Session::onDeviceEvent(uint16_t code, CommonDevice* device, void* self) {
-  auto* const session = static_cast<Session*>(self);
-  QMetaObject::invokeMethod(
-      session, [session, code, copy = *device] { session->hearDevice(code, copy); },
-      Qt::QueuedConnection);
+  emit static_cast<Session*>(self)->deviceHeard(code, *device);
   return 0;
 }
 
 int Session::onPrinterEvent(uint16_t /*code*/, PrinterDevice* printer, void* self) {
-  auto* const session = static_cast<Session*>(self);
-  QMetaObject::invokeMethod(
-      session, [session, copy = *printer] { session->hearPrinter(copy); }, Qt::QueuedConnection);
+  emit static_cast<Session*>(self)->printerHeard(*printer);
   return 0;
 }
 
@@ -137,9 +135,7 @@ int Session::onDesktopEvent(uint16_t code, void* /*data*/, void* self) {
 }
 
 int Session::onServiceEvent(uint16_t code, void* /*data*/, void* self) {
-  if (code != SERVICE_DIED) return 0;
-  auto* const session = static_cast<Session*>(self);
-  QMetaObject::invokeMethod(session, &Session::hearOfDeath, Qt::QueuedConnection);
+  if (code == SERVICE_DIED) emit static_cast<Session*>(self)->deathHeard();
   return 0;
 }
 

@@ -43,6 +43,11 @@ class Session : public QObject {
   void removed(zq::console::ItemKind kind, const QString& key);
   void told(const zq::console::News& news);
 
+  // From the library's thread to the session's own; for nobody else.
+  void deviceHeard(uint16_t code, const zq::CommonDevice& device);
+  void printerHeard(const zq::PrinterDevice& printer);
+  void deathHeard();
+
  private:
   static int onDeviceEvent(uint16_t code, CommonDevice* device, void* self);
   static int onPrinterEvent(uint16_t code, PrinterDevice* printer, void* self);
@@ -79,3 +84,5 @@ class Session : public QObject {
 }  // namespace zq::console
 
 Q_DECLARE_METATYPE(zq::PerixProxy*)
+Q_DECLARE_METATYPE(zq::CommonDevice)
+Q_DECLARE_METATYPE(zq::PrinterDevice)

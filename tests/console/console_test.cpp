@@ -159,7 +159,9 @@ TEST_F(AConsole, ConnectsWhatIsClickedAndSendsWhatIsDrawn) {
   switchItem("devices", "Backup disk");
   EXPECT_TRUE(shows("devices", "Backup disk", "Connected"));
   EXPECT_EQ(row("devices", "Backup disk")->text(2), "lab-2");
-  switchItem("printers", "Label printer");
+  select("printers", "Label printer");
+  QTest::mouseDClick(list("printers").viewport(), Qt::LeftButton, {},
+                     list("printers").visualItemRect(row("printers", "Label printer")).center());
   EXPECT_TRUE(shows("printers", "Label printer", "Connected"));
   switchItem("devices", "Firmware stick");
   EXPECT_TRUE(comes([this] { return logHas("Connect device 8 to lab-2: the service refused"); }));
