@@ -12,14 +12,6 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "packets are written as they lie");
 
-constexpr uint8_t kMagic = 0x27;
-constexpr uint16_t kPenCommand = 2000;
-constexpr uint16_t kAnnounceCommand = 2101;
-
-constexpr uint32_t kDownCode = 0x26003;
-constexpr uint32_t kDragCode = 0x26016;
-constexpr uint32_t kUpCode = 0x26002;  // a hovering pen too
-
 // The record: two bytes, then slots of eight of which four are used, but for the position's.
 constexpr std::size_t kSlotsAt = 2;
 constexpr std::size_t kSlotSize = 8;
@@ -56,17 +48,17 @@ void PenPort::init(const std::string& name, bool opened, SendFunction send) {
   send_ = std::move(send);
   opened_ = opened;
   header_ = {};
-  header_.magic = kMagic;
-  header_.cmd = kPenCommand;
-  header_.size = sizeof(PortHeader);
+  header_.magic = kPenPortMagic;
+  header_.cmd = kPenPacketCommand;
+  header_.size = sizeof(PenPortHeader);
   requests_ = 0;
   initialised_ = true;
 }
 
-PortHeader PenPort::receive(const unsigned char* block) {
-  PortHeader header;
+PenPortHeader PenPort::receive(const unsigned char* block) {
+  PenPortHeader header;
   std::memcpy(&header, block, sizeof header);
-  if (header.cmd == kAnnounceCommand) penId_ = header.devId;
+  if (header.cmd == kPenAnnouncementCommand) penId_ = header.devId;
   return header;
 }
 
@@ -74,12 +66,12 @@ uint32_t PenPort::eventCode(int type) {
   switch (type) {
     case kTabletPress:
       penDown_ = true;
-      return kDownCode;
+      return kPenDown;
     case kTabletRelease:
       penDown_ = false;
-      return kUpCode;
+      return kPenUp;
     case kTabletMove:
-      return penDown_ ? kDragCode : kUpCode;
+      return penDown_ ? kPenDrag : kPenUp;
     default:
       return static_cast<uint32_t>(type);
   }
@@ -101,19 +93,19 @@ void PenPort::record(const PenEvent& event, int x, int y) {
   setSlot(kYTiltSlot, static_cast<uint32_t>(event.yTilt));
 }
 
-const PortHeader* PenPort::send() {
+const PenPortHeader* PenPort::send() {
   if (!opened_ || !send_ || !initialised_ || penId_ == 0) return nullptr;
-  constexpr uint32_t kContent = sizeof(PortHeader) + kRecordSize;
-  constexpr uint32_t kPacket = sizeof kContent + kContent;
+  constexpr uint32_t kContent = sizeof(PenPortHeader) + kRecordSize;
+  static_assert(sizeof kContent + kContent == kPenPacketSize);
   sentName_ = name_;
-  const auto packet = std::make_unique_for_overwrite<unsigned char[]>(kPacket + 1);
+  const auto packet = std::make_unique_for_overwrite<unsigned char[]>(kPenPacketSize + 1);
   header_.reqId = ++requests_;
   header_.devId = penId_;
   header_.size = kContent;
   std::memcpy(packet.get(), &kContent, sizeof kContent);
   std::memcpy(packet.get() + sizeof kContent, &header_, sizeof header_);
   std::memcpy(packet.get() + sizeof kContent + sizeof header_, record_.data(), kRecordSize);
-  send_(sentName_, kPacket, packet.get());
+  send_(sentName_, kPenPacketSize, packet.get());
   return &header_;
 }
 

@@ -7,19 +7,9 @@
 #include <string>
 
 #include "pen_event.h"
+#include "perix/pen_packet.h"
 
 namespace zq {
-
-/// What precedes every block on a port channel, as it lies on the wire.
-struct PortHeader {
-  uint8_t magic;
-  uint8_t devId;
-  uint16_t cmd;
-  uint32_t reqId;
-  uint32_t size;
-  uint8_t reserved[4];
-};
-static_assert(sizeof(PortHeader) == 16);
 
 /// For one thread at a time, without a lock: pen input comes from the user interface's thread.
 class PenPort {
@@ -36,13 +26,13 @@ class PenPort {
 
   bool knowsPen() const { return penId_ != 0; }
   /// Takes a block that arrived, of which it reads the header; a pen that it announces is the pen.
-  PortHeader receive(const unsigned char* block);
+  PenPortHeader receive(const unsigned char* block);
 
   /// Makes the record of an event at a position.
   void record(const PenEvent& event, int x, int y);
   /// Sends the last record. Its header, or null when it was dropped because there is no open port
   /// or no pen yet.
-  const PortHeader* send();
+  const PenPortHeader* send();
 
  private:
   static constexpr std::size_t kRecordSize = 178;
@@ -55,7 +45,7 @@ class PenPort {
   SendFunction send_;
   bool initialised_ = false;
   bool opened_ = false;
-  PortHeader header_{};
+  PenPortHeader header_{};
   uint16_t requests_ = 0;
   uint8_t penId_ = 0;
   bool penDown_ = false;

@@ -189,7 +189,7 @@ void PerixProxy::PortStatus(const std::string& name, bool opened) {
 
 void PerixProxy::PortData(const std::string&, unsigned char* data, unsigned int) {
   if (penPort->knowsPen()) return;
-  const PortHeader header = penPort->receive(data);
+  const PenPortHeader header = penPort->receive(data);
   PERIX_DEBUG("magic:0x%.2x,cmd:%d,devId:%d,reqId:%d", header.magic, header.cmd, header.devId,
               static_cast<int>(header.reqId));
 }
@@ -205,7 +205,7 @@ int PerixProxy::SendPenData(std::string, void* event, int type, int x, int y) {
     return -1;
   }
   penPort->record(*pen, x == -1 ? pen->posX : x, y == -1 ? pen->posY : y);
-  if (const PortHeader* const sent = penPort->send()) {
+  if (const PenPortHeader* const sent = penPort->send()) {
     PERIX_DEBUG(
         "size:%d, devId:%d,cmd: %d, reqId:%d,type:%d,pressure:%f,x:%d,y:%d, posx:%d, posy:%d",
         static_cast<int>(sent->size), sent->devId, sent->cmd, static_cast<int>(sent->reqId),
