@@ -1,5 +1,6 @@
 #include "stranger.h"
 
+#include <memory>
 #include <stdexcept>
 
 #include "tests/support/bus_world.h"
@@ -63,16 +64,17 @@ void Stranger::becomeMonitor() {
 std::vector<std::string> Stranger::seenUntil(const std::string& member) {
   std::vector<std::string> seen;
   for (;;) {
-    sd_bus_message* message = nullptr;
-    const int result = sd_bus_process(bus_, &message);
+    sd_bus_message* taken = nullptr;
+    const int result = sd_bus_process(bus_, &taken);
     check(result, "process");
-    if (message != nullptr && sd_bus_message_get_member(message) != nullptr) {
-      if (member == sd_bus_message_get_member(message)) return seen;
-      const char* interface = sd_bus_message_get_interface(message);
+    const std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)> message(
+        taken, &sd_bus_message_unref);
+    if (taken != nullptr && sd_bus_message_get_member(taken) != nullptr) {
+      if (member == sd_bus_message_get_member(taken)) return seen;
+      const char* interface = sd_bus_message_get_interface(taken);
       seen.push_back(std::string(interface != nullptr ? interface : "") + '.' +
-                     sd_bus_message_get_member(message));
+                     sd_bus_message_get_member(taken));
     }
-    sd_bus_message_unref(message);
     if (result == 0) check(sd_bus_wait(bus_, UINT64_MAX), "wait");
   }
 }

@@ -11,11 +11,7 @@
 namespace zq {
 namespace {
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr int kDeaths = 30;
-#else
-constexpr int kDeaths = 200;
-#endif
+constexpr int kDeaths = kSanitized ? 30 : 200;
 
 int countDeath(uint16_t code, void* data, void* userdata) {
   EXPECT_EQ(code, SERVICE_DIED);
