@@ -14,7 +14,11 @@ constexpr char kBusPath[] = "/org/freedesktop/DBus";
 constexpr std::size_t kMaxTrustEntries = 1024;
 constexpr int kPingTimeoutMs = 1000;
 
-const Channel::Target kBus{kBusName, kBusPath, kBusName, nullptr};
+/// Never destroyed: the library's threads may ask the bus until the process has ended.
+const Channel::Target& theBus() {
+  static const auto* const target = new Channel::Target{kBusName, kBusPath, kBusName, nullptr};
+  return *target;
+}
 
 }  // namespace
 
@@ -37,7 +41,7 @@ BusConnection::~BusConnection() {
 std::shared_ptr<ZQBusMessage> BusConnection::askBus(const char* method, const std::string& name) {
   ZQBusMessage request(ZQBusMessageType::MethodCall, method);
   request.appendString(name);
-  return call(kBus, request, -1);
+  return call(theBus(), request, -1);
 }
 
 std::string BusConnection::ownerOf(const std::string& service) {
@@ -53,10 +57,11 @@ std::string BusConnection::ownerOf(const std::string& service) {
   reply->readString(owner, 0);
   if (reply->type() != 2) owner.clear();
   const bool answered = reply->type() == 2 || reply->failure() == ZQBusFailure::PeerGone;
+  if (!answered) return {};
 
   const Reader::Hold hold(reader_);
   // A change that was announced meanwhile is newer than the answer.
-  if (answered && owners_[service].changes == changes) setOwner(service, owner);
+  if (owners_[service].changes == changes) setOwner(service, owner);
   return owners_[service].owner;
 }
 

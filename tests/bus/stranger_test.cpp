@@ -15,9 +15,9 @@ std::shared_ptr<ZQBusProxyInterface> connect() {
 
 TEST(AForgedSignal, ReachesNoCallback) {
   RecordingService owner;
-  std::string client;
+  Watched<std::string> caller;
   owner.answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
-    client = call->sender();
+    caller.change([&](std::string& name) { name = call->sender(); });
     call->reply(message(int32_t{0}));
   });
   const auto service = connect();
@@ -30,6 +30,8 @@ TEST(AForgedSignal, ReachesNoCallback) {
   Watched<int> deaths;
   service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
   service->callWithReplyBlocking(service->makeMethodCallMessage("whoami"), 5000);
+
+  const std::string client = caller.get();
 
   Stranger stranger;
   constexpr char kPath[] = "/org/zqbus/perix";
