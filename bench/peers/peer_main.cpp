@@ -9,7 +9,8 @@
 #include <cstdlib>
 #include <exception>
 #include <stdexcept>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "bench/peers/peer.h"
 #include "tools/embedded/child_process.h"
@@ -45,31 +46,33 @@ void obey(int socket, PeerClient& client) {
   }
 }
 
-int run(int count, char** arguments) {
-  const std::string_view role = count > 2 ? arguments[1] : "";
-  if (role == "--service") {
-    servePeer(arguments[2], &sayReady);
+int run(const std::string& program, const std::vector<std::string>& arguments) {
+  const std::string role = arguments.empty() ? "" : arguments[0];
+  if (role == "--service" && arguments.size() == 2) {
+    servePeer(arguments[1], &sayReady);
     return 0;
   }
-  if (role == "--client" && count > 3) {
-    obey(std::atoi(arguments[3]), *connectPeer(arguments[2]));
+  if (role == "--client" && arguments.size() == 3) {
+    obey(std::stoi(arguments[2]), *connectPeer(arguments[1]));
     return 0;
   }
-  std::fprintf(stderr, "usage: %s --service NAME | --client NAME FD\n", arguments[0]);
+  std::fprintf(stderr, "usage: %s --service NAME | --client NAME FD\n", program.c_str());
   return 2;
 }
 
 }  // namespace
 
 std::string peerSocket(const std::string& name) {
-  return std::string(std::getenv("XDG_STATE_HOME")) + '/' + name;
+  const char* directory = std::getenv("XDG_STATE_HOME");
+  if (directory == nullptr) throw std::runtime_error("no XDG_STATE_HOME for a socket");
+  return std::string(directory) + '/' + name;
 }
 
 }  // namespace zq::bench
 
 int main(int count, char** arguments) {
   try {
-    return zq::bench::run(count, arguments);
+    return zq::bench::run(arguments[0], {arguments + 1, arguments + count});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s: %s\n", arguments[0], error.what());
     return 1;
