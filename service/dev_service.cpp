@@ -82,8 +82,7 @@ bool DevService::start(std::string& error) {
   return true;
 }
 
-// --- Events
-// ---------------------------------------------------------------------------------------
+// --- Events --------------------------------------------------------------------------------------
 
 void DevService::send(const Event& event) {
   sendRaw(Way::Event, event.desktop, static_cast<int32_t>(event.kind), event.payload);
@@ -117,8 +116,7 @@ void DevService::flood(int64_t events) {
   }
 }
 
-// --- Calls of "perix"
-// -----------------------------------------------------------------------------
+// --- Calls of "perix" ----------------------------------------------------------------------------
 
 void DevService::onCall(const std::shared_ptr<ZQBusCall>& call) {
   std::unique_lock lock(mutex_);

@@ -54,8 +54,7 @@ void Session::start() {
   timer->start(kCheckIntervalMs);
 }
 
-// --- Connection and death
-// -------------------------------------------------------------------------
+// --- Connection and death ------------------------------------------------------------------------
 
 bool Session::isConnected() const {
   return state_ == ServiceState::Connected || state_ == ServiceState::Returned;
@@ -157,8 +156,7 @@ void Session::hearPrinter(const PrinterDevice& printer) {
   listPrinters();  // the event does not say whether the printer came, changed or went
 }
 
-// --- Operations
-// -----------------------------------------------------------------------------------
+// --- Operations ----------------------------------------------------------------------------------
 
 void Session::refresh() {
   if (!readDesktops()) return;
@@ -198,8 +196,7 @@ void Session::switchSession(const QString& desktop, bool open) {
   emit changed(ItemKind::Desktop, desktopItem(desktop, sessions_.contains(desktop)));
 }
 
-// --- Lists
-// ----------------------------------------------------------------------------------------
+// --- Lists ---------------------------------------------------------------------------------------
 
 bool Session::readDesktops() {
   const std::map<std::string, int> list = perix().GetVmList();
@@ -254,8 +251,7 @@ QString Session::desktopOf(uint32_t id) {
   return desktops_.value(id, QString("desktop %1").arg(id));
 }
 
-// --- Results
-// --------------------------------------------------------------------------------------
+// --- Results -------------------------------------------------------------------------------------
 
 /// Whether this thread's last operation got an answer; if not, that is told.
 bool Session::answered(const QString& what) {

@@ -104,8 +104,7 @@ bool Channel::lost() {
   return reader_.lost();
 }
 
-// --- Calls
-// ----------------------------------------------------------------------------------------
+// --- Calls ---------------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMessage& request,
                                             int timeoutMs, int descriptor) {
@@ -199,8 +198,7 @@ void Channel::finish(Call& call, ZQBusMessage reply) {
   }
 }
 
-// --- Signals
-// --------------------------------------------------------------------------------------
+// --- Signals -------------------------------------------------------------------------------------
 
 std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& interface,
                                                           const std::string& member,
@@ -250,8 +248,7 @@ int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
   return 0;
 }
 
-// --- Deaths
-// ---------------------------------------------------------------------------------------
+// --- Deaths --------------------------------------------------------------------------------------
 
 std::shared_ptr<Peer> Channel::addPeer(const std::string& service, const std::string& owner) {
   auto peer = std::make_shared<Peer>(service, owner);

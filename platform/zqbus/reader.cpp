@@ -189,8 +189,7 @@ void Reader::loseConnection() {
   signalEvent(threadEvent_);
 }
 
-// --- The reading thread
-// ---------------------------------------------------------------------------
+// --- The reading thread --------------------------------------------------------------------------
 
 void Reader::run() {
   Lock lock(mutex_);
@@ -215,8 +214,7 @@ void Reader::run() {
   }
 }
 
-// --- Callers that wait
-// ----------------------------------------------------------------------------
+// --- Callers that wait ---------------------------------------------------------------------------
 
 Reader::Turn::Turn(Reader& reader, std::shared_ptr<Waiter> waiter)
     : reader_(reader), waiter_(std::move(waiter)), lock_(reader.enter()) {

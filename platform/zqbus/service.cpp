@@ -126,8 +126,7 @@ void Service::setLostCallback(std::function<void()> onLost) {
   onLost_.swap(onLost);
 }
 
-// --- Calls
-// ----------------------------------------------------------------------------------------
+// --- Calls ---------------------------------------------------------------------------------------
 
 int Service::intercept(Endpoint& endpoint, sd_bus_message* call) {
   if (sd_bus_message_is_method_call(call, kIntrospectableInterface, kIntrospect) > 0) {
@@ -169,8 +168,7 @@ void Service::onLost(Endpoint& endpoint) {
   if (tell) tell();
 }
 
-// --- Direct lines
-// ---------------------------------------------------------------------------------
+// --- Direct lines --------------------------------------------------------------------------------
 
 int Service::askWhoWishes(sd_bus_message* call) {
   const auto position = wishes_.emplace(wishes_.end());
@@ -223,8 +221,7 @@ Service::Lines Service::lines() {
   return lines_;
 }
 
-// --- Events
-// ---------------------------------------------------------------------------------------
+// --- Events --------------------------------------------------------------------------------------
 
 void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
   const Lines direct = lines();

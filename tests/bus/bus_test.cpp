@@ -190,8 +190,7 @@ TEST_F(BusTest, ManyThreadsEachGetTheirOwnReply) {
   for (auto& one : wrong) EXPECT_EQ(one.get(), 0);
 }
 
-// --- Events
-// ---------------------------------------------------------------------------------------
+// --- Events --------------------------------------------------------------------------------------
 
 TEST_F(BusTest, EventsArriveWhileACallWaitsAndACallbackMayCall) {
   Watched<std::vector<int>> answers;
@@ -254,8 +253,7 @@ TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
   EXPECT_FALSE(service->addEventListener("perixevent", nullptr, ZQBusSecurityFlags::TrustedPeer));
 }
 
-// --- Deaths
-// ---------------------------------------------------------------------------------------
+// --- Deaths --------------------------------------------------------------------------------------
 
 TEST(TheBus, LetsANameBeClaimedOnce) {
   const RecordingService owner;

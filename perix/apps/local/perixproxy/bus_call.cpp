@@ -45,8 +45,7 @@ bool PerixCall::alive() {
   return false;
 }
 
-// --- Arguments
-// ------------------------------------------------------------------------------------
+// --- Arguments -----------------------------------------------------------------------------------
 
 PerixCall& PerixCall::desktop(const std::string& vmId) {
   if (message_ != nullptr) int32(static_cast<int32_t>(proxy_.GetVmIdInt(vmId)));
@@ -102,8 +101,7 @@ PerixCall& PerixCall::words(const char* unavailable, const char* refused) {
   return *this;
 }
 
-// --- Outcomes
-// -------------------------------------------------------------------------------------
+// --- Outcomes ------------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusMessage> PerixCall::reply() {
   if (!alive()) return nullptr;

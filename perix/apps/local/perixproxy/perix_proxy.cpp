@@ -37,8 +37,7 @@ void startLog(const std::string& path) {
 
 std::atomic<PerixProxy*> PerixProxy::mPerixProxy = nullptr;
 
-// --- The singleton
-// --------------------------------------------------------------------------------
+// --- The singleton -------------------------------------------------------------------------------
 
 PerixProxy* PerixProxy::getInstance() {
   if (PerixProxy* const proxy = mPerixProxy) {
@@ -77,8 +76,7 @@ void PerixProxy::reconnect() {
   }
 }
 
-// --- The connection
-// -------------------------------------------------------------------------------
+// --- The connection ------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusProxyInterface> PerixProxy::ServiceHandle::get() const {
   const std::lock_guard lock(mutex_);
@@ -159,8 +157,7 @@ int PerixProxy::ResetService() {
   return PerixCall(*this, "resetService").status();
 }
 
-// --- The service's death
-// --------------------------------------------------------------------------
+// --- The service's death -------------------------------------------------------------------------
 
 void PerixProxy::onServiceDeath() {
   PERIX_ERROR("perix serviced death");

@@ -48,8 +48,7 @@ int logPipeResult(int result, LogSite site = here()) {
 
 }  // namespace
 
-// --- Sessions
-// -------------------------------------------------------------------------------------
+// --- Sessions ------------------------------------------------------------------------------------
 
 int PerixProxy::ConnectVm(VmInfo info) {
   PERIX_DEBUG(
@@ -91,8 +90,7 @@ int PerixProxy::OnFocusChanged(std::string vmId, uint64_t windowId, uint32_t gai
   return reply->readInt32(0);
 }
 
-// --- Ids
-// ------------------------------------------------------------------------------------------
+// --- Ids -----------------------------------------------------------------------------------------
 
 std::map<std::string, int> PerixProxy::GetVmList() {
   std::map<std::string, int> desktops;
@@ -141,8 +139,7 @@ std::string PerixProxy::GetVmIdString(unsigned int id) {
   return found != vmIdMap.end() ? found->second : std::string();
 }
 
-// --- Pipes and ports
-// ------------------------------------------------------------------------------
+// --- Pipes and ports -----------------------------------------------------------------------------
 
 int PerixProxy::CreatePipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles) {
   PerixCall call(*this, "createPipe");
@@ -214,8 +211,7 @@ int PerixProxy::SendPenData(std::string, void* event, int type, int x, int y) {
   return 0;
 }
 
-// --- Tokens and network quality
-// -------------------------------------------------------------------
+// --- Tokens and network quality ------------------------------------------------------------------
 
 int PerixProxy::UpdateDriveToken(std::string token) {
   if (token.empty()) {
@@ -243,8 +239,7 @@ void PerixProxy::SetRtcQosInfo(const std::string& vmId, unsigned int type, void*
   call.send();
 }
 
-// --- Commands and diagnosis
-// -----------------------------------------------------------------------
+// --- Commands and diagnosis ----------------------------------------------------------------------
 
 int PerixProxy::Diagnose(std::string vmId, PerixDiagnoseNotify* notify) {
   reconnect();

@@ -20,8 +20,7 @@ void nameDesktop(CommonDevice& record, uint32_t length, const std::string& vmId)
 
 }  // namespace
 
-// --- Lists
-// ----------------------------------------------------------------------------------------
+// --- Lists ---------------------------------------------------------------------------------------
 
 std::list<CommonDevice*> PerixProxy::GetDeviceList(std::string vmId) {
   PERIX_DEBUG("vmId: %s", vmId.c_str());
@@ -62,8 +61,7 @@ int PerixProxy::FreeDeviceList(std::list<CommonDevice*> list) {
   return 0;
 }
 
-// --- Connection
-// -----------------------------------------------------------------------------------
+// --- Connection ----------------------------------------------------------------------------------
 
 int PerixProxy::ConnectDevice(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber: %d", vmId.c_str(), devNumber);
@@ -121,8 +119,7 @@ int PerixProxy::DisconnectUsbredir(std::string, UDevInfo) {
   return 0;
 }
 
-// --- Policies and properties
-// ----------------------------------------------------------------------
+// --- Policies and properties ---------------------------------------------------------------------
 
 int PerixProxy::SetDeviceLocalPolicy(CommonDevice* dev) {
   PerixCall call(*this, "setLocalPolicy");
@@ -187,8 +184,7 @@ int PerixProxy::FreePolicyList(std::list<CommonVidPidPolicy*> list) {
   return 0;
 }
 
-// --- New devices
-// ----------------------------------------------------------------------------------
+// --- New devices ---------------------------------------------------------------------------------
 
 int PerixProxy::ConfigNewDeviceAsConnect(const std::string& vmId, unsigned long long sourceId,
                                          unsigned short type, unsigned short autoConnect,
@@ -226,8 +222,7 @@ int PerixProxy::ConfigUdisks2Command(const std::string& vmId, unsigned long long
   return call.int32(id).sourceId(sourceId).int32(command).within(10000).logReply().status();
 }
 
-// --- Joysticks
-// ------------------------------------------------------------------------------------
+// --- Joysticks -----------------------------------------------------------------------------------
 
 std::list<CommonDevice*> PerixProxy::GetJoystickDevList() {
   PerixCall call(*this, "getJoystickDevList");

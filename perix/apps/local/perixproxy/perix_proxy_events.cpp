@@ -58,8 +58,7 @@ void* address(Callback callback) {
 
 }  // namespace
 
-// --- Dispatch
-// -------------------------------------------------------------------------------------
+// --- Dispatch ------------------------------------------------------------------------------------
 
 void PerixProxy::HandleEvent(std::shared_ptr<ZQBusMessage> event) {
   const std::string vmId = GetVmIdString(static_cast<unsigned int>(event->readInt32(0)));
@@ -207,8 +206,7 @@ int PerixProxy::JoystickResultNotify(uint16_t code, void* result) {
   return 0;
 }
 
-// --- Registries
-// -----------------------------------------------------------------------------------
+// --- Registries ----------------------------------------------------------------------------------
 
 int PerixProxy::RegisterCallback(std::string vmId, DesktopCallback callback, void* userdata) {
   PERIX_DEBUG("registerCallback:vmId:%s callback %p userdata:%p", vmId.c_str(), address(callback),

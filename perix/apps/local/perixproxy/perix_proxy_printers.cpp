@@ -35,8 +35,7 @@ std::string loggedAnswer(PerixCall& call, LogSite site = here()) {
 
 }  // namespace
 
-// --- Lists
-// ----------------------------------------------------------------------------------------
+// --- Lists ---------------------------------------------------------------------------------------
 
 std::list<PrinterDevice*> PerixProxy::GetPrinterList(std::string vmId) {
   PERIX_DEBUG("vmId: %s", vmId.c_str());
@@ -67,8 +66,7 @@ std::list<CommonDevice*> PerixProxy::GetNetworkPrinterList() {
   return readRecords<CommonDevice>(*reply);
 }
 
-// --- Connection and network printers
-// --------------------------------------------------------------
+// --- Connection and network printers -------------------------------------------------------------
 
 int PerixProxy::ConnectPrinter(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber:%d", vmId.c_str(), devNumber);
@@ -109,8 +107,7 @@ int PerixProxy::RenameNetworkPrinter(std::string oldName, std::string newName) {
   return PerixCall(*this, "renameNetworkPrinter").block(oldName).block(newName).status();
 }
 
-// --- Shared printers
-// ------------------------------------------------------------------------------
+// --- Shared printers -----------------------------------------------------------------------------
 
 int PerixProxy::SearchSharePrinterDevice(const std::string& ipaddr,
                                          std::list<_SharePrinterDevice>& devices) {
@@ -160,8 +157,7 @@ std::string PerixProxy::SearchAllPrinter() {
   return loggedAnswer(call.within(30000));
 }
 
-// --- Local printers and drivers
-// -------------------------------------------------------------------
+// --- Local printers and drivers ------------------------------------------------------------------
 
 std::string PerixProxy::GetPrinterDriverlList(const std::string& query) {
   PERIX_DEBUG("enter");
