@@ -46,8 +46,8 @@ class ServiceManager : public ZQBusSerivceManager {
   std::mutex mutex_;
   std::shared_ptr<BusConnection> connection_;
   std::vector<Broadcast> broadcasts_;
-  std::map<std::string, std::shared_ptr<Peer>>
-      onLine_;  // the last one on a direct line, by service
+  // By service, the last one that was reached on a direct line.
+  std::map<std::string, std::shared_ptr<Peer>> onLine_;
 };
 
 std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {

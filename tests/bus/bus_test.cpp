@@ -33,7 +33,7 @@ std::string text(const Reply& reply) {
 class BusTest : public testing::Test {
  protected:
   BusTest() {
-    recorder.answerWith([this](const std::shared_ptr<ZQBusCall>& received) {
+    recorder->answerWith([this](const std::shared_ptr<ZQBusCall>& received) {
       const std::string& name = received->message().name();
       if (name == "hang") return hanging.change([&](auto& calls) { calls.push_back(received); });
       if (name == "fail") return received->fail("no luck");
@@ -55,7 +55,7 @@ class BusTest : public testing::Test {
   }
 
   Watched<std::vector<std::shared_ptr<ZQBusCall>>> hanging;
-  RecordingService recorder;
+  std::unique_ptr<RecordingService> recorder = std::make_unique<RecordingService>();
   std::shared_ptr<ZQBusProxyInterface> service;
 };
 
@@ -124,9 +124,9 @@ TEST_F(BusTest, WhatIsTooLargeFailsAndTheConnectionLivesOn) {
   const std::string tooLong((std::size_t{64} << 20) + 1, 'x');
   EXPECT_EQ(call(*service, "echo", message(bytes(tooLong)))->failure(), ZQBusFailure::TooLarge);
   EXPECT_EQ(call(*service, "echo", message(tooLong))->failure(), ZQBusFailure::TooLarge);
-  recorder.answerWith(message(tooLong));
+  recorder->answerWith(message(tooLong));
   EXPECT_EQ(call(*service, "echo", {})->failure(), ZQBusFailure::Service);
-  recorder.answerWith(message(int32_t{7}));
+  recorder->answerWith(message(int32_t{7}));
   EXPECT_EQ(call(*service, "echo", {})->readInt32(0), 7);
 }
 
@@ -153,8 +153,7 @@ TEST_F(BusTest, AnAsynchronousCallEndsOnceHoweverItEnds) {
   service->callWithReply(service->makeMethodCallMessage("fail"), note, -1);
   service->callWithReply(service->makeMethodCallMessage("hang"), note, 50);
   ASSERT_TRUE(ends.wait([](const auto& all) { return all.size() == 3; }));
-  recorder.~RecordingService();
-  new (&recorder) RecordingService;
+  recorder.reset();
   service->callWithReply(service->makeMethodCallMessage("echo"), note, -1);
   ASSERT_TRUE(ends.wait([](const auto& all) { return all.size() == 4; }));
   const std::vector<ZQBusFailure> want = {ZQBusFailure::None, ZQBusFailure::Service,
@@ -202,7 +201,7 @@ TEST_F(BusTest, EventsArriveWhileACallWaitsAndACallbackMayCall) {
       }),
       ZQBusSecurityFlags::TrustedPeer);
   auto hung = hang();
-  for (const int kind : {1, 2, 3}) recorder.sendEvent(0, kind);
+  for (const int kind : {1, 2, 3}) recorder->sendEvent(0, kind);
   ASSERT_TRUE(answers.wait([](const auto& all) { return all.size() == 3; }));
   EXPECT_EQ(answers.get(), (std::vector<int>{1, 2, 3}));
   release();
@@ -221,7 +220,7 @@ TEST_F(BusTest, AFloodDuringACallIsDeliveredInOrderOrCounted) {
                             ZQBusSecurityFlags::TrustedPeer);
   auto hung = hang();
   const long before = residentKib();
-  for (int i = 0; i < kEvents; ++i) recorder.sendEvent(0, i);
+  for (int i = 0; i < kEvents; ++i) recorder->sendEvent(0, i);
   release();
   EXPECT_EQ(hung.get()->readInt32(0), 1);  // behind every event on the same wire
   EXPECT_LT(residentKib() - before, 400 * 1024);
@@ -243,11 +242,11 @@ TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
                               second.change([](int& n) { ++n; });
                             }),
                             ZQBusSecurityFlags::TrustedPeer);
-  recorder.sendEvent(0, 1);
+  recorder->sendEvent(0, 1);
   ASSERT_TRUE(first.wait([](int n) { return n == 1; }));
   ASSERT_TRUE(second.wait([](int n) { return n == 1; }));
   service->removeEventListener("perixevent", removed);
-  recorder.sendEvent(0, 2);
+  recorder->sendEvent(0, 2);
   ASSERT_TRUE(second.wait([](int n) { return n == 2; }));
   EXPECT_EQ(first.get(), 1);
   EXPECT_FALSE(service->addEventListener("perixevent", nullptr, ZQBusSecurityFlags::TrustedPeer));
