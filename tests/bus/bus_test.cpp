@@ -270,7 +270,7 @@ TEST(TheBus, TellsADeadServiceFromASlowOne) {
   Watched<int> deaths;
   service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
 
-  process->signal(SIGSTOP);
+  process->pause();
   EXPECT_EQ(call(*service, "getVmList", message(int32_t{0}), 200)->failure(),
             ZQBusFailure::TimedOut);
   EXPECT_EQ(deaths.get(), 0);
@@ -299,6 +299,7 @@ TEST(TheBus, IsFoundAgainAfterItsLoss) {
                               mounts.change([](int& n) { ++n; });
                             }),
                             ZQBusSecurityFlags::TrustedPeer);
+  EXPECT_TRUE(manager->isServiceRegistered("perix"));  // the bus has the subscription by then
   owner->bus().sendBroadcast("mountedEvent", message(int32_t{1}));
   ASSERT_TRUE(mounts.wait([](int n) { return n == 1; }));
 

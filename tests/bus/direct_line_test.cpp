@@ -47,7 +47,7 @@ TEST_F(DirectLine, SurvivesTheServicesDeathBeforeWithinAndAfterItsOpening) {
   EXPECT_EQ(connect(), nullptr);
 
   process = startService();
-  process->signal(SIGSTOP);
+  process->pause();
   std::future<std::shared_ptr<ZQBusProxyInterface>> opening;
   {
     // Gone before the next line is opened: a monitor gets a copy of the descriptor too, and a line

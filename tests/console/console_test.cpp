@@ -212,7 +212,7 @@ TEST_F(AConsole, StaysUsableWhileTheServiceHangsAndConnectsOnceThereIsOne) {
   startService();
   EXPECT_TRUE(bannerBecomes("Connected"));
   EXPECT_TRUE(shows("desktops", "office-1", "No session"));
-  service->signal(SIGSTOP);
+  service->pause();
   switchItem("desktops", "office-1");
   EXPECT_GT(drawStroke(*window->findChild<PenCanvas*>()), 0);
   EXPECT_FALSE(logHas("Open session of office-1")) << "the click waited for the service";

@@ -155,7 +155,7 @@ TEST_F(ACupsServer, PausesAPrinterAndPrintsWhatWaitedWhenItIsResumed) {
 
 TEST_F(ACupsServer, ThatHangsDoesNotHoldUpTheService) {
   ASSERT_NO_FATAL_FAILURE(addPrinter());
-  cups->process().signal(SIGSTOP);
+  cups->process().pause();
   auto printed = std::async(std::launch::async, [this] { return proxy->PrintTestPage(kName); });
   EXPECT_TRUE(comesTrue(
       [] { return control("listCalls", {}).find("printTestPage") != std::string::npos; }));

@@ -212,6 +212,15 @@ void ChildProcess::signal(int number) const {
   if (!status_) ::kill(pid_, number);
 }
 
+void ChildProcess::pause() const {
+  signal(SIGSTOP);
+  siginfo_t info;
+  while (!status_ &&
+         waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WEXITED | WNOWAIT) < 0 &&
+         errno == EINTR) {
+  }
+}
+
 int ChildProcess::wait() {
   int waitStatus = 0;
   while (!status_) {

@@ -75,6 +75,8 @@ class ChildProcess {
   pid_t pid() const { return pid_; }
   /// Sends a signal; nothing happens once the process was reaped.
   void signal(int number) const;
+  /// Stops it with SIGSTOP, and returns when all of its threads stand still.
+  void pause() const;
   /// Blocks until the process ends and reaps it: its exit code, or 128 plus the number of the
   /// signal that ended it. Again afterwards: the same.
   int wait();
