@@ -34,7 +34,7 @@ std::shared_ptr<BusConnection> BusConnection::open(DeliveryQueue& deliveries,
 
 BusConnection::~BusConnection() {
   stop();
-  const Reader::Hold hold(reader_);
+  const Reader::Hold hold(*reader_);
   owners_.clear();
 }
 
@@ -48,7 +48,7 @@ std::string BusConnection::ownerOf(const std::string& service) {
   uint64_t changes = 0;
   {
     // Changes are subscribed to first and the owner asked for then: none is missed.
-    const Reader::Hold hold(reader_);
+    const Reader::Hold hold(*reader_);
     track(service);
     changes = owners_[service].changes;
   }
@@ -59,7 +59,7 @@ std::string BusConnection::ownerOf(const std::string& service) {
   const bool answered = reply->type() == 2 || reply->failure() == ZQBusFailure::PeerGone;
   if (!answered) return {};
 
-  const Reader::Hold hold(reader_);
+  const Reader::Hold hold(*reader_);
   // A change that was announced meanwhile is newer than the answer.
   if (owners_[service].changes == changes) setOwner(service, owner);
   return owners_[service].owner;
@@ -67,7 +67,7 @@ std::string BusConnection::ownerOf(const std::string& service) {
 
 bool BusConnection::isTrusted(const std::string& uniqueName) {
   {
-    const Reader::Hold hold(reader_);
+    const Reader::Hold hold(*reader_);
     const auto known = trust_.find(uniqueName);
     if (known != trust_.end()) return known->second;
   }
@@ -76,7 +76,7 @@ bool BusConnection::isTrusted(const std::string& uniqueName) {
   const bool trusted =
       reply->type() == 2 && reply->argCount() == 1 && (user == ::geteuid() || user == 0);
 
-  const Reader::Hold hold(reader_);
+  const Reader::Hold hold(*reader_);
   if (trust_.size() >= kMaxTrustEntries) trust_.clear();
   trust_[uniqueName] = trusted;
   return trusted;
@@ -89,7 +89,7 @@ bool BusConnection::mayBeAlive(const std::string& uniqueName) {
 }
 
 void BusConnection::track(const std::string& service) {
-  if (reader_.lost() || owners_.contains(service)) return;
+  if (reader_->lost() || owners_.contains(service)) return;
   const std::string match = std::string("type='signal',sender='") + kBusName + "',interface='" +
                             kBusName + "',member='NameOwnerChanged',arg0='" + serviceName(service) +
                             '\'';
@@ -118,7 +118,7 @@ void BusConnection::setOwner(const std::string& service, const std::string& owne
 
 std::shared_ptr<Peer> BusConnection::bind(const std::string& service, const std::string& owner) {
   const auto peer = addPeer(service, owner);
-  const Reader::Hold hold(reader_);
+  const Reader::Hold hold(*reader_);
   if (owners_[service].owner != owner) peer->gone = true;
   return peer;
 }

@@ -82,26 +82,32 @@ Channel::Subscription::Subscription(Channel& channel, std::string sender, Signal
       listener_(std::make_shared<SignalFunction>(std::move(listener))) {}
 
 Channel::Subscription::~Subscription() {
-  const Reader::Hold hold(channel_.reader_);
+  const Reader::Hold hold(*channel_.reader_);
   slot_.reset();
 }
 
 Channel::Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss)
-    : reader_(std::move(connection), *this), deliveries_(deliveries), onLoss_(onLoss) {}
+    : reader_(std::make_shared<Reader>(
+          std::move(connection), static_cast<Reader::Listener&>(*this),
+          [&deliveries] { deliveries.run(); }, Reader::WhileWorking::Read)),
+      deliveries_(deliveries),
+      onLoss_(onLoss) {}
 
 Channel::~Channel() {
   stop();
 }
 
 void Channel::stop() {
-  reader_.stop();
-  const Reader::Hold hold(reader_);
-  failCalls();
+  {
+    const Reader::Hold hold(*reader_);
+    failCalls();
+  }
+  reader_->close();
 }
 
 bool Channel::lost() {
-  const Reader::Hold hold(reader_);
-  return reader_.lost();
+  const Reader::Hold hold(*reader_);
+  return reader_->lost();
 }
 
 // --- Calls ---------------------------------------------------------------------------------------
@@ -111,11 +117,11 @@ std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMes
   const auto call = std::make_shared<Call>();
   call->timeoutMs = timeoutMs;
   call->deadline = Clock::now() + timeoutOf(timeoutMs);
-  Reader::Turn turn(reader_, call);
+  Reader::Turn turn(*reader_, call);
   // The deadline of a blocking call is the caller's own; sd-bus's would need somebody to look.
   send(call, target, request, UINT64_MAX, descriptor);
   turn.waitUntil(call->deadline);
-  if (!call->done) finish(*call, reader_.lost() ? lossOf(*call) : timedOut(timeoutMs));
+  if (!call->done) finish(*call, reader_->lost() ? lossOf(*call) : timedOut(timeoutMs));
   return std::move(call->reply);
 }
 
@@ -126,9 +132,9 @@ void Channel::callAsync(const Target& target, const ZQBusMessage& request, Reply
   call->deadline = Clock::now() + timeoutOf(timeoutMs);
   call->asynchronous = true;
   call->onReply = std::move(onReply);
-  const Reader::Hold hold(reader_);
+  const Reader::Hold hold(*reader_);
   send(call, target, request, static_cast<uint64_t>(timeoutOf(timeoutMs).count()));
-  reader_.sent();
+  reader_->sent();
 }
 
 /// Sends a call, or finishes it when that cannot be.
@@ -137,14 +143,14 @@ void Channel::send(const std::shared_ptr<Call>& call, const Target& target,
   call->channel = this;
   call->peer = target.peer;
   call->position = calls_.insert(calls_.end(), call);
-  if (reader_.lost()) return finish(*call, lossOf(*call));
+  if (reader_->lost()) return finish(*call, lossOf(*call));
   if (call->peer != nullptr && call->peer->gone)
     return finish(*call, peerGone(call->peer->service));
 
   sd_bus_message* message = nullptr;
   const char* destination = target.destination.empty() ? nullptr : target.destination.c_str();
   int result =
-      sd_bus_message_new_method_call(reader_.bus(), &message, destination, target.path.c_str(),
+      sd_bus_message_new_method_call(reader_->bus(), &message, destination, target.path.c_str(),
                                      target.interface.c_str(), request.name().c_str());
   const SdBusMessage owned(message);
   if (result >= 0) result = encodeArguments(request, message);
@@ -153,7 +159,7 @@ void Channel::send(const std::shared_ptr<Call>& call, const Target& target,
   }
   sd_bus_slot* slot = nullptr;
   if (result >= 0) {
-    result = sd_bus_call_async(reader_.bus(), &slot, message, &onReply, call.get(), timeout);
+    result = sd_bus_call_async(reader_->bus(), &slot, message, &onReply, call.get(), timeout);
   }
   call->slot.reset(slot);
   if (result < 0) finish(*call, saysLost(result) ? lossOf(*call) : sendFailure(result));
@@ -191,11 +197,16 @@ void Channel::finish(Call& call, ZQBusMessage reply) {
   auto outcome = std::make_shared<ZQBusMessage>(std::move(reply));
   if (!call.asynchronous) {
     call.reply = std::move(outcome);
-    reader_.complete(owned);
+    reader_->complete(owned);
   } else if (call.onReply) {
-    deliveries_.post(
+    deliver(
         [onReply = std::move(call.onReply), outcome = std::move(outcome)] { onReply(outcome); });
   }
+}
+
+/// Has a callback run. Under the lock.
+void Channel::deliver(DeliveryQueue::Job job) {
+  if (deliveries_.post(std::move(job))) reader_->callThread();
 }
 
 // --- Signals -------------------------------------------------------------------------------------
@@ -208,8 +219,8 @@ std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& int
   if (!sender.empty()) match += ",sender='" + sender + '\'';
   // Made before the lock is taken: its end takes the lock itself.
   auto subscription = std::make_unique<Subscription>(*this, sender, std::move(listener));
-  const Reader::Hold hold(reader_);
-  if (reader_.lost()) return nullptr;
+  const Reader::Hold hold(*reader_);
+  if (reader_->lost()) return nullptr;
   subscription->slot_ = addMatch(match, &onSignal, subscription.get());
   if (subscription->slot_ == nullptr) return nullptr;
   return subscription;
@@ -225,8 +236,8 @@ SdBusSlot Channel::addMatch(const std::string& match, sd_bus_message_handler_t h
     return 1;
   };
   sd_bus_slot* slot = nullptr;
-  sd_bus_add_match_async(reader_.bus(), &slot, match.c_str(), handler, onAnswer, userdata);
-  reader_.sent();
+  sd_bus_add_match_async(reader_->bus(), &slot, match.c_str(), handler, onAnswer, userdata);
+  reader_->sent();
   return SdBusSlot(slot);
 }
 
@@ -240,11 +251,13 @@ int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
       std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, sd_bus_message_get_member(message));
   decodeArguments(message, *event);
   const std::size_t size = memoryOf(*event);
-  subscription.channel_.deliveries_.postEvent(
+  Channel& channel = subscription.channel_;
+  const bool idle = channel.deliveries_.postEvent(
       [weak = std::weak_ptr(subscription.listener_), event, sender] {
         if (const auto listener = weak.lock()) (*listener)(event, sender);
       },
       size);
+  if (idle) channel.reader_->callThread();
   return 0;
 }
 
@@ -252,15 +265,15 @@ int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
 
 std::shared_ptr<Peer> Channel::addPeer(const std::string& service, const std::string& owner) {
   auto peer = std::make_shared<Peer>(service, owner);
-  const Reader::Hold hold(reader_);
+  const Reader::Hold hold(*reader_);
   std::erase_if(peers_, [](const auto& weak) { return weak.expired(); });
   peers_.push_back(peer);
-  peer->gone = reader_.lost();
+  peer->gone = reader_->lost();
   return peer;
 }
 
 void Channel::setDeathCallback(const std::shared_ptr<Peer>& peer, std::function<void()> onDeath) {
-  const Reader::Hold hold(reader_);
+  const Reader::Hold hold(*reader_);
   peer->onDeath.swap(onDeath);
   if (peer->gone) postDeath(peer);
 }
@@ -277,7 +290,7 @@ void Channel::declareDead(const std::shared_ptr<Peer>& peer) {
 
 void Channel::postDeath(const std::shared_ptr<Peer>& peer) {
   if (!peer->onDeath) return;
-  deliveries_.post([weak = std::weak_ptr(peer), onDeath = std::exchange(peer->onDeath, nullptr)] {
+  deliver([weak = std::weak_ptr(peer), onDeath = std::exchange(peer->onDeath, nullptr)] {
     if (weak.lock() != nullptr) onDeath();
   });
 }

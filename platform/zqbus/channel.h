@@ -61,10 +61,11 @@ class Channel : private Reader::Listener {
   };
 
   /// Takes over a connection that is ready. `onLoss` is the failure of what its loss ends;
-  /// `deliveries` outlives the channel. Nothing is read before start().
+  /// `deliveries` outlives the process's threads. Nothing is read before start(). Callbacks that
+  /// run when a channel ends run to their end, none begins afterwards.
   Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss);
   ~Channel() override;
-  void start() { reader_.start(); }
+  void start() { reader_->start(); }
 
   /// As ZQBusProxyInterface::callWithReplyBlocking. A copy of `descriptor` goes along behind the
   /// arguments unless it is negative.
@@ -75,7 +76,7 @@ class Channel : private Reader::Listener {
                  int timeoutMs);
 
   /// Subscribes to the signal `member` of `interface`, from `sender` alone or from anybody when it
-  /// is empty. `listener` is called on the delivery thread. Null when the bus is gone.
+  /// is empty. `listener` is called from the delivery queue. Null when the bus is gone.
   std::unique_ptr<Subscription> subscribe(const std::string& interface, const std::string& member,
                                           const std::string& sender, SignalFunction listener);
 
@@ -86,7 +87,7 @@ class Channel : private Reader::Listener {
   bool lost();
 
  protected:
-  /// Ends the reading; for the destructor of a class that has handlers of its own.
+  /// Ends the connection; for the destructor of a class that has handlers of its own.
   void stop();
   SdBusSlot addMatch(const std::string& match, sd_bus_message_handler_t handler, void* userdata);
   /// Declares those peers dead that a condition holds for. Under the lock.
@@ -94,7 +95,7 @@ class Channel : private Reader::Listener {
   void declareDeadIf(Condition condition);
   void onConnectionLost() override;
 
-  Reader reader_;
+  const std::shared_ptr<Reader> reader_;
 
  private:
   struct Call;
@@ -108,6 +109,7 @@ class Channel : private Reader::Listener {
   void declareDead(const std::shared_ptr<Peer>& peer);
   void postDeath(const std::shared_ptr<Peer>& peer);
   void failCalls();
+  void deliver(DeliveryQueue::Job job);
 
   DeliveryQueue& deliveries_;
   const ZQBusFailure onLoss_;

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "bus_log.h"
-#include "platform/util/library_thread.h"
 
 namespace zq {
 namespace {
@@ -25,43 +24,35 @@ void runGuarded(const DeliveryQueue::Job& job) {
 
 }  // namespace
 
-DeliveryQueue::~DeliveryQueue() {
-  {
-    const std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  posted_.notify_one();
-  if (thread_.joinable()) thread_.join();
-}
-
-void DeliveryQueue::post(Job job) {
+bool DeliveryQueue::post(Job job) {
   const std::lock_guard lock(mutex_);
   append({std::move(job), 0});
+  return !running_;
 }
 
-void DeliveryQueue::postEvent(Job job, std::size_t size) {
+bool DeliveryQueue::postEvent(Job job, std::size_t size) {
   uint64_t droppedBefore = 0;
+  bool idle = false;
   {
     const std::lock_guard lock(mutex_);
+    idle = !running_;
     if (entries_.size() >= kMaxEvents || bytes_ + size > kMaxBytes) {
       ++dropped_;
-      if (++droppedInARow_ > 1) return;
+      if (++droppedInARow_ > 1) return idle;
     } else {
       append({std::move(job), size});
       droppedBefore = std::exchange(droppedInARow_, 0);
-      if (droppedBefore == 0) return;
+      if (droppedBefore == 0) return idle;
     }
   }
   busLog(droppedBefore == 0 ? "the delivery queue is full: events are being dropped"
                             : "dropped " + std::to_string(droppedBefore) + " events");
+  return idle;
 }
 
 void DeliveryQueue::append(Entry entry) {
   bytes_ += entry.size;
   entries_.push_back(std::move(entry));
-  // The thread comes with the first job: a client that connects should not wait for it to start.
-  if (!thread_.joinable()) thread_ = startLibraryThread("zqbus-delivery", [this] { run(); });
-  if (entries_.size() == 1) posted_.notify_one();
 }
 
 uint64_t DeliveryQueue::droppedEvents() const {
@@ -71,9 +62,8 @@ uint64_t DeliveryQueue::droppedEvents() const {
 
 void DeliveryQueue::run() {
   std::unique_lock lock(mutex_);
-  for (;;) {
-    posted_.wait(lock, [this] { return stopping_ || !entries_.empty(); });
-    if (stopping_) return;
+  if (std::exchange(running_, true)) return;
+  while (!entries_.empty()) {
     Entry entry = std::move(entries_.front());
     entries_.pop_front();
     bytes_ -= entry.size;
@@ -82,6 +72,7 @@ void DeliveryQueue::run() {
     entry.job = nullptr;  // what it holds may take the lock of a poster when it goes
     lock.lock();
   }
+  running_ = false;
 }
 
 }  // namespace zq

@@ -99,7 +99,8 @@ Endpoint::Endpoint(Owner& owner, const std::string& service, std::string peer, B
 
 int Endpoint::start(SdBus connection, const std::function<int(sd_bus*)>& prepare) {
   sd_bus* const bus = connection.get();
-  reader_ = std::make_unique<Reader>(std::move(connection), *this);
+  reader_ = std::make_shared<Reader>(
+      std::move(connection), *this, [this] { work(); }, Reader::WhileWorking::Wait);
   sd_bus_slot* slot = nullptr;
   int result = sd_bus_add_object(bus, &slot, path_.c_str(), &onMessage, this);
   object_.reset(slot);
@@ -113,7 +114,8 @@ int Endpoint::start(SdBus connection, const std::function<int(sd_bus*)>& prepare
 }
 
 void Endpoint::stop() {
-  reader_->stop();
+  reader_->close();
+  reader_->join();
   std::vector<std::shared_ptr<ZQBusCall>> unanswered;
   const Reader::Hold hold(*reader_);
   object_.reset();
@@ -127,10 +129,16 @@ int Endpoint::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) 
   if (interface != nullptr && endpoint.interface_ != interface) return 0;
   endpoint.received_.push_back(
       std::make_shared<ReceivedCall>(endpoint.shared_from_this(), message));
+  endpoint.reader_->callThread();
   return 1;
 }
 
-void Endpoint::onLockFree() {
+void Endpoint::onConnectionLost() {
+  lost_ = true;
+  reader_->callThread();
+}
+
+void Endpoint::work() {
   std::vector<std::shared_ptr<ZQBusCall>> calls;
   bool tellLoss = false;
   {

@@ -51,15 +51,15 @@ class Endpoint : public std::enable_shared_from_this<Endpoint>, public Reader::L
 
  private:
   static int onMessage(sd_bus_message* message, void* endpoint, sd_bus_error* error);
-  void onConnectionLost() override { lost_ = true; }
-  void onLockFree() override;
+  void onConnectionLost() override;
+  void work();
 
   Owner& owner_;
   const std::string path_;
   const std::string interface_;
   const std::string peer_;
   const Backlog backlog_;
-  std::unique_ptr<Reader> reader_;
+  std::shared_ptr<Reader> reader_;
   // Under the reader's lock.
   SdBusSlot object_;
   std::vector<std::shared_ptr<ZQBusCall>> received_;

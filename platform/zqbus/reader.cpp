@@ -3,30 +3,31 @@
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <span>
+#include <system_error>
+#include <utility>
 
+#include "bus_log.h"
 #include "platform/util/library_thread.h"
 
 namespace zq {
 namespace {
 
-// After so many messages in a row a reader looks whether somebody wants the lock.
+// After so many messages in a row a reader looks whether somebody wants the lock, or its work.
 constexpr int kFairAfter = 32;
 constexpr std::chrono::milliseconds kFairWait{1};
 constexpr std::chrono::milliseconds kFlushPatience{1000};
+constexpr std::chrono::hours kLongestSleep{1};
 constexpr uint64_t kNever = UINT64_MAX;
+constexpr uint32_t kHungUp = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
 
 void signalEvent(int descriptor) {
   const uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = ::write(descriptor, &one, sizeof one);
-}
-
-void drainEvent(int descriptor) {
-  uint64_t count;
-  [[maybe_unused]] const ssize_t taken = ::read(descriptor, &count, sizeof count);
 }
 
 uint64_t busTimeout(sd_bus* bus) {
@@ -35,63 +36,74 @@ uint64_t busTimeout(sd_bus* bus) {
 }
 
 /// How long a sleep may last that must end at `timeout` (sd-bus's time: microseconds of the steady
-/// clock) and at `deadline`.
-timespec sleepUntil(uint64_t timeout, Reader::Clock::time_point deadline) {
+/// clock) and at `deadline`, rounded up.
+int sleepMilliseconds(uint64_t timeout, Reader::Clock::time_point deadline) {
   using namespace std::chrono;
-  constexpr auto kLongest = duration_cast<nanoseconds>(hours(1));
-  nanoseconds left = kLongest;
+  if (timeout == 0) return 0;
+  if (timeout == kNever && deadline == Reader::Clock::time_point::max()) return -1;
   const auto now = Reader::Clock::now();
-  if (deadline < now + kLongest) left = deadline - now;
-  if (timeout < kNever) {
-    const Reader::Clock::time_point at{microseconds(timeout)};
-    left = std::min<nanoseconds>(left, at - now);
-  }
-  left = std::max(left, nanoseconds(0));
-  return {static_cast<time_t>(left / seconds(1)), static_cast<long>((left % seconds(1)).count())};
+  auto end = std::min(deadline, now + kLongestSleep);
+  if (timeout < kNever) end = std::min(end, Reader::Clock::time_point(microseconds(timeout)));
+  return static_cast<int>(std::max(ceil<milliseconds>(end - now), milliseconds(0)).count());
+}
+
+void drainEvent(int descriptor) {
+  uint64_t count;
+  [[maybe_unused]] const ssize_t taken = ::read(descriptor, &count, sizeof count);
+}
+
+void control(int epoll, int operation, int descriptor, uint32_t events) {
+  epoll_event event{};
+  event.events = events | EPOLLET;
+  event.data.fd = descriptor;
+  ::epoll_ctl(epoll, operation, descriptor, &event);
+}
+
+/// Whether a connection holds bytes that were not read.
+bool holdsBytes(int descriptor) {
+  int bytes = 0;
+  return ::ioctl(descriptor, FIONREAD, &bytes) != 0 || bytes > 0;
 }
 
 }  // namespace
 
-Reader::Reader(SdBus bus, Listener& listener)
+Reader::Reader(SdBus bus, Listener& listener, std::function<void()> work, WhileWorking whileWorking)
     : bus_(std::move(bus)),
       listener_(listener),
+      work_(std::move(work)),
+      whileWorking_(whileWorking),
       busDescriptor_(sd_bus_get_fd(bus_.get())),
       leaderEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       threadEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
-  epoll_event event{};
-  event.data.fd = busDescriptor_;
-  ::epoll_ctl(epoll_, EPOLL_CTL_ADD, busDescriptor_, &event);
-  event.events = EPOLLIN;
-  event.data.fd = threadEvent_;
-  ::epoll_ctl(epoll_, EPOLL_CTL_ADD, threadEvent_, &event);
-}
-
-void Reader::start() {
-  thread_ = startLibraryThread("zqbus-reader", [this] { run(); });
+  control(epoll_, EPOLL_CTL_ADD, busDescriptor_, 0);
+  control(epoll_, EPOLL_CTL_ADD, threadEvent_, EPOLLIN);
 }
 
 Reader::~Reader() {
-  stop();
   bus_.reset();
   ::close(epoll_);
   ::close(threadEvent_);
   ::close(leaderEvent_);
 }
 
-void Reader::stop() {
-  if (!thread_.joinable()) return;
-  {
-    const Hold hold(*this);
-    stopping_ = true;
-    signalEvent(threadEvent_);
-  }
-  thread_.join();
+void Reader::start() {
   const Hold hold(*this);
-  if (lost_) return;
-  lost_ = true;
+  startThread();
+}
+
+void Reader::close() {
+  const Hold hold(*this);
+  closed_ = true;
+  signalEvent(threadEvent_);
+  if (std::exchange(lost_, true)) return;
   flush();
   sd_bus_close(bus_.get());
+}
+
+void Reader::join() {
+  Lock lock(mutex_);
+  allEnded_.wait(lock, [this] { return threads_ == 0; });
 }
 
 /// Sends what is still to be sent, unless the other end takes its time.
@@ -106,6 +118,8 @@ void Reader::flush() {
   }
 }
 
+// --- The lock ------------------------------------------------------------------------------------
+
 Reader::Hold::Hold(Reader& reader) : reader_(reader), lock_(reader.enter()) {}
 
 Reader::Hold::~Hold() {
@@ -119,45 +133,9 @@ Reader::Lock Reader::enter() {
   return lock;
 }
 
-void Reader::complete(const std::shared_ptr<Waiter>& waiter) {
-  waiter->done = true;
-  if (waiter.get() != leader_) toWake_.push_back(waiter);
-}
-
-void Reader::sent() {
-  if (lost_) return;
-  const auto events = static_cast<uint32_t>(sd_bus_get_events(bus_.get()));
-  const uint64_t timeout = busTimeout(bus_.get());
-  if (leader_ == nullptr) {
-    watch(events);
-    if (timeout < threadTimeout_) signalEvent(threadEvent_);
-  } else if (leaderEvents_ != 0 && (events != leaderEvents_ || timeout < leaderTimeout_)) {
-    signalEvent(leaderEvent_);
-  }
-}
-
-/// One step of reading; true when there may be more to read. Under the lock, which may be given up
-/// in between.
-bool Reader::processOne(Lock& lock) {
-  const int result = sd_bus_process(bus_.get(), nullptr);
-  if (result < 0 || sd_bus_is_open(bus_.get()) <= 0) {
-    loseConnection();
-    return false;
-  }
-  if (result == 0) {
-    processedInARow_ = 0;
-    return false;
-  }
-  unlockAndWake(lock);
-  listener_.onLockFree();
-  lock.lock();
-  if (++processedInARow_ >= kFairAfter) letOthersIn(lock);
-  return true;
-}
-
 /// A mutex is not fair: one who gives it up only to take it again keeps it for himself.
 void Reader::letOthersIn(Lock& lock) {
-  processedInARow_ = 0;
+  inARow_ = 0;
   entered_.wait_for(lock, kFairWait,
                     [this] { return entering_.load(std::memory_order_relaxed) == 0; });
 }
@@ -169,49 +147,136 @@ void Reader::unlockAndWake(Lock& lock) {
   for (const auto& waiter : woken) waiter->wake.notify_one();
 }
 
-/// Sets what wakes the reading thread.
-void Reader::watch(uint32_t events) {
-  if (events == watched_ || lost_) return;
-  epoll_event event{};
-  event.events = events;
-  event.data.fd = busDescriptor_;
-  ::epoll_ctl(epoll_, EPOLL_CTL_MOD, busDescriptor_, &event);
-  watched_ = events;
+// --- Reading -------------------------------------------------------------------------------------
+
+/// One step of whoever has the role. Under the lock, which is given up in between.
+void Reader::processOne(Lock& lock) {
+  const int result = sd_bus_process(bus_.get(), nullptr);
+  if (result < 0 || sd_bus_is_open(bus_.get()) <= 0) {
+    loseConnection();
+  } else {
+    unread_ = result > 0;
+    ++inARow_;
+  }
+  unlockAndWake(lock);
+  lock.lock();
+  if (inARow_ >= kFairAfter) letOthersIn(lock);
+}
+
+/// What to sleep towards on the bus.
+uint32_t Reader::interest() const {
+  static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT);
+  return static_cast<uint32_t>(sd_bus_get_events(bus_.get()));
+}
+
+void Reader::sent() {
+  if (lost_) return;
+  const uint32_t events = interest();
+  const uint64_t timeout = busTimeout(bus_.get());
+  if (leader_ == nullptr) {
+    watch(events);
+    if (timeout < threadTimeout_) signalEvent(threadEvent_);
+  } else if (leaderEvents_ != 0 && (events != leaderEvents_ || timeout < leaderTimeout_)) {
+    signalEvent(leaderEvent_);
+  }
+}
+
+void Reader::complete(const std::shared_ptr<Waiter>& waiter) {
+  waiter->done = true;
+  if (waiter.get() != leader_) {
+    toWake_.push_back(waiter);
+  } else if (leaderEvents_ != 0) {
+    signalEvent(leaderEvent_);
+  }
 }
 
 void Reader::loseConnection() {
-  if (lost_) return;
   lost_ = true;
-  ::epoll_ctl(epoll_, EPOLL_CTL_DEL, busDescriptor_, nullptr);
   listener_.onConnectionLost();
   sd_bus_close(bus_.get());
   for (const auto& follower : followers_) toWake_.push_back(follower);
-  signalEvent(threadEvent_);
 }
 
-// --- The reading thread --------------------------------------------------------------------------
+// --- The reader's own threads --------------------------------------------------------------------
+
+void Reader::startThread() {
+  startLibraryThread("zqbus-reader", [self = shared_from_this()] { self->run(); }).detach();
+  ++threads_;
+}
 
 void Reader::run() {
   Lock lock(mutex_);
-  while (!stopping_) {
-    if (leader_ == nullptr && !lost_ && processOne(lock)) continue;
-    // Its interest is 0 while a leader reads, but a hang-up is reported all the same; the leader
-    // sees it too and deals with it.
-    threadAside_ = leader_ != nullptr || lost_;
-    if (!threadAside_) {
-      watch(static_cast<uint32_t>(sd_bus_get_events(bus_.get())));
-      threadTimeout_ = busTimeout(bus_.get());
-    } else {
-      threadTimeout_ = kNever;
+  ++awake_;
+  while (!closed_ || workWanted_) {
+    readAsThread(lock);
+    if (workWanted_) {
+      work(lock);
+    } else if (!mayRead() && !closed_) {
+      sleepAsThread(lock);
     }
-    const timespec left = sleepUntil(threadTimeout_, Clock::time_point::max());
-    pollfd polled{threadAside_ ? threadEvent_ : epoll_, POLLIN, 0};
-    unlockAndWake(lock);
-    listener_.onLockFree();
-    ::ppoll(&polled, 1, &left, nullptr);
-    drainEvent(threadEvent_);
-    lock.lock();
   }
+  --awake_;
+  signalEvent(threadEvent_);  // the other one has to end too
+  if (--threads_ == 0) allEnded_.notify_all();
+}
+
+void Reader::readAsThread(Lock& lock) {
+  for (int read = 0; mayRead() && read < kFairAfter; ++read) {
+    processOne(lock);
+    // As a rule there is one message, and asking for another costs more than looking.
+    if (inARow_ == 1 && !hungUp_ && mayRead()) unread_ = holdsBytes(busDescriptor_);
+  }
+}
+
+void Reader::work(Lock& lock) {
+  workWanted_ = false;
+  if (whileWorking_ == WhileWorking::Read) {
+    try {
+      if (threads_ == 1) startThread();
+    } catch (const std::system_error& error) {
+      busLog(std::string("no thread to read while callbacks run: ") + error.what());
+    }
+    if (mayRead()) signalEvent(threadEvent_);
+  }
+  --awake_;
+  lock.unlock();
+  work_();
+  lock.lock();
+  ++awake_;
+}
+
+void Reader::sleepAsThread(Lock& lock) {
+  threadTimeout_ = kNever;
+  if (leader_ == nullptr && !lost_) {
+    watch(interest());
+    threadTimeout_ = busTimeout(bus_.get());
+  }
+  const int longest = sleepMilliseconds(threadTimeout_, Clock::time_point::max());
+  --awake_;
+  lock.unlock();
+  std::array<epoll_event, 2> events;
+  const int count = ::epoll_wait(epoll_, events.data(), events.size(), longest);
+  lock.lock();
+  ++awake_;
+  inARow_ = 0;
+  if (count <= 0) unread_ = true;  // a time that sd-bus is to look at
+  for (const epoll_event& event : std::span(events).first(std::max(count, 0))) {
+    if (event.data.fd != busDescriptor_) continue;
+    unread_ = true;
+    if ((event.events & kHungUp) != 0) hungUp_ = true;
+  }
+}
+
+/// Sets what wakes a thread. What is there already does so at once.
+void Reader::watch(uint32_t events) {
+  if (events == watched_ || lost_) return;
+  control(epoll_, EPOLL_CTL_MOD, busDescriptor_, events == 0 ? 0 : events | EPOLLRDHUP);
+  watched_ = events;
+}
+
+void Reader::callThread() {
+  workWanted_ = true;
+  if (awake_ == 0) signalEvent(threadEvent_);
 }
 
 // --- Callers that wait ---------------------------------------------------------------------------
@@ -223,7 +288,6 @@ Reader::Turn::Turn(Reader& reader, std::shared_ptr<Waiter> waiter)
     return;
   }
   reader_.leader_ = waiter_.get();
-  reader_.leaderMayRead_ = false;
   reader_.watch(0);
 }
 
@@ -234,34 +298,34 @@ Reader::Turn::~Turn() {
 
 void Reader::Turn::waitUntil(Clock::time_point deadline) {
   if (reader_.leader_ != waiter_.get()) reader_.sent();
+  // On a busy machine the other end may well have run, and have answered, while this one sent.
+  reader_.unread_ = true;
   while (!waiter_->done && !reader_.lost_ && Clock::now() < deadline) {
-    if (reader_.leader_ == waiter_.get()) {
-      reader_.lead(lock_, deadline);
-    } else {
+    if (reader_.leader_ != waiter_.get()) {
       waiter_->wake.wait_until(lock_, deadline);
+    } else if (reader_.unread_) {
+      reader_.processOne(lock_);
+    } else {
+      reader_.sleepAsLeader(lock_, deadline);
     }
   }
 }
 
-/// One step of a leader: sleeps until there is something to read, unless there may be already, and
-/// dispatches one message.
-void Reader::lead(Lock& lock, Clock::time_point deadline) {
-  if (!leaderMayRead_) {
-    leaderEvents_ = static_cast<uint32_t>(sd_bus_get_events(bus_.get()));
-    leaderTimeout_ = busTimeout(bus_.get());
-    const timespec left = sleepUntil(leaderTimeout_, deadline);
-    pollfd polled[] = {{busDescriptor_, static_cast<short>(leaderEvents_), 0},
-                       {leaderEvent_, POLLIN, 0}};
-    unlockAndWake(lock);
-    ::ppoll(polled, 2, &left, nullptr);
-    if (polled[1].revents != 0) drainEvent(leaderEvent_);
-    lock.lock();
-    leaderEvents_ = 0;
-  }
-  leaderMayRead_ = processOne(lock);
+void Reader::sleepAsLeader(Lock& lock, Clock::time_point deadline) {
+  leaderEvents_ = interest();
+  leaderTimeout_ = busTimeout(bus_.get());
+  pollfd polled[] = {{busDescriptor_, static_cast<short>(leaderEvents_), 0},
+                     {leaderEvent_, POLLIN, 0}};
+  lock.unlock();
+  ::poll(polled, 2, sleepMilliseconds(leaderTimeout_, deadline));
+  if (polled[1].revents != 0) drainEvent(leaderEvent_);
+  lock.lock();
+  leaderEvents_ = 0;
+  inARow_ = 0;
+  unread_ = true;
 }
 
-/// Gives the role on: to a follower that still waits, else back to the reading thread.
+/// Gives the role on: to a follower that still waits, else back to the threads.
 void Reader::leave(const std::shared_ptr<Waiter>& waiter) {
   if (leader_ != waiter.get()) {
     std::erase(followers_, waiter);
@@ -277,10 +341,11 @@ void Reader::leave(const std::shared_ptr<Waiter>& waiter) {
     return;
   }
   if (lost_) return;
-  watch(static_cast<uint32_t>(sd_bus_get_events(bus_.get())));
-  // What is left in sd-bus's own queue, and a timeout earlier than the one the thread sleeps
+  unread_ = false;  // since watching tells of what is there
+  watch(interest());
+  // What is left in sd-bus's own queue, and a timeout earlier than the one the threads sleep
   // towards, show on no descriptor.
-  if (threadAside_ || busTimeout(bus_.get()) < threadTimeout_) signalEvent(threadEvent_);
+  if (busTimeout(bus_.get()) < threadTimeout_) signalEvent(threadEvent_);
 }
 
 }  // namespace zq

@@ -6,9 +6,12 @@
 // while it is taken sleep, each with its own deadline, until their answer is there or the role is
 // handed to them. When nobody waits, a thread of the reader's own has the role.
 //
+// What is read may call for work that takes its time, callbacks above all. The thread that read it
+// does the work too, for the same reason; a second thread reads in its place meanwhile.
+//
 // Everything that touches the sd_bus, its messages and its slots happens under one mutex, which is
-// given up only to sleep. C callbacks of sd-bus run under it too: they copy values out, and leave
-// calling anybody to other threads.
+// given up only to sleep and to work. C callbacks of sd-bus run under it too: they copy values out,
+// and leave calling anybody to the work.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -16,28 +19,27 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "sd_bus_handles.h"
 
 namespace zq {
 
-class Reader {
+class Reader : public std::enable_shared_from_this<Reader> {
  public:
   using Clock = std::chrono::steady_clock;
   using Lock = std::unique_lock<std::mutex>;
 
-  /// What the owner of a connection hears. Both are called on whichever thread reads.
+  /// The owner of a connection.
   class Listener {
    public:
     virtual ~Listener() = default;
-    /// The connection is closed and of no further use. Called once, under the lock.
+    /// The connection is closed and of no further use. Called once, under the lock, on whichever
+    /// thread reads, and not after close().
     virtual void onConnectionLost() = 0;
-    /// Something may have been read and the lock is free: the place to call others.
-    virtual void onLockFree() {}
   };
 
   /// Somebody who waits for something that a C callback will bring. Shared, since whoever wakes it
@@ -48,19 +50,23 @@ class Reader {
     bool done = false;
   };
 
-  /// Takes over a connection that is ready; `listener` outlives the reader and hears nothing
-  /// before start().
-  Reader(SdBus bus, Listener& listener);
+  /// Whether the connection is read while `work` runs.
+  enum class WhileWorking { Wait, Read };
+
+  /// Takes over a connection that is ready. `listener` lives until close() and hears nothing before
+  /// start(). `work` is what callThread() asks for; it runs without the lock and throws nothing.
+  Reader(SdBus bus, Listener& listener, std::function<void()> work, WhileWorking whileWorking);
   ~Reader();
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
 
-  /// Starts the reading thread.
+  /// Starts the reading. The reader lives on as long as a thread of its own is at work.
   void start();
-  /// Ends the reading thread and closes the connection, after sending what was still to be sent
-  /// if the other end takes it within a second.
-  /// No Turn exists any more, and the caller is not the reading thread.
-  void stop();
+  /// Closes the connection, after sending what was still to be sent if the other end takes it
+  /// within a second, and has the threads end without waiting for them. No Turn exists any more.
+  void close();
+  /// Waits, after close(), until no thread works any more; not from such a thread.
+  void join();
 
   /// The lock, from here to the end of the object. Goes ahead of a reader that has much to read.
   class Hold {
@@ -79,9 +85,10 @@ class Reader {
   sd_bus* bus() const { return bus_.get(); }
   bool lost() const { return lost_; }
 
-  /// Marks a waiter as done and has it woken; under the lock, from a C callback or a listener.
+  /// Marks a waiter as done and has it woken; under the lock.
   void complete(const std::shared_ptr<Waiter>& waiter);
-
+  /// Has the work done on a thread of the reader's, soon; under the lock.
+  void callThread();
   /// To be called under the lock after anything was sent outside of a Turn.
   void sent();
 
@@ -105,41 +112,59 @@ class Reader {
   };
 
  private:
-  void run();
   Lock enter();
-  bool processOne(Lock& lock);
-  void lead(Lock& lock, Clock::time_point deadline);
-  void leave(const std::shared_ptr<Waiter>& waiter);
   void letOthersIn(Lock& lock);
   void unlockAndWake(Lock& lock);
-  void watch(uint32_t events);
+
+  void processOne(Lock& lock);
+  uint32_t interest() const;
   void loseConnection();
   void flush();
 
+  void startThread();
+  void run();
+  bool mayRead() const { return unread_ && leader_ == nullptr && !lost_; }
+  void readAsThread(Lock& lock);
+  void work(Lock& lock);
+  void sleepAsThread(Lock& lock);
+  void watch(uint32_t events);
+
+  void sleepAsLeader(Lock& lock, Clock::time_point deadline);
+  void leave(const std::shared_ptr<Waiter>& waiter);
+
   SdBus bus_;
   Listener& listener_;
+  const std::function<void()> work_;
+  const WhileWorking whileWorking_;
+  const int busDescriptor_;
   std::mutex mutex_;
   std::atomic<int> entering_ = 0;
   std::condition_variable entered_;
-  int processedInARow_ = 0;
-  bool lost_ = false;
-  bool stopping_ = false;
 
-  Waiter* leader_ = nullptr;  // null while the reading thread has the role
+  bool unread_ = true;  // there may be something to read that nobody will be woken for
+  int inARow_ = 0;      // messages since somebody slept or let others in
+  bool lost_ = false;
+  bool closed_ = false;
+
+  // Callers that wait.
+  Waiter* leader_ = nullptr;    // null while a thread has the role
+  const int leaderEvent_;       // wakes it
+  uint32_t leaderEvents_ = 0;   // what it sleeps towards on the bus; 0 while it does not
+  uint64_t leaderTimeout_ = 0;  // when it wakes by itself, in sd-bus's time
   std::vector<std::shared_ptr<Waiter>> followers_;
   std::vector<std::shared_ptr<Waiter>> toWake_;
 
-  int busDescriptor_;
-  int leaderEvent_;             // wakes a polling leader
-  uint32_t leaderEvents_ = 0;   // what it waits for on the bus; 0 while it does not poll
-  uint64_t leaderTimeout_ = 0;  // when it wakes by itself, in sd-bus's time
-  bool leaderMayRead_ = false;  // its last look found something, so there may be more
-  int threadEvent_;             // wakes the reading thread
-  int epoll_;
-  uint32_t watched_ = 0;        // what the reading thread waits for on the bus
-  uint64_t threadTimeout_ = 0;  // when it wakes by itself, in sd-bus's time
-  bool threadAside_ = false;    // it waits for threadEvent_ alone
-  std::thread thread_;
+  // Threads.
+  int threads_ = 0;  // the second one from the first work on
+  std::condition_variable allEnded_;
+  // What wakes them is edge-triggered, so that one of two wakes, and nobody reads the event.
+  const int threadEvent_;
+  const int epoll_;
+  uint32_t watched_ = 0;        // what they sleep towards on the bus
+  uint64_t threadTimeout_ = 0;  // when one wakes by itself, in sd-bus's time
+  bool hungUp_ = false;         // the other end has closed, as one of them saw
+  int awake_ = 0;               // those that will look at what there is before they sleep
+  bool workWanted_ = false;
 };
 
 }  // namespace zq
