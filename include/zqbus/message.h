@@ -107,7 +107,7 @@ class ZQBusMessage {
   int64_t readInt64(std::size_t index) const;
   const std::vector<ZQBusArgument>& arguments() const { return arguments_; }
   /// Appends an argument of any type, for who builds a message from another form.
-  void append(ZQBusArgument argument) { arguments_.push_back(std::move(argument)); }
+  void append(ZQBusArgument argument);
   void reserve(std::size_t count) { arguments_.reserve(count); }
 
  private:

@@ -72,8 +72,8 @@ struct Channel::Call : Reader::Waiter {
   int timeoutMs;
   Clock::time_point deadline;
   bool asynchronous = false;
-  ReplyFunction onReply;                // of an asynchronous call, may be empty
-  std::shared_ptr<ZQBusMessage> reply;  // of a blocking one
+  ReplyFunction onReply;  // of an asynchronous call, may be empty
+  ZQBusMessage reply;
 };
 
 Channel::Subscription::Subscription(Channel& channel, std::string sender, SignalFunction listener)
@@ -122,7 +122,7 @@ std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMes
   send(call, target, request, UINT64_MAX, descriptor);
   turn.waitUntil(call->deadline);
   if (!call->done) finish(*call, reader_->lost() ? lossOf(*call) : timedOut(timeoutMs));
-  return std::move(call->reply);
+  return {call, &call->reply};
 }
 
 void Channel::callAsync(const Target& target, const ZQBusMessage& request, ReplyFunction onReply,
@@ -194,13 +194,12 @@ void Channel::finish(Call& call, ZQBusMessage reply) {
   const std::shared_ptr<Call> owned = *call.position;
   calls_.erase(call.position);
   call.slot.reset();
-  auto outcome = std::make_shared<ZQBusMessage>(std::move(reply));
+  call.reply = std::move(reply);
   if (!call.asynchronous) {
-    call.reply = std::move(outcome);
     reader_->complete(owned);
   } else if (call.onReply) {
-    deliver(
-        [onReply = std::move(call.onReply), outcome = std::move(outcome)] { onReply(outcome); });
+    const std::shared_ptr<ZQBusMessage> outcome(owned, &call.reply);
+    deliver([onReply = std::move(call.onReply), outcome] { onReply(outcome); });
   }
 }
 

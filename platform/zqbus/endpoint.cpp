@@ -26,6 +26,7 @@ class ReceivedCall : public ZQBusCall {
     decodeArguments(message, call_);
   }
   ~ReceivedCall() override {
+    if (message_ == nullptr) return;
     const Reader::Hold hold(endpoint_->reader());
     message_.reset();
   }
@@ -166,7 +167,11 @@ void Endpoint::sendSignal(const char* path, const char* interface, const std::st
 void Endpoint::sent(std::size_t size) {
   uint64_t waiting = 0;
   sd_bus_get_n_queued_write(reader_->bus(), &waiting);
-  unsent_ = waiting > 0 ? unsent_ + size : 0;
+  if (waiting == 0) {
+    unsent_ = 0;
+    return;
+  }
+  unsent_ += size;
   // One message may be as large as it likes; what piles up behind it may not.
   if (backlog_ == Backlog::Bounded && waiting > 1 && unsent_ > kMaxUnsent) {
     busLog("cut the direct line to " + peer_ + ": it does not read");

@@ -76,6 +76,12 @@ ZQBusMessage ZQBusMessage::failed(ZQBusFailure failure, std::string text) {
   return message;
 }
 
+void ZQBusMessage::append(ZQBusArgument argument) {
+  // Room for what most messages hold, in one step.
+  if (arguments_.capacity() == 0) arguments_.reserve(4);
+  arguments_.push_back(std::move(argument));
+}
+
 void ZQBusMessage::appendUInt16(uint16_t value) {
   append(value);
 }

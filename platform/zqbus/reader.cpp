@@ -54,7 +54,7 @@ void drainEvent(int descriptor) {
 
 void control(int epoll, int operation, int descriptor, uint32_t events) {
   epoll_event event{};
-  event.events = events | EPOLLET;
+  event.events = events;
   event.data.fd = descriptor;
   ::epoll_ctl(epoll, operation, descriptor, &event);
 }
@@ -72,12 +72,13 @@ Reader::Reader(SdBus bus, Listener& listener, std::function<void()> work, WhileW
       listener_(listener),
       work_(std::move(work)),
       whileWorking_(whileWorking),
+      edge_(whileWorking == WhileWorking::Read ? EPOLLET : 0U),
       busDescriptor_(sd_bus_get_fd(bus_.get())),
       leaderEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       threadEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
-  control(epoll_, EPOLL_CTL_ADD, busDescriptor_, 0);
-  control(epoll_, EPOLL_CTL_ADD, threadEvent_, EPOLLIN);
+  control(epoll_, EPOLL_CTL_ADD, busDescriptor_, edge_);
+  control(epoll_, EPOLL_CTL_ADD, threadEvent_, EPOLLIN | edge_);
 }
 
 Reader::~Reader() {
@@ -224,7 +225,7 @@ void Reader::readAsThread(Lock& lock) {
   for (int read = 0; mayRead() && read < kFairAfter; ++read) {
     processOne(lock);
     // As a rule there is one message, and asking for another costs more than looking.
-    if (inARow_ == 1 && !hungUp_ && mayRead()) unread_ = holdsBytes(busDescriptor_);
+    if (inARow_ == 1 && !hungUp_ && mayRead()) unread_ = edge_ != 0 && holdsBytes(busDescriptor_);
   }
 }
 
@@ -261,7 +262,10 @@ void Reader::sleepAsThread(Lock& lock) {
   inARow_ = 0;
   if (count <= 0) unread_ = true;  // a time that sd-bus is to look at
   for (const epoll_event& event : std::span(events).first(std::max(count, 0))) {
-    if (event.data.fd != busDescriptor_) continue;
+    if (event.data.fd == threadEvent_) {
+      drainEvent(threadEvent_);
+      continue;
+    }
     unread_ = true;
     if ((event.events & kHungUp) != 0) hungUp_ = true;
   }
@@ -270,7 +274,7 @@ void Reader::sleepAsThread(Lock& lock) {
 /// Sets what wakes a thread. What is there already does so at once.
 void Reader::watch(uint32_t events) {
   if (events == watched_ || lost_) return;
-  control(epoll_, EPOLL_CTL_MOD, busDescriptor_, events == 0 ? 0 : events | EPOLLRDHUP);
+  control(epoll_, EPOLL_CTL_MOD, busDescriptor_, edge_ | (events == 0 ? 0 : events | EPOLLRDHUP));
   watched_ = events;
 }
 

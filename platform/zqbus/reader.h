@@ -136,6 +136,7 @@ class Reader : public std::enable_shared_from_this<Reader> {
   Listener& listener_;
   const std::function<void()> work_;
   const WhileWorking whileWorking_;
+  const uint32_t edge_;  // EPOLLET for two threads, so that one of them wakes
   const int busDescriptor_;
   std::mutex mutex_;
   std::atomic<int> entering_ = 0;
@@ -157,7 +158,6 @@ class Reader : public std::enable_shared_from_this<Reader> {
   // Threads.
   int threads_ = 0;  // the second one from the first work on
   std::condition_variable allEnded_;
-  // What wakes them is edge-triggered, so that one of two wakes, and nobody reads the event.
   const int threadEvent_;
   const int epoll_;
   uint32_t watched_ = 0;        // what they sleep towards on the bus

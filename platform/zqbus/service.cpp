@@ -225,14 +225,14 @@ Service::Lines Service::lines() {
 
 void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
   const Lines direct = lines();
-  for (const auto& line : direct) {
-    line->sendSignal(path_.c_str(), interface_.c_str(), event, content);
-  }
   // Everybody on the bus may listen there; so nothing goes that way that nobody needs to get so.
   bool wantedOnBus = direct.empty();
   if (!wantedOnBus) {
     const Reader::Hold hold(bus_->reader());
     wantedOnBus = sd_bus_track_count(busClients_) > 0;
+  }
+  for (const auto& line : direct) {
+    line->sendSignal(path_.c_str(), interface_.c_str(), event, content);
   }
   if (wantedOnBus) bus_->sendSignal(path_.c_str(), interface_.c_str(), event, content);
 }
