@@ -3,11 +3,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
 #include "bus_log.h"
+#include "descriptor_passing.h"
 #include "sd_bus_open.h"
 
 namespace zq {
@@ -20,14 +22,41 @@ bool isWanted() {
   return wish == nullptr || std::strcmp(wish, "0") != 0;
 }
 
-/// Makes a connection of our end and greets the other, which takes over `end` whatever happens.
+/// The two ends of a socket pair.
+struct Hatch {
+  ~Hatch() {
+    for (const int end : ends) {
+      if (end >= 0) ::close(end);
+    }
+  }
+  bool open() {
+    return ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0;
+  }
+  int ends[2] = {-1, -1};
+};
+
+/// The end of a line that has arrived on `socket`, if it is of a pair that `process` made; else
+/// negative.
+int takeEnd(int socket, pid_t process) {
+  const int end = receiveDescriptor(socket);
+  ucred maker{};
+  socklen_t size = sizeof maker;
+  if (end < 0 ||
+      (::getsockopt(end, SOL_SOCKET, SO_PEERCRED, &maker, &size) == 0 && maker.pid == process)) {
+    return end;
+  }
+  ::close(end);
+  return -1;
+}
+
+/// Makes a connection of our end of a line, which it takes over whatever happens.
 SdBus greet(int end, Channel::Clock::time_point deadline) {
   sd_bus* made = nullptr;
-  int result = sd_bus_new(&made);
+  int result = end >= 0 ? sd_bus_new(&made) : -ENOENT;
   SdBus line(made);
   if (result >= 0) result = sd_bus_set_fd(made, end, end);
   if (result < 0) {
-    ::close(end);
+    if (end >= 0) ::close(end);
     return nullptr;
   }
   if (sd_bus_start(made) < 0 || waitReady(made, deadline) < 0) return nullptr;
@@ -38,21 +67,14 @@ SdBus greet(int end, Channel::Clock::time_point deadline) {
 
 std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
                                         DeliveryQueue& deliveries) {
-  int ends[2];
-  if (!isWanted() ||
-      ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
-    return nullptr;
-  }
+  Hatch hatch;
+  if (!isWanted() || !hatch.open()) return nullptr;
   const auto deadline = Channel::Clock::now() + kOpenTimeout;
   const auto answer = bus.call({peer->owner, servicePath(peer->service), kDirectInterface, peer},
                                ZQBusMessage(ZQBusMessageType::MethodCall, kDirectOpen),
-                               static_cast<int>(kOpenTimeout.count()), ends[1]);
-  ::close(ends[1]);
-  if (answer->type() != 2) {
-    ::close(ends[0]);
-    return nullptr;
-  }
-  SdBus connection = greet(ends[0], deadline);
+                               static_cast<int>(kOpenTimeout.count()), hatch.ends[1]);
+  if (answer->type() != 2) return nullptr;
+  SdBus connection = greet(takeEnd(hatch.ends[0], answer->readInt32(0)), deadline);
   if (connection == nullptr) {
     busLog("the direct line to " + peer->service + " was given but does not work");
     return nullptr;

@@ -8,9 +8,10 @@
 namespace zq {
 
 /// Opens a direct line to the service behind `peer`, which is bound on `bus`: hands it one end of a
-/// socket pair in a call through the bus, which vouches for both. Blocks for a round trip to the
-/// service, a few seconds at most. Null when the service offers none, does not answer, or
-/// ZQBUS_DIRECT is 0; the service is used through the bus then. `deliveries` outlives the line.
+/// socket pair in a call through the bus, which vouches for both, and takes the line from the other
+/// end. Blocks for a round trip to the service, a few seconds at most. Null when the service offers
+/// none, does not answer, or ZQBUS_DIRECT is 0; the service is used through the bus then.
+/// `deliveries` outlives the line.
 std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
                                         DeliveryQueue& deliveries);
 

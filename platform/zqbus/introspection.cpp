@@ -39,7 +39,7 @@ std::string introspectionXml(const std::string& name, const ZQBusServiceDescript
   }
   return std::string(kDoctype) + "<node>\n" +
          interface(kIntrospectableInterface, method({kIntrospect, {}, {{"xml", "s"}}})) +
-         interface(kDirectInterface, method({kDirectOpen, {{"end", "h"}}, {}})) +
+         interface(kDirectInterface, method({kDirectOpen, {{"hatch", "h"}}, {{"process", "i"}}})) +
          interface(name, members) + "</node>\n";
 }
 

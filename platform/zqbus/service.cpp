@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "bus_log.h"
+#include "descriptor_passing.h"
 #include "endpoint.h"
 #include "introspection.h"
 #include "sd_bus_open.h"
@@ -31,17 +31,23 @@ bool isStreamSocket(int descriptor) {
   return option(SO_DOMAIN) == AF_UNIX && option(SO_TYPE) == SOCK_STREAM;
 }
 
-/// Makes a connection of the end of a socket pair that a client sent, a copy of which it owns.
-SdBus answerGreeting(int end) {
-  const int own = ::fcntl(end, F_DUPFD_CLOEXEC, 3);
+/// Makes a line, whose other end it sends on `hatch`. Not the pair that the hatch belongs to: what
+/// came through the bus, others may have a copy of.
+SdBus makeLine(int hatch) {
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
+    return nullptr;
+  }
+  const int handed = sendDescriptor(hatch, ends[1]);
+  ::close(ends[1]);
   sd_bus* made = nullptr;
   sd_id128_t id{};
-  int result = own < 0 ? -errno : sd_id128_randomize(&id);
+  int result = handed < 0 ? handed : sd_id128_randomize(&id);
   if (result >= 0) result = sd_bus_new(&made);
   SdBus line(made);
-  if (result >= 0) result = sd_bus_set_fd(made, own, own);
+  if (result >= 0) result = sd_bus_set_fd(made, ends[0], ends[0]);
   if (result < 0) {
-    if (own >= 0) ::close(own);
+    ::close(ends[0]);
     return nullptr;
   }
   if (sd_bus_set_server(made, 1, id) < 0 || sd_bus_start(made) < 0) return nullptr;
@@ -197,7 +203,7 @@ int Service::onUser(sd_bus_message* answer, void* userdata, sd_bus_error*) {
     return sd_bus_reply_method_errnof(call.get(), -opened, "no direct line: %s",
                                       std::strerror(-opened));
   }
-  return sd_bus_reply_method_return(call.get(), nullptr);
+  return sd_bus_reply_method_return(call.get(), "i", static_cast<int32_t>(::getpid()));
 }
 
 int Service::openLine(sd_bus_message* call) {
@@ -206,9 +212,9 @@ int Service::openLine(sd_bus_message* call) {
   ended.swap(ended_);
   for (const auto& line : ended) line->stop();
   if (lines_.size() >= kMaxLines) return -EMFILE;
-  int end = -1;
-  if (sd_bus_message_read(call, "h", &end) <= 0 || !isStreamSocket(end)) return -EINVAL;
-  SdBus connection = answerGreeting(end);
+  int hatch = -1;
+  if (sd_bus_message_read(call, "h", &hatch) <= 0 || !isStreamSocket(hatch)) return -EINVAL;
+  SdBus connection = makeLine(hatch);
   if (connection == nullptr) return -EINVAL;
   auto line = std::make_shared<Endpoint>(*this, service_, sd_bus_message_get_sender(call),
                                          Endpoint::Backlog::Bounded);

@@ -2,12 +2,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <future>
+#include <vector>
 
 #include "tests/bus/stranger.h"
 #include "tests/support/bus_world.h"
+#include "tools/embedded/child_process.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -31,16 +35,6 @@ class DirectLine : public testing::Test {
   }
 };
 
-/// A socket pair of which nobody reads our end.
-struct Pair {
-  Pair() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0); }
-  ~Pair() {
-    ::close(ends[0]);
-    ::close(ends[1]);
-  }
-  int ends[2];
-};
-
 TEST_F(DirectLine, SurvivesTheServicesDeathBeforeWithinAndAfterItsOpening) {
   auto process = startService();
   process->kill();
@@ -48,15 +42,12 @@ TEST_F(DirectLine, SurvivesTheServicesDeathBeforeWithinAndAfterItsOpening) {
 
   process = startService();
   process->pause();
-  std::future<std::shared_ptr<ZQBusProxyInterface>> opening;
-  {
-    // Gone before the next line is opened: a monitor gets a copy of the descriptor too, and a line
-    // ends with the last copy of its end.
-    Stranger monitor;
-    monitor.becomeMonitor();
-    opening = std::async(std::launch::async, connect);
-    monitor.seenUntil("Open");
-  }
+  // Has a copy of every descriptor that goes through the bus until it takes the message: a line
+  // that such a copy kept open would not end with the service.
+  Stranger monitor;
+  monitor.becomeMonitor();
+  auto opening = std::async(std::launch::async, connect);
+  monitor.seenUntil("Open");
   process->kill();
   if (const auto interface = opening.get()) {
     EXPECT_EQ(call(*interface, "getVmList")->failure(), ZQBusFailure::PeerGone);
@@ -84,13 +75,42 @@ TEST_F(DirectLine, LeavesNothingBehindInFiveHundredRounds) {
             descriptors + 8);  // lines that ended are cleared at the next opening
 }
 
+TEST_F(DirectLine, OfAKilledClientLeavesNothingBehind) {
+  RecordingService owner;
+  int descriptors = 0;
+  for (int round = 0; round < 50; ++round) {
+    int opened[2];
+    ASSERT_EQ(::pipe2(opened, O_CLOEXEC), 0);
+    const pid_t client = ::fork();
+    if (client == 0) {
+      Stranger stranger;
+      const char sign = stranger.openLine() >= 0 ? '+' : '-';
+      if (::write(opened[1], &sign, 1) == 1) ::pause();
+      ::_exit(0);
+    }
+    char sign = 0;
+    EXPECT_EQ(::read(opened[0], &sign, 1), 1);
+    EXPECT_EQ(sign, '+');
+    ::kill(client, SIGKILL);
+    owner.sendEvent(0, 4);
+    ::waitpid(client, nullptr, 0);
+    ::close(opened[0]);
+    ::close(opened[1]);
+    if (round == 10) descriptors = openDescriptors();
+  }
+  // Lines that ended are cleared at the next opening.
+  EXPECT_LE(openDescriptors(), descriptors + 8);
+}
+
 TEST_F(DirectLine, IsOfferedToABoundedNumberAndTheOthersUseTheBus) {
   RecordingService owner;
-  std::vector<Pair> pairs(kMaxLines);
   Stranger stranger;
-  for (const Pair& pair : pairs) ASSERT_TRUE(stranger.openLine(pair.ends[1]));
-  Pair tooMany;
-  EXPECT_FALSE(stranger.openLine(tooMany.ends[1]));
+  std::vector<OwnedDescriptor> lines;
+  for (int i = 0; i < kMaxLines; ++i) {
+    lines.emplace_back(stranger.openLine());
+    ASSERT_TRUE(lines.back());
+  }
+  EXPECT_LT(stranger.openLine(), 0);
   const auto interface = connect();
   EXPECT_EQ(call(*interface, "getVmList")->type(), 2);
   Watched<int> heard;
@@ -106,7 +126,7 @@ TEST_F(DirectLine, TakesNothingButAStreamSocket) {
   RecordingService owner;
   Stranger stranger;
   const int file = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-  EXPECT_FALSE(stranger.openLine(file));
+  EXPECT_FALSE(stranger.openLineOn(file));
   ::close(file);
   EXPECT_EQ(call(*connect(), "getVmList")->type(), 2);
 }
@@ -118,9 +138,9 @@ TEST_F(DirectLine, OfAClientThatDoesNotReadIsCutAndOthersGoOn) {
   interface->addEventListener(
       "perixevent", new ZQBusEventCallback([&](const auto&) { heard.change([](int& n) { ++n; }); }),
       ZQBusSecurityFlags::TrustedPeer);
-  Pair deaf;
   Stranger stranger;
-  ASSERT_TRUE(stranger.openLine(deaf.ends[1]));
+  const OwnedDescriptor deaf(stranger.openLine());
+  ASSERT_TRUE(deaf);
   const std::string payload(1 << 20, 'x');
   constexpr int kEvents = 100;
   for (int i = 1; i <= kEvents; ++i) {
@@ -130,7 +150,7 @@ TEST_F(DirectLine, OfAClientThatDoesNotReadIsCutAndOthersGoOn) {
   // What the service still wrote, and then the end of the line; without one this waits in vain.
   std::string rest(1 << 20, '\0');
   ssize_t read = 1;
-  while (read > 0) read = ::recv(deaf.ends[0], rest.data(), rest.size(), 0);
+  while (read > 0) read = ::recv(deaf.get(), rest.data(), rest.size(), 0);
   EXPECT_EQ(read, 0);
 }
 

@@ -1,8 +1,12 @@
 #include "stranger.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <memory>
 #include <stdexcept>
 
+#include "platform/zqbus/descriptor_passing.h"
 #include "tests/support/bus_world.h"
 
 namespace zq {
@@ -50,9 +54,18 @@ bool Stranger::call(const char* method) {
          0;
 }
 
-bool Stranger::openLine(int end) {
+int Stranger::openLine() {
+  int hatch[2];
+  check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, hatch), "socketpair");
+  const int end = openLineOn(hatch[1]) ? receiveDescriptor(hatch[0]) : -1;
+  ::close(hatch[0]);
+  ::close(hatch[1]);
+  return end;
+}
+
+bool Stranger::openLineOn(int hatch) {
   return sd_bus_call_method(bus_, kService, kPath, "org.zqbus.Direct", "Open", nullptr, nullptr,
-                            "h", end) >= 0;
+                            "h", hatch) >= 0;
 }
 
 void Stranger::becomeMonitor() {

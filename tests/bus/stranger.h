@@ -22,8 +22,10 @@ class Stranger {
   void sync();
   /// Calls a method of the service through the bus. False for an error.
   bool call(const char* method);
-  /// Hands the service an end of a socket pair. False when it refuses.
-  bool openLine(int end);
+  /// Asks the service for a direct line; the client's end of it, or negative when it refuses.
+  int openLine();
+  /// Hands the service that descriptor to send a line's end on. False when it refuses.
+  bool openLineOn(int hatch);
   /// Sees everything that goes through the bus from now on: "interface.member" each.
   void becomeMonitor();
   /// What was seen up to a signal of that name.
