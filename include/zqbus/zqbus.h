@@ -2,10 +2,11 @@
 //
 // Threads. Every operation may be called from any thread, from inside a callback too. Callbacks
 // (events, replies of asynchronous calls, deaths) run one at a time, in the order in which their
-// causes arrived, on a thread of the library, the delivery thread. A callback may block for as
-// long as it likes: replies are still read and calls on other threads go on, while deliveries wait
-// in a queue of bounded length. Events that do not fit are dropped, counted and logged; replies
-// and deaths always fit. An exception that leaves a callback is logged and goes no further.
+// causes arrived, on a thread of the library, not always the same one: the delivery thread. A
+// callback may block for as long as it likes: replies are still read and calls on other threads go
+// on, while deliveries wait in a queue of bounded length. Events that do not fit are dropped,
+// counted and logged; replies and deaths always fit. An exception that leaves a callback is logged
+// and goes no further.
 //
 // Order. All that one process sends to a service arrives in the order in which it was sent, and
 // its events are delivered in the order in which the service sent them.
@@ -74,8 +75,9 @@ class ZQBusProxyInterface {
   virtual void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
                              int timeoutMs) = 0;
 
-  /// Calls `callback` for every `event` of the service's from now on. Takes ownership of
-  /// `callback` and deletes it some time after it was removed. With `TrustedPeer`, and without it
+  /// Calls `callback` for every `event` of the service's from now on; blocks for a round trip to
+  /// the bus when all goes through it, 25 s at most, and else not. Takes ownership of `callback`
+  /// and deletes it some time after it was removed. With `TrustedPeer`, and without it
   /// too, only the owner of the service's name is heard. False for a null `callback` (nothing
   /// happens) and when the service or the bus is gone (`callback` is deleted).
   virtual bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
@@ -115,8 +117,8 @@ class ZQBusSerivceManager {
                                                                         ZQBusSecurityFlags flags,
                                                                         int version) = 0;
 
-  /// Calls `callback` for every broadcast `event`, whoever sends it; with `TrustedPeer` only for
-  /// those of trusted senders. Takes ownership of `callback` and keeps it for the life of the
+  /// Calls `callback` for every broadcast `event` from now on, whoever sends it; with `TrustedPeer`
+  /// only for those of trusted senders. Blocks for a round trip to the bus, 25 s at most. Takes ownership of `callback` and keeps it for the life of the
   /// process; the subscription outlives the loss of the bus. False for a null `callback`.
   virtual bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
                                 ZQBusSecurityFlags flags) = 0;

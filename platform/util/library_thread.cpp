@@ -15,13 +15,15 @@ std::thread startLibraryThread(const char* name, std::function<void()> run) {
   pthread_sigmask(SIG_SETMASK, &all, &previous);
   std::thread thread;
   try {
-    thread = std::thread(std::move(run));
+    thread = std::thread([name, run = std::move(run)] {
+      pthread_setname_np(pthread_self(), name);
+      run();
+    });
   } catch (...) {
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     throw;
   }
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-  pthread_setname_np(thread.native_handle(), name);
   return thread;
 }
 

@@ -7,8 +7,8 @@
 namespace zq {
 
 /// Starts a thread that handles no signals: those are the program's business. Throws
-/// std::system_error when there can be none. `name`, at most 15 characters, is what a debugger
-/// shows.
+/// std::system_error when there can be none. `name`, a literal of at most 15 characters, is
+/// what a debugger shows.
 std::thread startLibraryThread(const char* name, std::function<void()> run);
 
 }  // namespace zq

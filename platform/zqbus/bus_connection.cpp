@@ -38,21 +38,21 @@ BusConnection::~BusConnection() {
   owners_.clear();
 }
 
-std::shared_ptr<ZQBusMessage> BusConnection::askBus(const char* method, const std::string& name) {
+std::shared_ptr<ZQBusMessage> BusConnection::askBus(const char* method, const std::string& name,
+                                                    const CallExtras& extras) {
   ZQBusMessage request(ZQBusMessageType::MethodCall, method);
   request.appendString(name);
-  return call(theBus(), request, -1);
+  return call(theBus(), request, -1, extras);
 }
 
 std::string BusConnection::ownerOf(const std::string& service) {
   uint64_t changes = 0;
-  {
-    // Changes are subscribed to first and the owner asked for then: none is missed.
-    const Reader::Hold hold(*reader_);
+  // Changes are subscribed to first and the owner asked for then: none is missed.
+  const auto subscribe = [&] {
     track(service);
     changes = owners_[service].changes;
-  }
-  const auto reply = askBus("GetNameOwner", serviceName(service));
+  };
+  const auto reply = askBus("GetNameOwner", serviceName(service), {-1, subscribe});
   std::string owner;
   reply->readString(owner, 0);
   if (reply->type() != 2) owner.clear();
@@ -89,11 +89,18 @@ bool BusConnection::mayBeAlive(const std::string& uniqueName) {
 }
 
 void BusConnection::track(const std::string& service) {
-  if (reader_->lost() || owners_.contains(service)) return;
+  if (owners_.contains(service)) return;
   const std::string match = std::string("type='signal',sender='") + kBusName + "',interface='" +
                             kBusName + "',member='NameOwnerChanged',arg0='" + serviceName(service) +
                             '\'';
-  owners_[service].match = addMatch(match, &onNameOwnerChanged, this);
+  // Without a handler of its own for the answer, sd-bus would close the connection on a refusal.
+  const auto onAnswer = [](sd_bus_message* answer, void*, sd_bus_error*) {
+    logRefusal(answer);
+    return 1;
+  };
+  sd_bus_slot* slot = nullptr;
+  sd_bus_add_match_async(reader_->bus(), &slot, match.c_str(), &onNameOwnerChanged, onAnswer, this);
+  owners_[service].match.reset(slot);
 }
 
 int BusConnection::onNameOwnerChanged(sd_bus_message* message, void* userdata, sd_bus_error*) {

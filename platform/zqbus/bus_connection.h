@@ -40,7 +40,8 @@ class BusConnection : public Channel {
   void onConnectionLost() override;
   void setOwner(const std::string& service, const std::string& owner);
   void track(const std::string& service);
-  std::shared_ptr<ZQBusMessage> askBus(const char* method, const std::string& name);
+  std::shared_ptr<ZQBusMessage> askBus(const char* method, const std::string& name,
+                                       const CallExtras& extras = {});
 
   // Under the reader's lock.
   std::map<std::string, NameOwner> owners_;

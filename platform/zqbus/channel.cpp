@@ -113,13 +113,14 @@ bool Channel::lost() {
 // --- Calls ---------------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMessage& request,
-                                            int timeoutMs, int descriptor) {
+                                            int timeoutMs, const CallExtras& extras) {
   const auto call = std::make_shared<Call>();
   call->timeoutMs = timeoutMs;
   call->deadline = Clock::now() + timeoutOf(timeoutMs);
   Reader::Turn turn(*reader_, call);
+  if (extras.first && !reader_->lost()) extras.first();
   // The deadline of a blocking call is the caller's own; sd-bus's would need somebody to look.
-  send(call, target, request, UINT64_MAX, descriptor);
+  send(call, target, request, UINT64_MAX, extras.descriptor);
   turn.waitUntil(call->deadline);
   if (!call->done) finish(*call, reader_->lost() ? lossOf(*call) : timedOut(timeoutMs));
   return {call, &call->reply};
@@ -216,28 +217,25 @@ std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& int
                                                           SignalFunction listener) {
   std::string match = "type='signal',interface='" + interface + "',member='" + member + '\'';
   if (!sender.empty()) match += ",sender='" + sender + '\'';
-  // Made before the lock is taken: its end takes the lock itself.
+  // Outlives the turn: its end takes the lock itself.
   auto subscription = std::make_unique<Subscription>(*this, sender, std::move(listener));
-  const Reader::Hold hold(*reader_);
+  const std::shared_ptr<Reader::Waiter> installed = subscription->installed_;
+  Reader::Turn turn(*reader_, installed);
   if (reader_->lost()) return nullptr;
-  subscription->slot_ = addMatch(match, &onSignal, subscription.get());
-  if (subscription->slot_ == nullptr) return nullptr;
+  sd_bus_slot* slot = nullptr;
+  const int added = sd_bus_add_match_async(reader_->bus(), &slot, match.c_str(), &onSignal,
+                                           &onInstalled, subscription.get());
+  subscription->slot_.reset(slot);
+  if (added < 0) return nullptr;
+  if (sd_bus_is_bus_client(reader_->bus()) > 0) turn.waitUntil(Clock::now() + kDefaultTimeout);
   return subscription;
 }
 
-SdBusSlot Channel::addMatch(const std::string& match, sd_bus_message_handler_t handler,
-                            void* userdata) {
-  // Without a handler of its own for the answer, sd-bus would close the connection on a refusal.
-  const auto onAnswer = [](sd_bus_message* answer, void*, sd_bus_error*) {
-    if (const sd_bus_error* error = sd_bus_message_get_error(answer)) {
-      busLog(std::string("the bus refused a subscription: ") + error->message);
-    }
-    return 1;
-  };
-  sd_bus_slot* slot = nullptr;
-  sd_bus_add_match_async(reader_->bus(), &slot, match.c_str(), handler, onAnswer, userdata);
-  reader_->sent();
-  return SdBusSlot(slot);
+int Channel::onInstalled(sd_bus_message* answer, void* userdata, sd_bus_error*) {
+  const Subscription& subscription = *static_cast<Subscription*>(userdata);
+  logRefusal(answer);
+  subscription.channel_.reader_->complete(subscription.installed_);
+  return 1;
 }
 
 int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {

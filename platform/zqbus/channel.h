@@ -26,6 +26,12 @@ struct Peer {
   std::function<void()> onDeath;
 };
 
+/// What a call may have beside its request.
+struct CallExtras {
+  int descriptor = -1;          ///< a copy of it goes along behind the arguments
+  std::function<void()> first;  ///< runs under the lock before the call is sent
+};
+
 class Channel : private Reader::Listener {
  public:
   using Clock = Reader::Clock;
@@ -57,6 +63,7 @@ class Channel : private Reader::Listener {
     Channel& channel_;
     const std::string sender_;
     const std::shared_ptr<const SignalFunction> listener_;
+    const std::shared_ptr<Reader::Waiter> installed_ = std::make_shared<Reader::Waiter>();
     SdBusSlot slot_;
   };
 
@@ -67,16 +74,16 @@ class Channel : private Reader::Listener {
   ~Channel() override;
   void start() { reader_->start(); }
 
-  /// As ZQBusProxyInterface::callWithReplyBlocking. A copy of `descriptor` goes along behind the
-  /// arguments unless it is negative.
+  /// As ZQBusProxyInterface::callWithReplyBlocking.
   std::shared_ptr<ZQBusMessage> call(const Target& target, const ZQBusMessage& request,
-                                     int timeoutMs, int descriptor = -1);
+                                     int timeoutMs, const CallExtras& extras = {});
   /// As ZQBusProxyInterface::callWithReply.
   void callAsync(const Target& target, const ZQBusMessage& request, ReplyFunction onReply,
                  int timeoutMs);
 
   /// Subscribes to the signal `member` of `interface`, from `sender` alone or from anybody when it
-  /// is empty. `listener` is called from the delivery queue. Null when the bus is gone.
+  /// is empty. Blocks until the bus has the subscription. `listener` is called from the delivery
+  /// queue. Null when the bus is gone.
   std::unique_ptr<Subscription> subscribe(const std::string& interface, const std::string& member,
                                           const std::string& sender, SignalFunction listener);
 
@@ -89,7 +96,6 @@ class Channel : private Reader::Listener {
  protected:
   /// Ends the connection; for the destructor of a class that has handlers of its own.
   void stop();
-  SdBusSlot addMatch(const std::string& match, sd_bus_message_handler_t handler, void* userdata);
   /// Declares those peers dead that a condition holds for. Under the lock.
   template <typename Condition>
   void declareDeadIf(Condition condition);
@@ -101,6 +107,7 @@ class Channel : private Reader::Listener {
   struct Call;
   static int onReply(sd_bus_message* message, void* call, sd_bus_error* error);
   static int onSignal(sd_bus_message* message, void* subscription, sd_bus_error* error);
+  static int onInstalled(sd_bus_message* answer, void* subscription, sd_bus_error* error);
 
   void send(const std::shared_ptr<Call>& call, const Target& target, const ZQBusMessage& request,
             uint64_t timeout, int descriptor = -1);

@@ -72,7 +72,7 @@ std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer
   const auto deadline = Channel::Clock::now() + kOpenTimeout;
   const auto answer = bus.call({peer->owner, servicePath(peer->service), kDirectInterface, peer},
                                ZQBusMessage(ZQBusMessageType::MethodCall, kDirectOpen),
-                               static_cast<int>(kOpenTimeout.count()), hatch.ends[1]);
+                               static_cast<int>(kOpenTimeout.count()), {hatch.ends[1], {}});
   if (answer->type() != 2) return nullptr;
   SdBus connection = greet(takeEnd(hatch.ends[0], answer->readInt32(0)), deadline);
   if (connection == nullptr) {

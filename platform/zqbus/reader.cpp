@@ -89,7 +89,7 @@ Reader::~Reader() {
 }
 
 void Reader::start() {
-  const Hold hold(*this);
+  threads_ = 1;
   startThread();
 }
 
@@ -202,7 +202,6 @@ void Reader::loseConnection() {
 
 void Reader::startThread() {
   startLibraryThread("zqbus-reader", [self = shared_from_this()] { self->run(); }).detach();
-  ++threads_;
 }
 
 void Reader::run() {
@@ -234,6 +233,7 @@ void Reader::work(Lock& lock) {
   if (whileWorking_ == WhileWorking::Read) {
     try {
       if (threads_ == 1) startThread();
+      threads_ = 2;
     } catch (const std::system_error& error) {
       busLog(std::string("no thread to read while callbacks run: ") + error.what());
     }

@@ -142,8 +142,8 @@ class Reader : public std::enable_shared_from_this<Reader> {
   std::atomic<int> entering_ = 0;
   std::condition_variable entered_;
 
-  bool unread_ = true;  // there may be something to read that nobody will be woken for
-  int inARow_ = 0;      // messages since somebody slept or let others in
+  bool unread_ = false;  // there may be something to read that nobody will be woken for
+  int inARow_ = 0;       // messages since somebody slept or let others in
   bool lost_ = false;
   bool closed_ = false;
 

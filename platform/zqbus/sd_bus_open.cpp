@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "bus_log.h"
+
 namespace zq {
 namespace {
 
@@ -29,8 +31,8 @@ int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
   for (;;) {
     int result = sd_bus_process(bus, nullptr);
     if (result < 0) return result;
+    if (result > 0) continue;  // once ready too: no thread is woken for what comes along
     if (sd_bus_is_ready(bus) > 0) return 0;
-    if (result > 0) continue;
     const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
     if (left <= microseconds(0)) return -ETIMEDOUT;
     result = sd_bus_wait(bus, static_cast<uint64_t>(left.count()));
@@ -41,6 +43,12 @@ int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
 bool isFromBus(sd_bus_message* message) {
   const char* sender = sd_bus_message_get_sender(message);
   return sender == nullptr || std::strcmp(sender, kBusName) == 0;
+}
+
+void logRefusal(sd_bus_message* answer) {
+  if (const sd_bus_error* error = sd_bus_message_get_error(answer)) {
+    busLog(std::string("the bus refused a subscription: ") + error->message);
+  }
 }
 
 SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& error) {

@@ -18,6 +18,9 @@ SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& err
 /// Whether the bus itself sent a message, or sd-bus made it up in place of an answer.
 bool isFromBus(sd_bus_message* message);
 
+/// Logs it when the bus's answer to a subscription is a refusal.
+void logRefusal(sd_bus_message* answer);
+
 /// The D-Bus name and interface of a service.
 std::string serviceName(const std::string& service);
 /// The object on which a service is.
