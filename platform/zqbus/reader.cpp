@@ -159,8 +159,10 @@ void Reader::processOne(Lock& lock) {
     unread_ = result > 0;
     ++inARow_;
   }
-  unlockAndWake(lock);
-  lock.lock();
+  if (!toWake_.empty()) {
+    unlockAndWake(lock);
+    lock.lock();
+  }
   if (inARow_ >= kFairAfter) letOthersIn(lock);
 }
 
@@ -302,8 +304,9 @@ Reader::Turn::~Turn() {
 
 void Reader::Turn::waitUntil(Clock::time_point deadline) {
   if (reader_.leader_ != waiter_.get()) reader_.sent();
-  // On a busy machine the other end may well have run, and have answered, while this one sent.
-  reader_.unread_ = true;
+  // The other end of a line may well have run, and have answered, while this one sent. A bus has
+  // others to ask first.
+  if (sd_bus_is_bus_client(reader_.bus()) == 0) reader_.unread_ = true;
   while (!waiter_->done && !reader_.lost_ && Clock::now() < deadline) {
     if (reader_.leader_ != waiter_.get()) {
       waiter_->wake.wait_until(lock_, deadline);

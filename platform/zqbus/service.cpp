@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -86,6 +87,7 @@ class Service : public ZQBusService, public Endpoint::Owner {
   int askWhoWishes(sd_bus_message* call);
   static int onUser(sd_bus_message* answer, void* wish, sd_bus_error* error);
   int openLine(sd_bus_message* call);
+  static int onLastBusClientGone(sd_bus_track* clients, void* service);
   Lines lines();
 
   const std::string service_;
@@ -98,6 +100,7 @@ class Service : public ZQBusService, public Endpoint::Owner {
   // Under the lock of the bus's reader.
   std::list<Wish> wishes_;
   sd_bus_track* busClients_ = nullptr;  // those that use the service through the bus
+  std::atomic<bool> hasBusClients_ = false;
   std::mutex linesMutex_;
   Lines lines_;
   Lines ended_;  // their threads cannot end themselves
@@ -122,7 +125,7 @@ Service::~Service() {
 
 int Service::claim(SdBus bus) {
   return bus_->start(std::move(bus), [this](sd_bus* connection) {
-    const int made = sd_bus_track_new(connection, &busClients_, nullptr, nullptr);
+    const int made = sd_bus_track_new(connection, &busClients_, &onLastBusClientGone, this);
     return made >= 0 ? sd_bus_request_name(connection, interface_.c_str(), 0) : made;
   });
 }
@@ -143,7 +146,13 @@ int Service::intercept(Endpoint& endpoint, sd_bus_message* call) {
     return askWhoWishes(call);
   }
   sd_bus_track_add_sender(busClients_, call);
+  hasBusClients_ = true;
   return 0;
+}
+
+int Service::onLastBusClientGone(sd_bus_track*, void* service) {
+  static_cast<Service*>(service)->hasBusClients_ = false;
+  return 1;
 }
 
 void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
@@ -231,16 +240,12 @@ Service::Lines Service::lines() {
 
 void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
   const Lines direct = lines();
-  // Everybody on the bus may listen there; so nothing goes that way that nobody needs to get so.
-  bool wantedOnBus = direct.empty();
-  if (!wantedOnBus) {
-    const Reader::Hold hold(bus_->reader());
-    wantedOnBus = sd_bus_track_count(busClients_) > 0;
-  }
   for (const auto& line : direct) {
     line->sendSignal(path_.c_str(), interface_.c_str(), event, content);
   }
-  if (wantedOnBus) bus_->sendSignal(path_.c_str(), interface_.c_str(), event, content);
+  // Everybody on the bus may listen there; so nothing goes that way that nobody needs to get so.
+  if (direct.empty() || hasBusClients_)
+    bus_->sendSignal(path_.c_str(), interface_.c_str(), event, content);
 }
 
 void Service::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
