@@ -72,7 +72,8 @@ class ZQBusService {
   /// Sends a broadcast that belongs to no service.
   virtual void sendBroadcast(const std::string& event, const ZQBusMessage& content) = 0;
   /// `onLost` is called once, on a thread of the service's, when the bus is gone and the last
-  /// direct line has ended: clients on a line are served without the bus.
+  /// direct line has ended: clients on a line are served without the bus. When that is so already,
+  /// at once, on the caller's.
   virtual void setLostCallback(std::function<void()> onLost) = 0;
 };
 

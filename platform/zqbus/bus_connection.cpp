@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
 
 #include "bus_log.h"
@@ -28,7 +29,10 @@ std::shared_ptr<BusConnection> BusConnection::open(DeliveryQueue& deliveries,
   if (bus == nullptr) return nullptr;
   auto connection =
       std::make_shared<BusConnection>(std::move(bus), deliveries, ZQBusFailure::BusGone);
-  connection->start();
+  if (const int started = connection->start(); started < 0) {
+    error = std::string("cannot read the bus: ") + std::strerror(-started);
+    return nullptr;
+  }
   return connection;
 }
 

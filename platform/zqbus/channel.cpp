@@ -84,6 +84,7 @@ Channel::Subscription::Subscription(Channel& channel, std::string sender, Signal
 Channel::Subscription::~Subscription() {
   const Reader::Hold hold(*channel_.reader_);
   slot_.reset();
+  channel_.reader_->sent();
 }
 
 Channel::Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss)
@@ -195,6 +196,7 @@ void Channel::finish(Call& call, ZQBusMessage reply) {
   const std::shared_ptr<Call> owned = *call.position;
   calls_.erase(call.position);
   call.slot.reset();
+  call.peer.reset();  // the caller may keep the reply, and with it the call
   call.reply = std::move(reply);
   if (!call.asynchronous) {
     reader_->complete(owned);
@@ -214,7 +216,8 @@ void Channel::deliver(DeliveryQueue::Job job) {
 std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& interface,
                                                           const std::string& member,
                                                           const std::string& sender,
-                                                          SignalFunction listener) {
+                                                          SignalFunction listener,
+                                                          Clock::time_point deadline) {
   std::string match = "type='signal',interface='" + interface + "',member='" + member + '\'';
   if (!sender.empty()) match += ",sender='" + sender + '\'';
   // Outlives the turn: its end takes the lock itself.
@@ -227,7 +230,7 @@ std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& int
                                            &onInstalled, subscription.get());
   subscription->slot_.reset(slot);
   if (added < 0) return nullptr;
-  if (sd_bus_is_bus_client(reader_->bus()) > 0) turn.waitUntil(Clock::now() + kDefaultTimeout);
+  if (sd_bus_is_bus_client(reader_->bus()) > 0) turn.waitUntil(deadline);
   return subscription;
 }
 

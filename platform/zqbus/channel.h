@@ -72,7 +72,8 @@ class Channel : private Reader::Listener {
   /// run when a channel ends run to their end, none begins afterwards.
   Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss);
   ~Channel() override;
-  void start() { reader_->start(); }
+  /// Starts the reading; 0 or a negative error number.
+  [[nodiscard]] int start() { return reader_->start(); }
 
   /// As ZQBusProxyInterface::callWithReplyBlocking.
   std::shared_ptr<ZQBusMessage> call(const Target& target, const ZQBusMessage& request,
@@ -82,10 +83,11 @@ class Channel : private Reader::Listener {
                  int timeoutMs);
 
   /// Subscribes to the signal `member` of `interface`, from `sender` alone or from anybody when it
-  /// is empty. Blocks until the bus has the subscription. `listener` is called from the delivery
-  /// queue. Null when the bus is gone.
+  /// is empty. Blocks until the bus, if there is one at the other end, has the subscription, or
+  /// until `deadline`. `listener` is called from the delivery queue. Null when the bus is gone.
   std::unique_ptr<Subscription> subscribe(const std::string& interface, const std::string& member,
-                                          const std::string& sender, SignalFunction listener);
+                                          const std::string& sender, SignalFunction listener,
+                                          Clock::time_point deadline);
 
   /// Adds a process that dies with this channel, if nothing else tells so earlier.
   std::shared_ptr<Peer> addPeer(const std::string& service, const std::string& owner);

@@ -80,8 +80,7 @@ std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer
     return nullptr;
   }
   auto line = std::make_shared<Channel>(std::move(connection), deliveries, ZQBusFailure::PeerGone);
-  line->start();
-  return line;
+  return line->start() >= 0 ? line : nullptr;
 }
 
 }  // namespace zq

@@ -110,8 +110,7 @@ int Endpoint::start(SdBus connection, const std::function<int(sd_bus*)>& prepare
     object_.reset();
     return result;
   }
-  reader_->start();
-  return 0;
+  return reader_->start();
 }
 
 void Endpoint::stop() {

@@ -24,7 +24,7 @@ class Endpoint : public std::enable_shared_from_this<Endpoint>, public Reader::L
     virtual int intercept(Endpoint& endpoint, sd_bus_message* call) = 0;
     /// Handles a call, on the endpoint's thread.
     virtual void handle(const std::shared_ptr<ZQBusCall>& call) = 0;
-    /// The connection is lost, on the endpoint's thread.
+    /// The connection is lost; on the endpoint's thread.
     virtual void onLost(Endpoint& endpoint) = 0;
   };
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "sd_bus_open.h"
+
 namespace zq {
 
 ProxyInterface::ProxyInterface(std::shared_ptr<Channel> channel, Channel::Target target)
@@ -25,11 +27,12 @@ bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallba
                                       ZQBusSecurityFlags) {
   if (callback == nullptr) return false;
   const std::shared_ptr<ZQBusEventCallback> owned(callback);
-  auto subscription =
-      channel_->subscribe(target_.interface, event, target_.destination,
-                          [owned](std::shared_ptr<ZQBusMessage> message, const std::string&) {
-                            (*owned)(std::move(message));
-                          });
+  auto subscription = channel_->subscribe(
+      target_.interface, event, target_.destination,
+      [owned](std::shared_ptr<ZQBusMessage> message, const std::string&) {
+        (*owned)(std::move(message));
+      },
+      Channel::Clock::now() + kDefaultTimeout);
   if (subscription == nullptr) return false;
   const std::lock_guard lock(listenersMutex_);
   listeners_.push_back({event, callback, std::move(subscription)});

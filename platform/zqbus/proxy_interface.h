@@ -14,6 +14,7 @@ class ProxyInterface : public ZQBusProxyInterface {
  public:
   /// `target` is the service behind its peer, as `channel` reaches it.
   ProxyInterface(std::shared_ptr<Channel> channel, Channel::Target target);
+  ~ProxyInterface() override { channel_->setDeathCallback(target_.peer, {}); }
 
   std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override;
   std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,

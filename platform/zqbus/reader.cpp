@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <span>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "bus_log.h"
@@ -88,9 +90,16 @@ Reader::~Reader() {
   ::close(leaderEvent_);
 }
 
-void Reader::start() {
-  threads_ = 1;
-  startThread();
+int Reader::start() {
+  if (leaderEvent_ < 0 || threadEvent_ < 0 || epoll_ < 0) return -EMFILE;
+  try {
+    threads_ = 1;
+    startThread();
+  } catch (const std::system_error&) {
+    threads_ = 0;
+    return -EAGAIN;
+  }
+  return 0;
 }
 
 void Reader::close() {
@@ -99,6 +108,12 @@ void Reader::close() {
   signalEvent(threadEvent_);
   if (std::exchange(lost_, true)) return;
   flush();
+  closeBus();
+}
+
+void Reader::closeBus() {
+  // By hand: a child that was forked off may have a copy of the socket, which keeps it watched.
+  control(epoll_, EPOLL_CTL_DEL, busDescriptor_, 0);
   sd_bus_close(bus_.get());
 }
 
@@ -111,10 +126,9 @@ void Reader::join() {
 void Reader::flush() {
   const auto deadline = Clock::now() + kFlushPatience;
   uint64_t unsent = 0;
-  while (sd_bus_get_n_queued_write(bus_.get(), &unsent) >= 0 && unsent > 0 &&
-         Clock::now() < deadline) {
+  while (sd_bus_get_n_queued_write(bus_.get(), &unsent) >= 0 && unsent > 0) {
     pollfd polled{busDescriptor_, POLLOUT, 0};
-    if (::poll(&polled, 1, static_cast<int>(kFlushPatience.count())) <= 0) return;
+    if (::poll(&polled, 1, sleepMilliseconds(kNever, deadline)) <= 0) return;
     if (sd_bus_process(bus_.get(), nullptr) < 0) return;
   }
 }
@@ -137,6 +151,9 @@ Reader::Lock Reader::enter() {
 /// A mutex is not fair: one who gives it up only to take it again keeps it for himself.
 void Reader::letOthersIn(Lock& lock) {
   inARow_ = 0;
+  lock.unlock();
+  std::this_thread::yield();  // to those that wake up, who do not say that they enter
+  lock.lock();
   entered_.wait_for(lock, kFairWait,
                     [this] { return entering_.load(std::memory_order_relaxed) == 0; });
 }
@@ -169,7 +186,7 @@ void Reader::processOne(Lock& lock) {
 /// What to sleep towards on the bus.
 uint32_t Reader::interest() const {
   static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT);
-  return static_cast<uint32_t>(sd_bus_get_events(bus_.get()));
+  return static_cast<uint32_t>(std::max(sd_bus_get_events(bus_.get()), 0));
 }
 
 void Reader::sent() {
@@ -196,7 +213,7 @@ void Reader::complete(const std::shared_ptr<Waiter>& waiter) {
 void Reader::loseConnection() {
   lost_ = true;
   listener_.onConnectionLost();
-  sd_bus_close(bus_.get());
+  closeBus();
   for (const auto& follower : followers_) toWake_.push_back(follower);
 }
 
@@ -225,7 +242,8 @@ void Reader::run() {
 void Reader::readAsThread(Lock& lock) {
   for (int read = 0; mayRead() && read < kFairAfter; ++read) {
     processOne(lock);
-    // As a rule there is one message, and asking for another costs more than looking.
+    // As a rule there is one message, and asking for a second costs more than looking whether there
+    // is one. A level-triggered set tells by itself.
     if (inARow_ == 1 && !hungUp_ && mayRead()) unread_ = edge_ != 0 && holdsBytes(busDescriptor_);
   }
 }
@@ -234,8 +252,10 @@ void Reader::work(Lock& lock) {
   workWanted_ = false;
   if (whileWorking_ == WhileWorking::Read) {
     try {
-      if (threads_ == 1) startThread();
-      threads_ = 2;
+      if (threads_ == 1 && !closed_) {
+        startThread();
+        threads_ = 2;
+      }
     } catch (const std::system_error& error) {
       busLog(std::string("no thread to read while callbacks run: ") + error.what());
     }
@@ -244,7 +264,7 @@ void Reader::work(Lock& lock) {
   --awake_;
   lock.unlock();
   work_();
-  lock.lock();
+  lock = enter();
   ++awake_;
 }
 
@@ -276,6 +296,8 @@ void Reader::sleepAsThread(Lock& lock) {
 /// Sets what wakes a thread. What is there already does so at once.
 void Reader::watch(uint32_t events) {
   if (events == watched_ || lost_) return;
+  // A forked child shares the epoll set; it must not make its parent look away.
+  if (events == 0 && sd_bus_get_events(bus_.get()) < 0) return;
   control(epoll_, EPOLL_CTL_MOD, busDescriptor_, edge_ | (events == 0 ? 0 : events | EPOLLRDHUP));
   watched_ = events;
 }

@@ -37,7 +37,7 @@ class Reader : public std::enable_shared_from_this<Reader> {
   class Listener {
    public:
     virtual ~Listener() = default;
-    /// The connection is closed and of no further use. Called once, under the lock, on whichever
+    /// The connection is lost and of no further use. Called once, under the lock, on whichever
     /// thread reads, and not after close().
     virtual void onConnectionLost() = 0;
   };
@@ -60,8 +60,9 @@ class Reader : public std::enable_shared_from_this<Reader> {
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
 
-  /// Starts the reading. The reader lives on as long as a thread of its own is at work.
-  void start();
+  /// Starts the reading; 0, or a negative error number when there is no thread or no descriptor
+  /// for it. The reader lives on as long as a thread of its own is at work.
+  [[nodiscard]] int start();
   /// Closes the connection, after sending what was still to be sent if the other end takes it
   /// within a second, and has the threads end without waiting for them. No Turn exists any more.
   void close();
@@ -119,6 +120,7 @@ class Reader : public std::enable_shared_from_this<Reader> {
   void processOne(Lock& lock);
   uint32_t interest() const;
   void loseConnection();
+  void closeBus();
   void flush();
 
   void startThread();

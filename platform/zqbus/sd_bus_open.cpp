@@ -31,10 +31,11 @@ int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
   for (;;) {
     int result = sd_bus_process(bus, nullptr);
     if (result < 0) return result;
-    if (result > 0) continue;  // once ready too: no thread is woken for what comes along
-    if (sd_bus_is_ready(bus) > 0) return 0;
+    const bool ready = sd_bus_is_ready(bus) > 0;
+    if (ready && result == 0) return 0;
     const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
-    if (left <= microseconds(0)) return -ETIMEDOUT;
+    if (left <= microseconds(0)) return ready ? 0 : -ETIMEDOUT;
+    if (result > 0) continue;  // once ready too: no thread is woken for what comes along
     result = sd_bus_wait(bus, static_cast<uint64_t>(left.count()));
     if (result < 0 && result != -EINTR) return result;
   }

@@ -103,7 +103,7 @@ class Service : public ZQBusService, public Endpoint::Owner {
   std::atomic<bool> hasBusClients_ = false;
   std::mutex linesMutex_;
   Lines lines_;
-  Lines ended_;  // their threads cannot end themselves
+  Lines ended_;  // their threads cannot wait for themselves
   bool busLost_ = false;
   std::function<void()> onLost_;
 };
@@ -131,8 +131,13 @@ int Service::claim(SdBus bus) {
 }
 
 void Service::setLostCallback(std::function<void()> onLost) {
-  const std::lock_guard lock(linesMutex_);
-  onLost_.swap(onLost);
+  std::function<void()> tell;
+  {
+    const std::lock_guard lock(linesMutex_);
+    onLost_.swap(onLost);
+    if (busLost_ && lines_.empty()) tell = std::exchange(onLost_, nullptr);
+  }
+  if (tell) tell();
 }
 
 // --- Calls ---------------------------------------------------------------------------------------
@@ -161,6 +166,9 @@ void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
     handler_(call);
   } catch (const std::exception& error) {
     busLog("the handler of " + call->message().name() + " threw: " + error.what());
+    call->fail("internal error");
+  } catch (...) {
+    busLog("the handler of " + call->message().name() + " threw what is no std::exception");
     call->fail("internal error");
   }
 }
@@ -227,8 +235,9 @@ int Service::openLine(sd_bus_message* call) {
   if (connection == nullptr) return -EINVAL;
   auto line = std::make_shared<Endpoint>(*this, service_, sd_bus_message_get_sender(call),
                                          Endpoint::Backlog::Bounded);
-  lines_.push_back(line);
-  return line->start(std::move(connection));
+  const int started = line->start(std::move(connection));
+  if (started >= 0) lines_.push_back(std::move(line));
+  return started;
 }
 
 Service::Lines Service::lines() {

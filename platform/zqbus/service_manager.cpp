@@ -39,7 +39,8 @@ class ServiceManager : public ZQBusSerivceManager {
     ZQBusSecurityFlags flags;
     std::unique_ptr<Channel::Subscription> subscription;
   };
-  void subscribe(Broadcast& broadcast);
+  static void subscribe(Broadcast& broadcast, const std::shared_ptr<BusConnection>& connection,
+                        Channel::Clock::time_point deadline);
   std::string ownerOf(BusConnection& connection, const std::string& service);
 
   DeliveryQueue deliveries_;
@@ -55,16 +56,16 @@ std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
   if (connection_ != nullptr && !connection_->lost()) return connection_;
   const std::chrono::milliseconds timeout =
       timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
+  const auto deadline = Channel::Clock::now() + timeout;
   std::string error;
-  std::shared_ptr<BusConnection> opened =
-      BusConnection::open(deliveries_, Channel::Clock::now() + timeout, error);
+  std::shared_ptr<BusConnection> opened = BusConnection::open(deliveries_, deadline, error);
   if (opened == nullptr) {
     busLog(error);
     return nullptr;
   }
   for (Broadcast& broadcast : broadcasts_) broadcast.subscription.reset();
   connection_ = std::move(opened);
-  for (Broadcast& broadcast : broadcasts_) subscribe(broadcast);
+  for (Broadcast& broadcast : broadcasts_) subscribe(broadcast, connection_, deadline);
   return connection_;
 }
 
@@ -113,23 +114,36 @@ std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
 bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallback* callback,
                                       ZQBusSecurityFlags flags) {
   if (callback == nullptr) return false;
+  std::shared_ptr<BusConnection> connection;  // outlives the subscription
+  Broadcast broadcast{event, std::shared_ptr<ZQBusEventCallback>(callback), flags, nullptr};
+  std::size_t index = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    index = broadcasts_.size();
+    broadcasts_.push_back({event, broadcast.callback, flags, nullptr});
+    connection = connection_;
+  }
+  if (connection == nullptr) return true;
+  // Without the mutex: a bus that does not answer must not hold up those who look for another.
+  subscribe(broadcast, connection, Channel::Clock::now() + kDefaultTimeout);
   const std::lock_guard lock(mutex_);
-  Broadcast& broadcast = broadcasts_.emplace_back(
-      Broadcast{event, std::shared_ptr<ZQBusEventCallback>(callback), flags, nullptr});
-  if (connection_ != nullptr) subscribe(broadcast);
+  if (connection_ == connection) broadcasts_[index].subscription.swap(broadcast.subscription);
   return true;
 }
 
-void ServiceManager::subscribe(Broadcast& broadcast) {
-  broadcast.subscription = connection_->subscribe(
+void ServiceManager::subscribe(Broadcast& broadcast,
+                               const std::shared_ptr<BusConnection>& connection,
+                               Channel::Clock::time_point deadline) {
+  broadcast.subscription = connection->subscribe(
       kBroadcastInterface, broadcast.event, {},
-      [callback = broadcast.callback, flags = broadcast.flags, weak = std::weak_ptr(connection_)](
+      [callback = broadcast.callback, flags = broadcast.flags, weak = std::weak_ptr(connection)](
           std::shared_ptr<ZQBusMessage> message, const std::string& sender) {
         const auto connection = weak.lock();
         const bool wanted = flags == ZQBusSecurityFlags::None ||
                             (connection != nullptr && connection->isTrusted(sender));
         if (wanted) (*callback)(std::move(message));
-      });
+      },
+      deadline);
 }
 
 }  // namespace

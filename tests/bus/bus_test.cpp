@@ -1,5 +1,7 @@
 // The bus itself, through its public headers: what a call carries, how it ends, many at once.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <future>
 #include <thread>
@@ -250,6 +252,26 @@ TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
   ASSERT_TRUE(second.wait([](int n) { return n == 2; }));
   EXPECT_EQ(first.get(), 1);
   EXPECT_FALSE(service->addEventListener("perixevent", nullptr, ZQBusSecurityFlags::TrustedPeer));
+}
+
+TEST(TheBus, IsOfNoUseToAForkedChildWhichLeavesItToItsParent) {
+  RecordingService owner;
+  const auto service = connect();
+  Watched<int> heard;
+  service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply&) {
+                              heard.change([](int& n) { ++n; });
+                            }),
+                            ZQBusSecurityFlags::TrustedPeer);
+  ASSERT_EQ(call(*service, "echo", {})->type(), 2);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::_exit(call(*service, "echo", {})->failure() == ZQBusFailure::Unusable ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  owner.sendEvent(0, 1);
+  EXPECT_TRUE(heard.wait([](int n) { return n == 1; }));
 }
 
 // --- Deaths --------------------------------------------------------------------------------------
