@@ -118,8 +118,9 @@ class ZQBusSerivceManager {
                                                                         int version) = 0;
 
   /// Calls `callback` for every broadcast `event` from now on, whoever sends it; with `TrustedPeer`
-  /// only for those of trusted senders. Blocks for a round trip to the bus, 25 s at most. Takes ownership of `callback` and keeps it for the life of the
-  /// process; the subscription outlives the loss of the bus. False for a null `callback`.
+  /// only for those of trusted senders. Blocks for a round trip to the bus, 25 s at most. Takes
+  /// ownership of `callback` and keeps it for the life of the process; the subscription outlives
+  /// the loss of the bus. False for a null `callback`.
   virtual bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
                                 ZQBusSecurityFlags flags) = 0;
 
