@@ -71,7 +71,8 @@ class ZQBusProxyInterface {
                                                               int timeoutMs) = 0;
 
   /// Sends `message` and returns without waiting. `onReply` (may be empty) is called exactly once,
-  /// on the delivery thread, with what callWithReplyBlocking would have returned.
+  /// on the delivery thread, with what callWithReplyBlocking would have returned; in a forked
+  /// child, which has no such thread, before this returns.
   virtual void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
                              int timeoutMs) = 0;
 

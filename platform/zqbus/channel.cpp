@@ -8,6 +8,7 @@
 
 #include "bus_log.h"
 #include "codec.h"
+#include "platform/util/fork_generation.h"
 #include "sd_bus_open.h"
 
 namespace zq {
@@ -33,6 +34,11 @@ ZQBusMessage peerGone(const std::string& service) {
   return ZQBusMessage::failed(ZQBusFailure::PeerGone, service + " has left the bus");
 }
 
+ZQBusMessage inherited() {
+  return ZQBusMessage::failed(ZQBusFailure::Unusable,
+                              "the connection belongs to the process that forked this one");
+}
+
 bool saysLost(int result) {
   return result == -ENOTCONN || result == -ECONNRESET || result == -EPIPE;
 }
@@ -42,9 +48,6 @@ ZQBusMessage sendFailure(int result) {
     case EMSGSIZE:
     case E2BIG:
       return ZQBusMessage::failed(ZQBusFailure::TooLarge, "too large for the bus");
-    case ECHILD:
-      return ZQBusMessage::failed(ZQBusFailure::Unusable,
-                                  "the connection belongs to the process that forked this one");
     default:
       return ZQBusMessage::failed(ZQBusFailure::Unusable,
                                   std::string("cannot send: ") + std::strerror(-result));
@@ -82,6 +85,7 @@ Channel::Subscription::Subscription(Channel& channel, std::string sender, Signal
       listener_(std::make_shared<SignalFunction>(std::move(listener))) {}
 
 Channel::Subscription::~Subscription() {
+  if (channel_.isInherited()) return;
   const Reader::Hold hold(*channel_.reader_);
   slot_.reset();
   channel_.reader_->sent();
@@ -92,18 +96,26 @@ Channel::Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLos
           std::move(connection), static_cast<Reader::Listener&>(*this),
           [&deliveries] { deliveries.run(); }, Reader::WhileWorking::Read)),
       deliveries_(deliveries),
-      onLoss_(onLoss) {}
+      onLoss_(onLoss),
+      generation_(forkGeneration()) {}
 
 Channel::~Channel() {
   stop();
 }
 
 void Channel::stop() {
+  if (isInherited()) return;
   {
     const Reader::Hold hold(*reader_);
     failCalls();
   }
   reader_->close();
+}
+
+/// Whether this is a child of the process that the connection belongs to. Its threads are not here,
+/// and what they hold stays held: the lock, for one.
+bool Channel::isInherited() const {
+  return generation_ != forkGeneration();
 }
 
 bool Channel::lost() {
@@ -115,6 +127,7 @@ bool Channel::lost() {
 
 std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMessage& request,
                                             int timeoutMs, const CallExtras& extras) {
+  if (isInherited()) return std::make_shared<ZQBusMessage>(inherited());
   const auto call = std::make_shared<Call>();
   call->timeoutMs = timeoutMs;
   call->deadline = Clock::now() + timeoutOf(timeoutMs);
@@ -129,6 +142,10 @@ std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMes
 
 void Channel::callAsync(const Target& target, const ZQBusMessage& request, ReplyFunction onReply,
                         int timeoutMs) {
+  if (isInherited()) {
+    if (onReply) onReply(std::make_shared<ZQBusMessage>(inherited()));
+    return;
+  }
   const auto call = std::make_shared<Call>();
   call->timeoutMs = timeoutMs;
   call->deadline = Clock::now() + timeoutOf(timeoutMs);
@@ -218,6 +235,7 @@ std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& int
                                                           const std::string& sender,
                                                           SignalFunction listener,
                                                           Clock::time_point deadline) {
+  if (isInherited()) return nullptr;
   std::string match = "type='signal',interface='" + interface + "',member='" + member + '\'';
   if (!sender.empty()) match += ",sender='" + sender + '\'';
   // Outlives the turn: its end takes the lock itself.

@@ -111,6 +111,7 @@ class Channel : private Reader::Listener {
   static int onSignal(sd_bus_message* message, void* subscription, sd_bus_error* error);
   static int onInstalled(sd_bus_message* answer, void* subscription, sd_bus_error* error);
 
+  bool isInherited() const;
   void send(const std::shared_ptr<Call>& call, const Target& target, const ZQBusMessage& request,
             uint64_t timeout, int descriptor = -1);
   void finish(Call& call, ZQBusMessage reply);
@@ -122,6 +123,7 @@ class Channel : private Reader::Listener {
 
   DeliveryQueue& deliveries_;
   const ZQBusFailure onLoss_;
+  const int generation_;
   // Under the reader's lock.
   std::list<std::shared_ptr<Call>> calls_;
   std::vector<std::weak_ptr<Peer>> peers_;

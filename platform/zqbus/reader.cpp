@@ -296,8 +296,6 @@ void Reader::sleepAsThread(Lock& lock) {
 /// Sets what wakes a thread. What is there already does so at once.
 void Reader::watch(uint32_t events) {
   if (events == watched_ || lost_) return;
-  // A forked child shares the epoll set; it must not make its parent look away.
-  if (events == 0 && sd_bus_get_events(bus_.get()) < 0) return;
   control(epoll_, EPOLL_CTL_MOD, busDescriptor_, edge_ | (events == 0 ? 0 : events | EPOLLRDHUP));
   watched_ = events;
 }
