@@ -1,12 +1,15 @@
-// Messages to the wire form and back, and wire messages with arguments that are not ours.
+// Messages to the wire form and back, several events in one, and wire messages with arguments that
+// are not ours.
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <vector>
 
 #include "fuzz/input.h"
 #include "platform/zqbus/codec.h"
+#include "platform/zqbus/event_bundle.h"
 #include "platform/zqbus/sd_bus_handles.h"
 
 namespace zq::fuzz {
@@ -66,21 +69,52 @@ bool carried(const ZQBusArgument& argument) {
   return !std::holds_alternative<std::monostate>(argument);
 }
 
-void thereAndBack(FuzzedDataProvider& input) {
+ZQBusMessage anyMessage(FuzzedDataProvider& input, int mostArguments) {
   ZQBusMessage message;
   const bool evenUncarried = input.ConsumeIntegralInRange(0, 15) == 0;
-  const int count = input.ConsumeIntegralInRange(0, kMostArguments);
+  const int count = input.ConsumeIntegralInRange(0, mostArguments);
   for (int i = 0; i < count; ++i) message.append(anyArgument(input, evenUncarried));
+  return message;
+}
+
+void requireSame(const ZQBusMessage& sent, const ZQBusMessage& received) {
+  const auto& before = sent.arguments();
+  const auto& after = received.arguments();
+  require(std::equal(before.begin(), before.end(), after.begin(), after.end(), same));
+  for (const ZQBusArgument& argument : after) requirePadding(argument);
+}
+
+void thereAndBack(FuzzedDataProvider& input) {
+  const ZQBusMessage message = anyMessage(input, kMostArguments);
   const auto& sent = message.arguments();
 
   const SdBusMessage wire = newMessage();
   const int result = encodeArguments(message, wire.get());
   require((result >= 0) == std::all_of(sent.begin(), sent.end(), carried));
   if (result < 0) return;
-  const ZQBusMessage back = decoded(wire.get());
-  const auto& received = back.arguments();
-  require(std::equal(sent.begin(), sent.end(), received.begin(), received.end(), same));
-  for (const ZQBusArgument& argument : received) requirePadding(argument);
+  requireSame(message, decoded(wire.get()));
+}
+
+void bundleThereAndBack(FuzzedDataProvider& input) {
+  EventBundle bundle;
+  std::vector<ZQBusMessage> sent;
+  for (int events = input.ConsumeIntegralInRange(0, 40); events > 0; --events) {
+    const ZQBusMessage event = anyMessage(input, 8);
+    if (bundle.add("event", event)) sent.push_back(event);
+  }
+  const SdBusMessage wire = newMessage();
+  require(encodeArguments(bundle.take(), wire.get()) >= 0);
+  const auto received = EventBundle::eventsOf(decoded(wire.get()));
+  require(received.size() == sent.size());
+  for (std::size_t i = 0; i < sent.size(); ++i) requireSame(sent[i], *received[i]);
+}
+
+/// What no service sends is read as some events or other.
+void readAsBundle(FuzzedDataProvider& input) {
+  const ZQBusMessage message = anyMessage(input, kMostArguments);
+  std::size_t read = 0;
+  for (const auto& event : EventBundle::eventsOf(message)) read += 2 + event->argCount();
+  require(read <= message.argCount() && message.argCount() - read < 2);
 }
 
 // Arguments of other services: some with a nearest type of ours, some without.
@@ -136,10 +170,8 @@ void foreignArguments(FuzzedDataProvider& input) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   using namespace zq::fuzz;
   FuzzedDataProvider input(data, size);
-  if (input.ConsumeBool()) {
-    foreignArguments(input);
-  } else {
-    thereAndBack(input);
-  }
+  constexpr std::array kProperties = {foreignArguments, thereAndBack, bundleThereAndBack,
+                                      readAsBundle};
+  input.PickValueInArray(kProperties)(input);
   return 0;
 }

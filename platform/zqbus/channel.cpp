@@ -8,6 +8,7 @@
 
 #include "bus_log.h"
 #include "codec.h"
+#include "event_bundle.h"
 #include "platform/util/fork_generation.h"
 #include "sd_bus_open.h"
 
@@ -79,8 +80,10 @@ struct Channel::Call : Reader::Waiter {
   ZQBusMessage reply;
 };
 
-Channel::Subscription::Subscription(Channel& channel, std::string sender, SignalFunction listener)
+Channel::Subscription::Subscription(Channel& channel, std::string member, std::string sender,
+                                    SignalFunction listener)
     : channel_(channel),
+      member_(std::move(member)),
       sender_(std::move(sender)),
       listener_(std::make_shared<SignalFunction>(std::move(listener))) {}
 
@@ -88,6 +91,7 @@ Channel::Subscription::~Subscription() {
   if (channel_.isInherited()) return;
   const Reader::Hold hold(*channel_.reader_);
   slot_.reset();
+  std::erase(channel_.subscriptions_, this);
   channel_.reader_->sent();
 }
 
@@ -239,7 +243,7 @@ std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& int
   std::string match = "type='signal',interface='" + interface + "',member='" + member + '\'';
   if (!sender.empty()) match += ",sender='" + sender + '\'';
   // Outlives the turn: its end takes the lock itself.
-  auto subscription = std::make_unique<Subscription>(*this, sender, std::move(listener));
+  auto subscription = std::make_unique<Subscription>(*this, member, sender, std::move(listener));
   const std::shared_ptr<Reader::Waiter> installed = subscription->installed_;
   Reader::Turn turn(*reader_, installed);
   if (reader_->lost()) return nullptr;
@@ -248,6 +252,7 @@ std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& int
                                            &onInstalled, subscription.get());
   subscription->slot_.reset(slot);
   if (added < 0) return nullptr;
+  subscriptions_.push_back(subscription.get());
   if (sd_bus_is_bus_client(reader_->bus()) > 0) turn.waitUntil(deadline);
   return subscription;
 }
@@ -265,18 +270,41 @@ int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
   const std::string sender = named != nullptr ? named : "";
   // A match does not keep away what another client sends to this connection directly.
   if (!subscription.sender_.empty() && subscription.sender_ != sender) return 0;
-  const auto event =
+  auto event =
       std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, sd_bus_message_get_member(message));
   decodeArguments(message, *event);
+  subscription.channel_.deliverEvent(subscription, std::move(event), sender);
+  return 0;
+}
+
+int Channel::hearBundles() {
+  const std::string match = std::string("type='signal',interface='") + kDirectInterface +
+                            "',member='" + kDirectEvents + '\'';
+  return sd_bus_add_match(reader_->bus(), nullptr, match.c_str(), &onBundle, this);
+}
+
+int Channel::onBundle(sd_bus_message* message, void* userdata, sd_bus_error*) {
+  Channel& channel = *static_cast<Channel*>(userdata);
+  ZQBusMessage bundle;
+  decodeArguments(message, bundle);
+  for (const auto& event : EventBundle::eventsOf(bundle)) {
+    for (const Subscription* subscription : channel.subscriptions_) {
+      if (subscription->member_ == event->name()) channel.deliverEvent(*subscription, event, {});
+    }
+  }
+  return 0;
+}
+
+void Channel::deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event,
+                           std::string sender) {
   const std::size_t size = memoryOf(*event);
-  Channel& channel = subscription.channel_;
-  const bool idle = channel.deliveries_.postEvent(
-      [weak = std::weak_ptr(subscription.listener_), event, sender] {
+  const bool idle = deliveries_.postEvent(
+      [weak = std::weak_ptr(subscription.listener_), event = std::move(event),
+       sender = std::move(sender)] {
         if (const auto listener = weak.lock()) (*listener)(event, sender);
       },
       size);
-  if (idle) channel.reader_->callThread();
-  return 0;
+  if (idle) reader_->callThread();
 }
 
 // --- Deaths --------------------------------------------------------------------------------------

@@ -53,7 +53,7 @@ class Channel : private Reader::Listener {
   /// running then runs to its end, none begins afterwards.
   class Subscription {
    public:
-    Subscription(Channel& channel, std::string sender, SignalFunction listener);
+    Subscription(Channel& channel, std::string member, std::string sender, SignalFunction listener);
     ~Subscription();
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
@@ -61,6 +61,7 @@ class Channel : private Reader::Listener {
    private:
     friend class Channel;
     Channel& channel_;
+    const std::string member_;
     const std::string sender_;
     const std::shared_ptr<const SignalFunction> listener_;
     const std::shared_ptr<Reader::Waiter> installed_ = std::make_shared<Reader::Waiter>();
@@ -72,6 +73,9 @@ class Channel : private Reader::Listener {
   /// run when a channel ends run to their end, none begins afterwards.
   Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss);
   ~Channel() override;
+  /// Before start(), on a direct line: hears of events too that come several in one message. 0 or a
+  /// negative error number.
+  [[nodiscard]] int hearBundles();
   /// Starts the reading; 0 or a negative error number.
   [[nodiscard]] int start() { return reader_->start(); }
 
@@ -109,6 +113,7 @@ class Channel : private Reader::Listener {
   struct Call;
   static int onReply(sd_bus_message* message, void* call, sd_bus_error* error);
   static int onSignal(sd_bus_message* message, void* subscription, sd_bus_error* error);
+  static int onBundle(sd_bus_message* message, void* channel, sd_bus_error* error);
   static int onInstalled(sd_bus_message* answer, void* subscription, sd_bus_error* error);
 
   bool isInherited() const;
@@ -120,6 +125,8 @@ class Channel : private Reader::Listener {
   void postDeath(const std::shared_ptr<Peer>& peer);
   void failCalls();
   void deliver(DeliveryQueue::Job job);
+  void deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event,
+                    std::string sender);
 
   DeliveryQueue& deliveries_;
   const ZQBusFailure onLoss_;
@@ -127,6 +134,7 @@ class Channel : private Reader::Listener {
   // Under the reader's lock.
   std::list<std::shared_ptr<Call>> calls_;
   std::vector<std::weak_ptr<Peer>> peers_;
+  std::vector<const Subscription*> subscriptions_;
 };
 
 template <typename Condition>

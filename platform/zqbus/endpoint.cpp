@@ -83,6 +83,7 @@ int ReceivedCall::sendError(const char* name, const std::string& text) {
 }
 
 int ReceivedCall::sendAnswer(const ZQBusMessage& content, sd_bus_message* answer) {
+  endpoint_->sendHeldEvents();
   int result = encodeArguments(content, answer);
   if (result >= 0) result = sd_bus_send(nullptr, answer, nullptr);
   endpoint_->sent(memoryOf(content));
@@ -114,6 +115,10 @@ int Endpoint::start(SdBus connection, const std::function<int(sd_bus*)>& prepare
 }
 
 void Endpoint::stop() {
+  {
+    const Reader::Hold hold(*reader_);
+    if (!reader_->lost()) sendHeldEvents();
+  }
   reader_->close();
   reader_->join();
   std::vector<std::shared_ptr<ZQBusCall>> unanswered;
@@ -150,17 +155,39 @@ void Endpoint::work() {
   if (tellLoss) owner_.onLost(*this);
 }
 
-void Endpoint::sendSignal(const char* path, const char* interface, const std::string& member,
-                          const ZQBusMessage& content) {
+void Endpoint::sendEvent(const std::string& event, const ZQBusMessage& content) {
   const Reader::Hold hold(*reader_);
   if (reader_->lost()) return;
+  // One message for many events spares most of what an event costs, at both ends; but one that can
+  // leave at once does.
+  const bool behind = backlog_ == Backlog::Bounded && reader_->hasUnsent();
+  if (!behind || !heldEvents_.add(event, content)) {
+    sendHeldEvents();
+    sendSignal(path_.c_str(), interface_.c_str(), event.c_str(), content);
+  }
+  sent(memoryOf(content));
+}
+
+void Endpoint::sendHeldEvents() {
+  if (heldEvents_.empty()) return;
+  sendSignal(path_.c_str(), kDirectInterface, kDirectEvents, heldEvents_.take());
+}
+
+void Endpoint::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
+  const Reader::Hold hold(*reader_);
+  if (reader_->lost()) return;
+  sendSignal(kBroadcastPath, kBroadcastInterface, event.c_str(), content);
+  sent(memoryOf(content));
+}
+
+void Endpoint::sendSignal(const char* path, const char* interface, const char* member,
+                          const ZQBusMessage& content) {
   sd_bus_message* signal = nullptr;
-  int result = sd_bus_message_new_signal(reader_->bus(), &signal, path, interface, member.c_str());
+  int result = sd_bus_message_new_signal(reader_->bus(), &signal, path, interface, member);
   const SdBusMessage owned(signal);
   if (result >= 0) result = encodeArguments(content, signal);
   if (result >= 0) result = sd_bus_send(reader_->bus(), signal, nullptr);
-  if (result < 0) busLog("cannot send " + member + ": " + std::strerror(-result));
-  sent(memoryOf(content));
+  if (result < 0) busLog(std::string("cannot send ") + member + ": " + std::strerror(-result));
 }
 
 void Endpoint::sent(std::size_t size) {

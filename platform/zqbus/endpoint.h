@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "event_bundle.h"
 #include "reader.h"
 #include "zqbus/zqbus_service.h"
 
@@ -39,8 +40,10 @@ class Endpoint : public std::enable_shared_from_this<Endpoint>, public Reader::L
   [[nodiscard]] int start(SdBus connection, const std::function<int(sd_bus*)>& prepare = {});
   void stop();
 
-  void sendSignal(const char* path, const char* interface, const std::string& member,
-                  const ZQBusMessage& content);
+  void sendEvent(const std::string& event, const ZQBusMessage& content);
+  void sendBroadcast(const std::string& event, const ZQBusMessage& content);
+  /// To be called under the lock before anything else is sent: events that wait to go together.
+  void sendHeldEvents();
 
   Reader& reader() { return *reader_; }
   const std::string& peer() const { return peer_; }
@@ -52,6 +55,9 @@ class Endpoint : public std::enable_shared_from_this<Endpoint>, public Reader::L
  private:
   static int onMessage(sd_bus_message* message, void* endpoint, sd_bus_error* error);
   void onConnectionLost() override;
+  void onAllSent() override { sendHeldEvents(); }
+  void sendSignal(const char* path, const char* interface, const char* member,
+                  const ZQBusMessage& content);
   void work();
 
   Owner& owner_;
@@ -63,6 +69,7 @@ class Endpoint : public std::enable_shared_from_this<Endpoint>, public Reader::L
   // Under the reader's lock.
   SdBusSlot object_;
   std::vector<std::shared_ptr<ZQBusCall>> received_;
+  EventBundle heldEvents_;  // while a direct line's client is behind
   std::size_t unsent_ = 0;  // bytes since everything was sent for the last time
   bool lost_ = false;
   bool lossTold_ = false;

@@ -125,12 +125,16 @@ void Reader::join() {
 /// Sends what is still to be sent, unless the other end takes its time.
 void Reader::flush() {
   const auto deadline = Clock::now() + kFlushPatience;
-  uint64_t unsent = 0;
-  while (sd_bus_get_n_queued_write(bus_.get(), &unsent) >= 0 && unsent > 0) {
+  while (hasUnsent()) {
     pollfd polled{busDescriptor_, POLLOUT, 0};
     if (::poll(&polled, 1, sleepMilliseconds(kNever, deadline)) <= 0) return;
     if (sd_bus_process(bus_.get(), nullptr) < 0) return;
   }
+}
+
+bool Reader::hasUnsent() const {
+  uint64_t unsent = 0;
+  return sd_bus_get_n_queued_write(bus_.get(), &unsent) >= 0 && unsent > 0;
 }
 
 // --- The lock ------------------------------------------------------------------------------------
@@ -175,6 +179,7 @@ void Reader::processOne(Lock& lock) {
   } else {
     unread_ = result > 0;
     ++inARow_;
+    if (!hasUnsent()) listener_.onAllSent();
   }
   if (!toWake_.empty()) {
     unlockAndWake(lock);

@@ -40,6 +40,8 @@ class Reader : public std::enable_shared_from_this<Reader> {
     /// The connection is lost and of no further use. Called once, under the lock, on whichever
     /// thread reads, and not after close().
     virtual void onConnectionLost() = 0;
+    /// There is room for all that was to be sent. Called under the lock, on whichever thread reads.
+    virtual void onAllSent() {}
   };
 
   /// Somebody who waits for something that a C callback will bring. Shared, since whoever wakes it
@@ -85,6 +87,8 @@ class Reader : public std::enable_shared_from_this<Reader> {
   /// The connection; under the lock.
   sd_bus* bus() const { return bus_.get(); }
   bool lost() const { return lost_; }
+  /// Whether something waits for the other end to make room for it; under the lock.
+  bool hasUnsent() const;
 
   /// Marks a waiter as done and has it woken; under the lock.
   void complete(const std::shared_ptr<Waiter>& waiter);

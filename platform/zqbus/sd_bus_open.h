@@ -31,6 +31,7 @@ inline constexpr char kBroadcastInterface[] = "org.zqbus.Broadcast";
 inline constexpr char kBroadcastPath[] = "/org/zqbus/Broadcast";
 inline constexpr char kDirectInterface[] = "org.zqbus.Direct";
 inline constexpr char kDirectOpen[] = "Open";
+inline constexpr char kDirectEvents[] = "Events";
 inline constexpr char kErrorName[] = "org.zqbus.Error.Failed";
 /// What a time-out of -1 stands for.
 inline constexpr std::chrono::seconds kDefaultTimeout{25};

@@ -22,6 +22,7 @@ namespace zq {
 namespace {
 
 constexpr std::size_t kMaxLines = 64;
+constexpr int kSendBuffer = 96 << 10;
 
 bool isStreamSocket(int descriptor) {
   const auto option = [descriptor](int name) {
@@ -52,6 +53,8 @@ SdBus makeLine(int hatch) {
     return nullptr;
   }
   if (sd_bus_set_server(made, 1, id) < 0 || sd_bus_start(made) < 0) return nullptr;
+  // sd-bus has taken what it could get. What lies in the socket cannot be sent together any more.
+  ::setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
   return line;
 }
 
@@ -249,16 +252,13 @@ Service::Lines Service::lines() {
 
 void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
   const Lines direct = lines();
-  for (const auto& line : direct) {
-    line->sendSignal(path_.c_str(), interface_.c_str(), event, content);
-  }
+  for (const auto& line : direct) line->sendEvent(event, content);
   // Everybody on the bus may listen there; so nothing goes that way that nobody needs to get so.
-  if (direct.empty() || hasBusClients_)
-    bus_->sendSignal(path_.c_str(), interface_.c_str(), event, content);
+  if (direct.empty() || hasBusClients_) bus_->sendEvent(event, content);
 }
 
 void Service::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
-  bus_->sendSignal(kBroadcastPath, kBroadcastInterface, event, content);
+  bus_->sendBroadcast(event, content);
 }
 
 }  // namespace

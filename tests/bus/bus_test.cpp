@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <future>
 #include <thread>
 
@@ -232,6 +233,37 @@ TEST_F(BusTest, AFloodDuringACallIsDeliveredInOrderOrCounted) {
   ASSERT_TRUE(heard.wait([&](const auto& all) { return all.size() + dropped == kEvents; }));
   const auto order = heard.get();
   EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+TEST_F(BusTest, EventsOfAnyShapeArriveInOrderThoughTheClientIsBehind) {
+  ZQBusMessage many;
+  for (int i = 0; i < 150; ++i) many.appendInt32(i);
+  const std::vector<ZQBusMessage> shapes = {
+      message(bytes(std::string(3 << 20, 'b'))),  // takes its time, and the others wait behind it
+      message(),
+      message(int32_t{-7}, uint16_t{9}, int64_t{INT64_MIN}, std::string("text")),
+      message(std::monostate{}),  // cannot be sent, and takes no other with it
+      message(bytes("one"), bytes(""), bytes(std::string(2000, 'c'))),
+      message(std::string("\xFF no text"), int32_t{1}, int32_t{2}),
+      many,
+      message(int32_t{3}),
+  };
+  Watched<std::vector<std::string>> heard;
+  service->addEventListener(
+      "perixevent", new ZQBusEventCallback([&](const Reply& event) {
+        heard.change([&](auto& all) { all.push_back(event->toDebugString()); });
+      }),
+      ZQBusSecurityFlags::TrustedPeer);
+  std::vector<std::string> want;
+  for (int round = 0; round < 20; ++round) {
+    for (const ZQBusMessage& shape : shapes) {
+      recorder->bus().sendEvent("perixevent", shape);
+      const std::string arguments = shape.toDebugString().substr(std::strlen("return"));
+      if (arguments != "(?)") want.push_back("event perixevent" + arguments);
+    }
+  }
+  EXPECT_TRUE(heard.wait([&](const auto& all) { return all.size() == want.size(); }));
+  EXPECT_EQ(heard.get(), want);
 }
 
 TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
