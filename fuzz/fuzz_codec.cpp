@@ -170,7 +170,7 @@ void foreignArguments(FuzzedDataProvider& input) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   using namespace zq::fuzz;
   FuzzedDataProvider input(data, size);
-  constexpr std::array kProperties = {foreignArguments, thereAndBack, bundleThereAndBack,
+  constexpr std::array kProperties = {thereAndBack, foreignArguments, bundleThereAndBack,
                                       readAsBundle};
   input.PickValueInArray(kProperties)(input);
   return 0;
