@@ -165,7 +165,6 @@ void Endpoint::sendEvent(const std::string& event, const ZQBusMessage& content) 
     sendHeldEvents();
     sendSignal(path_.c_str(), interface_.c_str(), event.c_str(), content);
   }
-  sent(memoryOf(content));
 }
 
 void Endpoint::sendHeldEvents() {
@@ -175,9 +174,9 @@ void Endpoint::sendHeldEvents() {
 
 void Endpoint::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
   const Reader::Hold hold(*reader_);
-  if (reader_->lost()) return;
-  sendSignal(kBroadcastPath, kBroadcastInterface, event.c_str(), content);
-  sent(memoryOf(content));
+  if (!reader_->lost()) {
+    sendSignal(kBroadcastPath, kBroadcastInterface, event.c_str(), content);
+  }
 }
 
 void Endpoint::sendSignal(const char* path, const char* interface, const char* member,
@@ -188,18 +187,18 @@ void Endpoint::sendSignal(const char* path, const char* interface, const char* m
   if (result >= 0) result = encodeArguments(content, signal);
   if (result >= 0) result = sd_bus_send(reader_->bus(), signal, nullptr);
   if (result < 0) busLog(std::string("cannot send ") + member + ": " + std::strerror(-result));
+  sent(memoryOf(content));
 }
 
 void Endpoint::sent(std::size_t size) {
   uint64_t waiting = 0;
   sd_bus_get_n_queued_write(reader_->bus(), &waiting);
-  if (waiting == 0) {
-    unsent_ = 0;
-    return;
-  }
-  unsent_ += size;
+  unsent_.push_back(size);
+  unsentSize_ += size;
+  for (; unsent_.size() > waiting; unsent_.pop_front()) unsentSize_ -= unsent_.front();
+  if (waiting == 0) return;
   // One message may be as large as it likes; what piles up behind it may not.
-  if (backlog_ == Backlog::Bounded && waiting > 1 && unsent_ > kMaxUnsent) {
+  if (backlog_ == Backlog::Bounded && waiting > 1 && unsentSize_ > kMaxUnsent) {
     busLog("cut the direct line to " + peer_ + ": it does not read");
     ::shutdown(sd_bus_get_fd(reader_->bus()), SHUT_RDWR);
   }

@@ -1,6 +1,7 @@
 // A service's end of one connection, to the bus or to one client directly.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -69,8 +70,9 @@ class Endpoint : public std::enable_shared_from_this<Endpoint>, public Reader::L
   // Under the reader's lock.
   SdBusSlot object_;
   std::vector<std::shared_ptr<ZQBusCall>> received_;
-  EventBundle heldEvents_;  // while a direct line's client is behind
-  std::size_t unsent_ = 0;  // bytes since everything was sent for the last time
+  EventBundle heldEvents_;          // while a direct line's client is behind
+  std::deque<std::size_t> unsent_;  // the sizes of messages that wait to be sent, and
+  std::size_t unsentSize_ = 0;      // their sum
   bool lost_ = false;
   bool lossTold_ = false;
 };

@@ -31,18 +31,6 @@ std::shared_ptr<ZQBusMessage> call(ZQBusProxyInterface& service, const char* met
   return service.callWithReplyBlocking(service.makeMethodCallMessage(method), 20000);
 }
 
-/// What arrives next on a line that nobody else reads; null when nothing does.
-SdBusMessage nextOn(sd_bus* line) {
-  sd_bus_message* message = nullptr;
-  int processed = 1;
-  while (message == nullptr && processed >= 0) {
-    processed = sd_bus_process(line, &message);
-    if (processed == 0 && sd_bus_wait(line, std::chrono::microseconds(kPatience).count()) <= 0)
-      break;
-  }
-  return SdBusMessage(message);
-}
-
 class DirectLine : public testing::Test {
  protected:
   void SetUp() override {
@@ -146,30 +134,65 @@ TEST_F(DirectLine, TakesNothingButAStreamSocket) {
   EXPECT_EQ(call(*connect(), "getVmList")->type(), 2);
 }
 
+/// A client that reads its line when the test wants it to.
+struct SlowClient {
+  SlowClient() {
+    sd_bus* made = nullptr;
+    EXPECT_GE(sd_bus_new(&made), 0);
+    line.reset(made);
+    const int end = stranger.openLine();
+    EXPECT_GE(sd_bus_set_fd(made, end, end), 0);
+    EXPECT_GE(sd_bus_start(made), 0);
+  }
+  /// What comes next; null when nothing does.
+  SdBusMessage next() {
+    sd_bus_message* message = nullptr;
+    int processed = 1;
+    while (message == nullptr && processed >= 0) {
+      processed = sd_bus_process(line.get(), &message);
+      if (processed == 0 &&
+          sd_bus_wait(line.get(), std::chrono::microseconds(kPatience).count()) <= 0) {
+        break;
+      }
+    }
+    return SdBusMessage(message);
+  }
+
+  Stranger stranger;
+  SdBus line;
+};
+
 TEST_F(DirectLine, CarriesManyEventsInOneMessageToAClientThatIsBehind) {
   RecordingService owner;
-  Stranger stranger;
-  const int end = stranger.openLine();
-  sd_bus* made = nullptr;
-  ASSERT_GE(sd_bus_new(&made), 0);
-  const SdBus line(made);
-  ASSERT_GE(sd_bus_set_fd(made, end, end), 0);
-  ASSERT_GE(sd_bus_start(made), 0);
+  SlowClient client;
   owner.sendEvent(0, 4);
-  EXPECT_STREQ(sd_bus_message_get_member(nextOn(made).get()), "perixevent");
-
+  EXPECT_STREQ(sd_bus_message_get_member(client.next().get()), "perixevent");
   constexpr std::size_t kEvents = 2000;
   for (std::size_t i = 0; i < kEvents; ++i) owner.sendEvent(0, 4, "payload", 7);
   std::size_t events = 0;
   std::size_t messages = 0;
   for (; events < kEvents; ++messages) {
-    const SdBusMessage message = nextOn(made);
+    const SdBusMessage message = client.next();
     ASSERT_NE(message, nullptr) << events;
     const std::string signature = sd_bus_message_get_signature(message.get(), 1);
     events += signature == "iiay" ? 1 : signature.size() / std::strlen("siiiay");
   }
   EXPECT_EQ(events, kEvents);
   EXPECT_LT(messages, kEvents / 2);
+}
+
+TEST_F(DirectLine, OfAClientThatIsAlwaysBehindIsKept) {
+  RecordingService owner;
+  SlowClient client;
+  owner.sendEvent(0, 4);
+  ASSERT_NE(client.next(), nullptr);
+  const std::string payload(1 << 20, 'x');
+  constexpr int kAhead = 4;
+  for (int i = 0; i < kAhead; ++i) owner.sendEvent(0, 4, payload.data(), payload.size());
+  for (int i = 0; i < 100; ++i) {
+    owner.sendEvent(0, 4, payload.data(), payload.size());
+    ASSERT_NE(client.next(), nullptr) << i;
+  }
 }
 
 TEST_F(DirectLine, OfAClientThatDoesNotReadIsCutAndOthersGoOn) {
