@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/zqbus/sd_bus_open.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -41,6 +42,20 @@ int numberAtEnd(const std::string& name) {
   return dash == std::string::npos ? 0 : std::atoi(name.c_str() + dash + 1);
 }
 
+/// Waits until the bus, if there is one, has taken note that nobody owns the name any more.
+void waitUntilUnowned(const char* name) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  std::string error;
+  const SdBus bus = openSdBus(deadline, error);
+  if (bus == nullptr) return;
+  while (sd_bus_get_name_creds(bus.get(), name, 0, nullptr) >= 0) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      ADD_FAILURE() << name << " is still owned";
+      return;
+    }
+  }
+}
+
 }  // namespace
 
 PrivateBus& testBus() {
@@ -66,6 +81,11 @@ RecordingService::RecordingService() {
   service_ = ZQBusService::claim(
       "perix", {}, [this](const std::shared_ptr<ZQBusCall>& call) { handle(call); }, error);
   if (service_ == nullptr) throw std::runtime_error(error);
+}
+
+RecordingService::~RecordingService() {
+  service_.reset();
+  waitUntilUnowned("org.zqbus.perix");
 }
 
 void RecordingService::answerWith(Handler handler) {

@@ -60,6 +60,10 @@ class RecordingService {
   using Handler = std::function<void(const std::shared_ptr<ZQBusCall>&)>;
 
   RecordingService();
+  /// The name is free when this returns.
+  ~RecordingService();
+  RecordingService(const RecordingService&) = delete;
+  RecordingService& operator=(const RecordingService&) = delete;
 
   /// How calls are answered from now on. By default with int32 0.
   void answerWith(Handler handler);
