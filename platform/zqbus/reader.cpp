@@ -128,7 +128,7 @@ void Reader::flush() {
   while (hasUnsent()) {
     pollfd polled{busDescriptor_, POLLOUT, 0};
     if (::poll(&polled, 1, sleepMilliseconds(kNever, deadline)) <= 0) return;
-    if (sd_bus_process(bus_.get(), nullptr) < 0) return;
+    if (processBus() < 0) return;
   }
 }
 
@@ -171,10 +171,19 @@ void Reader::unlockAndWake(Lock& lock) {
 
 // --- Reading -------------------------------------------------------------------------------------
 
+/// sd_bus_process(), negative too when the connection is at its end. A connection that a send found
+/// broken is left alone: sd-bus would close the socket, which is still in the epoll set.
+int Reader::processBus() {
+  sd_bus* const bus = bus_.get();
+  if (sd_bus_is_open(bus) <= 0) return -ECONNRESET;
+  const int result = sd_bus_process(bus, nullptr);
+  return sd_bus_is_open(bus) > 0 ? result : -ECONNRESET;
+}
+
 /// One step of whoever has the role. Under the lock, which is given up in between.
 void Reader::processOne(Lock& lock) {
-  const int result = sd_bus_process(bus_.get(), nullptr);
-  if (result < 0 || sd_bus_is_open(bus_.get()) <= 0) {
+  const int result = processBus();
+  if (result < 0) {
     loseConnection();
   } else {
     unread_ = result > 0;

@@ -121,6 +121,7 @@ class Reader : public std::enable_shared_from_this<Reader> {
   void letOthersIn(Lock& lock);
   void unlockAndWake(Lock& lock);
 
+  int processBus();
   void processOne(Lock& lock);
   uint32_t interest() const;
   void loseConnection();
