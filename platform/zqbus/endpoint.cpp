@@ -15,6 +15,12 @@ namespace {
 
 constexpr std::size_t kMaxUnsent = std::size_t{64} << 20;
 
+// A filter hears the calls, which spares sd-bus's search for the object. The object stands in the
+// bus's tree, and has sd-bus answer what is no call of ours.
+int leaveToSdBus(sd_bus_message*, void*, sd_bus_error*) {
+  return 0;
+}
+
 class ReceivedCall : public ZQBusCall {
  public:
   ReceivedCall(std::shared_ptr<Endpoint> endpoint, sd_bus_message* message)
@@ -104,11 +110,12 @@ int Endpoint::start(SdBus connection, const std::function<int(sd_bus*)>& prepare
   reader_ = std::make_shared<Reader>(
       std::move(connection), *this, [this] { work(); }, Reader::WhileWorking::Wait);
   sd_bus_slot* slot = nullptr;
-  int result = sd_bus_add_object(bus, &slot, path_.c_str(), &onMessage, this);
-  object_.reset(slot);
+  int result = sd_bus_add_filter(bus, &slot, &onMessage, this);
+  calls_.reset(slot);
+  if (result >= 0) result = sd_bus_add_object(bus, nullptr, path_.c_str(), &leaveToSdBus, nullptr);
   if (result >= 0 && prepare) result = prepare(bus);
   if (result < 0) {
-    object_.reset();
+    calls_.reset();
     return result;
   }
   return reader_->start();
@@ -123,12 +130,14 @@ void Endpoint::stop() {
   reader_->join();
   std::vector<std::shared_ptr<ZQBusCall>> unanswered;
   const Reader::Hold hold(*reader_);
-  object_.reset();
+  calls_.reset();
   unanswered.swap(received_);
 }
 
 int Endpoint::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
   Endpoint& endpoint = *static_cast<Endpoint*>(userdata);
+  const bool isCall = sd_bus_message_is_method_call(message, nullptr, nullptr) > 0;
+  if (!isCall || endpoint.path_ != sd_bus_message_get_path(message)) return 0;
   if (const int taken = endpoint.owner_.intercept(endpoint, message); taken != 0) return taken;
   const char* interface = sd_bus_message_get_interface(message);
   if (interface != nullptr && endpoint.interface_ != interface) return 0;
