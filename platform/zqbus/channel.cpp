@@ -72,7 +72,8 @@ struct Channel::Call : Reader::Waiter {
   Channel* channel;
   std::shared_ptr<Peer> peer;
   std::list<std::shared_ptr<Call>>::iterator position;
-  SdBusSlot slot;
+  uint64_t cookie = 0;  // of a blocking call, by which its reply is found
+  SdBusSlot slot;       // of an asynchronous one
   int timeoutMs;
   Clock::time_point deadline;
   bool asynchronous = false;
@@ -107,6 +108,11 @@ Channel::~Channel() {
   stop();
 }
 
+int Channel::start() {
+  const int heard = sd_bus_add_filter(reader_->bus(), nullptr, &onMessage, this);
+  return heard >= 0 ? reader_->start() : heard;
+}
+
 void Channel::stop() {
   if (isInherited()) return;
   {
@@ -137,8 +143,7 @@ std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMes
   call->deadline = Clock::now() + timeoutOf(timeoutMs);
   Reader::Turn turn(*reader_, call);
   if (extras.first && !reader_->lost()) extras.first();
-  // The deadline of a blocking call is the caller's own; sd-bus's would need somebody to look.
-  send(call, target, request, UINT64_MAX, extras.descriptor);
+  send(call, target, request, extras.descriptor);
   turn.waitUntil(call->deadline);
   if (!call->done) finish(*call, reader_->lost() ? lossOf(*call) : timedOut(timeoutMs));
   return {call, &call->reply};
@@ -156,16 +161,17 @@ void Channel::callAsync(const Target& target, const ZQBusMessage& request, Reply
   call->asynchronous = true;
   call->onReply = std::move(onReply);
   const Reader::Hold hold(*reader_);
-  send(call, target, request, static_cast<uint64_t>(timeoutOf(timeoutMs).count()));
+  send(call, target, request);
   reader_->sent();
 }
 
 /// Sends a call, or finishes it when that cannot be.
 void Channel::send(const std::shared_ptr<Call>& call, const Target& target,
-                   const ZQBusMessage& request, uint64_t timeout, int descriptor) {
+                   const ZQBusMessage& request, int descriptor) {
   call->channel = this;
   call->peer = target.peer;
-  call->position = calls_.insert(calls_.end(), call);
+  // Blocking ones in front, where their replies look for them.
+  call->position = calls_.insert(call->asynchronous ? calls_.end() : calls_.begin(), call);
   if (reader_->lost()) return finish(*call, lossOf(*call));
   if (call->peer != nullptr && call->peer->gone)
     return finish(*call, peerGone(call->peer->service));
@@ -180,12 +186,28 @@ void Channel::send(const std::shared_ptr<Call>& call, const Target& target,
   if (result >= 0 && descriptor >= 0) {
     result = sd_bus_message_append_basic(message, SD_BUS_TYPE_UNIX_FD, &descriptor);
   }
-  sd_bus_slot* slot = nullptr;
-  if (result >= 0) {
-    result = sd_bus_call_async(reader_->bus(), &slot, message, &onReply, call.get(), timeout);
-  }
-  call->slot.reset(slot);
+  if (result >= 0) result = sendCall(*call, message);
   if (result < 0) finish(*call, saysLost(result) ? lossOf(*call) : sendFailure(result));
+}
+
+/// sd-bus's own account of who waits for what, and how long, is a fiftieth of the cost of a call.
+/// Only an asynchronous call needs it; the deadline of a blocking one is its caller's.
+int Channel::sendCall(Call& call, sd_bus_message* message) {
+  if (!call.asynchronous) return sd_bus_send(reader_->bus(), message, &call.cookie);
+  const auto timeout = static_cast<uint64_t>(timeoutOf(call.timeoutMs).count());
+  sd_bus_slot* slot = nullptr;
+  const int result = sd_bus_call_async(reader_->bus(), &slot, message, &onReply, &call, timeout);
+  call.slot.reset(slot);
+  return result;
+}
+
+int Channel::onMessage(sd_bus_message* message, void* userdata, sd_bus_error* error) {
+  const auto& calls = static_cast<Channel*>(userdata)->calls_;
+  uint64_t cookie = 0;
+  if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) return 0;
+  const auto call = std::find_if(calls.begin(), calls.end(),
+                                 [&](const auto& waiting) { return waiting->cookie == cookie; });
+  return call != calls.end() ? onReply(message, call->get(), error) : 0;
 }
 
 int Channel::onReply(sd_bus_message* message, void* userdata, sd_bus_error*) {

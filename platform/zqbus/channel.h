@@ -77,7 +77,7 @@ class Channel : private Reader::Listener {
   /// negative error number.
   [[nodiscard]] int hearBundles();
   /// Starts the reading; 0 or a negative error number.
-  [[nodiscard]] int start() { return reader_->start(); }
+  [[nodiscard]] int start();
 
   /// As ZQBusProxyInterface::callWithReplyBlocking.
   std::shared_ptr<ZQBusMessage> call(const Target& target, const ZQBusMessage& request,
@@ -111,6 +111,7 @@ class Channel : private Reader::Listener {
 
  private:
   struct Call;
+  static int onMessage(sd_bus_message* message, void* channel, sd_bus_error* error);
   static int onReply(sd_bus_message* message, void* call, sd_bus_error* error);
   static int onSignal(sd_bus_message* message, void* subscription, sd_bus_error* error);
   static int onBundle(sd_bus_message* message, void* channel, sd_bus_error* error);
@@ -118,7 +119,8 @@ class Channel : private Reader::Listener {
 
   bool isInherited() const;
   void send(const std::shared_ptr<Call>& call, const Target& target, const ZQBusMessage& request,
-            uint64_t timeout, int descriptor = -1);
+            int descriptor = -1);
+  int sendCall(Call& call, sd_bus_message* message);
   void finish(Call& call, ZQBusMessage reply);
   ZQBusMessage lossOf(const Call& call) const;
   void declareDead(const std::shared_ptr<Peer>& peer);
