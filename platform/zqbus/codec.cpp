@@ -16,6 +16,8 @@ constexpr std::size_t kMaxMessage = std::size_t{128} << 20;
 constexpr std::size_t kHeaderAllowance = 4096;
 // What an argument may need on the wire beside its content: length, signature, alignment.
 constexpr std::size_t kArgumentAllowance = 24;
+// Room for as many arguments where blocks come as a list: those of a short one come by themselves.
+constexpr std::size_t kLongList = 1024;
 
 /// Length of the UTF-8 sequence at `text`, 0 when there is none that every D-Bus library takes:
 /// surrogates, overlong forms and the code points that are no characters are out.
@@ -190,15 +192,17 @@ ZQBusArgument decodeArgument(sd_bus_message* from, char type, const char* conten
   return std::monostate{};
 }
 
-/// The blocks of one list, many to an allocation. A list's blocks live and die together as a rule.
+/// The blocks of one list, many to an allocation: they live and die together as a rule. They lie in
+/// the order of the list, in which a processor fetches memory ahead of time.
 class BlockPool {
  public:
   ZQBusBytes copyOf(std::string_view content) {
     const std::size_t padded = std::max(content.size() + 1, ZQBusBytes::kReadable);
     const std::size_t units = (padded + sizeof(Unit) - 1) / sizeof(Unit);
     if (left_ < units) grow(units);
+    auto* const bytes = reinterpret_cast<uint8_t*>(next_);
+    next_ += units;
     left_ -= units;
-    auto* const bytes = reinterpret_cast<uint8_t*>(chunk_.get() + left_);
     std::memcpy(bytes, content.data(), content.size());
     std::memset(bytes + content.size(), 0, padded - content.size());
     return {std::shared_ptr<uint8_t[]>(chunk_, bytes), static_cast<uint32_t>(content.size())};
@@ -210,15 +214,18 @@ class BlockPool {
   void grow(std::size_t units) {
     left_ = std::max(units, kChunkUnits);
     chunk_ = std::make_shared_for_overwrite<Unit[]>(left_);
+    next_ = chunk_.get();
   }
 
-  static constexpr std::size_t kChunkUnits = (std::size_t{64} << 10) / sizeof(Unit);
+  static constexpr std::size_t kChunkUnits = (std::size_t{32} << 10) / sizeof(Unit);
   std::shared_ptr<Unit[]> chunk_;
+  Unit* next_ = nullptr;
   std::size_t left_ = 0;
 };
 
 void decodeBlocks(sd_bus_message* from, ZQBusMessage& to) {
   BlockPool blocks;
+  to.reserve(kLongList);
   sd_bus_message_enter_container(from, 'a', "ay");
   while (sd_bus_message_at_end(from, 0) == 0) to.append(blocks.copyOf(readArray(from)));
   sd_bus_message_exit_container(from);
