@@ -199,10 +199,9 @@ class BlockPool {
   ZQBusBytes copyOf(std::string_view content) {
     const std::size_t padded = std::max(content.size() + 1, ZQBusBytes::kReadable);
     const std::size_t units = (padded + sizeof(Unit) - 1) / sizeof(Unit);
-    if (left_ < units) grow(units);
-    auto* const bytes = reinterpret_cast<uint8_t*>(next_);
-    next_ += units;
-    left_ -= units;
+    if (free_.size() < units) grow(units);
+    auto* const bytes = reinterpret_cast<uint8_t*>(free_.data());
+    free_ = free_.subspan(units);
     std::memcpy(bytes, content.data(), content.size());
     std::memset(bytes + content.size(), 0, padded - content.size());
     return {std::shared_ptr<uint8_t[]>(chunk_, bytes), static_cast<uint32_t>(content.size())};
@@ -212,15 +211,14 @@ class BlockPool {
   using Unit = std::max_align_t;
 
   void grow(std::size_t units) {
-    left_ = std::max(units, kChunkUnits);
-    chunk_ = std::make_shared_for_overwrite<Unit[]>(left_);
-    next_ = chunk_.get();
+    const std::size_t size = std::max(units, kChunkUnits);
+    chunk_ = std::make_shared_for_overwrite<Unit[]>(size);
+    free_ = {chunk_.get(), size};
   }
 
   static constexpr std::size_t kChunkUnits = (std::size_t{32} << 10) / sizeof(Unit);
   std::shared_ptr<Unit[]> chunk_;
-  Unit* next_ = nullptr;
-  std::size_t left_ = 0;
+  std::span<Unit> free_;  // what is left of the chunk
 };
 
 void decodeBlocks(sd_bus_message* from, ZQBusMessage& to) {
