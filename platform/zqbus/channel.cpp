@@ -109,7 +109,9 @@ Channel::~Channel() {
 }
 
 int Channel::start() {
-  const int heard = sd_bus_add_filter(reader_->bus(), nullptr, &onMessage, this);
+  sd_bus* const bus = reader_->bus();
+  int heard = sd_bus_add_filter(bus, nullptr, &onBlockingReply, this);
+  if (heard >= 0 && sd_bus_is_bus_client(bus) == 0) heard = hearBundles();
   return heard >= 0 ? reader_->start() : heard;
 }
 
@@ -201,7 +203,8 @@ int Channel::sendCall(Call& call, sd_bus_message* message) {
   return result;
 }
 
-int Channel::onMessage(sd_bus_message* message, void* userdata, sd_bus_error* error) {
+/// Is asked about every message, and takes the replies to blocking calls.
+int Channel::onBlockingReply(sd_bus_message* message, void* userdata, sd_bus_error* error) {
   const auto& calls = static_cast<Channel*>(userdata)->calls_;
   uint64_t cookie = 0;
   if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) return 0;
@@ -299,6 +302,8 @@ int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
   return 0;
 }
 
+/// Hears of events too that come several in one message: a service sends them so on a line alone,
+/// and on the bus anybody could.
 int Channel::hearBundles() {
   const std::string match = std::string("type='signal',interface='") + kDirectInterface +
                             "',member='" + kDirectEvents + '\'';

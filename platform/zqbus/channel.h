@@ -73,9 +73,6 @@ class Channel : private Reader::Listener {
   /// run when a channel ends run to their end, none begins afterwards.
   Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss);
   ~Channel() override;
-  /// Before start(), on a direct line: hears of events too that come several in one message. 0 or a
-  /// negative error number.
-  [[nodiscard]] int hearBundles();
   /// Starts the reading; 0 or a negative error number.
   [[nodiscard]] int start();
 
@@ -111,13 +108,14 @@ class Channel : private Reader::Listener {
 
  private:
   struct Call;
-  static int onMessage(sd_bus_message* message, void* channel, sd_bus_error* error);
+  static int onBlockingReply(sd_bus_message* message, void* channel, sd_bus_error* error);
   static int onReply(sd_bus_message* message, void* call, sd_bus_error* error);
   static int onSignal(sd_bus_message* message, void* subscription, sd_bus_error* error);
   static int onBundle(sd_bus_message* message, void* channel, sd_bus_error* error);
   static int onInstalled(sd_bus_message* answer, void* subscription, sd_bus_error* error);
 
   bool isInherited() const;
+  int hearBundles();
   void send(const std::shared_ptr<Call>& call, const Target& target, const ZQBusMessage& request,
             int descriptor = -1);
   int sendCall(Call& call, sd_bus_message* message);

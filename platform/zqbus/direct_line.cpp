@@ -80,7 +80,7 @@ std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer
     return nullptr;
   }
   auto line = std::make_shared<Channel>(std::move(connection), deliveries, ZQBusFailure::PeerGone);
-  return line->hearBundles() >= 0 && line->start() >= 0 ? line : nullptr;
+  return line->start() >= 0 ? line : nullptr;
 }
 
 }  // namespace zq

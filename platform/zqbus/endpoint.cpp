@@ -111,11 +111,11 @@ int Endpoint::start(SdBus connection, const std::function<int(sd_bus*)>& prepare
       std::move(connection), *this, [this] { work(); }, Reader::WhileWorking::Wait);
   sd_bus_slot* slot = nullptr;
   int result = sd_bus_add_filter(bus, &slot, &onMessage, this);
-  calls_.reset(slot);
+  filter_.reset(slot);
   if (result >= 0) result = sd_bus_add_object(bus, nullptr, path_.c_str(), &leaveToSdBus, nullptr);
   if (result >= 0 && prepare) result = prepare(bus);
   if (result < 0) {
-    calls_.reset();
+    filter_.reset();
     return result;
   }
   return reader_->start();
@@ -130,7 +130,7 @@ void Endpoint::stop() {
   reader_->join();
   std::vector<std::shared_ptr<ZQBusCall>> unanswered;
   const Reader::Hold hold(*reader_);
-  calls_.reset();
+  filter_.reset();
   unanswered.swap(received_);
 }
 

@@ -68,7 +68,7 @@ class Endpoint : public std::enable_shared_from_this<Endpoint>, public Reader::L
   const Backlog backlog_;
   std::shared_ptr<Reader> reader_;
   // Under the reader's lock.
-  SdBusSlot calls_;
+  SdBusSlot filter_;
   std::vector<std::shared_ptr<ZQBusCall>> received_;
   EventBundle heldEvents_;          // while a direct line's client is behind
   std::deque<std::size_t> unsent_;  // the sizes of messages that wait to be sent, and

@@ -43,12 +43,12 @@ int numberAtEnd(const std::string& name) {
 }
 
 /// Waits until the bus, if there is one, has taken note that nobody owns the name any more.
-void waitUntilUnowned(const char* name) {
+void waitUntilUnowned(const std::string& name) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   std::string error;
   const SdBus bus = openSdBus(deadline, error);
   if (bus == nullptr) return;
-  while (sd_bus_get_name_creds(bus.get(), name, 0, nullptr) >= 0) {
+  while (sd_bus_get_name_creds(bus.get(), name.c_str(), 0, nullptr) >= 0) {
     if (std::chrono::steady_clock::now() >= deadline) {
       ADD_FAILURE() << name << " is still owned";
       return;
@@ -85,7 +85,7 @@ RecordingService::RecordingService() {
 
 RecordingService::~RecordingService() {
   service_.reset();
-  waitUntilUnowned("org.zqbus.perix");
+  waitUntilUnowned(serviceName("perix"));
 }
 
 void RecordingService::answerWith(Handler handler) {
