@@ -98,13 +98,16 @@ void LogFileSink::afterForkInParent() {
   mutex_.unlock();
 }
 
+/// Allocates nothing: another thread of the parent's may hold the allocator, and many a child only
+/// calls exec.
 void LogFileSink::afterForkInChild() {
   writesThrough_ = true;
-  set_formatter_(lineFormatter());
+  namesParent_ = true;
   mutex_.unlock();
 }
 
 void LogFileSink::sink_it_(const spdlog::details::log_msg& message) {
+  if (std::exchange(namesParent_, false)) set_formatter_(lineFormatter());
   formatter_->format(message, pending_);
   if (writesThrough_ || pending_.size() >= kWriteAt) writeOut();
 }

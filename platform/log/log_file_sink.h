@@ -52,6 +52,7 @@ class LogFileSink final : public spdlog::sinks::base_sink<std::mutex> {
   spdlog::memory_buf_t pending_;
   int descriptor_ = -1;
   bool writesThrough_ = false;
+  bool namesParent_ = false;  // the formatter holds the process id of who forked this one
 };
 
 }  // namespace zq
