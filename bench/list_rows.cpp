@@ -33,7 +33,7 @@ void getAndFreeList(PerixProxy& proxy) {
 void decodeAndFreeList(sd_bus_message* received) {
   sd_bus_message_rewind(received, 1);
   ZQBusMessage reply(ZQBusMessageType::MethodReturn, {});
-  decodeArguments(received, reply);
+  if (decodeArguments(received, reply) < 0) std::abort();
   const auto devices = readRecords<CommonDevice>(reply);
   requireWhole(devices.size());
   freeRecords(devices);

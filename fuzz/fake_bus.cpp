@@ -26,6 +26,7 @@ class FakeService : public ZQBusProxyInterface {
     return std::make_shared<ZQBusMessage>(lookUp ? idOf(*message) : nextReply);
   }
   void callWithReply(std::shared_ptr<ZQBusMessage>, ReplyFunction, int) override {}
+  const std::string& owner() const override { return owner_; }
   bool addEventListener(const std::string&, ZQBusEventCallback* callback,
                         ZQBusSecurityFlags) override {
     listener_.reset(callback);
@@ -35,6 +36,7 @@ class FakeService : public ZQBusProxyInterface {
   void setDeathCallback(std::function<void()>) override {}
 
  private:
+  const std::string owner_ = ":1.1";
   std::unique_ptr<ZQBusEventCallback> listener_;
 };
 
@@ -51,6 +53,7 @@ class FakeBus : public ZQBusSerivceManager {
     return true;
   }
   uint64_t droppedEvents() const override { return 0; }
+  void waitForCallbacks() override {}
 
  private:
   std::unique_ptr<ZQBusEventCallback> broadcasts_;

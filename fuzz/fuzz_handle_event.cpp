@@ -18,7 +18,7 @@ volatile unsigned int sum;  // keeps the reading from being optimised away
 /// them up to its end.
 void readRecord(const void* record, std::size_t textAt) {
   const auto* bytes = static_cast<const unsigned char*>(record);
-  for (std::size_t i = 0; i < ZQBusBytes::kReadable; ++i) sum = sum + bytes[i];
+  for (std::size_t i = 0; i < ZQBusMessage::kReadable; ++i) sum = sum + bytes[i];
   sum = sum + std::strlen(static_cast<const char*>(record) + textAt);
   ++callbacks;
 }

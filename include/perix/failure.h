@@ -9,12 +9,13 @@
 namespace zq {
 
 enum class PerixFailure {
-  None,       ///< the service answered; what the operation returned is the service's own
-  NoService,  ///< not connected: the service is not running, or no bus
-  Died,       ///< the service or the bus went away during the call
-  TimedOut,   ///< no answer within the operation's time-out
-  Refused,    ///< the service answered with an error
-  TooLarge,   ///< an argument or the reply is larger than the bus carries
+  None,        ///< the service answered; what the operation returned is the service's own
+  NoService,   ///< not connected: the service is not running, or no bus
+  Died,        ///< the service or the bus went away during the call
+  TimedOut,    ///< no answer within the operation's time-out
+  Refused,     ///< the service answered with an error
+  TooLarge,    ///< an argument or the reply is larger than the bus carries
+  Unreadable,  ///< the service answered, and the answer cannot be read
 };
 
 struct PerixFailureReport {

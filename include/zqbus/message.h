@@ -17,27 +17,23 @@ enum class ZQBusMessageType : int { MethodCall = 1, MethodReturn = 2, Error = 3,
 /// Why a message of type Error came to be. Everything but `Service` was decided on this side of
 /// the bus or by the bus itself; string 0 of the message says the same in words.
 enum class ZQBusFailure {
-  None,      ///< not a failure
-  Service,   ///< the service answered the call with an error
-  TimedOut,  ///< the service did not answer within the call's time-out
-  PeerGone,  ///< the service left the bus before it answered, or had left it already
-  BusGone,   ///< the connection to the bus is lost
-  TooLarge,  ///< an argument or the whole message is larger than the bus carries
-  Unusable,  ///< the connection cannot be used here (for one, after fork)
+  None,        ///< not a failure
+  Service,     ///< the service answered the call with an error
+  TimedOut,    ///< the service did not answer within the call's time-out
+  PeerGone,    ///< the service left the bus before it answered, or had left it already
+  BusGone,     ///< the connection to the bus is lost
+  TooLarge,    ///< an argument or the whole message is larger than the bus carries
+  Unusable,    ///< the connection cannot be used here (for one, after fork)
+  Unreadable,  ///< the service answered, and the answer cannot be read
 };
 
-/// A byte block as an argument carries it.
-///
-/// Behind `size` the block goes on with zero bytes: at least one, and as many as it takes to reach
-/// `kReadable`. So a record of a fixed layout of up to `kReadable` bytes, and a text at the end of
-/// a record, can be read from `data` in place, whatever the sender sent; `data` is aligned for it.
+/// A byte block as an argument carries it: `size` bytes, and a zero byte behind them. `data` is
+/// aligned for every type.
 struct ZQBusBytes {
-  static constexpr std::size_t kReadable = 1024;
-
   std::shared_ptr<uint8_t[]> data;  ///< never null in a message
   uint32_t size = 0;
 
-  /// A block whose `size` bytes are not yet set and whose padding is.
+  /// A block whose `size` bytes are not yet set; the zero byte behind them is.
   static ZQBusBytes uninitialized(uint32_t size);
   /// A block that holds a copy of `size` bytes at `source`.
   static ZQBusBytes copyOf(const void* source, uint32_t size);
@@ -82,8 +78,12 @@ class ZQBusMessage {
   virtual int32_t readInt32(std::size_t index) const;
   /// Sets `out` to string `index` and returns it.
   virtual std::string& readString(std::string& out, std::size_t index) const;
-  /// Block `index`, never null, and its length. The block lives as long as the pointer is held and
-  /// is padded with zero bytes as `ZQBusBytes` says.
+  /// How many bytes of a block that readBytes() returned can be read, whatever its length.
+  static constexpr std::size_t kReadable = 1024;
+  /// Block `index`, never null, and its length. It lives as long as the pointer is held. Behind
+  /// its length it goes on with zero bytes: at least one, and as many as it takes to reach
+  /// `kReadable`. So a record of a fixed layout of up to `kReadable` bytes, and a text at the end
+  /// of a record, can be read in place, whatever the sender sent. Copies a block that is shorter.
   virtual std::shared_ptr<uint8_t[]> readBytes(std::size_t index, uint32_t& size) const;
   virtual std::size_t argCount() const;
 
@@ -101,7 +101,7 @@ class ZQBusMessage {
   const std::string& name() const { return name_; }
   ZQBusFailure failure() const { return failure_; }
 
-  /// Block `index` as it lies in the message, null when there is none.
+  /// Block `index` as it lies in the message, without padding; null when there is none.
   const ZQBusBytes* bytesAt(std::size_t index) const;
   uint16_t readUInt16(std::size_t index) const;
   int64_t readInt64(std::size_t index) const;
@@ -109,6 +109,8 @@ class ZQBusMessage {
   /// Appends an argument of any type, for who builds a message from another form.
   void append(ZQBusArgument argument);
   void reserve(std::size_t count) { arguments_.reserve(count); }
+  /// Gives back what memory the arguments do not need, if that is much.
+  void shrinkToFit();
 
  private:
   ZQBusMessageType type_ = ZQBusMessageType::MethodReturn;

@@ -1,12 +1,22 @@
 // ZQBus, the client side: find a service on the bus, call it, hear its events and its death.
 //
 // Threads. Every operation may be called from any thread, from inside a callback too. Callbacks
-// (events, replies of asynchronous calls, deaths) run one at a time, in the order in which their
-// causes arrived, on a thread of the library, not always the same one: the delivery thread. A
-// callback may block for as long as it likes: replies are still read and calls on other threads go
-// on, while deliveries wait in a queue of bounded length. Events that do not fit are dropped,
-// counted and logged; replies and deaths always fit. An exception that leaves a callback is logged
-// and goes no further.
+// (events, replies of asynchronous calls) run one at a time, in the order in which their causes
+// arrived, on a thread of the library, not always the same one: the delivery thread. A callback
+// may block for as long as it likes: replies are still read and calls on other threads go on,
+// while deliveries wait in a queue of bounded length. Events that do not fit are dropped, counted
+// and logged; replies and deaths always fit. A death callback gets a thread of its own when its
+// turn in that order comes, so deliveries go on beside it. An exception that leaves a callback is
+// logged and goes no further.
+//
+// Trust. Only the connection that was asked can answer a call, only the owner of a service's name
+// is heard as that service, and only the bus daemon is believed about owners and users. Nothing in
+// a message is read before its sender is known. A message that cannot be read ends nothing: a
+// reply fails as ZQBusFailure::Unreadable, an event is dropped and logged.
+//
+// Fork. In a child of the process that connected, every operation fails at once: there is no
+// manager, interfaces answer ZQBusFailure::Unusable. A child that was forked before the first
+// initSync() uses the bus like any process.
 //
 // Order. All that one process sends to a service arrives in the order in which it was sent, and
 // its events are delivered in the order in which the service sent them.
@@ -21,6 +31,7 @@
 // user's session bus.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -65,10 +76,14 @@ class ZQBusProxyInterface {
   /// Sends `message` and blocks until its reply is there, at most `timeoutMs` milliseconds (-1:
   /// 25 s). Never null. A reply of type 2 is the method's return. Any other has type 3 and says in
   /// `failure()` and in string 0 what happened: the service's own error, or one of this side
-  /// (timed out, service gone, bus gone, too large). The service's death ends the call at once. A
-  /// reply that comes after its time-out is dropped.
+  /// (timed out, service gone, bus gone, too large, unreadable). The service's death ends the call
+  /// at once. A reply that comes after its time-out is dropped.
   virtual std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
                                                               int timeoutMs) = 0;
+
+  /// The unique name on the bus of the process that this interface is bound to: names no other
+  /// process for as long as the bus runs.
+  virtual const std::string& owner() const = 0;
 
   /// Sends `message` and returns without waiting. `onReply` (may be empty) is called exactly once,
   /// on the delivery thread, with what callWithReplyBlocking would have returned; in a forked
@@ -88,9 +103,10 @@ class ZQBusProxyInterface {
   /// wait: a delivery that is running runs to its end, none begins afterwards.
   virtual void removeEventListener(const std::string& event, ZQBusEventCallback* callback) = 0;
 
-  /// Calls `onDeath` once, on the delivery thread, when the service is gone, or the bus when all
-  /// goes through it; at once when it is gone already. Calls that were waiting have failed by then.
-  /// A second callback replaces the first; an empty one ends it.
+  /// Calls `onDeath` once, on a thread of its own, when the service is gone, or the bus when all
+  /// goes through it; at once when it is gone already. Calls that were waiting have failed by then,
+  /// and what arrived before the death was delivered. It may block for as long as it likes. A
+  /// second callback replaces the first; an empty one ends it, and so does releasing the interface.
   virtual void setDeathCallback(std::function<void()> onDeath) = 0;
 };
 
@@ -127,6 +143,25 @@ class ZQBusSerivceManager {
 
   /// How many events were dropped so far because the delivery queue was full.
   virtual uint64_t droppedEvents() const = 0;
+
+  /// Blocks until every callback that is running now, a death callback included, has ended;
+  /// callbacks that begin later are not waited for. Returns at once inside a callback. So after an
+  /// interface was released, what its callbacks use may be destroyed.
+  virtual void waitForCallbacks() = 0;
+};
+
+/// While an object of this class lives, the operations above that ask the bus on this thread end
+/// within `limit` from its construction, all of them together; their own limits hold beside it. It
+/// does not shorten the time-out of a call. Objects nest: the earliest end counts.
+class ZQBusTimeLimit {
+ public:
+  explicit ZQBusTimeLimit(std::chrono::milliseconds limit);
+  ~ZQBusTimeLimit();
+  ZQBusTimeLimit(const ZQBusTimeLimit&) = delete;
+  ZQBusTimeLimit& operator=(const ZQBusTimeLimit&) = delete;
+
+ private:
+  std::chrono::steady_clock::time_point outer_;
 };
 
 /// Where the bus library's own messages go (a dropped event, an exception out of a callback, a

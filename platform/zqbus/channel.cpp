@@ -40,6 +40,10 @@ ZQBusMessage inherited() {
                               "the connection belongs to the process that forked this one");
 }
 
+ZQBusMessage unreadable() {
+  return ZQBusMessage::failed(ZQBusFailure::Unreadable, "the answer cannot be read");
+}
+
 bool saysLost(int result) {
   return result == -ENOTCONN || result == -ECONNRESET || result == -EPIPE;
 }
@@ -217,16 +221,16 @@ int Channel::onReply(sd_bus_message* message, void* userdata, sd_bus_error*) {
   Call& call = *static_cast<Call*>(userdata);
   if (sd_bus_message_is_method_error(message, nullptr) == 0) {
     ZQBusMessage reply(ZQBusMessageType::MethodReturn, {});
-    decodeArguments(message, reply);
-    call.channel->finish(call, std::move(reply));
+    call.channel->finish(call,
+                         decodeArguments(message, reply) >= 0 ? std::move(reply) : unreadable());
   } else if (isFromBus(message) && Clock::now() >= call.deadline) {
     call.channel->finish(call, timedOut(call.timeoutMs));
   } else if (saysPeerGone(message)) {
     call.channel->finish(call, peerGone(call.peer != nullptr ? call.peer->service : "the owner"));
   } else {
     ZQBusMessage reply = ZQBusMessage::failed(ZQBusFailure::Service);
-    decodeArguments(message, reply);
-    call.channel->finish(call, std::move(reply));
+    call.channel->finish(call,
+                         decodeArguments(message, reply) >= 0 ? std::move(reply) : unreadable());
   }
   return 1;
 }
@@ -297,7 +301,7 @@ int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
   if (!subscription.sender_.empty() && subscription.sender_ != sender) return 0;
   auto event =
       std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, sd_bus_message_get_member(message));
-  decodeArguments(message, *event);
+  if (decodeArguments(message, *event) < 0) return 0;
   subscription.channel_.deliverEvent(subscription, std::move(event), sender);
   return 0;
 }
@@ -313,7 +317,7 @@ int Channel::hearBundles() {
 int Channel::onBundle(sd_bus_message* message, void* userdata, sd_bus_error*) {
   Channel& channel = *static_cast<Channel*>(userdata);
   ZQBusMessage bundle;
-  decodeArguments(message, bundle);
+  if (decodeArguments(message, bundle) < 0) return 0;
   for (const auto& event : EventBundle::eventsOf(bundle)) {
     for (const Subscription* subscription : channel.subscriptions_) {
       if (subscription->member_ == event->name()) channel.deliverEvent(*subscription, event, {});

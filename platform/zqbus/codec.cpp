@@ -16,8 +16,10 @@ constexpr std::size_t kMaxMessage = std::size_t{128} << 20;
 constexpr std::size_t kHeaderAllowance = 4096;
 // What an argument may need on the wire beside its content: length, signature, alignment.
 constexpr std::size_t kArgumentAllowance = 24;
-// Room for as many arguments where blocks come as a list: those of a short one come by themselves.
-constexpr std::size_t kLongList = 1024;
+// Elements of a list take ten times as much memory as the least of them take on the wire.
+constexpr std::size_t kMaxArguments = std::size_t{1} << 20;
+// Room for as many arguments is made at once where a list begins.
+constexpr std::size_t kListRoom = 128;
 
 /// Length of the UTF-8 sequence at `text`, 0 when there is none that every D-Bus library takes:
 /// surrogates, overlong forms and the code points that are no characters are out.
@@ -122,137 +124,216 @@ int encodeVariants(Arguments arguments, sd_bus_message* to) {
 
 // --- Decoding -----------------------------------------------------------------------------------
 
-template <typename Wire, typename Ours>
-ZQBusArgument decodeNumber(sd_bus_message* from, char type) {
-  Wire value{};
-  sd_bus_message_read_basic(from, type, &value);
-  return static_cast<Ours>(value);
-}
-
-ZQBusArgument decodeText(sd_bus_message* from, char type) {
-  const char* text = nullptr;
-  sd_bus_message_read_basic(from, type, &text);
-  return std::string(text != nullptr ? text : "");
-}
-
-/// The content of the byte array that is next in `from`; it belongs to the message.
-std::string_view readArray(sd_bus_message* from) {
-  const void* data = nullptr;
-  std::size_t size = 0;
-  if (sd_bus_message_read_array(from, 'y', &data, &size) < 0) size = 0;
-  return {static_cast<const char*>(data), size};
-}
-
-ZQBusBytes decodeBytes(sd_bus_message* from) {
-  const std::string_view content = readArray(from);
-  return ZQBusBytes::copyOf(content.data(), static_cast<uint32_t>(content.size()));
-}
-
-ZQBusArgument decodeTextOfAnyBytes(sd_bus_message* from) {
-  sd_bus_message_enter_container(from, 'r', "ay");
-  const ZQBusBytes bytes = decodeBytes(from);
-  sd_bus_message_exit_container(from);
-  return std::string(bytes.view());
-}
-
-/// Reads the argument that is next in `from`, whose type is `type` with the element type
-/// `contents` when it is a container.
-ZQBusArgument decodeArgument(sd_bus_message* from, char type, const char* contents) {
-  switch (type) {
-    case 'q':
-      return decodeNumber<uint16_t, uint16_t>(from, type);
-    case 'i':
-      return decodeNumber<int32_t, int32_t>(from, type);
-    case 'x':
-      return decodeNumber<int64_t, int64_t>(from, type);
-    case 'y':
-      return decodeNumber<uint8_t, int32_t>(from, type);
-    case 'b':
-      return decodeNumber<int, int32_t>(from, type);
-    case 'n':
-      return decodeNumber<int16_t, int32_t>(from, type);
-    case 'u':
-      return decodeNumber<uint32_t, int32_t>(from, type);
-    case 't':
-      return decodeNumber<uint64_t, int64_t>(from, type);
-    case 's':
-    case 'o':
-    case 'g':
-      return decodeText(from, type);
-    case 'a':
-      if (std::strcmp(contents, "y") == 0) return decodeBytes(from);
-      break;
-    case 'r':
-      if (std::strcmp(contents, "ay") == 0) return decodeTextOfAnyBytes(from);
-      break;
-    default:
-      break;
-  }
-  sd_bus_message_skip(from, nullptr);
-  return std::monostate{};
-}
-
-/// The blocks of one list, many to an allocation: they live and die together as a rule. They lie in
-/// the order of the list, in which a processor fetches memory ahead of time.
+/// The blocks of one message, many to an allocation: they live and die together as a rule. They lie
+/// in their order, in which a processor fetches memory ahead of time.
 class BlockPool {
  public:
-  ZQBusBytes copyOf(std::string_view content) {
-    const std::size_t padded = std::max(content.size() + 1, ZQBusBytes::kReadable);
-    const std::size_t units = (padded + sizeof(Unit) - 1) / sizeof(Unit);
+  /// Room for `size` bytes and a zero byte behind them.
+  ZQBusBytes take(std::size_t size) {
+    const std::size_t units = size / sizeof(Unit) + 1;
     if (free_.size() < units) grow(units);
     auto* const bytes = reinterpret_cast<uint8_t*>(free_.data());
     free_ = free_.subspan(units);
-    std::memcpy(bytes, content.data(), content.size());
-    std::memset(bytes + content.size(), 0, padded - content.size());
-    return {std::shared_ptr<uint8_t[]>(chunk_, bytes), static_cast<uint32_t>(content.size())};
+    bytes[size] = 0;
+    return {std::shared_ptr<uint8_t[]>(chunk_, bytes), static_cast<uint32_t>(size)};
+  }
+
+  ZQBusBytes copyOf(const void* content, std::size_t size) {
+    if (size == 0) return noBytes();
+    ZQBusBytes block = take(size);
+    std::memcpy(block.data.get(), content, size);
+    return block;
   }
 
  private:
   using Unit = std::max_align_t;
 
+  static const ZQBusBytes& noBytes() {
+    static const auto* const none = new ZQBusBytes(ZQBusBytes::uninitialized(0));
+    return *none;
+  }
+
+  /// Chunks double, so that what is not used is never more than what is.
   void grow(std::size_t units) {
-    const std::size_t size = std::max(units, kChunkUnits);
+    const std::size_t size = std::max(units, nextUnits_);
+    nextUnits_ = std::min(2 * size, kMaxChunkUnits);
     chunk_ = std::make_shared_for_overwrite<Unit[]>(size);
     free_ = {chunk_.get(), size};
   }
 
-  static constexpr std::size_t kChunkUnits = (std::size_t{32} << 10) / sizeof(Unit);
+  static constexpr std::size_t kMaxChunkUnits = (std::size_t{32} << 10) / sizeof(Unit);
+  std::size_t nextUnits_ = 1;
   std::shared_ptr<Unit[]> chunk_;
   std::span<Unit> free_;  // what is left of the chunk
 };
 
-void decodeBlocks(sd_bus_message* from, ZQBusMessage& to) {
-  BlockPool blocks;
-  to.reserve(kLongList);
-  sd_bus_message_enter_container(from, 'a', "ay");
-  while (sd_bus_message_at_end(from, 0) == 0) to.append(blocks.copyOf(readArray(from)));
-  sd_bus_message_exit_container(from);
+/// Reads the arguments of a message up to the first that cannot be read: sd-bus does not advance
+/// beyond that.
+class Decoder {
+ public:
+  Decoder(sd_bus_message* from, ZQBusMessage& to) : from_(from), to_(to) {}
+
+  int decode() {
+    if (holdsDescriptors(sd_bus_message_get_signature(from_, 1))) return -EBADMSG;
+    return sd_bus_message_has_signature(from_, "av") > 0 ? decodeVariants() : decodeRest();
+  }
+
+ private:
+  /// Descriptors belong to no argument of ours, and a message that is kept would keep them.
+  static bool holdsDescriptors(const char* signature) {
+    return std::strchr(signature, SD_BUS_TYPE_UNIX_FD) != nullptr;
+  }
+
+  int decodeRest();
+  int decodeVariants();
+  int decodeBlocks();
+  int decodeArgument(char type, const char* contents);
+  int decodeText(char type);
+  int decodeTextOfAnyBytes();
+  template <typename Wire, typename Ours>
+  int decodeNumber(char type);
+  int readBlock(ZQBusBytes& block);
+  int readForeignBlock(ZQBusBytes& block);
+  int add(ZQBusArgument argument);
+
+  sd_bus_message* const from_;
+  ZQBusMessage& to_;
+  BlockPool blocks_;
+};
+
+int Decoder::add(ZQBusArgument argument) {
+  if (to_.argCount() >= kMaxArguments) return -EMSGSIZE;
+  to_.append(std::move(argument));
+  return 1;
 }
 
-/// Decodes every argument up to the end of the message, or of the container that was entered.
-void decodeRest(sd_bus_message* from, ZQBusMessage& to) {
-  char type = 0;
-  const char* contents = nullptr;
-  while (sd_bus_message_peek_type(from, &type, &contents) > 0) {
-    if (type == 'a' && std::strcmp(contents, "ay") == 0) {
-      decodeBlocks(from, to);
-    } else {
-      to.append(decodeArgument(from, type, contents));
+template <typename Wire, typename Ours>
+int Decoder::decodeNumber(char type) {
+  Wire value{};
+  const int result = sd_bus_message_read_basic(from_, type, &value);
+  return result > 0 ? add(static_cast<Ours>(value)) : result;
+}
+
+int Decoder::decodeText(char type) {
+  const char* text = nullptr;
+  const int result = sd_bus_message_read_basic(from_, type, &text);
+  return result > 0 ? add(std::string(text)) : result;
+}
+
+/// sd-bus reads whole arrays of a message in this machine's byte order only.
+int Decoder::readForeignBlock(ZQBusBytes& block) {
+  int result = sd_bus_message_enter_container(from_, 'a', "y");
+  std::string content;
+  uint8_t byte = 0;
+  while (result > 0 && (result = sd_bus_message_read_basic(from_, 'y', &byte)) > 0) {
+    content.push_back(static_cast<char>(byte));
+  }
+  if (result >= 0) result = sd_bus_message_exit_container(from_);
+  block = blocks_.copyOf(content.data(), content.size());
+  return result;
+}
+
+int Decoder::readBlock(ZQBusBytes& block) {
+  const void* data = nullptr;
+  std::size_t size = 0;
+  const int result = sd_bus_message_read_array(from_, 'y', &data, &size);
+  if (result == -EOPNOTSUPP) return readForeignBlock(block);
+  if (result > 0) block = blocks_.copyOf(data, size);
+  return result;
+}
+
+int Decoder::decodeTextOfAnyBytes() {
+  ZQBusBytes bytes;
+  int result = sd_bus_message_enter_container(from_, 'r', "ay");
+  if (result > 0) result = readBlock(bytes);
+  if (result > 0) result = sd_bus_message_exit_container(from_);
+  return result > 0 ? add(std::string(bytes.view())) : result;
+}
+
+/// Reads the argument that is next, whose type is `type` with the element type `contents` when it
+/// is a container.
+int Decoder::decodeArgument(char type, const char* contents) {
+  switch (type) {
+    case 'q':
+      return decodeNumber<uint16_t, uint16_t>(type);
+    case 'i':
+      return decodeNumber<int32_t, int32_t>(type);
+    case 'x':
+      return decodeNumber<int64_t, int64_t>(type);
+    case 'y':
+      return decodeNumber<uint8_t, int32_t>(type);
+    case 'b':
+      return decodeNumber<int, int32_t>(type);
+    case 'n':
+      return decodeNumber<int16_t, int32_t>(type);
+    case 'u':
+      return decodeNumber<uint32_t, int32_t>(type);
+    case 't':
+      return decodeNumber<uint64_t, int64_t>(type);
+    case 's':
+    case 'o':
+    case 'g':
+      return decodeText(type);
+    case 'a':
+      if (std::strcmp(contents, "ay") == 0) return decodeBlocks();
+      if (std::strcmp(contents, "y") == 0) {
+        ZQBusBytes block;
+        const int result = readBlock(block);
+        return result > 0 ? add(std::move(block)) : result;
+      }
+      break;
+    case 'r':
+      if (std::strcmp(contents, "ay") == 0) return decodeTextOfAnyBytes();
+      break;
+    default:
+      break;
+  }
+  const int skipped = sd_bus_message_skip(from_, nullptr);
+  return skipped > 0 ? add(std::monostate{}) : skipped;
+}
+
+/// A list of blocks: each is an argument.
+int Decoder::decodeBlocks() {
+  int result = sd_bus_message_enter_container(from_, 'a', "ay");
+  to_.reserve(to_.argCount() + kListRoom);
+  while (result > 0) {
+    const int end = sd_bus_message_at_end(from_, 0);
+    if (end != 0) {
+      result = end > 0 ? sd_bus_message_exit_container(from_) : end;
+      break;
     }
+    ZQBusBytes block;
+    result = readBlock(block);
+    if (result > 0) result = add(std::move(block));
   }
+  return result;
 }
 
-void decodeVariants(sd_bus_message* from, ZQBusMessage& to) {
-  sd_bus_message_enter_container(from, 'a', "v");
-  const char* contents = nullptr;
+/// Every argument up to the end of the message, or of the container that was entered. 0 at the end.
+int Decoder::decodeRest() {
   char type = 0;
-  while (sd_bus_message_peek_type(from, &type, &contents) > 0) {
-    const std::string inner = contents;
-    if (sd_bus_message_enter_container(from, 'v', inner.c_str()) <= 0) break;
-    decodeRest(from, to);
-    if (sd_bus_message_exit_container(from) < 0) break;
+  const char* contents = nullptr;
+  int result = 0;
+  while ((result = sd_bus_message_peek_type(from_, &type, &contents)) > 0) {
+    result = decodeArgument(type, contents);
+    // Without progress the same argument would come again for ever.
+    if (result <= 0) return result < 0 ? result : -EBADMSG;
   }
-  sd_bus_message_exit_container(from);
+  return result;
+}
+
+int Decoder::decodeVariants() {
+  int result = sd_bus_message_enter_container(from_, 'a', "v");
+  char type = 0;
+  const char* contents = nullptr;
+  while (result > 0 && (result = sd_bus_message_peek_type(from_, &type, &contents)) > 0) {
+    const std::string inner = contents;
+    if (holdsDescriptors(inner.c_str())) return -EBADMSG;
+    result = sd_bus_message_enter_container(from_, 'v', inner.c_str());
+    if (result > 0) result = decodeRest();
+    if (result == 0) result = sd_bus_message_exit_container(from_);
+  }
+  return result >= 0 ? sd_bus_message_exit_container(from_) : result;
 }
 
 }  // namespace
@@ -281,19 +362,16 @@ int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
   return result >= 0 ? encodeBlocks(all.subspan(leading), to) : result;
 }
 
-void decodeArguments(sd_bus_message* from, ZQBusMessage& to) {
-  if (sd_bus_message_has_signature(from, "av") > 0) {
-    decodeVariants(from, to);
-  } else {
-    decodeRest(from, to);
-  }
+int decodeArguments(sd_bus_message* from, ZQBusMessage& to) {
+  const int result = Decoder(from, to).decode();
+  to.shrinkToFit();
+  return std::min(result, 0);
 }
 
 std::size_t memoryOf(const ZQBusMessage& message) {
   std::size_t size = sizeof message;
   for (const ZQBusArgument& argument : message.arguments()) {
     size += sizeof argument + contentSize(argument);
-    if (std::holds_alternative<ZQBusBytes>(argument)) size += ZQBusBytes::kReadable;
   }
   return size;
 }

@@ -29,7 +29,7 @@ class ReceivedCall : public ZQBusCall {
         sender_(endpoint_->peer()),
         message_(sd_bus_message_ref(message)) {
     if (const char* sender = sd_bus_message_get_sender(message)) sender_ = sender;
-    decodeArguments(message, call_);
+    (void)decodeArguments(message, call_);
   }
   ~ReceivedCall() override {
     if (message_ == nullptr) return;

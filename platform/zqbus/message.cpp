@@ -17,6 +17,17 @@ T valueAt(const std::vector<ZQBusArgument>& arguments, std::size_t index) {
   return value != nullptr ? *value : T{};
 }
 
+/// Room for `capacity` bytes, of which those behind the first `size` are zero.
+std::shared_ptr<uint8_t[]> zeroPadded(std::size_t size, std::size_t capacity) {
+  // Units of the widest alignment: records are read in place.
+  using Unit = std::max_align_t;
+  const auto units =
+      std::make_shared_for_overwrite<Unit[]>((capacity + sizeof(Unit) - 1) / sizeof(Unit));
+  auto* const bytes = reinterpret_cast<uint8_t*>(units.get());
+  std::memset(bytes + size, 0, capacity - size);
+  return {units, bytes};
+}
+
 void show(std::string& out, std::monostate) {
   out += '?';
 }
@@ -48,14 +59,7 @@ void show(std::string& out, const ZQBusBytes& bytes) {
 }  // namespace
 
 ZQBusBytes ZQBusBytes::uninitialized(uint32_t size) {
-  const std::size_t capacity = std::max<std::size_t>(std::size_t{size} + 1, kReadable);
-  // Units of the widest alignment: records are read in place.
-  using Unit = std::max_align_t;
-  const auto units =
-      std::make_shared_for_overwrite<Unit[]>((capacity + sizeof(Unit) - 1) / sizeof(Unit));
-  auto* const bytes = reinterpret_cast<uint8_t*>(units.get());
-  std::memset(bytes + size, 0, capacity - size);
-  return {std::shared_ptr<uint8_t[]>(units, bytes), size};
+  return {zeroPadded(size, std::size_t{size} + 1), size};
 }
 
 ZQBusBytes ZQBusBytes::copyOf(const void* source, uint32_t size) {
@@ -80,6 +84,12 @@ void ZQBusMessage::append(ZQBusArgument argument) {
   // Room for what most messages hold, in one step.
   if (arguments_.capacity() == 0) arguments_.reserve(4);
   arguments_.push_back(std::move(argument));
+}
+
+void ZQBusMessage::shrinkToFit() {
+  if (arguments_.capacity() > arguments_.size() + arguments_.size() / 8 + 4) {
+    arguments_.shrink_to_fit();
+  }
 }
 
 void ZQBusMessage::appendUInt16(uint16_t value) {
@@ -112,10 +122,12 @@ std::string& ZQBusMessage::readString(std::string& out, std::size_t index) const
 }
 
 std::shared_ptr<uint8_t[]> ZQBusMessage::readBytes(std::size_t index, uint32_t& size) const {
-  ZQBusBytes bytes = valueAt<ZQBusBytes>(arguments_, index);
-  if (bytes.data == nullptr) bytes = ZQBusBytes::uninitialized(0);
-  size = bytes.size;
-  return std::move(bytes.data);
+  const ZQBusBytes* const block = bytesAt(index);
+  size = block != nullptr ? block->size : 0;
+  if (size >= kReadable) return block->data;
+  auto padded = zeroPadded(size, kReadable);
+  if (size > 0) std::memcpy(padded.get(), block->data.get(), size);
+  return padded;
 }
 
 std::size_t ZQBusMessage::argCount() const {

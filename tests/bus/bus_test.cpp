@@ -75,7 +75,7 @@ TEST(AMessage, ReadsAWrongIndexOrTypeAsNothing) {
   EXPECT_EQ(size, 0U);
   const auto padded = made.readBytes(2, size);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(padded.get())), "abc");
-  EXPECT_EQ(padded[ZQBusBytes::kReadable - 1], 0);
+  EXPECT_EQ(padded[ZQBusMessage::kReadable - 1], 0);
 }
 
 TEST_F(BusTest, ACallCarriesEveryArgumentWhole) {

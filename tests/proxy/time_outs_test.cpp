@@ -28,6 +28,7 @@ class SilentService : public ZQBusProxyInterface {
     lastTimeoutMs = timeoutMs;
     onReply(timedOut());
   }
+  const std::string& owner() const override { return owner_; }
   bool addEventListener(const std::string&, ZQBusEventCallback* callback,
                         ZQBusSecurityFlags) override {
     delete callback;
@@ -35,6 +36,9 @@ class SilentService : public ZQBusProxyInterface {
   }
   void removeEventListener(const std::string&, ZQBusEventCallback*) override {}
   void setDeathCallback(std::function<void()>) override {}
+
+ private:
+  const std::string owner_ = ":1.1";
 };
 
 class SilentBus : public ZQBusSerivceManager {
@@ -50,6 +54,7 @@ class SilentBus : public ZQBusSerivceManager {
     return true;
   }
   uint64_t droppedEvents() const override { return 0; }
+  void waitForCallbacks() override {}
 };
 
 class AnOperation : public testing::TestWithParam<NamedWireRow> {};

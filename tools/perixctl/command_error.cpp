@@ -32,6 +32,7 @@ constexpr std::array kFailures = {
     FailureRow{PerixFailure::TimedOut, ExitCode::TimedOut, "the service did not answer in time"},
     FailureRow{PerixFailure::Refused, ExitCode::Refused, "the service answered with an error"},
     FailureRow{PerixFailure::TooLarge, ExitCode::Refused, "more than the bus carries"},
+    FailureRow{PerixFailure::Unreadable, ExitCode::Refused, "the service's answer cannot be read"},
 };
 
 // What the service's results mean, as far as they are known.

@@ -18,6 +18,8 @@ PerixFailure failureOf(const ZQBusMessage& reply) {
       return PerixFailure::Died;
     case ZQBusFailure::Unusable:
       return PerixFailure::NoService;
+    case ZQBusFailure::Unreadable:
+      return PerixFailure::Unreadable;
     case ZQBusFailure::Service:
       break;
   }

@@ -1,6 +1,7 @@
 // List replies: int32 count, then one byte block per record.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -22,9 +23,18 @@ inline void logEmptyBlock(EmptyBlock emptyBlock, const void* block, int count, L
   }
 }
 
+/// A block read as a record, with zeros where the block is too short for it.
+template <typename Record>
+Record recordOf(const ZQBusBytes& block) {
+  Record record{};
+  std::memcpy(static_cast<void*>(&record), block.data.get(),
+              std::min<std::size_t>(block.size, sizeof record));
+  return record;
+}
+
 /// Copies each record of a list reply into a `malloc` block of its own, in order, and hands both
-/// to `each(received, copy, length)`: `received` is padded as the bus pads blocks and may be read
-/// as a whole record, of `copy` only `length` bytes exist. An empty block ends the list.
+/// to `each(block, copy)`: of `copy` as many bytes exist as the block has. An empty block ends the
+/// list.
 template <typename Record, typename Each>
 std::list<Record*> readRecords(const ZQBusMessage& reply, EmptyBlock emptyBlock, Each each,
                                LogSite site = here()) {
@@ -39,7 +49,7 @@ std::list<Record*> readRecords(const ZQBusMessage& reply, EmptyBlock emptyBlock,
     auto* const copy = static_cast<Record*>(std::malloc(block->size));
     std::memcpy(static_cast<void*>(copy), block->data.get(), block->size);
     records.push_back(copy);
-    each(*reinterpret_cast<const Record*>(block->data.get()), *copy, block->size);
+    each(*block, *copy);
   }
   return records;
 }
@@ -47,7 +57,7 @@ std::list<Record*> readRecords(const ZQBusMessage& reply, EmptyBlock emptyBlock,
 /// As above, for records that are passed on as they are.
 template <typename Record>
 std::list<Record*> readRecords(const ZQBusMessage& reply, LogSite site = here()) {
-  const auto leave = [](const Record&, Record&, uint32_t) {};
+  const auto leave = [](const ZQBusBytes&, Record&) {};
   return readRecords<Record>(reply, EmptyBlock::Noted, leave, site);
 }
 

@@ -28,12 +28,12 @@ std::list<CommonDevice*> PerixProxy::GetDeviceList(std::string vmId) {
   const auto reply = call.desktop(vmId).reply();
   if (reply == nullptr) return {};
   PERIX_DEBUG("vmId: %s, list size: %d", vmId.c_str(), reply->readInt32(0));
-  return readRecords<CommonDevice>(
-      *reply, EmptyBlock::AnError,
-      [this](const CommonDevice& received, CommonDevice& copy, uint32_t length) {
-        if (received.status != kDeviceConnected) return;
-        nameDesktop(copy, length, GetVmIdString(received.vmId));
-      });
+  return readRecords<CommonDevice>(*reply, EmptyBlock::AnError,
+                                   [this](const ZQBusBytes& block, CommonDevice& copy) {
+                                     const auto received = recordOf<CommonDevice>(block);
+                                     if (received.status != kDeviceConnected) return;
+                                     nameDesktop(copy, block.size, GetVmIdString(received.vmId));
+                                   });
 }
 
 std::list<CommonDevice*> PerixProxy::GetDeviceStatus(unsigned short devNumber) {
@@ -45,7 +45,8 @@ std::list<CommonDevice*> PerixProxy::GetDeviceStatus(unsigned short devNumber) {
   PERIX_DEBUG("devNumber: %d, list size: %d", devNumber, reply->readInt32(0));
   const LogSite site = here();
   return readRecords<CommonDevice>(
-      *reply, EmptyBlock::Noted, [site](const CommonDevice& received, CommonDevice&, uint32_t) {
+      *reply, EmptyBlock::Noted, [site](const ZQBusBytes& block, CommonDevice&) {
+        const auto received = recordOf<CommonDevice>(block);
         PERIX_DEBUG_AT(site, "vmId:%d, devNumber:%d, status:%d, name:%s",
                        static_cast<int>(received.vmId), received.devNumber, received.status,
                        fieldText(received.name).c_str());
