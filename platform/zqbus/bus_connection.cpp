@@ -11,7 +11,7 @@
 namespace zq {
 namespace {
 
-constexpr char kBusPath[] = "/org/freedesktop/DBus";
+
 constexpr std::size_t kMaxTrustEntries = 1024;
 constexpr int kPingTimeoutMs = 1000;
 

@@ -37,6 +37,13 @@ uint64_t busTimeout(sd_bus* bus) {
   return sd_bus_get_timeout(bus, &timeout) >= 0 ? timeout : kNever;
 }
 
+/// A time in sd-bus's terms: microseconds of the steady clock, never before it.
+uint64_t busTime(Reader::Clock::time_point time) {
+  using std::chrono::microseconds;
+  if (time == Reader::Clock::time_point::max()) return kNever;
+  return static_cast<uint64_t>(ceil<microseconds>(time.time_since_epoch()).count());
+}
+
 /// How long a sleep may last that must end at `timeout` (sd-bus's time: microseconds of the steady
 /// clock) and at `deadline`, rounded up.
 int sleepMilliseconds(uint64_t timeout, Reader::Clock::time_point deadline) {
@@ -188,13 +195,28 @@ void Reader::processOne(Lock& lock) {
   } else {
     unread_ = result > 0;
     ++inARow_;
+    // What came along with the end of the handshake lies in sd-bus, where no descriptor tells of
+    // it.
+    if (!settled_) settled_ = result == 0 && sd_bus_is_ready(bus_.get()) > 0;
     if (!hasUnsent()) listener_.onAllSent();
+    tellDeadline();
   }
   if (!toWake_.empty()) {
     unlockAndWake(lock);
     lock.lock();
   }
   if (inARow_ >= kFairAfter) letOthersIn(lock);
+}
+
+void Reader::tellDeadline() {
+  const auto deadline = listener_.nextDeadline();
+  if (deadline == Clock::time_point::max()) return;
+  if (const auto now = Clock::now(); deadline <= now) listener_.onDeadline(now);
+}
+
+/// When a sleep must end by itself, in sd-bus's time.
+uint64_t Reader::timeout() const {
+  return std::min(busTimeout(bus_.get()), busTime(listener_.nextDeadline()));
 }
 
 /// What to sleep towards on the bus.
@@ -206,11 +228,11 @@ uint32_t Reader::interest() const {
 void Reader::sent() {
   if (lost_) return;
   const uint32_t events = interest();
-  const uint64_t timeout = busTimeout(bus_.get());
+  const uint64_t end = timeout();
   if (leader_ == nullptr) {
     watch(events);
-    if (timeout < threadTimeout_) signalEvent(threadEvent_);
-  } else if (leaderEvents_ != 0 && (events != leaderEvents_ || timeout < leaderTimeout_)) {
+    if (end < threadTimeout_) signalEvent(threadEvent_);
+  } else if (leaderEvents_ != 0 && (events != leaderEvents_ || end < leaderTimeout_)) {
     signalEvent(leaderEvent_);
   }
 }
@@ -258,7 +280,8 @@ void Reader::readAsThread(Lock& lock) {
     processOne(lock);
     // As a rule there is one message, and asking for a second costs more than looking whether there
     // is one. A level-triggered set tells by itself.
-    if (inARow_ == 1 && !hungUp_ && mayRead()) unread_ = edge_ != 0 && holdsBytes(busDescriptor_);
+    if (inARow_ == 1 && settled_ && !hungUp_ && mayRead())
+      unread_ = edge_ != 0 && holdsBytes(busDescriptor_);
   }
 }
 
@@ -286,7 +309,7 @@ void Reader::sleepAsThread(Lock& lock) {
   threadTimeout_ = kNever;
   if (leader_ == nullptr && !lost_) {
     watch(interest());
-    threadTimeout_ = busTimeout(bus_.get());
+    threadTimeout_ = timeout();
   }
   const int longest = sleepMilliseconds(threadTimeout_, Clock::time_point::max());
   --awake_;
@@ -354,7 +377,7 @@ void Reader::Turn::waitUntil(Clock::time_point deadline) {
 
 void Reader::sleepAsLeader(Lock& lock, Clock::time_point deadline) {
   leaderEvents_ = interest();
-  leaderTimeout_ = busTimeout(bus_.get());
+  leaderTimeout_ = timeout();
   pollfd polled[] = {{busDescriptor_, static_cast<short>(leaderEvents_), 0},
                      {leaderEvent_, POLLIN, 0}};
   lock.unlock();
@@ -382,11 +405,11 @@ void Reader::leave(const std::shared_ptr<Waiter>& waiter) {
     return;
   }
   if (lost_) return;
-  unread_ = false;  // since watching tells of what is there
+  unread_ = !settled_;  // else watching tells of what is there
   watch(interest());
   // What is left in sd-bus's own queue, and a timeout earlier than the one the threads sleep
   // towards, show on no descriptor.
-  if (busTimeout(bus_.get()) < threadTimeout_) signalEvent(threadEvent_);
+  if (unread_ || timeout() < threadTimeout_) signalEvent(threadEvent_);
 }
 
 }  // namespace zq

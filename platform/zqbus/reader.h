@@ -42,6 +42,10 @@ class Reader : public std::enable_shared_from_this<Reader> {
     virtual void onConnectionLost() = 0;
     /// There is room for all that was to be sent. Called under the lock, on whichever thread reads.
     virtual void onAllSent() {}
+    /// When onDeadline() is to be called next. Under the lock.
+    virtual Clock::time_point nextDeadline() const { return Clock::time_point::max(); }
+    /// That time has come. Called under the lock, on whichever thread reads.
+    virtual void onDeadline(Clock::time_point /*now*/) {}
   };
 
   /// Somebody who waits for something that a C callback will bring. Shared, since whoever wakes it
@@ -123,6 +127,8 @@ class Reader : public std::enable_shared_from_this<Reader> {
 
   int processBus();
   void processOne(Lock& lock);
+  void tellDeadline();
+  uint64_t timeout() const;
   uint32_t interest() const;
   void loseConnection();
   void closeBus();
@@ -149,8 +155,9 @@ class Reader : public std::enable_shared_from_this<Reader> {
   std::atomic<int> entering_ = 0;
   std::condition_variable entered_;
 
-  bool unread_ = false;  // there may be something to read that nobody will be woken for
-  int inARow_ = 0;       // messages since somebody slept or let others in
+  bool unread_ = true;    // there may be something to read that nobody will be woken for
+  bool settled_ = false;  // sd-bus holds nothing from before the connection was ready
+  int inARow_ = 0;        // messages since somebody slept or let others in
   bool lost_ = false;
   bool closed_ = false;
 

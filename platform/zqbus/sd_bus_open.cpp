@@ -43,13 +43,21 @@ int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
 
 bool isFromBus(sd_bus_message* message) {
   const char* sender = sd_bus_message_get_sender(message);
-  return sender == nullptr || std::strcmp(sender, kBusName) == 0;
+  return sender != nullptr && std::strcmp(sender, kBusName) == 0;
 }
 
 void logRefusal(sd_bus_message* answer) {
   if (const sd_bus_error* error = sd_bus_message_get_error(answer)) {
     busLog(std::string("the bus refused a subscription: ") + error->message);
   }
+}
+
+SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument) {
+  sd_bus_message* made = nullptr;
+  int result = sd_bus_message_new_method_call(bus, &made, kBusName, kBusPath, kBusName, method);
+  SdBusMessage call(made);
+  if (result >= 0) result = sd_bus_message_append_basic(made, 's', argument);
+  return result >= 0 ? std::move(call) : nullptr;
 }
 
 SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& error) {

@@ -15,11 +15,14 @@ SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& err
 /// Runs a connection that nobody else uses yet until it is ready. 0, or a negative error number.
 [[nodiscard]] int waitReady(sd_bus* connection, std::chrono::steady_clock::time_point deadline);
 
-/// Whether the bus itself sent a message, or sd-bus made it up in place of an answer.
+/// Whether the bus daemon sent a message. Only on a connection to a bus, which stamps the sender.
 bool isFromBus(sd_bus_message* message);
 
 /// Logs it when the bus's answer to a subscription is a refusal.
 void logRefusal(sd_bus_message* answer);
+
+/// A call of the bus daemon with one text as its argument; null without memory for it.
+SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument);
 
 /// The D-Bus name and interface of a service.
 std::string serviceName(const std::string& service);
@@ -27,6 +30,7 @@ std::string serviceName(const std::string& service);
 std::string servicePath(const std::string& service);
 
 inline constexpr char kBusName[] = "org.freedesktop.DBus";
+inline constexpr char kBusPath[] = "/org/freedesktop/DBus";
 inline constexpr char kBroadcastInterface[] = "org.zqbus.Broadcast";
 inline constexpr char kBroadcastPath[] = "/org/zqbus/Broadcast";
 inline constexpr char kDirectInterface[] = "org.zqbus.Direct";

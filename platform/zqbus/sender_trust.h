@@ -1,0 +1,52 @@
+// Which connections of the bus belong to this user or to root.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "pending_calls.h"
+
+namespace zq {
+
+/// Asks the bus daemon for the user behind a unique name, once for each, and has what that name
+/// sent wait for the answer. Names are never given twice, so answers are kept. Everything here
+/// needs the lock of the connection.
+class SenderTrust {
+ public:
+  using Verdict = std::function<void(bool trusted)>;
+
+  /// Asks through `calls`, which are those of the connection.
+  explicit SenderTrust(PendingCalls& calls) : calls_(calls) {}
+  SenderTrust(const SenderTrust&) = delete;
+  SenderTrust& operator=(const SenderTrust&) = delete;
+
+  /// Calls `verdict`, under the lock: now when the answer is known, else when the daemon has
+  /// answered, in the order of the calls of this function for that name. A daemon that does not
+  /// answer within 25 s makes it a stranger. False when too many verdicts are awaited: `verdict` is
+  /// dropped then.
+  [[nodiscard]] bool check(sd_bus* bus, const char* name, Verdict verdict);
+
+  /// Drops the verdicts that are awaited.
+  void clear();
+
+ private:
+  class Question;
+
+  void learn(const std::string& name, bool trusted);
+  void answer(const std::string& name, bool trusted);
+
+  PendingCalls& calls_;
+  std::map<std::string, bool> known_;
+  std::map<std::string, std::vector<Verdict>> awaited_;
+  std::size_t awaitedCount_ = 0;
+  // Replies may come after this object has gone.
+  std::shared_ptr<SenderTrust*> self_ = std::make_shared<SenderTrust*>(this);
+};
+
+/// Whether the bus daemon's reply to GetConnectionUnixUser names this user or root.
+bool isTrustedUser(sd_bus_message* reply);
+
+}  // namespace zq
