@@ -1,19 +1,18 @@
 #include "bus_connection.h"
 
-#include <unistd.h>
-
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "bus_log.h"
 #include "sd_bus_open.h"
+#include "time_limit.h"
 
 namespace zq {
 namespace {
 
-
-constexpr std::size_t kMaxTrustEntries = 1024;
-constexpr int kPingTimeoutMs = 1000;
+constexpr std::chrono::seconds kPingTimeout{1};
 
 /// Never destroyed: the library's threads may ask the bus until the process has ended.
 const Channel::Target& theBus() {
@@ -21,14 +20,23 @@ const Channel::Target& theBus() {
   return *target;
 }
 
+/// What is left of `longest` within this thread's time limit.
+Channel::Duration timeLeft(Channel::Duration longest) {
+  const auto now = Channel::Clock::now();
+  const auto left =
+      std::chrono::duration_cast<Channel::Duration>(withinTimeLimit(now + longest) - now);
+  return std::max(left, Channel::Duration(1));
+}
+
 }  // namespace
 
 std::shared_ptr<BusConnection> BusConnection::open(DeliveryQueue& deliveries,
-                                                   Clock::time_point deadline, std::string& error) {
+                                                   Clock::time_point deadline,
+                                                   std::function<void()> onLoss,
+                                                   std::string& error) {
   SdBus bus = openSdBus(deadline, error);
   if (bus == nullptr) return nullptr;
-  auto connection =
-      std::make_shared<BusConnection>(std::move(bus), deliveries, ZQBusFailure::BusGone);
+  auto connection = std::make_shared<BusConnection>(std::move(bus), deliveries, std::move(onLoss));
   if (const int started = connection->start(); started < 0) {
     error = std::string("cannot read the bus: ") + std::strerror(-started);
     return nullptr;
@@ -36,18 +44,23 @@ std::shared_ptr<BusConnection> BusConnection::open(DeliveryQueue& deliveries,
   return connection;
 }
 
+BusConnection::BusConnection(SdBus connection, DeliveryQueue& deliveries,
+                             std::function<void()> onLoss)
+    : Channel(std::move(connection), deliveries, ZQBusFailure::BusGone),
+      onLoss_(std::move(onLoss)) {}
+
 BusConnection::~BusConnection() {
   stop();
-  const Reader::Hold hold(*reader_);
-  owners_.clear();
 }
 
-std::shared_ptr<ZQBusMessage> BusConnection::askBus(const char* method, const std::string& name,
-                                                    const CallExtras& extras) {
+std::shared_ptr<ZQBusMessage> BusConnection::askAndWait(const char* method, const std::string& name,
+                                                        const CallExtras& extras) {
   ZQBusMessage request(ZQBusMessageType::MethodCall, method);
   request.appendString(name);
-  return call(theBus(), request, -1, extras);
+  return call(theBus(), request, timeLeft(kDefaultTimeout), extras);
 }
+
+// --- Names ---------------------------------------------------------------------------------------
 
 std::string BusConnection::ownerOf(const std::string& service) {
   uint64_t changes = 0;
@@ -56,7 +69,7 @@ std::string BusConnection::ownerOf(const std::string& service) {
     track(service);
     changes = owners_[service].changes;
   };
-  const auto reply = askBus("GetNameOwner", serviceName(service), {-1, subscribe});
+  const auto reply = askAndWait("GetNameOwner", serviceName(service), {-1, subscribe});
   std::string owner;
   reply->readString(owner, 0);
   if (reply->type() != 2) owner.clear();
@@ -69,62 +82,38 @@ std::string BusConnection::ownerOf(const std::string& service) {
   return owners_[service].owner;
 }
 
-bool BusConnection::isTrusted(const std::string& uniqueName) {
-  {
-    const Reader::Hold hold(*reader_);
-    const auto known = trust_.find(uniqueName);
-    if (known != trust_.end()) return known->second;
-  }
-  const auto reply = askBus("GetConnectionUnixUser", uniqueName);
-  const auto user = static_cast<uid_t>(reply->readInt32(0));
-  const bool trusted =
-      reply->type() == 2 && reply->argCount() == 1 && (user == ::geteuid() || user == 0);
-
-  const Reader::Hold hold(*reader_);
-  if (trust_.size() >= kMaxTrustEntries) trust_.clear();
-  trust_[uniqueName] = trusted;
-  return trusted;
-}
-
-bool BusConnection::mayBeAlive(const std::string& uniqueName) {
-  const ZQBusMessage ping(ZQBusMessageType::MethodCall, "Ping");
-  const Target target{uniqueName, "/", "org.freedesktop.DBus.Peer", nullptr};
-  return call(target, ping, kPingTimeoutMs)->failure() != ZQBusFailure::PeerGone;
-}
-
-void BusConnection::track(const std::string& service) {
-  if (owners_.contains(service)) return;
-  const std::string match = std::string("type='signal',sender='") + kBusName + "',interface='" +
-                            kBusName + "',member='NameOwnerChanged',arg0='" + serviceName(service) +
-                            '\'';
-  // Without a handler of its own for the answer, sd-bus would close the connection on a refusal.
-  const auto onAnswer = [](sd_bus_message* answer, void*, sd_bus_error*) {
-    logRefusal(answer);
-    return 1;
+/// Subscribes to the changes of a name's owner; false when that was done before. Under the lock.
+bool BusConnection::track(const std::string& service) {
+  if (!owners_.try_emplace(service).second) return false;
+  struct Refusal : PendingCall {
+    void onOutcome(sd_bus_message* answer) override {
+      if (answer != nullptr) logRefusal(answer);
+    }
   };
-  sd_bus_slot* slot = nullptr;
-  sd_bus_add_match_async(reader_->bus(), &slot, match.c_str(), &onNameOwnerChanged, onAnswer, this);
-  owners_[service].match.reset(slot);
+  askDaemon("AddMatch",
+            std::string("type='signal',sender='") + kBusName + "',interface='" + kBusName +
+                "',member='NameOwnerChanged',arg0='" + serviceName(service) + '\'',
+            std::make_shared<Refusal>());
+  return true;
 }
 
-int BusConnection::onNameOwnerChanged(sd_bus_message* message, void* userdata, sd_bus_error*) {
-  if (!isFromBus(message)) return 0;
+void BusConnection::onDaemonSignal(sd_bus_message* signal) {
+  if (sd_bus_message_is_signal(signal, kBusName, "NameOwnerChanged") <= 0) return;
   const char* name = "";
   const char* before = "";
   const char* now = "";
-  if (sd_bus_message_read(message, "sss", &name, &before, &now) < 0) return 0;
-  auto& connection = *static_cast<BusConnection*>(userdata);
-  for (auto& [service, owner] : connection.owners_) {
+  if (sd_bus_message_read(signal, "sss", &name, &before, &now) < 0) return;
+  for (auto& [service, owner] : owners_) {
     if (serviceName(service) != name) continue;
     ++owner.changes;
-    connection.setOwner(service, now);
+    setOwner(service, now);
   }
-  return 0;
 }
 
 void BusConnection::setOwner(const std::string& service, const std::string& owner) {
   owners_[service].owner = owner;
   declareDeadIf([&](const Peer& peer) { return peer.service == service && peer.owner != owner; });
+  checkFollowed(service, owner);
 }
 
 std::shared_ptr<Peer> BusConnection::bind(const std::string& service, const std::string& owner) {
@@ -134,10 +123,110 @@ std::shared_ptr<Peer> BusConnection::bind(const std::string& service, const std:
   return peer;
 }
 
+// --- Services that are used on lines -------------------------------------------------------------
+
+/// Who owns a name that is followed.
+struct BusConnection::OwnerAnswer : PendingCall {
+  BusConnection* connection;
+  std::string service;
+  uint64_t changes;
+
+  void onOutcome(sd_bus_message* answer) override {
+    const char* owner = nullptr;
+    if (answer == nullptr || sd_bus_message_is_method_error(answer, nullptr) > 0) return;
+    if (sd_bus_message_read(answer, "s", &owner) <= 0) return;
+    if (connection->owners_[service].changes == changes) connection->setOwner(service, owner);
+  }
+};
+
+/// Which process that owner is.
+struct BusConnection::ProcessAnswer : PendingCall {
+  BusConnection* connection;
+  std::string service;
+  std::string owner;
+
+  void onOutcome(sd_bus_message* answer) override {
+    uint32_t process = 0;
+    if (answer == nullptr || sd_bus_message_is_method_error(answer, nullptr) > 0) return;
+    if (sd_bus_message_read(answer, "u", &process) <= 0) return;
+    connection->compareProcess(service, owner, static_cast<pid_t>(process));
+  }
+};
+
+void BusConnection::follow(const std::string& service, pid_t process, const std::string& owner,
+                           std::function<void()> onTakenOver) {
+  if (isInherited()) return;
+  const Reader::Hold hold(*reader_);
+  if (reader_->lost()) return;
+  followed_.push_back({service, process, owner, std::move(onTakenOver)});
+  if (!track(service)) return checkFollowed(service, owners_[service].owner);
+  const auto answer = std::make_shared<OwnerAnswer>();
+  answer->connection = this;
+  answer->service = service;
+  answer->changes = owners_[service].changes;
+  askDaemon("GetNameOwner", serviceName(service), answer);
+  reader_->sent();
+}
+
+/// Asks which process the owner is when a service that is followed has another one.
+void BusConnection::checkFollowed(const std::string& service, const std::string& owner) {
+  const bool isOther = std::any_of(followed_.begin(), followed_.end(), [&](const auto& followed) {
+    return followed.service == service && followed.owner != owner;
+  });
+  if (owner.empty() || !isOther) return;
+  const auto answer = std::make_shared<ProcessAnswer>();
+  answer->connection = this;
+  answer->service = service;
+  answer->owner = owner;
+  askDaemon("GetConnectionUnixProcessID", owner, answer);
+  reader_->sent();
+}
+
+void BusConnection::compareProcess(const std::string& service, const std::string& owner,
+                                   pid_t process) {
+  std::erase_if(followed_, [&](Followed& followed) {
+    if (followed.service != service) return false;
+    if (followed.process == process) {
+      followed.owner = owner;
+      return false;
+    }
+    deliver(std::move(followed.onTakenOver));
+    return true;
+  });
+}
+
+// --- Trust ---------------------------------------------------------------------------------------
+
+struct BusConnection::TrustAnswer : Reader::Waiter {
+  bool trusted = false;
+};
+
+bool BusConnection::isTrusted(const std::string& uniqueName) {
+  if (isInherited()) return false;
+  const auto answer = std::make_shared<TrustAnswer>();
+  const auto deadline = Clock::now() + timeLeft(kDefaultTimeout);
+  Reader::Turn turn(*reader_, answer);
+  if (reader_->lost()) return false;
+  const bool asked = trust_.check(reader_->bus(), uniqueName.c_str(), [this, answer](bool trusted) {
+    answer->trusted = trusted;
+    reader_->complete(answer);
+  });
+  if (asked) turn.waitUntil(deadline);
+  return answer->done && answer->trusted;
+}
+
+bool BusConnection::mayBeAlive(const std::string& uniqueName) {
+  const ZQBusMessage ping(ZQBusMessageType::MethodCall, "Ping");
+  const Target target{uniqueName, "/", "org.freedesktop.DBus.Peer", nullptr};
+  return call(target, ping, timeLeft(kPingTimeout))->failure() != ZQBusFailure::PeerGone;
+}
+
 void BusConnection::onConnectionLost() {
   busLog("the connection to the bus is lost");
   Channel::onConnectionLost();
   owners_.clear();
+  followed_.clear();
+  onLoss_();
 }
 
 }  // namespace zq

@@ -1,7 +1,10 @@
 #include "channel.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -15,14 +18,10 @@
 namespace zq {
 namespace {
 
-std::chrono::microseconds timeoutOf(int timeoutMs) {
-  using namespace std::chrono;
-  if (timeoutMs < 0) return kDefaultTimeout;
-  return std::max(microseconds(1), microseconds(milliseconds(timeoutMs)));
-}
+constexpr char kUnreadable[] = "it cannot be read";
 
-ZQBusMessage timedOut(int timeoutMs) {
-  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(timeoutOf(timeoutMs));
+ZQBusMessage timedOut(Channel::Duration timeout) {
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(timeout);
   return ZQBusMessage::failed(ZQBusFailure::TimedOut,
                               "timed out after " + std::to_string(ms.count()) + " ms");
 }
@@ -40,8 +39,11 @@ ZQBusMessage inherited() {
                               "the connection belongs to the process that forked this one");
 }
 
-ZQBusMessage unreadable() {
-  return ZQBusMessage::failed(ZQBusFailure::Unreadable, "the answer cannot be read");
+ZQBusMessage unreadable(int result) {
+  return ZQBusMessage::failed(
+      ZQBusFailure::Unreadable,
+      std::string("the service answered, but the answer cannot be read: ") +
+          (result == -EMSGSIZE ? "it holds too many values" : "it is malformed"));
 }
 
 bool saysLost(int result) {
@@ -69,36 +71,42 @@ bool saysPeerGone(sd_bus_message* message) {
          });
 }
 
+/// A header field of a message, which may lack it.
+std::string_view field(const char* value) {
+  return value != nullptr ? value : "";
+}
+
 }  // namespace
 
 /// A call that waits for its reply.
-struct Channel::Call : Reader::Waiter {
+struct Channel::Call : PendingCall, Reader::Waiter {
   Channel* channel;
   std::shared_ptr<Peer> peer;
-  std::list<std::shared_ptr<Call>>::iterator position;
-  uint64_t cookie = 0;  // of a blocking call, by which its reply is found
-  SdBusSlot slot;       // of an asynchronous one
-  int timeoutMs;
+  Duration timeout;
   Clock::time_point deadline;
   bool asynchronous = false;
   ReplyFunction onReply;  // of an asynchronous call, may be empty
+  std::weak_ptr<Call> self;
   ZQBusMessage reply;
+
+  void onOutcome(sd_bus_message* message) override {
+    channel->finish(*this, message != nullptr ? channel->outcomeOf(message, *this)
+                                              : channel->withoutReply(*this));
+  }
 };
 
-Channel::Subscription::Subscription(Channel& channel, std::string member, std::string sender,
-                                    SignalFunction listener)
-    : channel_(channel),
-      member_(std::move(member)),
-      sender_(std::move(sender)),
-      listener_(std::make_shared<SignalFunction>(std::move(listener))) {}
+/// The bus's answer to a subscription.
+struct Channel::MatchAnswer : PendingCall, Reader::Waiter {
+  Channel* channel;
+  std::weak_ptr<MatchAnswer> self;
+  bool refused = false;
 
-Channel::Subscription::~Subscription() {
-  if (channel_.isInherited()) return;
-  const Reader::Hold hold(*channel_.reader_);
-  slot_.reset();
-  std::erase(channel_.subscriptions_, this);
-  channel_.reader_->sent();
-}
+  void onOutcome(sd_bus_message* answer) override {
+    refused = answer == nullptr || sd_bus_message_is_method_error(answer, nullptr) > 0;
+    if (answer != nullptr) logRefusal(answer);
+    if (const auto waiter = self.lock()) channel->reader_->complete(waiter);
+  }
+};
 
 Channel::Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss)
     : reader_(std::make_shared<Reader>(
@@ -106,16 +114,15 @@ Channel::Channel(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLos
           [&deliveries] { deliveries.run(); }, Reader::WhileWorking::Read)),
       deliveries_(deliveries),
       onLoss_(onLoss),
-      generation_(forkGeneration()) {}
+      generation_(forkGeneration()),
+      isBus_(sd_bus_is_bus_client(reader_->bus()) > 0) {}
 
 Channel::~Channel() {
   stop();
 }
 
 int Channel::start() {
-  sd_bus* const bus = reader_->bus();
-  int heard = sd_bus_add_filter(bus, nullptr, &onBlockingReply, this);
-  if (heard >= 0 && sd_bus_is_bus_client(bus) == 0) heard = hearBundles();
+  const int heard = sd_bus_add_filter(reader_->bus(), nullptr, &onMessage, this);
   return heard >= 0 ? reader_->start() : heard;
 }
 
@@ -123,47 +130,62 @@ void Channel::stop() {
   if (isInherited()) return;
   {
     const Reader::Hold hold(*reader_);
-    failCalls();
+    pending_.endIf([](const PendingCall&) { return true; });
+    trust_.clear();
   }
   reader_->close();
 }
 
-/// Whether this is a child of the process that the connection belongs to. Its threads are not here,
-/// and what they hold stays held: the lock, for one.
 bool Channel::isInherited() const {
   return generation_ != forkGeneration();
 }
 
 bool Channel::lost() {
+  if (isInherited()) return true;
   const Reader::Hold hold(*reader_);
   return reader_->lost();
+}
+
+void Channel::cut() {
+  if (isInherited()) return;
+  const Reader::Hold hold(*reader_);
+  if (!reader_->lost()) ::shutdown(sd_bus_get_fd(reader_->bus()), SHUT_RDWR);
+}
+
+/// Is asked about every message first.
+int Channel::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
+  Channel& channel = *static_cast<Channel*>(userdata);
+  if (channel.pending_.take(message)) return 1;
+  if (sd_bus_message_is_signal(message, nullptr, nullptr) <= 0) return 0;
+  channel.onSignal(message);
+  return 1;
 }
 
 // --- Calls ---------------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusMessage> Channel::call(const Target& target, const ZQBusMessage& request,
-                                            int timeoutMs, const CallExtras& extras) {
+                                            Duration timeout, const CallExtras& extras) {
   if (isInherited()) return std::make_shared<ZQBusMessage>(inherited());
   const auto call = std::make_shared<Call>();
-  call->timeoutMs = timeoutMs;
-  call->deadline = Clock::now() + timeoutOf(timeoutMs);
+  call->timeout = timeout;
+  call->deadline = Clock::now() + timeout;
   Reader::Turn turn(*reader_, call);
   if (extras.first && !reader_->lost()) extras.first();
   send(call, target, request, extras.descriptor);
   turn.waitUntil(call->deadline);
-  if (!call->done) finish(*call, reader_->lost() ? lossOf(*call) : timedOut(timeoutMs));
+  if (!call->done) pending_.end(*call);
   return {call, &call->reply};
 }
 
 void Channel::callAsync(const Target& target, const ZQBusMessage& request, ReplyFunction onReply,
-                        int timeoutMs) {
+                        Duration timeout) {
   if (isInherited()) {
     if (onReply) onReply(std::make_shared<ZQBusMessage>(inherited()));
     return;
   }
   const auto call = std::make_shared<Call>();
-  call->timeoutMs = timeoutMs;
-  call->deadline = Clock::now() + timeoutOf(timeoutMs);
+  call->timeout = timeout;
+  call->deadline = Clock::now() + timeout;
   call->asynchronous = true;
   call->onReply = std::move(onReply);
   const Reader::Hold hold(*reader_);
@@ -175,13 +197,17 @@ void Channel::callAsync(const Target& target, const ZQBusMessage& request, Reply
 void Channel::send(const std::shared_ptr<Call>& call, const Target& target,
                    const ZQBusMessage& request, int descriptor) {
   call->channel = this;
+  call->self = call;
   call->peer = target.peer;
-  // Blocking ones in front, where their replies look for them.
-  call->position = calls_.insert(call->asynchronous ? calls_.end() : calls_.begin(), call);
   if (reader_->lost()) return finish(*call, lossOf(*call));
   if (call->peer != nullptr && call->peer->gone)
     return finish(*call, peerGone(call->peer->service));
+  const int result = sendRequest(call, target, request, descriptor);
+  if (result < 0) finish(*call, saysLost(result) ? lossOf(*call) : sendFailure(result));
+}
 
+int Channel::sendRequest(const std::shared_ptr<Call>& call, const Target& target,
+                         const ZQBusMessage& request, int descriptor) {
   sd_bus_message* message = nullptr;
   const char* destination = target.destination.empty() ? nullptr : target.destination.c_str();
   int result =
@@ -192,47 +218,28 @@ void Channel::send(const std::shared_ptr<Call>& call, const Target& target,
   if (result >= 0 && descriptor >= 0) {
     result = sd_bus_message_append_basic(message, SD_BUS_TYPE_UNIX_FD, &descriptor);
   }
-  if (result >= 0) result = sendCall(*call, message);
-  if (result < 0) finish(*call, saysLost(result) ? lossOf(*call) : sendFailure(result));
+  if (result < 0) return result;
+  // The deadline of a blocking call is its caller's.
+  const auto deadline = call->asynchronous ? call->deadline : Clock::time_point::max();
+  return pending_.send(reader_->bus(), message, call, deadline);
 }
 
-/// sd-bus's own account of who waits for what, and how long, is a fiftieth of the cost of a call.
-/// Only an asynchronous call needs it; the deadline of a blocking one is its caller's.
-int Channel::sendCall(Call& call, sd_bus_message* message) {
-  if (!call.asynchronous) return sd_bus_send(reader_->bus(), message, &call.cookie);
-  const auto timeout = static_cast<uint64_t>(timeoutOf(call.timeoutMs).count());
-  sd_bus_slot* slot = nullptr;
-  const int result = sd_bus_call_async(reader_->bus(), &slot, message, &onReply, &call, timeout);
-  call.slot.reset(slot);
-  return result;
-}
-
-/// Is asked about every message, and takes the replies to blocking calls.
-int Channel::onBlockingReply(sd_bus_message* message, void* userdata, sd_bus_error* error) {
-  const auto& calls = static_cast<Channel*>(userdata)->calls_;
-  uint64_t cookie = 0;
-  if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) return 0;
-  const auto call = std::find_if(calls.begin(), calls.end(),
-                                 [&](const auto& waiting) { return waiting->cookie == cookie; });
-  return call != calls.end() ? onReply(message, call->get(), error) : 0;
-}
-
-int Channel::onReply(sd_bus_message* message, void* userdata, sd_bus_error*) {
-  Call& call = *static_cast<Call*>(userdata);
-  if (sd_bus_message_is_method_error(message, nullptr) == 0) {
-    ZQBusMessage reply(ZQBusMessageType::MethodReturn, {});
-    call.channel->finish(call,
-                         decodeArguments(message, reply) >= 0 ? std::move(reply) : unreadable());
-  } else if (isFromBus(message) && Clock::now() >= call.deadline) {
-    call.channel->finish(call, timedOut(call.timeoutMs));
-  } else if (saysPeerGone(message)) {
-    call.channel->finish(call, peerGone(call.peer != nullptr ? call.peer->service : "the owner"));
-  } else {
-    ZQBusMessage reply = ZQBusMessage::failed(ZQBusFailure::Service);
-    call.channel->finish(call,
-                         decodeArguments(message, reply) >= 0 ? std::move(reply) : unreadable());
+ZQBusMessage Channel::outcomeOf(sd_bus_message* reply, const Call& call) const {
+  const bool failed = sd_bus_message_is_method_error(reply, nullptr) > 0;
+  if (failed && isBus_ && saysPeerGone(reply)) {
+    return peerGone(call.peer != nullptr ? call.peer->service : "the owner");
   }
-  return 1;
+  ZQBusMessage outcome = failed ? ZQBusMessage::failed(ZQBusFailure::Service)
+                                : ZQBusMessage(ZQBusMessageType::MethodReturn, {});
+  const int decoded = decodeArguments(reply, outcome);
+  return decoded >= 0 ? std::move(outcome) : unreadable(decoded);
+}
+
+/// What becomes of a call that ends without a reply.
+ZQBusMessage Channel::withoutReply(const Call& call) const {
+  if (reader_->lost()) return lossOf(call);
+  if (call.peer != nullptr && call.peer->gone) return peerGone(call.peer->service);
+  return Clock::now() >= call.deadline ? timedOut(call.timeout) : lossOf(call);
 }
 
 /// What the loss of the connection makes of a call.
@@ -243,9 +250,7 @@ ZQBusMessage Channel::lossOf(const Call& call) const {
 
 /// Ends a call with its one outcome. Under the lock.
 void Channel::finish(Call& call, ZQBusMessage reply) {
-  const std::shared_ptr<Call> owned = *call.position;
-  calls_.erase(call.position);
-  call.slot.reset();
+  const std::shared_ptr<Call> owned = call.self.lock();
   call.peer.reset();  // the caller may keep the reply, and with it the call
   call.reply = std::move(reply);
   if (!call.asynchronous) {
@@ -256,86 +261,144 @@ void Channel::finish(Call& call, ZQBusMessage reply) {
   }
 }
 
-/// Has a callback run. Under the lock.
+void Channel::askDaemon(const char* method, const std::string& argument,
+                        const std::shared_ptr<PendingCall>& call) {
+  const SdBusMessage message = newBusCall(reader_->bus(), method, argument.c_str());
+  int result = message != nullptr ? 0 : -ENOMEM;
+  if (result >= 0 && call != nullptr) {
+    result = pending_.send(reader_->bus(), message.get(), call, Clock::now() + kDefaultTimeout);
+  } else if (result >= 0) {
+    sd_bus_message_set_expect_reply(message.get(), 0);
+    result = sd_bus_send(reader_->bus(), message.get(), nullptr);
+  }
+  if (result < 0 && call != nullptr) call->onOutcome(nullptr);
+}
+
 void Channel::deliver(DeliveryQueue::Job job) {
   if (deliveries_.post(std::move(job))) reader_->callThread();
 }
 
 // --- Signals -------------------------------------------------------------------------------------
 
-std::unique_ptr<Channel::Subscription> Channel::subscribe(const std::string& interface,
-                                                          const std::string& member,
-                                                          const std::string& sender,
-                                                          SignalFunction listener,
+Channel::Subscription::Subscription(Channel& channel, Signal signal, SignalFunction listener)
+    : channel_(channel),
+      signal_(std::move(signal)),
+      listener_(std::make_shared<SignalFunction>(std::move(listener))) {}
+
+Channel::Subscription::~Subscription() {
+  if (!known_ || channel_.isInherited()) return;
+  const Reader::Hold hold(*channel_.reader_);
+  std::erase(channel_.subscriptions_, this);
+  if (!channel_.isBus_ || channel_.reader_->lost()) return;
+  channel_.askDaemon("RemoveMatch", match(), nullptr);
+  channel_.reader_->sent();
+}
+
+/// `sender` is null on a line, which has one sender only.
+bool Channel::Subscription::hears(const char* interface, const char* member,
+                                  const char* sender) const {
+  return signal_.member == member && signal_.interface == interface &&
+         (sender == nullptr || signal_.sender.empty() || signal_.sender == sender);
+}
+
+std::string Channel::Subscription::match() const {
+  std::string match =
+      "type='signal',interface='" + signal_.interface + "',member='" + signal_.member + '\'';
+  if (!signal_.sender.empty()) match += ",sender='" + signal_.sender + '\'';
+  return match;
+}
+
+std::unique_ptr<Channel::Subscription> Channel::subscribe(Signal signal, SignalFunction listener,
                                                           Clock::time_point deadline) {
   if (isInherited()) return nullptr;
-  std::string match = "type='signal',interface='" + interface + "',member='" + member + '\'';
-  if (!sender.empty()) match += ",sender='" + sender + '\'';
   // Outlives the turn: its end takes the lock itself.
-  auto subscription = std::make_unique<Subscription>(*this, member, sender, std::move(listener));
-  const std::shared_ptr<Reader::Waiter> installed = subscription->installed_;
-  Reader::Turn turn(*reader_, installed);
+  auto subscription = std::make_unique<Subscription>(*this, std::move(signal), std::move(listener));
+  const auto answer = std::make_shared<MatchAnswer>();
+  answer->channel = this;
+  answer->self = answer;
+  Reader::Turn turn(*reader_, answer);
   if (reader_->lost()) return nullptr;
-  sd_bus_slot* slot = nullptr;
-  const int added = sd_bus_add_match_async(reader_->bus(), &slot, match.c_str(), &onSignal,
-                                           &onInstalled, subscription.get());
-  subscription->slot_.reset(slot);
-  if (added < 0) return nullptr;
+  subscription->known_ = true;
   subscriptions_.push_back(subscription.get());
-  if (sd_bus_is_bus_client(reader_->bus()) > 0) turn.waitUntil(deadline);
-  return subscription;
+  if (!isBus_) return subscription;
+  askDaemon("AddMatch", subscription->match(), answer);
+  turn.waitUntil(deadline);
+  if (!answer->refused) return subscription;
+  std::erase(subscriptions_, subscription.get());
+  subscription->known_ = false;
+  return nullptr;
 }
 
-int Channel::onInstalled(sd_bus_message* answer, void* userdata, sd_bus_error*) {
-  const Subscription& subscription = *static_cast<Subscription*>(userdata);
-  logRefusal(answer);
-  subscription.channel_.reader_->complete(subscription.installed_);
-  return 1;
-}
-
-int Channel::onSignal(sd_bus_message* message, void* userdata, sd_bus_error*) {
-  const Subscription& subscription = *static_cast<Subscription*>(userdata);
-  const char* named = sd_bus_message_get_sender(message);
-  const std::string sender = named != nullptr ? named : "";
+void Channel::onSignal(sd_bus_message* signal) {
+  if (!isBus_) return dispatch(signal, nullptr, true);
+  const char* sender = sd_bus_message_get_sender(signal);
+  if (sender == nullptr) return;
+  if (isFromBus(signal)) return onDaemonSignal(signal);
+  const char* interface = sd_bus_message_get_interface(signal);
+  const char* member = sd_bus_message_get_member(signal);
+  bool heard = false;
+  bool trustMatters = false;
   // A match does not keep away what another client sends to this connection directly.
-  if (!subscription.sender_.empty() && subscription.sender_ != sender) return 0;
-  auto event =
-      std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, sd_bus_message_get_member(message));
-  if (decodeArguments(message, *event) < 0) return 0;
-  subscription.channel_.deliverEvent(subscription, std::move(event), sender);
-  return 0;
+  for (const Subscription* subscription : subscriptions_) {
+    if (!subscription->hears(interface, member, sender)) continue;
+    heard = true;
+    trustMatters = trustMatters || subscription->signal_.trustedOnly;
+  }
+  if (!heard) return;
+  if (!trustMatters) return dispatch(signal, sender, false);
+  const std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(signal), &sd_bus_message_unref);
+  const bool asked = trust_.check(reader_->bus(), sender, [this, kept](bool trusted) {
+    dispatch(kept.get(), sd_bus_message_get_sender(kept.get()), trusted);
+  });
+  if (!asked) noteDropped("too many wait until the bus has told who sent them", sender);
 }
 
-/// Hears of events too that come several in one message: a service sends them so on a line alone,
-/// and on the bus anybody could.
-int Channel::hearBundles() {
-  const std::string match = std::string("type='signal',interface='") + kDirectInterface +
-                            "',member='" + kDirectEvents + '\'';
-  return sd_bus_add_match(reader_->bus(), nullptr, match.c_str(), &onBundle, this);
+/// Hands a signal to the subscriptions that hear it, once its sender is known.
+void Channel::dispatch(sd_bus_message* signal, const char* sender, bool trusted) {
+  const char* interface = sd_bus_message_get_interface(signal);
+  const char* member = sd_bus_message_get_member(signal);
+  // A service sends bundles on a line alone, and on the bus anybody could.
+  if (!isBus_ && field(interface) == kDirectInterface && field(member) == kDirectEvents) {
+    return dispatchBundle(signal);
+  }
+  std::shared_ptr<ZQBusMessage> event;
+  for (const Subscription* subscription : subscriptions_) {
+    if (!subscription->hears(interface, member, sender)) continue;
+    if (subscription->signal_.trustedOnly && !trusted) continue;
+    if (event == nullptr) {
+      event = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, member);
+      if (decodeArguments(signal, *event) < 0) return noteDropped(kUnreadable, sender);
+    }
+    deliverEvent(*subscription, event);
+  }
 }
 
-int Channel::onBundle(sd_bus_message* message, void* userdata, sd_bus_error*) {
-  Channel& channel = *static_cast<Channel*>(userdata);
+void Channel::dispatchBundle(sd_bus_message* signal) {
   ZQBusMessage bundle;
-  if (decodeArguments(message, bundle) < 0) return 0;
+  if (decodeArguments(signal, bundle) < 0) return noteDropped(kUnreadable, nullptr);
   for (const auto& event : EventBundle::eventsOf(bundle)) {
-    for (const Subscription* subscription : channel.subscriptions_) {
-      if (subscription->member_ == event->name()) channel.deliverEvent(*subscription, event, {});
+    for (const Subscription* subscription : subscriptions_) {
+      if (subscription->signal_.member == event->name()) deliverEvent(*subscription, event);
     }
   }
-  return 0;
 }
 
-void Channel::deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event,
-                           std::string sender) {
+void Channel::deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event) {
   const std::size_t size = memoryOf(*event);
   const bool idle = deliveries_.postEvent(
-      [weak = std::weak_ptr(subscription.listener_), event = std::move(event),
-       sender = std::move(sender)] {
-        if (const auto listener = weak.lock()) (*listener)(event, sender);
+      [weak = std::weak_ptr(subscription.listener_), event = std::move(event)] {
+        if (const auto listener = weak.lock()) (*listener)(event);
       },
       size);
   if (idle) reader_->callThread();
+}
+
+/// Logs the first dropped signal, the second, the fourth and so on: a sender of many must not fill
+/// the log.
+void Channel::noteDropped(const char* why, const char* sender) {
+  if (!std::has_single_bit(++dropped_)) return;
+  busLog(std::string("dropped a signal of ") + (sender != nullptr ? sender : "the service") + ": " +
+         why + " (" + std::to_string(dropped_) + " so far)");
 }
 
 // --- Deaths --------------------------------------------------------------------------------------
@@ -350,35 +413,37 @@ std::shared_ptr<Peer> Channel::addPeer(const std::string& service, const std::st
 }
 
 void Channel::setDeathCallback(const std::shared_ptr<Peer>& peer, std::function<void()> onDeath) {
+  if (isInherited()) return;
+  std::shared_ptr<const std::function<void()>> callback;
+  if (onDeath) callback = std::make_shared<const std::function<void()>>(std::move(onDeath));
   const Reader::Hold hold(*reader_);
-  peer->onDeath.swap(onDeath);
+  peer->onDeath.swap(callback);  // the old one goes after the lock
   if (peer->gone) postDeath(peer);
 }
 
 void Channel::declareDead(const std::shared_ptr<Peer>& peer) {
-  if (peer->gone) return;
-  peer->gone = true;
-  for (auto next = calls_.begin(); next != calls_.end();) {
-    Call& call = **next++;
-    if (call.peer == peer) finish(call, peerGone(peer->service));
-  }
+  if (peer->gone.exchange(true)) return;
+  pending_.endIf([&](const PendingCall& pending) {
+    const auto* call = dynamic_cast<const Call*>(&pending);
+    return call != nullptr && call->peer == peer;
+  });
   postDeath(peer);
 }
 
+/// Has the death callback run behind everything that was delivered before, on a thread of its own.
 void Channel::postDeath(const std::shared_ptr<Peer>& peer) {
-  if (!peer->onDeath) return;
-  deliver([weak = std::weak_ptr(peer), onDeath = std::exchange(peer->onDeath, nullptr)] {
-    if (weak.lock() != nullptr) onDeath();
+  if (peer->onDeath == nullptr) return;
+  deliver([&deliveries = deliveries_, weak = std::weak_ptr(peer->onDeath)] {
+    deliveries.runApart([weak] {
+      if (const auto onDeath = weak.lock()) (*onDeath)();
+    });
   });
 }
 
 void Channel::onConnectionLost() {
-  failCalls();
+  pending_.endIf([](const PendingCall&) { return true; });
+  trust_.clear();
   declareDeadIf([](const Peer&) { return true; });
-}
-
-void Channel::failCalls() {
-  while (!calls_.empty()) finish(*calls_.front(), lossOf(*calls_.front()));
 }
 
 }  // namespace zq

@@ -3,13 +3,14 @@
 #pragma once
 
 #include <atomic>
-#include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "delivery_queue.h"
+#include "pending_calls.h"
 #include "reader.h"
+#include "sender_trust.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -23,7 +24,8 @@ struct Peer {
   const std::string service;
   const std::string owner;  ///< its unique name on the bus
   std::atomic<bool> gone = false;
-  std::function<void()> onDeath;
+  /// Shared with nobody but a running call of it: once it is reset, none begins.
+  std::shared_ptr<const std::function<void()>> onDeath;
 };
 
 /// What a call may have beside its request.
@@ -35,6 +37,7 @@ struct CallExtras {
 class Channel : private Reader::Listener {
  public:
   using Clock = Reader::Clock;
+  using Duration = std::chrono::microseconds;
   using ReplyFunction = ZQBusProxyInterface::ReplyFunction;
 
   /// Where a call goes. `peer` is null for calls to the bus itself, `destination` empty on a direct
@@ -46,26 +49,33 @@ class Channel : private Reader::Listener {
     std::shared_ptr<Peer> peer;
   };
 
-  /// Hears a signal: the message and its sender's unique name (empty on a direct line).
-  using SignalFunction = std::function<void(std::shared_ptr<ZQBusMessage>, const std::string&)>;
+  /// The signals that a subscription is for.
+  struct Signal {
+    std::string interface;
+    std::string member;
+    std::string sender;        ///< the unique name that is heard; empty for everybody
+    bool trustedOnly = false;  ///< whether that is everybody of this user and root alone
+  };
+  using SignalFunction = std::function<void(std::shared_ptr<ZQBusMessage>)>;
 
   /// A subscription ends with this object, which ends before its channel. A delivery that is
   /// running then runs to its end, none begins afterwards.
   class Subscription {
    public:
-    Subscription(Channel& channel, std::string member, std::string sender, SignalFunction listener);
+    Subscription(Channel& channel, Signal signal, SignalFunction listener);
     ~Subscription();
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
 
    private:
     friend class Channel;
+    bool hears(const char* interface, const char* member, const char* sender) const;
+    std::string match() const;
+
     Channel& channel_;
-    const std::string member_;
-    const std::string sender_;
+    const Signal signal_;
     const std::shared_ptr<const SignalFunction> listener_;
-    const std::shared_ptr<Reader::Waiter> installed_ = std::make_shared<Reader::Waiter>();
-    SdBusSlot slot_;
+    bool known_ = false;  // to the channel, and to the bus if there is one at the other end
   };
 
   /// Takes over a connection that is ready. `onLoss` is the failure of what its loss ends;
@@ -78,23 +88,27 @@ class Channel : private Reader::Listener {
 
   /// As ZQBusProxyInterface::callWithReplyBlocking.
   std::shared_ptr<ZQBusMessage> call(const Target& target, const ZQBusMessage& request,
-                                     int timeoutMs, const CallExtras& extras = {});
+                                     Duration timeout, const CallExtras& extras = {});
   /// As ZQBusProxyInterface::callWithReply.
   void callAsync(const Target& target, const ZQBusMessage& request, ReplyFunction onReply,
-                 int timeoutMs);
+                 Duration timeout);
 
-  /// Subscribes to the signal `member` of `interface`, from `sender` alone or from anybody when it
-  /// is empty. Blocks until the bus, if there is one at the other end, has the subscription, or
-  /// until `deadline`. `listener` is called from the delivery queue. Null when the bus is gone.
-  std::unique_ptr<Subscription> subscribe(const std::string& interface, const std::string& member,
-                                          const std::string& sender, SignalFunction listener,
+  /// Subscribes to a signal. Blocks until the bus, if there is one at the other end, has the
+  /// subscription, or until `deadline`. `listener` is called from the delivery queue. Null when the
+  /// connection is lost and when the bus refuses.
+  std::unique_ptr<Subscription> subscribe(Signal signal, SignalFunction listener,
                                           Clock::time_point deadline);
 
   /// Adds a process that dies with this channel, if nothing else tells so earlier.
   std::shared_ptr<Peer> addPeer(const std::string& service, const std::string& owner);
   void setDeathCallback(const std::shared_ptr<Peer>& peer, std::function<void()> onDeath);
 
+  /// Whether the connection is of no further use; so it is in a forked child.
   bool lost();
+  /// Whether this is a child of the process that made the connection. Takes no lock.
+  bool isInherited() const;
+  /// Cuts the connection, as if the other end had; what waits on it hears so soon.
+  void cut();
 
  protected:
   /// Ends the connection; for the destructor of a class that has handlers of its own.
@@ -103,38 +117,52 @@ class Channel : private Reader::Listener {
   template <typename Condition>
   void declareDeadIf(Condition condition);
   void onConnectionLost() override;
+  /// Hears a signal of the bus daemon. Under the lock.
+  virtual void onDaemonSignal(sd_bus_message* /*signal*/) {}
+  /// Sends a call of the bus daemon with one text; `call` may be null. Under the lock, within which
+  /// `call` ends at once when it cannot be sent.
+  void askDaemon(const char* method, const std::string& argument,
+                 const std::shared_ptr<PendingCall>& call);
+  /// Has a callback run. Under the lock.
+  void deliver(DeliveryQueue::Job job);
 
   const std::shared_ptr<Reader> reader_;
+  // Under the reader's lock.
+  PendingCalls pending_;
+  SenderTrust trust_{pending_};
 
  private:
   struct Call;
-  static int onBlockingReply(sd_bus_message* message, void* channel, sd_bus_error* error);
-  static int onReply(sd_bus_message* message, void* call, sd_bus_error* error);
-  static int onSignal(sd_bus_message* message, void* subscription, sd_bus_error* error);
-  static int onBundle(sd_bus_message* message, void* channel, sd_bus_error* error);
-  static int onInstalled(sd_bus_message* answer, void* subscription, sd_bus_error* error);
+  struct MatchAnswer;
+  static int onMessage(sd_bus_message* message, void* channel, sd_bus_error* error);
+  Clock::time_point nextDeadline() const override { return pending_.nextDeadline(); }
+  void onDeadline(Clock::time_point now) override { pending_.expire(now); }
 
-  bool isInherited() const;
-  int hearBundles();
   void send(const std::shared_ptr<Call>& call, const Target& target, const ZQBusMessage& request,
             int descriptor = -1);
-  int sendCall(Call& call, sd_bus_message* message);
+  int sendRequest(const std::shared_ptr<Call>& call, const Target& target,
+                  const ZQBusMessage& request, int descriptor);
   void finish(Call& call, ZQBusMessage reply);
+  ZQBusMessage withoutReply(const Call& call) const;
+  ZQBusMessage outcomeOf(sd_bus_message* reply, const Call& call) const;
   ZQBusMessage lossOf(const Call& call) const;
   void declareDead(const std::shared_ptr<Peer>& peer);
   void postDeath(const std::shared_ptr<Peer>& peer);
-  void failCalls();
-  void deliver(DeliveryQueue::Job job);
-  void deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event,
-                    std::string sender);
+
+  void onSignal(sd_bus_message* signal);
+  void dispatch(sd_bus_message* signal, const char* sender, bool trusted);
+  void dispatchBundle(sd_bus_message* signal);
+  void deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event);
+  void noteDropped(const char* why, const char* sender);
 
   DeliveryQueue& deliveries_;
   const ZQBusFailure onLoss_;
   const int generation_;
+  const bool isBus_;  // a bus is at the other end, not a service
   // Under the reader's lock.
-  std::list<std::shared_ptr<Call>> calls_;
   std::vector<std::weak_ptr<Peer>> peers_;
   std::vector<const Subscription*> subscriptions_;
+  uint64_t dropped_ = 0;  // signals of which nobody heard
 };
 
 template <typename Condition>

@@ -1,10 +1,13 @@
 #include "delivery_queue.h"
 
+#include <algorithm>
 #include <exception>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "bus_log.h"
+#include "platform/util/library_thread.h"
 
 namespace zq {
 namespace {
@@ -67,12 +70,71 @@ void DeliveryQueue::run() {
     Entry entry = std::move(entries_.front());
     entries_.pop_front();
     bytes_ -= entry.size;
+    runner_ = std::this_thread::get_id();
     lock.unlock();
     runGuarded(entry.job);
     entry.job = nullptr;  // what it holds may take the lock of a poster when it goes
     lock.lock();
+    runner_ = {};
+    ++ended_;
+    if (waiting_ > 0) jobEnded_.notify_all();
   }
   running_ = false;
+}
+
+void DeliveryQueue::runApart(Job job) {
+  uint64_t number = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    number = ++lastApart_;
+    apart_.push_back({number, {}});
+  }
+  try {
+    startLibraryThread("zqbus-death", [this, job, number] {
+      runOnOwnThread(job, number);
+    }).detach();
+  } catch (const std::system_error& error) {
+    busLog(std::string("no thread for a death callback, deliveries wait for it: ") + error.what());
+    runOnOwnThread(job, number);
+  }
+}
+
+void DeliveryQueue::runOnOwnThread(const Job& job, uint64_t number) {
+  const auto isThis = [number](const Apart& apart) { return apart.number == number; };
+  {
+    const std::lock_guard lock(mutex_);
+    std::find_if(apart_.begin(), apart_.end(), isThis)->thread = std::this_thread::get_id();
+  }
+  runGuarded(job);
+  const std::lock_guard lock(mutex_);
+  std::erase_if(apart_, isThis);
+  jobEnded_.notify_all();
+}
+
+void DeliveryQueue::waitForRunning() {
+  std::unique_lock lock(mutex_);
+  if (isInJob()) return;
+  const uint64_t ended = ended_;
+  const uint64_t lastApart = lastApart_;
+  ++waiting_;
+  jobEnded_.wait(lock, [&] {
+    const bool sameJob = runner_ != std::thread::id() && ended_ == ended;
+    return !sameJob && !runsApart(lastApart);
+  });
+  --waiting_;
+}
+
+/// Whether this thread runs a job. Under the lock.
+bool DeliveryQueue::isInJob() const {
+  const auto self = std::this_thread::get_id();
+  return runner_ == self || std::any_of(apart_.begin(), apart_.end(),
+                                        [&](const Apart& apart) { return apart.thread == self; });
+}
+
+/// Whether a job up to that number still runs apart. Under the lock.
+bool DeliveryQueue::runsApart(uint64_t upTo) const {
+  return std::any_of(apart_.begin(), apart_.end(),
+                     [&](const Apart& apart) { return apart.number <= upTo; });
 }
 
 }  // namespace zq

@@ -1,10 +1,13 @@
 // Callbacks that wait for their turn: one at a time, in the order in which they were posted.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <thread>
+#include <vector>
 
 namespace zq {
 
@@ -24,6 +27,14 @@ class DeliveryQueue {
   /// Runs all that was posted and is posted meanwhile, unless another thread is at that already.
   void run();
 
+  /// Called by a job: runs the rest of it on a thread of its own, beside the jobs that follow. Runs
+  /// it at once when there is no thread to be had.
+  void runApart(Job job);
+
+  /// Blocks until every job that is running now has ended, those apart too. Returns at once inside
+  /// a job.
+  void waitForRunning();
+
   uint64_t droppedEvents() const;
 
  private:
@@ -31,7 +42,14 @@ class DeliveryQueue {
     Job job;
     std::size_t size;
   };
+  struct Apart {
+    uint64_t number;
+    std::thread::id thread;
+  };
   void append(Entry entry);
+  void runOnOwnThread(const Job& job, uint64_t number);
+  bool isInJob() const;
+  bool runsApart(uint64_t upTo) const;
 
   mutable std::mutex mutex_;
   std::deque<Entry> entries_;
@@ -39,6 +57,12 @@ class DeliveryQueue {
   uint64_t dropped_ = 0;
   uint64_t droppedInARow_ = 0;
   bool running_ = false;
+  std::thread::id runner_;  // while a job runs
+  uint64_t ended_ = 0;      // jobs
+  std::vector<Apart> apart_;
+  uint64_t lastApart_ = 0;
+  int waiting_ = 0;
+  std::condition_variable jobEnded_;
 };
 
 }  // namespace zq

@@ -11,6 +11,7 @@
 #include "bus_log.h"
 #include "descriptor_passing.h"
 #include "sd_bus_open.h"
+#include "time_limit.h"
 
 namespace zq {
 namespace {
@@ -59,28 +60,34 @@ SdBus greet(int end, Channel::Clock::time_point deadline) {
     if (end >= 0) ::close(end);
     return nullptr;
   }
-  if (sd_bus_start(made) < 0 || waitReady(made, deadline) < 0) return nullptr;
+  // Nothing of ours carries descriptors, so a message that does breaks the line.
+  if (sd_bus_negotiate_fds(made, 0) < 0 || sd_bus_start(made) < 0 || waitReady(made, deadline) < 0)
+    return nullptr;
   return line;
 }
 
 }  // namespace
 
-std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
-                                        DeliveryQueue& deliveries) {
+DirectLine openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
+                          DeliveryQueue& deliveries) {
   Hatch hatch;
-  if (!isWanted() || !hatch.open()) return nullptr;
-  const auto deadline = Channel::Clock::now() + kOpenTimeout;
-  const auto answer = bus.call({peer->owner, servicePath(peer->service), kDirectInterface, peer},
-                               ZQBusMessage(ZQBusMessageType::MethodCall, kDirectOpen),
-                               static_cast<int>(kOpenTimeout.count()), {hatch.ends[1], {}});
-  if (answer->type() != 2) return nullptr;
-  SdBus connection = greet(takeEnd(hatch.ends[0], answer->readInt32(0)), deadline);
+  if (!isWanted() || !hatch.open()) return {};
+  const auto now = Channel::Clock::now();
+  const auto deadline = withinTimeLimit(now + kOpenTimeout);
+  const auto answer =
+      bus.call({peer->owner, servicePath(peer->service), kDirectInterface, peer},
+               ZQBusMessage(ZQBusMessageType::MethodCall, kDirectOpen),
+               std::chrono::duration_cast<Channel::Duration>(deadline - now), {hatch.ends[1], {}});
+  if (answer->type() != 2) return {};
+  const pid_t process = answer->readInt32(0);
+  SdBus connection = greet(takeEnd(hatch.ends[0], process), deadline);
   if (connection == nullptr) {
     busLog("the direct line to " + peer->service + " was given but does not work");
-    return nullptr;
+    return {};
   }
   auto line = std::make_shared<Channel>(std::move(connection), deliveries, ZQBusFailure::PeerGone);
-  return line->start() >= 0 ? line : nullptr;
+  if (line->start() < 0) return {};
+  return {std::move(line), process};
 }
 
 }  // namespace zq

@@ -1,18 +1,25 @@
 // The direct line: a connection to a service that does not go through the bus.
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
 
 #include "channel.h"
 
 namespace zq {
 
+struct DirectLine {
+  std::shared_ptr<Channel> channel;  ///< null without a line
+  pid_t process = 0;                 ///< at the other end
+};
+
 /// Opens a direct line to the service behind `peer`, which is bound on `bus`: hands it one end of a
 /// socket pair in a call through the bus, which vouches for both, and takes the line from the other
-/// end. Blocks for a round trip to the service, a few seconds at most. Null when the service offers
+/// end. Blocks for a round trip to the service, 3 s at most. Without a line when the service offers
 /// none, does not answer, or ZQBUS_DIRECT is 0; the service is used through the bus then.
 /// `deliveries` outlives the line.
-std::shared_ptr<Channel> openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
-                                        DeliveryQueue& deliveries);
+DirectLine openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
+                          DeliveryQueue& deliveries);
 
 }  // namespace zq

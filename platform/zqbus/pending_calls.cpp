@@ -39,21 +39,21 @@ bool PendingCalls::take(sd_bus_message* message) {
     }
     return true;
   }
-  const auto call = found->second;
-  remove(*call);
-  call->onOutcome(message);
+  finish(*found->second, message);
   return true;
 }
 
-void PendingCalls::remove(const PendingCall& call) {
+void PendingCalls::finish(const PendingCall& call, sd_bus_message* reply) {
   const auto found = calls_.find(call.cookie_);
   if (found == calls_.end() || found->second.get() != &call) return;
+  const auto owned = std::move(found->second);
   deadlines_.erase({call.deadline_, call.cookie_});
   calls_.erase(found);
+  owned->onOutcome(reply);
 }
 
-std::shared_ptr<PendingCall> PendingCalls::first() const {
-  return calls_.empty() ? nullptr : calls_.begin()->second;
+void PendingCalls::end(const PendingCall& call) {
+  finish(call, nullptr);
 }
 
 PendingCalls::Clock::time_point PendingCalls::nextDeadline() const {
@@ -62,9 +62,7 @@ PendingCalls::Clock::time_point PendingCalls::nextDeadline() const {
 
 void PendingCalls::expire(Clock::time_point now) {
   while (nextDeadline() <= now) {
-    const auto call = calls_.at(deadlines_.begin()->second);
-    remove(*call);
-    call->onOutcome(nullptr);
+    end(*calls_.at(deadlines_.begin()->second));
   }
 }
 

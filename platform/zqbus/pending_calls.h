@@ -17,8 +17,9 @@ namespace zq {
 class PendingCall {
  public:
   virtual ~PendingCall() = default;
-  /// Ends the call: `reply` came from the connection that was asked; null when the deadline has
-  /// passed. Called once, under the lock; the call is no longer pending.
+  /// Ends the call: `reply` came from the connection that was asked; null when the call ends
+  /// without one, at its deadline for one. Called once, under the lock, when the call is no longer
+  /// pending.
   virtual void onOutcome(sd_bus_message* reply) = 0;
 
  private:
@@ -37,7 +38,7 @@ class PendingCalls {
   using Clock = std::chrono::steady_clock;
 
   /// Sends `message` and waits for its reply, until `deadline` or, when that is the end of time,
-  /// until remove(). 0, or a negative error number: then `call` is not pending.
+  /// until end(). 0, or a negative error number: then `call` is not pending.
   [[nodiscard]] int send(sd_bus* bus, sd_bus_message* message, std::shared_ptr<PendingCall> call,
                          Clock::time_point deadline);
 
@@ -45,14 +46,11 @@ class PendingCalls {
   /// has ended with it, or it was nobody's.
   bool take(sd_bus_message* message);
 
-  /// Stops waiting; nothing happens when the call is not pending.
-  void remove(const PendingCall& call);
-  /// The call that was sent first, null when none is pending.
-  std::shared_ptr<PendingCall> first() const;
-  template <typename Visit>
-  void forEach(Visit visit) const {
-    for (const auto& [cookie, call] : calls_) visit(call);
-  }
+  /// Ends a call without a reply; nothing happens when it is not pending.
+  void end(const PendingCall& call);
+  /// Ends the calls that `condition` holds for, in the order in which they were sent.
+  template <typename Condition>
+  void endIf(Condition condition);
 
   /// When the next call's deadline passes; the end of time when no call has one.
   Clock::time_point nextDeadline() const;
@@ -61,10 +59,19 @@ class PendingCalls {
 
  private:
   static bool mayAnswer(sd_bus_message* reply, const PendingCall& call);
+  void finish(const PendingCall& call, sd_bus_message* reply);
 
   std::map<uint64_t, std::shared_ptr<PendingCall>> calls_;  // by cookie: in the order of sending
   std::set<std::pair<Clock::time_point, uint64_t>> deadlines_;
   uint64_t foreignReplies_ = 0;
 };
+
+template <typename Condition>
+void PendingCalls::endIf(Condition condition) {
+  for (auto next = calls_.begin(); next != calls_.end();) {
+    const auto call = (next++)->second;
+    if (condition(*call)) end(*call);
+  }
+}
 
 }  // namespace zq

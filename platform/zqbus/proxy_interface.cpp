@@ -3,8 +3,18 @@
 #include <algorithm>
 
 #include "sd_bus_open.h"
+#include "time_limit.h"
 
 namespace zq {
+namespace {
+
+Channel::Duration timeoutOf(int timeoutMs) {
+  using namespace std::chrono;
+  if (timeoutMs < 0) return kDefaultTimeout;
+  return std::max(microseconds(1), microseconds(milliseconds(timeoutMs)));
+}
+
+}  // namespace
 
 ProxyInterface::ProxyInterface(std::shared_ptr<Channel> channel, Channel::Target target)
     : channel_(std::move(channel)), target_(std::move(target)) {}
@@ -15,12 +25,12 @@ std::shared_ptr<ZQBusMessage> ProxyInterface::makeMethodCallMessage(const std::s
 
 std::shared_ptr<ZQBusMessage> ProxyInterface::callWithReplyBlocking(
     std::shared_ptr<ZQBusMessage> message, int timeoutMs) {
-  return channel_->call(target_, *message, timeoutMs);
+  return channel_->call(target_, *message, timeoutOf(timeoutMs));
 }
 
 void ProxyInterface::callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
                                    int timeoutMs) {
-  channel_->callAsync(target_, *message, std::move(onReply), timeoutMs);
+  channel_->callAsync(target_, *message, std::move(onReply), timeoutOf(timeoutMs));
 }
 
 bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallback* callback,
@@ -28,11 +38,9 @@ bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallba
   if (callback == nullptr) return false;
   const std::shared_ptr<ZQBusEventCallback> owned(callback);
   auto subscription = channel_->subscribe(
-      target_.interface, event, target_.destination,
-      [owned](std::shared_ptr<ZQBusMessage> message, const std::string&) {
-        (*owned)(std::move(message));
-      },
-      Channel::Clock::now() + kDefaultTimeout);
+      {target_.interface, event, target_.destination},
+      [owned](std::shared_ptr<ZQBusMessage> message) { (*owned)(std::move(message)); },
+      withinTimeLimit(Channel::Clock::now() + kDefaultTimeout));
   if (subscription == nullptr) return false;
   const std::lock_guard lock(listenersMutex_);
   listeners_.push_back({event, callback, std::move(subscription)});
@@ -40,6 +48,7 @@ bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallba
 }
 
 void ProxyInterface::removeEventListener(const std::string& event, ZQBusEventCallback* callback) {
+  if (channel_->isInherited()) return;
   const std::lock_guard lock(listenersMutex_);
   std::erase_if(listeners_, [&](const Listener& listener) {
     return listener.event == event && listener.callback == callback;

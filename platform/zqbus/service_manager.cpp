@@ -1,27 +1,32 @@
+#include <atomic>
 #include <map>
 #include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "bus_connection.h"
 #include "bus_log.h"
 #include "direct_line.h"
+#include "platform/util/fork_generation.h"
+#include "platform/util/library_thread.h"
 #include "proxy_interface.h"
 #include "sd_bus_open.h"
+#include "time_limit.h"
 
 namespace zq {
 namespace {
 
-std::atomic<ZQBusLogSink> logSink = nullptr;
+constexpr std::chrono::milliseconds kFirstReopenDelay{100};
+constexpr std::chrono::milliseconds kLongestReopenDelay{5000};
+constexpr int kReopenTimeoutMs = 5000;
 
 class ServiceManager : public ZQBusSerivceManager {
  public:
-  static ServiceManager& instance() {
-    // Never destroyed: its threads may be at work until the process ends.
-    static auto* const manager = new ServiceManager;
-    return *manager;
-  }
+  static ServiceManager& instance();
 
-  /// The connection, made anew when it is lost; null when that fails.
+  /// The connection, made anew when it is lost; null when that fails, and in a forked child.
   std::shared_ptr<BusConnection> connect(int timeoutMs);
 
   bool isServiceRegistered(const std::string& service) override;
@@ -30,45 +35,130 @@ class ServiceManager : public ZQBusSerivceManager {
                                                                 int version) override;
   bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
                         ZQBusSecurityFlags flags) override;
-  uint64_t droppedEvents() const override { return deliveries_.droppedEvents(); }
-  void waitForCallbacks() override {}
+  uint64_t droppedEvents() const override {
+    return isInherited() ? 0 : deliveries_.droppedEvents();
+  }
+  void waitForCallbacks() override {
+    if (!isInherited()) deliveries_.waitForRunning();
+  }
 
  private:
   struct Broadcast {
-    std::string event;
+    Channel::Signal signal;
     std::shared_ptr<ZQBusEventCallback> callback;
-    ZQBusSecurityFlags flags;
+    std::shared_ptr<BusConnection> connection;  // of the subscription, which ends before it
     std::unique_ptr<Channel::Subscription> subscription;
   };
-  static void subscribe(Broadcast& broadcast, const std::shared_ptr<BusConnection>& connection,
-                        Channel::Clock::time_point deadline);
-  std::string ownerOf(BusConnection& connection, const std::string& service);
+  /// A service that was reached on a direct line.
+  struct Line {
+    std::weak_ptr<Channel> channel;
+    std::shared_ptr<Peer> peer;
+    pid_t process;
+  };
 
+  bool isInherited() const { return generation_ != forkGeneration(); }
+  std::shared_ptr<BusConnection> current();
+  std::shared_ptr<BusConnection> open(Channel::Clock::time_point deadline);
+  void subscribe(const std::shared_ptr<Broadcast>& broadcast,
+                 const std::shared_ptr<BusConnection>& connection,
+                 Channel::Clock::time_point deadline);
+  void reopenInBackground();
+  void reopen();
+  std::string ownerOf(BusConnection& connection, const std::string& service);
+  std::shared_ptr<ZQBusProxyInterface> useLine(const std::shared_ptr<BusConnection>& bus,
+                                               DirectLine line, Channel::Target target);
+  static void follow(BusConnection& bus, const Line& line, const std::string& owner);
+
+  const int generation_ = forkGeneration();
   DeliveryQueue deliveries_;
-  std::mutex mutex_;
+  std::timed_mutex connectMutex_;  // held while a thread connects; taken before mutex_
+  std::string lastError_;          // under connectMutex_
+  std::atomic<bool> reopening_ = false;
+  std::mutex mutex_;  // for what follows, never while anybody is asked
   std::shared_ptr<BusConnection> connection_;
-  std::vector<Broadcast> broadcasts_;
-  // By service, the last one that was reached on a direct line.
-  std::map<std::string, std::shared_ptr<Peer>> onLine_;
+  std::vector<std::shared_ptr<Broadcast>> broadcasts_;
+  std::map<std::string, Line> lines_;  // by service, the last
 };
 
-std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
+ServiceManager& ServiceManager::instance() {
+  // Never destroyed: its threads may be at work until the process ends. Not a static object of this
+  // function: a child that is forked while a thread makes that could never have it.
+  static std::atomic<ServiceManager*> manager = nullptr;
+  if (ServiceManager* const made = manager.load()) return *made;
+  auto* const made = new ServiceManager;
+  ServiceManager* first = nullptr;
+  if (manager.compare_exchange_strong(first, made)) return *made;
+  delete made;
+  return *first;
+}
+
+// --- The connection ------------------------------------------------------------------------------
+
+std::shared_ptr<BusConnection> ServiceManager::current() {
   const std::lock_guard lock(mutex_);
-  if (connection_ != nullptr && !connection_->lost()) return connection_;
-  const std::chrono::milliseconds timeout =
-      timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
-  const auto deadline = Channel::Clock::now() + timeout;
-  std::string error;
-  std::shared_ptr<BusConnection> opened = BusConnection::open(deliveries_, deadline, error);
-  if (opened == nullptr) {
-    busLog(error);
-    return nullptr;
-  }
-  for (Broadcast& broadcast : broadcasts_) broadcast.subscription.reset();
-  connection_ = std::move(opened);
-  for (Broadcast& broadcast : broadcasts_) subscribe(broadcast, connection_, deadline);
   return connection_;
 }
+
+std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
+  if (isInherited()) return nullptr;
+  if (const auto now = current(); now != nullptr && !now->lost()) return now;
+  const std::chrono::milliseconds timeout =
+      timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
+  const auto deadline = withinTimeLimit(Channel::Clock::now() + timeout);
+  const std::unique_lock lock(connectMutex_, deadline);
+  if (!lock) return nullptr;
+  if (const auto now = current(); now != nullptr && !now->lost()) return now;
+  return open(deadline);
+}
+
+/// Connects, and takes the subscriptions and the services on lines along. Under connectMutex_.
+std::shared_ptr<BusConnection> ServiceManager::open(Channel::Clock::time_point deadline) {
+  std::string error;
+  auto opened = BusConnection::open(
+      deliveries_, deadline, [this] { reopenInBackground(); }, error);
+  if (opened == nullptr) {
+    if (error != std::exchange(lastError_, error)) busLog(error);
+    return nullptr;
+  }
+  lastError_.clear();
+  std::vector<std::shared_ptr<Broadcast>> broadcasts;
+  std::map<std::string, Line> lines;
+  std::shared_ptr<BusConnection> before;
+  {
+    const std::lock_guard lock(mutex_);
+    before = std::exchange(connection_, opened);
+    broadcasts = broadcasts_;
+    lines = lines_;
+  }
+  for (const auto& broadcast : broadcasts) subscribe(broadcast, opened, deadline);
+  for (const auto& [service, line] : lines) follow(*opened, line, {});
+  if (before != nullptr) busLog("connected to the bus again");
+  return opened;
+}
+
+/// Broadcasts and the owners of names are to be heard again when the bus returns, whether or not
+/// anybody asks meanwhile.
+void ServiceManager::reopenInBackground() {
+  if (reopening_.exchange(true)) return;
+  try {
+    startLibraryThread("zqbus-reopen", [this] { reopen(); }).detach();
+  } catch (const std::system_error& error) {
+    reopening_ = false;
+    busLog(std::string("no thread to wait for the bus: ") + error.what());
+  }
+}
+
+void ServiceManager::reopen() {
+  for (auto delay = kFirstReopenDelay; connect(kReopenTimeoutMs) == nullptr;
+       delay = std::min(2 * delay, kLongestReopenDelay)) {
+    std::this_thread::sleep_for(delay);
+  }
+  reopening_ = false;
+  // A loss that was told before the line above started no thread.
+  if (current()->lost()) reopenInBackground();
+}
+
+// --- Services ------------------------------------------------------------------------------------
 
 bool ServiceManager::isServiceRegistered(const std::string& service) {
   const auto connection = connect(-1);
@@ -82,7 +172,7 @@ std::string ServiceManager::ownerOf(BusConnection& connection, const std::string
   std::shared_ptr<Peer> known;
   {
     const std::lock_guard lock(mutex_);
-    known = onLine_[service];
+    if (const auto found = lines_.find(service); found != lines_.end()) known = found->second.peer;
   }
   const bool lineEnded = known != nullptr && known->gone && known->owner == owner;
   if (lineEnded && !connection.mayBeAlive(owner)) owner.clear();
@@ -101,51 +191,77 @@ std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
   }
   const auto onBus = connection->bind(service, owner);
   Channel::Target target{owner, servicePath(service), serviceName(service), onBus};
-  const auto line = openDirectLine(*connection, onBus, deliveries_);
-  if (line == nullptr) return std::make_shared<ProxyInterface>(connection, std::move(target));
+  DirectLine line = openDirectLine(*connection, onBus, deliveries_);
+  if (line.channel != nullptr) return useLine(connection, std::move(line), std::move(target));
+  return std::make_shared<ProxyInterface>(connection, std::move(target));
+}
+
+std::shared_ptr<ZQBusProxyInterface> ServiceManager::useLine(
+    const std::shared_ptr<BusConnection>& bus, DirectLine line, Channel::Target target) {
+  const std::string service = target.peer->service;
   target.destination.clear();
-  target.peer = line->addPeer(service, owner);
+  target.peer = line.channel->addPeer(service, target.peer->owner);
+  const Line used{line.channel, target.peer, line.process};
   {
     const std::lock_guard lock(mutex_);
-    onLine_[service] = target.peer;
+    lines_[service] = used;
   }
-  return std::make_shared<ProxyInterface>(line, std::move(target));
+  follow(*bus, used, target.peer->owner);
+  return std::make_shared<ProxyInterface>(line.channel, std::move(target));
 }
+
+/// The end of a line is not the only end of its service: another process may take the name.
+void ServiceManager::follow(BusConnection& bus, const Line& line, const std::string& owner) {
+  if (line.channel.expired()) return;
+  const std::string& service = line.peer->service;
+  bus.follow(service, line.process, owner, [channel = line.channel, service] {
+    const auto open = channel.lock();
+    if (open == nullptr) return;
+    busLog("another process owns " + serviceName(service) + ": its old line is cut");
+    open->cut();
+  });
+}
+
+// --- Broadcasts ----------------------------------------------------------------------------------
 
 bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallback* callback,
                                       ZQBusSecurityFlags flags) {
   if (callback == nullptr) return false;
-  std::shared_ptr<BusConnection> connection;  // outlives the subscription
-  Broadcast broadcast{event, std::shared_ptr<ZQBusEventCallback>(callback), flags, nullptr};
-  std::size_t index = 0;
+  const auto broadcast = std::make_shared<Broadcast>();
+  broadcast->callback.reset(callback);
+  if (isInherited()) return false;
+  broadcast->signal = {kBroadcastInterface, event, {}, flags == ZQBusSecurityFlags::TrustedPeer};
+  std::shared_ptr<BusConnection> connection;
   {
     const std::lock_guard lock(mutex_);
-    index = broadcasts_.size();
-    broadcasts_.push_back({event, broadcast.callback, flags, nullptr});
+    broadcasts_.push_back(broadcast);
     connection = connection_;
   }
-  if (connection == nullptr) return true;
-  // Without the mutex: a bus that does not answer must not hold up those who look for another.
-  subscribe(broadcast, connection, Channel::Clock::now() + kDefaultTimeout);
-  const std::lock_guard lock(mutex_);
-  if (connection_ == connection) broadcasts_[index].subscription.swap(broadcast.subscription);
+  if (connection != nullptr) {
+    subscribe(broadcast, connection, withinTimeLimit(Channel::Clock::now() + kDefaultTimeout));
+  }
   return true;
 }
 
-void ServiceManager::subscribe(Broadcast& broadcast,
+/// Whoever sets or replaces a connection subscribes what was there by then.
+void ServiceManager::subscribe(const std::shared_ptr<Broadcast>& broadcast,
                                const std::shared_ptr<BusConnection>& connection,
                                Channel::Clock::time_point deadline) {
-  broadcast.subscription = connection->subscribe(
-      kBroadcastInterface, broadcast.event, {},
-      [callback = broadcast.callback, flags = broadcast.flags, weak = std::weak_ptr(connection)](
-          std::shared_ptr<ZQBusMessage> message, const std::string& sender) {
-        const auto connection = weak.lock();
-        const bool wanted = flags == ZQBusSecurityFlags::None ||
-                            (connection != nullptr && connection->isTrusted(sender));
-        if (wanted) (*callback)(std::move(message));
+  Broadcast subscribed;
+  subscribed.connection = connection;
+  subscribed.subscription = connection->subscribe(
+      broadcast->signal,
+      [callback = broadcast->callback](std::shared_ptr<ZQBusMessage> message) {
+        (*callback)(std::move(message));
       },
       deadline);
+  const std::lock_guard lock(mutex_);
+  if (connection_ != connection) return;
+  broadcast->connection.swap(subscribed.connection);
+  broadcast->subscription.swap(subscribed.subscription);
 }
+
+std::atomic<ZQBusLogSink> logSink = nullptr;
 
 }  // namespace
 
