@@ -285,6 +285,9 @@ int Decoder::decodeArgument(char type, const char* contents) {
     case 'r':
       if (std::strcmp(contents, "ay") == 0) return decodeTextOfAnyBytes();
       break;
+    case 'v':
+      if (holdsDescriptors(contents)) return -EBADMSG;
+      break;
     default:
       break;
   }

@@ -1,66 +1,12 @@
 // The bus itself, through its public headers: what a call carries, how it ends, many at once.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstring>
-#include <future>
+#include <stdexcept>
 #include <thread>
 
-#include "tests/support/bus_world.h"
-#include "zqbus/zqbus.h"
+#include "tests/bus/bus_fixture.h"
 
 namespace zq {
 namespace {
-
-using Reply = std::shared_ptr<ZQBusMessage>;
-
-std::shared_ptr<ZQBusProxyInterface> connect() {
-  return ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
-      "perix", ZQBusSecurityFlags::TrustedPeer, 1);
-}
-
-Reply call(ZQBusProxyInterface& service, const std::string& method, const ZQBusMessage& arguments,
-           int timeoutMs = 20000) {
-  const auto request = service.makeMethodCallMessage(method);
-  for (const auto& argument : arguments.arguments()) request->append(argument);
-  return service.callWithReplyBlocking(request, timeoutMs);
-}
-
-std::string text(const Reply& reply) {
-  std::string out;
-  return reply->readString(out, 0);
-}
-
-/// Answers "echo" with its arguments, keeps "hang" until it is released, fails "fail".
-class BusTest : public testing::Test {
- protected:
-  BusTest() {
-    recorder->answerWith([this](const std::shared_ptr<ZQBusCall>& received) {
-      const std::string& name = received->message().name();
-      if (name == "hang") return hanging.change([&](auto& calls) { calls.push_back(received); });
-      if (name == "fail") return received->fail("no luck");
-      received->reply(received->message());
-    });
-    service = connect();
-  }
-  void release() {
-    hanging.change([](auto& calls) {
-      for (const auto& one : calls) one->reply(message(int32_t{1}));
-      calls.clear();
-    });
-  }
-  std::future<Reply> hang(int timeoutMs = 20000) {
-    auto reply = std::async(std::launch::async,
-                            [this, timeoutMs] { return call(*service, "hang", {}, timeoutMs); });
-    EXPECT_TRUE(hanging.wait([](const auto& calls) { return !calls.empty(); }));
-    return reply;
-  }
-
-  Watched<std::vector<std::shared_ptr<ZQBusCall>>> hanging;
-  std::unique_ptr<RecordingService> recorder = std::make_unique<RecordingService>();
-  std::shared_ptr<ZQBusProxyInterface> service;
-};
 
 TEST(AMessage, ReadsAWrongIndexOrTypeAsNothing) {
   const ZQBusMessage made = message(int32_t{-5}, std::string("text"), bytes("abc"));
@@ -162,6 +108,37 @@ TEST_F(BusTest, AnAsynchronousCallEndsOnceHoweverItEnds) {
   const std::vector<ZQBusFailure> want = {ZQBusFailure::None, ZQBusFailure::Service,
                                           ZQBusFailure::TimedOut, ZQBusFailure::PeerGone};
   EXPECT_EQ(ends.get(), want);
+}
+
+TEST_F(BusTest, ATimeOutOfNothingEndsAtOnceAndTheCallIsSentAllTheSame) {
+  EXPECT_EQ(call(*service, "zero", {}, 0)->failure(), ZQBusFailure::TimedOut);
+  Watched<ZQBusFailure> end;
+  service->callWithReply(
+      service->makeMethodCallMessage("hang"),
+      [&](const Reply& reply) { end.change([&](auto& failure) { failure = reply->failure(); }); },
+      0);
+  EXPECT_TRUE(end.wait([](auto failure) { return failure == ZQBusFailure::TimedOut; }));
+  call(*service, "echo", {});
+  EXPECT_EQ(recorder->takeCalls(), (std::vector<std::string>{"zero()", "hang()", "echo()"}));
+}
+
+/// Who sleeps on the connection when a call with an early deadline is made, and must wake for it.
+enum class Sleeper { LibraryThread, Caller, CallerThatLeaves };
+
+TEST_F(BusTest, AnEarlierTimeOutWakesWhoeverSleeps) {
+  constexpr int kBeyondPatienceMs = 100000;
+  for (const auto sleeper : {Sleeper::LibraryThread, Sleeper::Caller, Sleeper::CallerThatLeaves}) {
+    std::future<Reply> hung;
+    if (sleeper == Sleeper::Caller) hung = hang(kBeyondPatienceMs);
+    if (sleeper == Sleeper::CallerThatLeaves) hung = hang(100);
+    Watched<int> ends;
+    service->callWithReply(
+        service->makeMethodCallMessage("hang"),
+        [&](const Reply&) { ends.change([](int& n) { ++n; }); },
+        sleeper == Sleeper::CallerThatLeaves ? 300 : 50);
+    EXPECT_TRUE(ends.wait([](int n) { return n == 1; })) << static_cast<int>(sleeper);
+    release();
+  }
 }
 
 TEST_F(BusTest, AShortCallPassesALongOne) {
@@ -284,106 +261,6 @@ TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
   ASSERT_TRUE(second.wait([](int n) { return n == 2; }));
   EXPECT_EQ(first.get(), 1);
   EXPECT_FALSE(service->addEventListener("perixevent", nullptr, ZQBusSecurityFlags::TrustedPeer));
-}
-
-TEST(TheBus, IsOfNoUseToAForkedChildWhichLeavesItToItsParent) {
-  RecordingService owner;
-  const auto service = connect();
-  Watched<int> heard;
-  service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply&) {
-                              heard.change([](int& n) { ++n; });
-                            }),
-                            ZQBusSecurityFlags::TrustedPeer);
-  ASSERT_EQ(call(*service, "echo", {})->type(), 2);
-  std::atomic<bool> stop = false;
-  // As often as not the fork finds the connection's lock taken.
-  std::thread busy([&] {
-    while (!stop) call(*service, "echo", {});
-  });
-  for (int round = 0; round < 8; ++round) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      ::_exit(call(*service, "echo", {})->failure() == ZQBusFailure::Unusable ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-  }
-  stop = true;
-  busy.join();
-  owner.sendEvent(0, 1);
-  EXPECT_TRUE(heard.wait([](int n) { return n == 1; }));
-}
-
-// --- Deaths --------------------------------------------------------------------------------------
-
-TEST(TheBus, LetsANameBeClaimedOnce) {
-  const RecordingService owner;
-  std::string error;
-  EXPECT_EQ(ZQBusService::claim(
-                "perix", {}, [](const auto&) {}, error),
-            nullptr);
-  EXPECT_EQ(error, "org.zqbus.perix is owned by another process");
-}
-
-TEST(TheBus, TellsADeadServiceFromASlowOne) {
-  const auto process = startService();
-  const auto service = connect();
-  ASSERT_NE(service, nullptr);
-  Watched<int> deaths;
-  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
-
-  process->pause();
-  EXPECT_EQ(call(*service, "getVmList", message(int32_t{0}), 200)->failure(),
-            ZQBusFailure::TimedOut);
-  EXPECT_EQ(deaths.get(), 0);
-  auto waiting = std::async(std::launch::async, [&] { return call(*service, "getVmList", {}); });
-  process->kill();
-  EXPECT_EQ(waiting.get()->failure(), ZQBusFailure::PeerGone);
-  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
-  EXPECT_EQ(call(*service, "getVmList", {})->failure(), ZQBusFailure::PeerGone);
-  EXPECT_FALSE(ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"));
-  EXPECT_EQ(connect(), nullptr);
-
-  Watched<int> lateDeaths;
-  service->setDeathCallback([&] { lateDeaths.change([](int& n) { ++n; }); });
-  EXPECT_TRUE(lateDeaths.wait([](int n) { return n == 1; }));
-  EXPECT_EQ(deaths.get(), 1);
-}
-
-TEST(TheBus, IsFoundAgainAfterItsLoss) {
-  auto owner = std::make_unique<RecordingService>();
-  const auto service = connect();
-  Watched<int> deaths;
-  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
-  ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
-  Watched<int> mounts;
-  manager->addEventListener("mountedEvent", new ZQBusEventCallback([&](const Reply&) {
-                              mounts.change([](int& n) { ++n; });
-                            }),
-                            ZQBusSecurityFlags::TrustedPeer);
-  owner->bus().sendBroadcast("mountedEvent", message(int32_t{1}));
-  ASSERT_TRUE(mounts.wait([](int n) { return n == 1; }));
-
-  testBus().kill();
-  EXPECT_FALSE(manager->isServiceRegistered("perix"));
-  while (ZQBusSerivceManager::initSync(100) != nullptr) std::this_thread::yield();
-  if (usesDirectLines()) {
-    EXPECT_EQ(call(*service, "echo", {})->type(), 2);  // a line needs no bus
-    owner.reset();
-  }
-  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
-  EXPECT_EQ(call(*service, "echo", {})->failure(),
-            usesDirectLines() ? ZQBusFailure::PeerGone : ZQBusFailure::BusGone);
-
-  testBus().restart();
-  owner.reset();
-  EXPECT_FALSE(manager->isServiceRegistered("perix"));
-  RecordingService successor;
-  EXPECT_TRUE(manager->isServiceRegistered("perix"));
-  EXPECT_EQ(call(*connect(), "echo", {})->type(), 2);
-  successor.bus().sendBroadcast("mountedEvent", message(int32_t{1}));
-  EXPECT_TRUE(mounts.wait([](int n) { return n == 2; }));
 }
 
 }  // namespace

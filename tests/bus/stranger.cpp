@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "platform/zqbus/codec.h"
 #include "platform/zqbus/descriptor_passing.h"
 #include "tests/support/bus_world.h"
 
@@ -34,13 +35,19 @@ Stranger::~Stranger() {
 }
 
 void Stranger::sendSignal(const char* path, const char* interface, const char* member,
-                          const char* to) {
+                          const ZQBusMessage& arguments, const char* to) {
   sd_bus_message* signal = nullptr;
   check(sd_bus_message_new_signal(bus_, &signal, path, interface, member), "signal");
   if (to != nullptr) check(sd_bus_message_set_destination(signal, to), "destination");
-  check(sd_bus_message_append(signal, "ii", 0, 666), "arguments");
+  check(encodeArguments(arguments, signal), "arguments");
   check(sd_bus_send(bus_, signal, nullptr), "send");
   sd_bus_message_unref(signal);
+}
+
+std::string Stranger::name() const {
+  const char* name = nullptr;
+  check(sd_bus_get_unique_name(bus_, &name), "name");
+  return name;
 }
 
 void Stranger::sync() {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "zqbus/message.h"
+
 namespace zq {
 
 class Stranger {
@@ -15,9 +17,10 @@ class Stranger {
   Stranger(const Stranger&) = delete;
   Stranger& operator=(const Stranger&) = delete;
 
-  /// Sends a signal with arguments 0 and 666 to everybody, or to one connection alone.
+  /// Sends a signal with those arguments to everybody, or to one connection alone.
   void sendSignal(const char* path, const char* interface, const char* member,
-                  const char* to = nullptr);
+                  const ZQBusMessage& arguments, const char* to = nullptr);
+  std::string name() const;
   /// Waits until the bus has routed what was sent before.
   void sync();
   /// Calls a method of the service through the bus. False for an error.

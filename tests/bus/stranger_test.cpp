@@ -13,6 +13,13 @@ std::shared_ptr<ZQBusProxyInterface> connect() {
       "perix", ZQBusSecurityFlags::TrustedPeer, 1);
 }
 
+struct Forgery {
+  const char* path;
+  const char* interface;
+  const char* member;
+  ZQBusMessage arguments;
+};
+
 TEST(AForgedSignal, ReachesNoCallback) {
   RecordingService owner;
   Watched<std::string> caller;
@@ -32,19 +39,34 @@ TEST(AForgedSignal, ReachesNoCallback) {
   service->callWithReplyBlocking(service->makeMethodCallMessage("whoami"), 5000);
 
   const std::string client = caller.get();
-
   Stranger stranger;
+  const std::string name = "org.zqbus.perix";
   constexpr char kPath[] = "/org/zqbus/perix";
-  stranger.sendSignal(kPath, "org.zqbus.perix", "perixevent");
-  stranger.sendSignal(kPath, "org.zqbus.perix", "perixevent", client.c_str());
-  stranger.sendSignal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-                      client.c_str());
+  constexpr char kBus[] = "org.freedesktop.DBus";
+  const std::vector<Forgery> forgeries = {
+      {kPath, "org.zqbus.perix", "perixevent", message(int32_t{0}, int32_t{666})},
+      {kPath, "org.zqbus.Direct", "Events",
+       message(std::string("perixevent"), int32_t{2}, int32_t{0}, int32_t{667})},
+      {"/org/freedesktop/DBus", kBus, "NameOwnerChanged",
+       message(name, service->owner(), std::string())},
+      {"/org/freedesktop/DBus", kBus, "NameOwnerChanged",
+       message(name, service->owner(), stranger.name())},
+  };
+  for (const Forgery& forged : forgeries) {
+    for (const char* to : {static_cast<const char*>(nullptr), client.c_str()}) {
+      // Nobody but the daemon may tell everybody of names; to one connection alone, anybody may.
+      if (to == nullptr && forged.interface == kBus) continue;
+      stranger.sendSignal(forged.path, forged.interface, forged.member, forged.arguments, to);
+    }
+  }
   stranger.sync();
   // What goes through the bus now comes behind the forgeries.
   ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix");
   owner.sendEvent(0, 1);
   ASSERT_TRUE(heard.wait([](const auto& all) { return !all.empty(); }));
   EXPECT_EQ(heard.get(), std::vector<int>{1});
+  EXPECT_EQ(service->callWithReplyBlocking(service->makeMethodCallMessage("whoami"), 5000)->type(),
+            2);
   EXPECT_EQ(deaths.get(), 0);
 }
 
