@@ -1,4 +1,5 @@
 #include <atomic>
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <system_error>
@@ -56,6 +57,20 @@ class ServiceManager : public ZQBusSerivceManager {
     pid_t process;
   };
 
+  /// A thread's turn at connecting, which is empty when another thread's took until `deadline`.
+  class Turn {
+   public:
+    Turn(ServiceManager& manager, Channel::Clock::time_point deadline);
+    ~Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    explicit operator bool() const { return taken_; }
+
+   private:
+    ServiceManager& manager_;
+    bool taken_ = false;
+  };
+
   bool isInherited() const { return generation_ != forkGeneration(); }
   std::shared_ptr<BusConnection> current();
   std::shared_ptr<BusConnection> open(Channel::Clock::time_point deadline);
@@ -71,10 +86,11 @@ class ServiceManager : public ZQBusSerivceManager {
 
   const int generation_ = forkGeneration();
   DeliveryQueue deliveries_;
-  std::timed_mutex connectMutex_;  // held while a thread connects; taken before mutex_
-  std::string lastError_;          // under connectMutex_
+  std::string lastError_;  // of the thread that connects
   std::atomic<bool> reopening_ = false;
   std::mutex mutex_;  // for what follows, never while anybody is asked
+  bool connecting_ = false;
+  std::condition_variable connected_;  // or not, when a thread has tried
   std::shared_ptr<BusConnection> connection_;
   std::vector<std::shared_ptr<Broadcast>> broadcasts_;
   std::map<std::string, Line> lines_;  // by service, the last
@@ -99,19 +115,33 @@ std::shared_ptr<BusConnection> ServiceManager::current() {
   return connection_;
 }
 
+ServiceManager::Turn::Turn(ServiceManager& manager, Channel::Clock::time_point deadline)
+    : manager_(manager) {
+  std::unique_lock lock(manager.mutex_);
+  taken_ = manager.connected_.wait_until(lock, deadline, [&] { return !manager.connecting_; });
+  if (taken_) manager.connecting_ = true;
+}
+
+ServiceManager::Turn::~Turn() {
+  if (!taken_) return;
+  const std::lock_guard lock(manager_.mutex_);
+  manager_.connecting_ = false;
+  manager_.connected_.notify_all();
+}
+
 std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
   if (isInherited()) return nullptr;
   if (const auto now = current(); now != nullptr && !now->lost()) return now;
   const std::chrono::milliseconds timeout =
       timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
   const auto deadline = withinTimeLimit(Channel::Clock::now() + timeout);
-  const std::unique_lock lock(connectMutex_, deadline);
-  if (!lock) return nullptr;
+  const Turn turn(*this, deadline);
+  if (!turn) return nullptr;
   if (const auto now = current(); now != nullptr && !now->lost()) return now;
   return open(deadline);
 }
 
-/// Connects, and takes the subscriptions and the services on lines along. Under connectMutex_.
+/// Connects, and takes the subscriptions and the services on lines along. By one thread at a time.
 std::shared_ptr<BusConnection> ServiceManager::open(Channel::Clock::time_point deadline) {
   std::string error;
   auto opened = BusConnection::open(
