@@ -21,8 +21,8 @@ struct Forgery {
 };
 
 TEST(AForgedSignal, ReachesNoCallback) {
-  RecordingService owner;
   Watched<std::string> caller;
+  RecordingService owner;
   owner.answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
     caller.change([&](std::string& name) { name = call->sender(); });
     call->reply(message(int32_t{0}));
