@@ -7,6 +7,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 #include "bus_log.h"
@@ -40,10 +41,11 @@ ZQBusMessage inherited() {
 }
 
 ZQBusMessage unreadable(int result) {
-  return ZQBusMessage::failed(
-      ZQBusFailure::Unreadable,
-      std::string("the service answered, but the answer cannot be read: ") +
-          (result == -EMSGSIZE ? "it holds too many values" : "it is malformed"));
+  return ZQBusMessage::failed(ZQBusFailure::Unreadable,
+                              std::string("the service answered, but the answer cannot be read: ") +
+                                  (result == -EMSGSIZE ? "it holds too many values"
+                                   : result == -ENOMEM ? "there is no memory for it"
+                                                       : "it is malformed"));
 }
 
 bool saysLost(int result) {
@@ -152,12 +154,15 @@ void Channel::cut() {
   if (!reader_->lost()) ::shutdown(sd_bus_get_fd(reader_->bus()), SHUT_RDWR);
 }
 
-/// Is asked about every message first.
-int Channel::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
+/// Is asked about every message first. No exception may reach sd-bus: without memory for a message
+/// the connection goes on.
+int Channel::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) try {
   Channel& channel = *static_cast<Channel*>(userdata);
   if (channel.pending_.take(message)) return 1;
   if (sd_bus_message_is_signal(message, nullptr, nullptr) <= 0) return 0;
   channel.onSignal(message);
+  return 1;
+} catch (const std::exception&) {
   return 1;
 }
 

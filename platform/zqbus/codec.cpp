@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <span>
 #include <string_view>
 
@@ -365,10 +366,12 @@ int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
   return result >= 0 ? encodeBlocks(all.subspan(leading), to) : result;
 }
 
-int decodeArguments(sd_bus_message* from, ZQBusMessage& to) {
+int decodeArguments(sd_bus_message* from, ZQBusMessage& to) noexcept try {
   const int result = Decoder(from, to).decode();
   to.shrinkToFit();
   return std::min(result, 0);
+} catch (const std::exception&) {
+  return -ENOMEM;
 }
 
 std::size_t memoryOf(const ZQBusMessage& message) {

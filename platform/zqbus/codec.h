@@ -26,7 +26,7 @@ namespace zq {
 ///
 /// What `to` takes in memory is at most 12 times the size of `from` on the wire and 4 KiB; while it
 /// is decoded, 32 times.
-[[nodiscard]] int decodeArguments(sd_bus_message* from, ZQBusMessage& to);
+[[nodiscard]] int decodeArguments(sd_bus_message* from, ZQBusMessage& to) noexcept;
 
 /// The memory that a message takes, closely enough to bound what is queued.
 std::size_t memoryOf(const ZQBusMessage& message);
