@@ -1,0 +1,91 @@
+#include "tests/bus/hostile_peers.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <stdexcept>
+
+namespace zq {
+namespace {
+
+using wire::Message;
+using wire::Peer;
+using wire::Writer;
+
+constexpr char kBus[] = "org.freedesktop.DBus";
+
+bool isCall(const Message& message) {
+  return message.type == wire::Type::Call;
+}
+
+}  // namespace
+
+std::pair<OwnedDescriptor, OwnedDescriptor> socketPair() {
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    throw std::runtime_error("no socket pair");
+  }
+  return {OwnedDescriptor(ends[0]), OwnedDescriptor(ends[1])};
+}
+
+FakeService::FakeService() : bus_(Peer::onBus(testBus().address())) {
+  constexpr uint32_t kOrReplace = 1 | 2 | 4;  // and may be replaced itself, and does not queue
+  bus_.ask(Message::call("/", kBus, "RequestName")
+               .to(kBus)
+               .with("su", Writer().text(kPerixName).number(4, kOrReplace).bytes()));
+  auto client = std::async(std::launch::async, [] {
+    return ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
+        "perix", ZQBusSecurityFlags::TrustedPeer, 1);
+  });
+  if (usesDirectLines()) openLine();
+  client_ = client.get();
+  if (client_ == nullptr) throw std::runtime_error("the client found no service");
+}
+
+void FakeService::openLine() {
+  const auto open = bus_.receiveUntil(isCall);
+  Peer hatch(bus_.takeDescriptor());
+  clientName_ = open->sender;
+  auto [ours, theirs] = socketPair();
+  hatch.send(std::string_view("\0", 1), std::array{theirs.get()});
+  theirs.reset();
+  bus_.send(Message::replyTo(*open).with("i", Writer().number(4, ::getpid()).bytes()));
+  line_.emplace(std::move(ours));
+  if (!line_->welcome()) throw std::runtime_error("the client does not greet on its line");
+}
+
+std::optional<Message> FakeService::nextCall() {
+  auto call = way().receiveUntil(isCall);
+  if (call && !call->sender.empty()) clientName_ = call->sender;
+  return call;
+}
+
+void FakeService::answerWell(const Message& call) {
+  way().send(Message::replyTo(call).with("i", Writer().number(4, kGoodAnswer).bytes()));
+}
+
+FakeClient::FakeClient() : bus_(Peer::onBus(testBus().address())) {
+  if (!usesDirectLines()) return;
+  line_ = openLine(bus_);
+  if (!line_ || !line_->greet()) throw std::runtime_error("the service opens no line");
+}
+
+std::optional<Peer> openLine(Peer& bus) {
+  auto [ours, theirs] = socketPair();
+  const auto answer = bus.ask(openCall(), std::array{theirs.get()});
+  if (!answer || answer->type != wire::Type::Return) return std::nullopt;
+  return Peer(Peer(std::move(ours)).takeDescriptor());
+}
+
+Message openCall() {
+  Message open = Message::call(kPerixPath, "org.zqbus.Direct", "Open").to(kPerixName);
+  open.announcedDescriptors = 1;
+  return open.with("h", Writer().number(4, 0).bytes());
+}
+
+Message perixCall(const std::string& method) {
+  return Message::call(kPerixPath, kPerixName, method).to(kPerixName);
+}
+
+}  // namespace zq

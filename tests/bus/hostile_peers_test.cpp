@@ -1,0 +1,281 @@
+// Peers that send what no library sends: each harms nobody but itself.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <utility>
+
+#include "tests/bus/hostile_bodies.h"
+#include "tests/bus/hostile_memory.h"
+#include "tests/bus/hostile_peers.h"
+
+namespace zq {
+namespace {
+
+using wire::Message;
+using wire::Peer;
+using wire::Type;
+using wire::Writer;
+
+// What a message of a few hundred bytes may cost while it is handled.
+constexpr std::size_t kSomeMemory = std::size_t{1} << 20;
+constexpr int kPatienceMs = 1000 * static_cast<int>(kPatience.count());
+
+using Reply = std::shared_ptr<ZQBusMessage>;
+
+std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs = kPatienceMs) {
+  return std::async(std::launch::async, [&service, timeoutMs] {
+    return service.callWithReplyBlocking(service.makeMethodCallMessage("ask"), timeoutMs);
+  });
+}
+
+bool isGood(const Reply& reply) {
+  return reply->type() == 2 && reply->readInt32(0) == kGoodAnswer;
+}
+
+const char* wordFor(Fate fate) {
+  constexpr const char* kWords[] = {"read", "unreadable", "dropped"};
+  return kWords[static_cast<int>(fate)];
+}
+
+/// What became of a call whose reply was odd, with a good one behind it.
+const char* outcomeOf(const Reply& reply) {
+  if (isGood(reply)) return wordFor(Fate::Dropped);
+  if (reply->type() == 2) return wordFor(Fate::Read);
+  switch (reply->failure()) {
+    case ZQBusFailure::Unreadable:
+      return wordFor(Fate::Unreadable);
+    case ZQBusFailure::PeerGone:
+      return "gone";
+    default:
+      return "failed";
+  }
+}
+
+/// What comes of an odd body on the way that this process tests: on the bus, the daemon cuts the
+/// sender of a malformed one.
+const char* outcomeOf(const OddBody& body) {
+  return usesDirectLines() || body.passesBus ? wordFor(body.fate) : "gone";
+}
+
+/// Descriptors to send along.
+std::vector<int> descriptorsFor(const OddBody& body) {
+  return std::vector<int>(body.sentDescriptors, STDIN_FILENO);
+}
+
+bool send(Peer& peer, Message message, const OddBody& body) {
+  setBody(message, body);
+  return peer.send(message, descriptorsFor(body));
+}
+
+/// Calls `check` for each body. Whatever happens then, its memory is bounded and its descriptors
+/// are closed. The name of the last is printed in front of a crash.
+template <typename Check>
+void forEachOddBody(Check check) {
+  int descriptors = 0;
+  for (const OddBody& body : oddBodies()) {
+    if (const char* row = std::getenv("ROW"); row && std::string(row) != body.name)
+      SCOPED_TRACE(body.name);
+    std::fprintf(stderr, "%s\n", body.name);
+    resetPeak();
+    const std::size_t before = liveBytes();
+    check(body);
+    EXPECT_LT(peakBytes(), before + kSomeMemory);
+    if (descriptors == 0) descriptors = openDescriptors();
+  }
+  EXPECT_LE(openDescriptors(), descriptors + 8);
+}
+
+TEST(AReplyWithAnOddBody, EndsItsCallAndNoOther) {
+  std::optional<FakeService> service;
+  forEachOddBody([&](const OddBody& body) {
+    if (!service) service.emplace();
+    auto reply = callSoon(service->client());
+    const auto call = service->nextCall();
+    ASSERT_TRUE(call);
+    send(service->way(), Message::replyTo(*call), body);
+    service->answerWell(*call);
+    const char* outcome = outcomeOf(reply.get());
+    EXPECT_STREQ(outcome, outcomeOf(body));
+    if (outcome == std::string_view("gone")) return service.reset();
+    reply = callSoon(service->client());
+    service->answerWell(*service->nextCall());
+    EXPECT_TRUE(isGood(reply.get()));
+  });
+}
+
+/// Counts the events that a client hears, apart from those with kGoodAnswer behind the odd ones.
+class Heard {
+ public:
+  ZQBusEventCallback* listener() {
+    return new ZQBusEventCallback([this](const Reply& event) {
+      const bool good = event->argCount() == 1 && event->readInt32(0) == kGoodAnswer;
+      counts_.change([&](Counts& counts) { ++(good ? counts.good : counts.odd); });
+    });
+  }
+  /// What became of an odd event since the last time, once a good one was heard behind it.
+  const char* fate() {
+    EXPECT_TRUE(counts_.wait([](const Counts& counts) { return counts.good > 0; }));
+    bool odd = false;
+    counts_.change([&](Counts& counts) { odd = std::exchange(counts, {}).odd > 0; });
+    return odd ? "heard" : "not heard";
+  }
+
+ private:
+  struct Counts {
+    int good = 0;
+    int odd = 0;
+  };
+  Watched<Counts> counts_;
+};
+
+const char* hearingOf(Fate fate) {
+  return fate == Fate::Read ? "heard" : "not heard";
+}
+
+void sendGood(Peer& peer, Message message) {
+  peer.send(message.with("i", Writer().number(4, kGoodAnswer).bytes()));
+}
+
+const Message kEvent = Message::signal(kPerixPath, kPerixName, "perixevent");
+const Message kBroadcast =
+    Message::signal("/org/zqbus/Broadcast", "org.zqbus.Broadcast", "mountedEvent");
+
+std::atomic<int> linesLogged = 0;
+
+void countLogLines() {
+  setZQBusLogSink([](const char*) { ++linesLogged; });
+}
+
+TEST(AnEventWithAnOddBody, IsHeardOrDroppedWithALineInTheLog) {
+  countLogLines();
+  Heard heard;
+  Watched<int> deaths;
+  std::optional<FakeService> service;
+  forEachOddBody([&](const OddBody& body) {
+    if (!service) {
+      service.emplace();
+      service->client().addEventListener("perixevent", heard.listener(),
+                                         ZQBusSecurityFlags::TrustedPeer);
+      service->client().setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+    }
+    const int before = linesLogged;
+    send(service->way(), kEvent, body);
+    if (outcomeOf(body) == std::string_view("gone")) {
+      EXPECT_TRUE(deaths.wait([](int n) { return n == 1; }));
+      deaths.change([](int& n) { n = 0; });
+      return service.reset();
+    }
+    sendGood(service->way(), kEvent);
+    EXPECT_STREQ(heard.fate(), hearingOf(body.fate));
+    EXPECT_EQ(linesLogged > before, body.fate == Fate::Unreadable);
+  });
+}
+
+TEST(ABroadcastWithAnOddBody, IsHeardOrDroppedWithALineInTheLog) {
+  countLogLines();
+  static Heard heard;  // for the life of the process, as the subscription
+  ZQBusSerivceManager::initSync(-1)->addEventListener("mountedEvent", heard.listener(),
+                                                      ZQBusSecurityFlags::TrustedPeer);
+  std::optional<Peer> sender;
+  forEachOddBody([&](const OddBody& body) {
+    if (!sender) sender = Peer::onBus(testBus().address());
+    const int before = linesLogged;
+    send(*sender, kBroadcast, body);
+    if (!body.passesBus) {
+      EXPECT_TRUE(sender->hasEnded());
+      return sender.reset();
+    }
+    sendGood(*sender, kBroadcast);
+    EXPECT_STREQ(heard.fate(), hearingOf(body.fate));
+    EXPECT_EQ(linesLogged > before, body.fate == Fate::Unreadable);
+  });
+}
+
+TEST(AStrangersReplyOrEvent, IsIgnoredUnread) {
+  Heard heard;
+  FakeService service;
+  service.client().addEventListener("perixevent", heard.listener(),
+                                    ZQBusSecurityFlags::TrustedPeer);
+  Peer stranger = Peer::onBus(testBus().address());
+  forEachOddBody([&](const OddBody& body) {
+    if (!body.passesBus) return;
+    auto reply = callSoon(service.client());
+    const auto call = service.nextCall();
+    const std::string client = service.clientName();
+    for (Message message :
+         {Message::replyTo(*call), Message::replyTo(*call, Type::Error), kEvent,
+          Message::signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged")}) {
+      send(stranger, message.to(client), body);
+    }
+    EXPECT_TRUE(stranger.ask(Message::call("/", "org.freedesktop.DBus.Peer", "Ping").to(client)));
+    service.answerWell(*call);
+    EXPECT_TRUE(isGood(reply.get()));
+    sendGood(service.way(), kEvent);
+    EXPECT_STREQ(heard.fate(), "not heard");
+  });
+}
+
+/// What becomes of a call with an odd body that a client sends with a good one behind it.
+const char* outcomeAtService(Peer& client, const OddBody& body) {
+  Message odd = perixCall("odd");
+  odd.serial = 7;
+  Message good = perixCall("good");
+  good.serial = 8;
+  const char* outcome = wordFor(Fate::Dropped);
+  if (!send(client, odd, body) || !client.send(good)) return "gone";
+  for (auto reply = client.receive(); reply; reply = client.receive()) {
+    if (reply->replySerial == good.serial) return outcome;
+    if (reply->replySerial != odd.serial) continue;
+    outcome = wordFor(reply->type == Type::Return ? Fate::Read : Fate::Unreadable);
+  }
+  return "gone";
+}
+
+TEST(ACallWithAnOddBody, IsAnsweredOrRefused) {
+  RecordingService service;
+  std::optional<FakeClient> client;
+  forEachOddBody([&](const OddBody& body) {
+    if (!client) client.emplace();
+    const char* outcome = outcomeAtService(client->way(), body);
+    EXPECT_STREQ(outcome, outcomeOf(body));
+    if (outcome == std::string_view("gone")) client.reset();
+  });
+}
+
+/// What a decoded message of so many bytes on the wire may keep allocated.
+std::size_t allowanceFor(std::size_t wireSize) {
+  return 12 * wireSize + 4096;
+}
+
+TEST(AReplyOrACall, KeepsABoundedMultipleOfItsSize) {
+  for (const OddBody& body : thriftyBodies()) {
+    SCOPED_TRACE(body.name);
+    const std::size_t allowance = allowanceFor(body.content.bytes().size());
+    {
+      FakeService service;
+      auto reply = callSoon(service.client());
+      const auto call = service.nextCall();
+      const std::size_t before = liveBytes();
+      send(service.way(), Message::replyTo(*call), body);
+      const Reply kept = reply.get();
+      EXPECT_EQ(kept->type(), 2);
+      EXPECT_LE(liveBytes(), before + allowance);
+    }
+    RecordingService service;
+    Watched<std::shared_ptr<ZQBusCall>> received;
+    service.answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
+      received.change([&](auto& kept) { kept = call; });
+    });
+    FakeClient client;
+    const std::size_t before = liveBytes();
+    send(client.way(), perixCall("odd"), body);
+    EXPECT_TRUE(received.wait([](const auto& kept) { return kept != nullptr; }));
+    EXPECT_LE(liveBytes(), before + allowance);
+  }
+}
+
+}  // namespace
+}  // namespace zq
