@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,9 @@ enum class Fate {
   Read,        ///< its arguments are read
   Unreadable,  ///< it is refused, and its sender or caller is told where there is an answer
   Dropped,     ///< sd-bus drops it, and nobody above hears of it
+  Cut,         ///< the connection that it came on is closed
 };
+void PrintTo(Fate fate, std::ostream* out);
 
 struct OddBody {
   const char* name;
@@ -32,7 +35,7 @@ const std::vector<OddBody>& oddBodies();
 /// Bodies that cost few bytes on the wire and might cost many in memory.
 const std::vector<OddBody>& thriftyBodies();
 
-/// Gives a message that body.
+/// Gives a message that body, which descriptors go along with.
 void setBody(wire::Message& message, const OddBody& body);
 
 }  // namespace zq

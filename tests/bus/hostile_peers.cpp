@@ -1,5 +1,6 @@
 #include "tests/bus/hostile_peers.h"
 
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -29,7 +30,10 @@ std::pair<OwnedDescriptor, OwnedDescriptor> socketPair() {
   return {OwnedDescriptor(ends[0]), OwnedDescriptor(ends[1])};
 }
 
-FakeService::FakeService() : bus_(Peer::onBus(testBus().address())) {
+FakeService::FakeService()
+    : FakeService([this](Peer&, const Message& open, Peer& hatch) { openLine(open, hatch); }) {}
+
+FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().address())) {
   constexpr uint32_t kOrReplace = 1 | 2 | 4;  // and may be replaced itself, and does not queue
   bus_.ask(Message::call("/", kBus, "RequestName")
                .to(kBus)
@@ -38,21 +42,31 @@ FakeService::FakeService() : bus_(Peer::onBus(testBus().address())) {
     return ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
         "perix", ZQBusSecurityFlags::TrustedPeer, 1);
   });
-  if (usesDirectLines()) openLine();
+  if (usesDirectLines()) {
+    const auto open = bus_.receiveUntil(isCall);
+    clientName_ = open->sender;
+    Peer hatch(bus_.takeDescriptor());
+    opening(bus_, *open, hatch);
+  }
   client_ = client.get();
   if (client_ == nullptr) throw std::runtime_error("the client found no service");
 }
 
-void FakeService::openLine() {
-  const auto open = bus_.receiveUntil(isCall);
-  Peer hatch(bus_.takeDescriptor());
-  clientName_ = open->sender;
+void FakeService::openLine(const Message& open, Peer& hatch) {
   auto [ours, theirs] = socketPair();
-  hatch.send(std::string_view("\0", 1), std::array{theirs.get()});
+  hand(hatch, theirs.get());
   theirs.reset();
-  bus_.send(Message::replyTo(*open).with("i", Writer().number(4, ::getpid()).bytes()));
+  bus_.send(processReply(open, ::getpid()));
   line_.emplace(std::move(ours));
   if (!line_->welcome()) throw std::runtime_error("the client does not greet on its line");
+}
+
+void hand(Peer& hatch, int descriptor) {
+  hatch.send(std::string_view("\0", 1), std::array{descriptor});
+}
+
+Message processReply(const Message& open, int32_t process) {
+  return Message::replyTo(open).with("i", Writer().number(4, process).bytes());
 }
 
 std::optional<Message> FakeService::nextCall() {
@@ -63,6 +77,37 @@ std::optional<Message> FakeService::nextCall() {
 
 void FakeService::answerWell(const Message& call) {
   way().send(Message::replyTo(call).with("i", Writer().number(4, kGoodAnswer).bytes()));
+}
+
+std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs) {
+  return std::async(std::launch::async, [&service, timeoutMs] {
+    return service.callWithReplyBlocking(service.makeMethodCallMessage("ask"), timeoutMs);
+  });
+}
+
+bool isGood(const Reply& reply) {
+  return reply->type() == 2 && reply->readInt32(0) == kGoodAnswer;
+}
+
+Fate fateOf(const Reply& reply) {
+  if (isGood(reply)) return Fate::Dropped;
+  if (reply->type() == 2) return Fate::Read;
+  if (reply->failure() == ZQBusFailure::Unreadable) return Fate::Unreadable;
+  EXPECT_EQ(reply->failure(), ZQBusFailure::PeerGone);
+  return Fate::Cut;
+}
+
+Fate fateOfCall(Peer& client, std::string_view call, std::span<const int> descriptors) {
+  Message good = perixCall("good");
+  good.serial = kOddSerial + 1;
+  Fate fate = Fate::Dropped;
+  if (!client.send(call, descriptors) || !client.send(good)) return Fate::Cut;
+  for (auto reply = client.receive(); reply; reply = client.receive()) {
+    if (reply->replySerial == good.serial) return fate;
+    if (reply->replySerial != kOddSerial) continue;
+    fate = reply->type == wire::Type::Return ? Fate::Read : Fate::Unreadable;
+  }
+  return Fate::Cut;
 }
 
 FakeClient::FakeClient() : bus_(Peer::onBus(testBus().address())) {

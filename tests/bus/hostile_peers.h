@@ -1,10 +1,12 @@
 // The two ends of the bus, played by hand.
 #pragma once
 
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
 
+#include "tests/bus/hostile_bodies.h"
 #include "tests/support/bus_world.h"
 #include "tests/support/wire_peer.h"
 #include "zqbus/zqbus.h"
@@ -23,7 +25,14 @@ std::pair<OwnedDescriptor, OwnedDescriptor> socketPair();
 /// direct line, or through the bus.
 class FakeService {
  public:
+  /// What the service does with a client's wish for a line, whose hatch it is given.
+  using Opening =
+      std::function<void(wire::Peer& bus, const wire::Message& open, wire::Peer& hatch)>;
+
+  /// Opens a line as a service does, if clients want lines.
   FakeService();
+  /// Opens none, unless `opening` does.
+  explicit FakeService(const Opening& opening);
 
   ZQBusProxyInterface& client() { return *client_; }
   /// What calls of the client's come on and answers go out on.
@@ -36,13 +45,24 @@ class FakeService {
   void answerWell(const wire::Message& call);
 
  private:
-  void openLine();
+  void openLine(const wire::Message& open, wire::Peer& hatch);
 
   wire::Peer bus_;
   std::optional<wire::Peer> line_;
   std::string clientName_;
   std::shared_ptr<ZQBusProxyInterface> client_;
 };
+
+using Reply = std::shared_ptr<ZQBusMessage>;
+
+/// Has a client make a call on another thread.
+std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs = -1);
+/// Whether a call was answered with kGoodAnswer.
+bool isGood(const Reply& reply);
+/// What became of an odd reply with a good one behind it.
+Fate fateOf(const Reply& reply);
+/// What becomes of a call of the service's, as those bytes, with a good one behind it.
+Fate fateOfCall(wire::Peer& client, std::string_view call, std::span<const int> descriptors = {});
 
 /// A client of the service, on a direct line or through the bus.
 class FakeClient {
@@ -56,11 +76,18 @@ class FakeClient {
   std::optional<wire::Peer> line_;
 };
 
+/// Hands a descriptor through a line's hatch.
+void hand(wire::Peer& hatch, int descriptor);
+/// The answer of a service that has opened a line.
+wire::Message processReply(const wire::Message& open, int32_t process);
+
 /// Asks for a direct line. The client's end of it before the handshake; nothing when the service
 /// refuses.
 std::optional<wire::Peer> openLine(wire::Peer& bus);
 wire::Message openCall();
-/// A call of the service's, on either way.
+/// A call of the service's, for either way.
 wire::Message perixCall(const std::string& method);
+/// The serial of the call that fateOfCall() sends for others.
+inline constexpr uint32_t kOddSerial = 7;
 
 }  // namespace zq
