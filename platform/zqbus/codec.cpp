@@ -19,7 +19,7 @@ constexpr std::size_t kHeaderAllowance = 4096;
 constexpr std::size_t kArgumentAllowance = 24;
 // Elements of a list take ten times as much memory as the least of them take on the wire.
 constexpr std::size_t kMaxArguments = std::size_t{1} << 20;
-// Room for as many arguments is made at once where a list begins.
+// Room for as many arguments is made at once where a message begins with a list.
 constexpr std::size_t kListRoom = 128;
 
 /// Length of the UTF-8 sequence at `text`, 0 when there is none that every D-Bus library takes:
@@ -299,7 +299,7 @@ int Decoder::decodeArgument(char type, const char* contents) {
 /// A list of blocks: each is an argument.
 int Decoder::decodeBlocks() {
   int result = sd_bus_message_enter_container(from_, 'a', "ay");
-  to_.reserve(to_.argCount() + kListRoom);
+  if (to_.argCount() == 0) to_.reserve(kListRoom);
   while (result > 0) {
     const int end = sd_bus_message_at_end(from_, 0);
     if (end != 0) {

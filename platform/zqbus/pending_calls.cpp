@@ -27,8 +27,13 @@ bool PendingCalls::mayAnswer(sd_bus_message* reply, const PendingCall& call) {
 }
 
 bool PendingCalls::take(sd_bus_message* message) {
+  uint8_t type = 0;
   uint64_t cookie = 0;
-  if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) return false;
+  if (sd_bus_message_get_type(message, &type) < 0 ||
+      (type != SD_BUS_MESSAGE_METHOD_RETURN && type != SD_BUS_MESSAGE_METHOD_ERROR) ||
+      sd_bus_message_get_reply_cookie(message, &cookie) < 0) {
+    return false;
+  }
   const auto found = calls_.find(cookie);
   if (found == calls_.end()) return true;
   if (!mayAnswer(message, *found->second)) {
