@@ -1,9 +1,11 @@
 #include "descriptor_passing.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 namespace zq {
 namespace {
@@ -25,6 +27,18 @@ struct Message {
   msghdr header{};
 };
 
+/// The descriptors that came with a message.
+std::vector<int> descriptorsOf(msghdr& header) {
+  std::vector<int> all;
+  for (cmsghdr* part = CMSG_FIRSTHDR(&header); part != nullptr; part = CMSG_NXTHDR(&header, part)) {
+    if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) continue;
+    const std::size_t before = all.size();
+    all.resize(before + (part->cmsg_len - CMSG_LEN(0)) / sizeof(int));
+    std::memcpy(&all[before], CMSG_DATA(part), part->cmsg_len - CMSG_LEN(0));
+  }
+  return all;
+}
+
 }  // namespace
 
 int sendDescriptor(int socket, int descriptor) {
@@ -40,11 +54,12 @@ int sendDescriptor(int socket, int descriptor) {
 int receiveDescriptor(int socket) {
   Message message;
   if (::recvmsg(socket, &message.header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC) <= 0) return -1;
-  const cmsghdr* const part = CMSG_FIRSTHDR(&message.header);
-  if (part == nullptr || part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) return -1;
-  int descriptor = -1;
-  std::memcpy(&descriptor, CMSG_DATA(part), sizeof descriptor);
-  return descriptor;
+  const std::vector<int> all = descriptorsOf(message.header);
+  // What did not fit was dropped by the kernel, and there is room for more than one.
+  const bool isOne = all.size() == 1 && (message.header.msg_flags & MSG_CTRUNC) == 0;
+  if (isOne) return all[0];
+  for (const int descriptor : all) ::close(descriptor);
+  return -1;
 }
 
 }  // namespace zq

@@ -7,7 +7,7 @@ namespace zq {
 [[nodiscard]] int sendDescriptor(int socket, int descriptor);
 
 /// Takes the descriptor that has arrived on `socket`, without blocking. The caller's to close;
-/// negative when there is none.
+/// negative when there is none, or when more came along, all of which are closed then.
 [[nodiscard]] int receiveDescriptor(int socket);
 
 }  // namespace zq
