@@ -109,13 +109,27 @@ int Reader::start() {
   return 0;
 }
 
-void Reader::close() {
-  const Hold hold(*this);
-  closed_ = true;
-  signalEvent(threadEvent_);
-  if (std::exchange(lost_, true)) return;
-  flush();
-  closeBus();
+void Reader::closeAll(const std::vector<Reader*>& readers) {
+  std::vector<Reader*> open;
+  for (Reader* const reader : readers) {
+    const Hold hold(*reader);
+    reader->closed_ = true;
+    signalEvent(reader->threadEvent_);
+    if (!std::exchange(reader->lost_, true)) open.push_back(reader);
+  }
+  const auto deadline = Clock::now() + kFlushPatience;
+  std::vector<pollfd> full;
+  do {
+    full.clear();
+    for (Reader* const reader : open) {
+      if (reader->sendMore()) full.push_back({reader->busDescriptor_, POLLOUT, 0});
+    }
+  } while (!full.empty() && Clock::now() < deadline &&
+           ::poll(full.data(), full.size(), sleepMilliseconds(kNever, deadline)) > 0);
+  for (Reader* const reader : open) {
+    const Hold hold(*reader);
+    reader->closeBus();
+  }
 }
 
 void Reader::closeBus() {
@@ -129,14 +143,10 @@ void Reader::join() {
   allEnded_.wait(lock, [this] { return threads_ == 0; });
 }
 
-/// Sends what is still to be sent, unless the other end takes its time.
-void Reader::flush() {
-  const auto deadline = Clock::now() + kFlushPatience;
-  while (hasUnsent()) {
-    pollfd polled{busDescriptor_, POLLOUT, 0};
-    if (::poll(&polled, 1, sleepMilliseconds(kNever, deadline)) <= 0) return;
-    if (processBus() < 0) return;
-  }
+/// Sends what there is room for. Whether there is more.
+bool Reader::sendMore() {
+  const Hold hold(*this);
+  return hasUnsent() && processBus() >= 0 && hasUnsent();
 }
 
 bool Reader::hasUnsent() const {
@@ -276,7 +286,9 @@ void Reader::run() {
 }
 
 void Reader::readAsThread(Lock& lock) {
-  for (int read = 0; mayRead() && read < kFairAfter; ++read) {
+  // What nobody reads meanwhile waits where it is, and not here.
+  const auto mustWorkFirst = [this] { return workWanted_ && whileWorking_ == WhileWorking::Wait; };
+  for (int read = 0; mayRead() && !mustWorkFirst() && read < kFairAfter; ++read) {
     processOne(lock);
     // As a rule there is one message, and asking for a second costs more than looking whether there
     // is one. A level-triggered set tells by itself.

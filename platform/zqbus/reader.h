@@ -71,7 +71,9 @@ class Reader : public std::enable_shared_from_this<Reader> {
   [[nodiscard]] int start();
   /// Closes the connection, after sending what was still to be sent if the other end takes it
   /// within a second, and has the threads end without waiting for them. No Turn exists any more.
-  void close();
+  void close() { closeAll({this}); }
+  /// Closes many connections, within that second for all of them together.
+  static void closeAll(const std::vector<Reader*>& readers);
   /// Waits, after close(), until no thread works any more; not from such a thread.
   void join();
 
@@ -132,7 +134,7 @@ class Reader : public std::enable_shared_from_this<Reader> {
   uint32_t interest() const;
   void loseConnection();
   void closeBus();
-  void flush();
+  bool sendMore();
 
   void startThread();
   void run();
