@@ -8,161 +8,140 @@
 
 #include "bus_log.h"
 #include "codec.h"
+#include "introspection.h"
+#include "received_call.h"
 #include "sd_bus_open.h"
 
 namespace zq {
 namespace {
 
 constexpr std::size_t kMaxUnsent = std::size_t{64} << 20;
+constexpr char kPeerInterface[] = "org.freedesktop.DBus.Peer";
 
-// A filter hears the calls, which spares sd-bus's search for the object. The object stands in the
-// bus's tree, and has sd-bus answer what is no call of ours.
+// The object stands in the tree that sd-bus shows. A filter hears the calls of it.
 int leaveToSdBus(sd_bus_message*, void*, sd_bus_error*) {
   return 0;
 }
 
-class ReceivedCall : public ZQBusCall {
- public:
-  ReceivedCall(std::shared_ptr<Endpoint> endpoint, sd_bus_message* message)
-      : endpoint_(std::move(endpoint)),
-        call_(ZQBusMessageType::MethodCall, sd_bus_message_get_member(message)),
-        sender_(endpoint_->peer()),
-        message_(sd_bus_message_ref(message)) {
-    if (const char* sender = sd_bus_message_get_sender(message)) sender_ = sender;
-    (void)decodeArguments(message, call_);
-  }
-  ~ReceivedCall() override {
-    if (message_ == nullptr) return;
-    const Reader::Hold hold(endpoint_->reader());
-    message_.reset();
-  }
-
-  const ZQBusMessage& message() const override { return call_; }
-  const std::string& sender() const override { return sender_; }
-  void reply(const ZQBusMessage& result) override;
-  void fail(const std::string& text) override { failWith(kErrorName, text); }
-  void failUnknownMethod() override {
-    failWith(SD_BUS_ERROR_UNKNOWN_METHOD, "no method " + call_.name());
-  }
-
- private:
-  void failWith(const char* name, const std::string& text);
-  int sendReturn(const ZQBusMessage& result);
-  int sendError(const char* name, const std::string& text);
-  int sendAnswer(const ZQBusMessage& content, sd_bus_message* answer);
-
-  const std::shared_ptr<Endpoint> endpoint_;
-  ZQBusMessage call_;
-  std::string sender_;
-  SdBusMessage message_;  // null once answered; under the reader's lock
-};
-
-void ReceivedCall::reply(const ZQBusMessage& result) {
-  const Reader::Hold hold(endpoint_->reader());
-  if (message_ == nullptr) return;
-  const int sent = sendReturn(result);
-  if (sent < 0)
-    sendError(kErrorName, std::string("cannot send the answer: ") + std::strerror(-sent));
-  message_.reset();
-}
-
-void ReceivedCall::failWith(const char* name, const std::string& text) {
-  const Reader::Hold hold(endpoint_->reader());
-  if (message_ == nullptr) return;
-  sendError(name, text);
-  message_.reset();
-}
-
-int ReceivedCall::sendReturn(const ZQBusMessage& result) {
-  sd_bus_message* answer = nullptr;
-  const int made = sd_bus_message_new_method_return(message_.get(), &answer);
-  const SdBusMessage owned(answer);
-  return made >= 0 ? sendAnswer(result, answer) : made;
-}
-
-int ReceivedCall::sendError(const char* name, const std::string& text) {
-  const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name, nullptr);
-  sd_bus_message* answer = nullptr;
-  const int made = sd_bus_message_new_method_error(message_.get(), &answer, &error);
-  const SdBusMessage owned(answer);
-  return made >= 0 ? sendAnswer(ZQBusMessage::failed(ZQBusFailure::Service, text), answer) : made;
-}
-
-int ReceivedCall::sendAnswer(const ZQBusMessage& content, sd_bus_message* answer) {
-  endpoint_->sendHeldEvents();
-  int result = encodeArguments(content, answer);
-  if (result >= 0) result = sd_bus_send(nullptr, answer, nullptr);
-  endpoint_->sent(memoryOf(content));
-  return result;
-}
-
 }  // namespace
 
-Endpoint::Endpoint(Owner& owner, const std::string& service, std::string peer, Backlog backlog)
+Endpoint::Endpoint(Owner& owner, std::shared_ptr<ServedObject> object, SdBus connection,
+                   std::string peer, Backlog backlog)
     : owner_(owner),
-      path_(servicePath(service)),
-      interface_(serviceName(service)),
+      object_(std::move(object)),
       peer_(std::move(peer)),
-      backlog_(backlog) {}
+      backlog_(backlog),
+      reader_(std::make_shared<Reader>(
+          std::move(connection), *this, [this] { work(); }, Reader::WhileWorking::Wait)) {}
 
-int Endpoint::start(SdBus connection, const std::function<int(sd_bus*)>& prepare) {
-  sd_bus* const bus = connection.get();
-  reader_ = std::make_shared<Reader>(
-      std::move(connection), *this, [this] { work(); }, Reader::WhileWorking::Wait);
+int Endpoint::start() {
+  const Reader::Hold hold(*reader_);
+  if (reader_->lost()) return -ECANCELED;
+  sd_bus* const bus = reader_->bus();
   sd_bus_slot* slot = nullptr;
   int result = sd_bus_add_filter(bus, &slot, &onMessage, this);
   filter_.reset(slot);
-  if (result >= 0) result = sd_bus_add_object(bus, nullptr, path_.c_str(), &leaveToSdBus, nullptr);
-  if (result >= 0 && prepare) result = prepare(bus);
-  if (result < 0) {
-    filter_.reset();
-    return result;
+  if (result >= 0) {
+    result = sd_bus_add_object(bus, nullptr, object_->path.c_str(), &leaveToSdBus, nullptr);
   }
-  return reader_->start();
+  return result >= 0 ? reader_->start() : result;
 }
 
-void Endpoint::stop() {
+void Endpoint::stop(const std::vector<std::shared_ptr<Endpoint>>& all) {
+  std::vector<Reader*> readers;
+  for (const auto& endpoint : all) {
+    const Reader::Hold hold(*endpoint->reader_);
+    if (!endpoint->reader_->lost()) endpoint->sendHeldEvents();
+    readers.push_back(endpoint->reader_.get());
+  }
+  Reader::closeAll(readers);
+  for (const auto& endpoint : all) endpoint->finish();
+}
+
+void Endpoint::finish() {
   {
     const Reader::Hold hold(*reader_);
-    if (!reader_->lost()) sendHeldEvents();
+    calls_.endIf([](const PendingCall&) { return true; });
   }
-  reader_->close();
   reader_->join();
-  std::vector<std::shared_ptr<ZQBusCall>> unanswered;
   const Reader::Hold hold(*reader_);
   filter_.reset();
-  unanswered.swap(received_);
+  received_.clear();
 }
+
+// --- Receiving -----------------------------------------------------------------------------------
 
 int Endpoint::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
   Endpoint& endpoint = *static_cast<Endpoint*>(userdata);
-  const bool isCall = sd_bus_message_is_method_call(message, nullptr, nullptr) > 0;
-  if (!isCall || endpoint.path_ != sd_bus_message_get_path(message)) return 0;
-  if (const int taken = endpoint.owner_.intercept(endpoint, message); taken != 0) return taken;
+  if (endpoint.calls_.take(message)) return 1;
+  uint8_t type = 0;
+  sd_bus_message_get_type(message, &type);
+  if (type == SD_BUS_MESSAGE_SIGNAL) endpoint.onSignal(message);
+  if (type != SD_BUS_MESSAGE_METHOD_CALL) return 1;
   const char* interface = sd_bus_message_get_interface(message);
-  if (interface != nullptr && endpoint.interface_ != interface) return 0;
-  endpoint.received_.push_back(
-      std::make_shared<ReceivedCall>(endpoint.shared_from_this(), message));
-  endpoint.reader_->callThread();
+  const bool ofAnybody =
+      interface != nullptr && (std::strcmp(interface, kPeerInterface) == 0 ||
+                               std::strcmp(interface, kIntrospectableInterface) == 0);
+  if (ofAnybody) return endpoint.onCallOfAnybody(message);
+  endpoint.onCall(message);
   return 1;
 }
 
-void Endpoint::onConnectionLost() {
-  lost_ = true;
+/// Whether the service is there and which methods it has is no secret; sd-bus tells the rest of it.
+int Endpoint::onCallOfAnybody(sd_bus_message* call) {
+  const bool isOurs =
+      object_->path == sd_bus_message_get_path(call) &&
+      sd_bus_message_is_method_call(call, kIntrospectableInterface, kIntrospect) > 0;
+  return isOurs ? sd_bus_reply_method_return(call, "s", object_->introspection.c_str()) : 0;
+}
+
+void Endpoint::receive(sd_bus_message* call) {
+  const char* interface = sd_bus_message_get_interface(call);
+  if (object_->path != sd_bus_message_get_path(call)) {
+    return refuse(call, SD_BUS_ERROR_UNKNOWN_OBJECT, "no such object");
+  }
+  if (interface != nullptr && object_->interface != interface) {
+    return refuse(call, SD_BUS_ERROR_UNKNOWN_INTERFACE, "no such interface");
+  }
+  received_.emplace_back(sd_bus_message_ref(call));
   reader_->callThread();
 }
 
+void Endpoint::refuse(sd_bus_message* call, const char* error, const std::string& text) {
+  sd_bus_reply_method_errorf(call, error, "%s", text.c_str());
+}
+
+void Endpoint::onConnectionLost() {
+  calls_.endIf([](const PendingCall&) { return true; });
+  lossToTell_ = true;
+  reader_->callThread();
+}
+
+std::shared_ptr<ReceivedCall> Endpoint::nextCall() {
+  const Reader::Hold hold(*reader_);
+  while (!received_.empty()) {
+    SdBusMessage message = std::move(received_.front());
+    received_.pop_front();
+    if (auto call = ReceivedCall::read(shared_from_this(), std::move(message))) return call;
+  }
+  return nullptr;
+}
+
 void Endpoint::work() {
-  std::vector<std::shared_ptr<ZQBusCall>> calls;
+  while (const auto call = nextCall()) {
+    owner_.handle(call);
+    call->keepForLater();
+  }
+  doMore();
   bool tellLoss = false;
   {
     const Reader::Hold hold(*reader_);
-    calls.swap(received_);
-    tellLoss = lost_ && !std::exchange(lossTold_, lost_);
+    tellLoss = std::exchange(lossToTell_, false);
   }
-  for (const auto& call : calls) owner_.handle(call);
   if (tellLoss) owner_.onLost(*this);
 }
+
+// --- Sending -------------------------------------------------------------------------------------
 
 void Endpoint::sendEvent(const std::string& event, const ZQBusMessage& content) {
   const Reader::Hold hold(*reader_);
@@ -172,13 +151,13 @@ void Endpoint::sendEvent(const std::string& event, const ZQBusMessage& content) 
   const bool behind = backlog_ == Backlog::Bounded && reader_->hasUnsent();
   if (!behind || !heldEvents_.add(event, content)) {
     sendHeldEvents();
-    sendSignal(path_.c_str(), interface_.c_str(), event.c_str(), content);
+    sendSignal(object_->path.c_str(), object_->interface.c_str(), event.c_str(), content);
   }
 }
 
 void Endpoint::sendHeldEvents() {
   if (heldEvents_.empty()) return;
-  sendSignal(path_.c_str(), kDirectInterface, kDirectEvents, heldEvents_.take());
+  sendSignal(object_->path.c_str(), kDirectInterface, kDirectEvents, heldEvents_.take());
 }
 
 void Endpoint::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
@@ -209,9 +188,13 @@ void Endpoint::sent(std::size_t size) {
   // One message may be as large as it likes; what piles up behind it may not.
   if (backlog_ == Backlog::Bounded && waiting > 1 && unsentSize_ > kMaxUnsent) {
     busLog("cut the direct line to " + peer_ + ": it does not read");
-    ::shutdown(sd_bus_get_fd(reader_->bus()), SHUT_RDWR);
+    cut();
   }
   reader_->sent();
+}
+
+void Endpoint::cut() {
+  ::shutdown(sd_bus_get_fd(reader_->bus()), SHUT_RDWR);
 }
 
 }  // namespace zq

@@ -1,166 +1,111 @@
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
+#include <condition_variable>
 #include <cstring>
 #include <exception>
-#include <list>
 #include <mutex>
 #include <utility>
 #include <vector>
 
+#include "bus_endpoint.h"
 #include "bus_log.h"
-#include "descriptor_passing.h"
-#include "endpoint.h"
 #include "introspection.h"
+#include "line_endpoint.h"
 #include "sd_bus_open.h"
+#include "spare_descriptors.h"
 #include "zqbus/zqbus_service.h"
 
 namespace zq {
 namespace {
 
+using Clock = Reader::Clock;
+
 constexpr std::size_t kMaxLines = 64;
-constexpr int kSendBuffer = 96 << 10;
+// Of clients that have not been through the handshake.
+constexpr std::size_t kMaxNewLines = 32;
 
-bool isStreamSocket(int descriptor) {
-  const auto option = [descriptor](int name) {
-    int value = -1;
-    socklen_t size = sizeof value;
-    return ::getsockopt(descriptor, SOL_SOCKET, name, &value, &size) == 0 ? value : -1;
-  };
-  return option(SO_DOMAIN) == AF_UNIX && option(SO_TYPE) == SOCK_STREAM;
-}
-
-/// Makes a line, whose other end it sends on `hatch`. Not the pair that the hatch belongs to: what
-/// came through the bus, others may have a copy of.
-SdBus makeLine(int hatch) {
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
-    return nullptr;
-  }
-  const int handed = sendDescriptor(hatch, ends[1]);
-  ::close(ends[1]);
-  sd_bus* made = nullptr;
-  sd_id128_t id{};
-  int result = handed < 0 ? handed : sd_id128_randomize(&id);
-  if (result >= 0) result = sd_bus_new(&made);
-  SdBus line(made);
-  if (result >= 0) result = sd_bus_set_fd(made, ends[0], ends[0]);
-  if (result < 0) {
-    ::close(ends[0]);
-    return nullptr;
-  }
-  if (sd_bus_set_server(made, 1, id) < 0 || sd_bus_start(made) < 0) return nullptr;
-  // sd-bus has taken what it could get. What lies in the socket cannot be sent together any more.
-  ::setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
-  return line;
-}
+constexpr std::chrono::milliseconds kFirstPause{100};
+constexpr std::chrono::milliseconds kLongestPause{5000};
+// The service's end waits so long at most for an attempt to come back.
+constexpr std::chrono::milliseconds kAttemptPatience{1000};
 
 class Service : public ZQBusService, public Endpoint::Owner {
  public:
   Service(const std::string& service, const ZQBusServiceDescription& description, Handler handler)
-      : service_(service),
-        path_(servicePath(service)),
-        interface_(serviceName(service)),
-        xml_(introspectionXml(interface_, description)),
-        handler_(std::move(handler)),
-        bus_(std::make_shared<Endpoint>(*this, service, "", Endpoint::Backlog::Unbounded)) {}
+      : object_(std::make_shared<ServedObject>()), handler_(std::move(handler)) {
+    object_->path = servicePath(service);
+    object_->interface = serviceName(service);
+    object_->introspection = introspectionXml(object_->interface, description);
+  }
   ~Service() override;
 
-  [[nodiscard]] int claim(SdBus bus);
+  /// Connects to the bus and claims the name there; 0, or a negative error number and `error`.
+  [[nodiscard]] int claim(Clock::time_point deadline, std::string& error);
   void sendEvent(const std::string& event, const ZQBusMessage& content) override;
   void sendBroadcast(const std::string& event, const ZQBusMessage& content) override;
   void setLostCallback(std::function<void()> onLost) override;
 
  private:
-  /// A client's wish for a direct line, while the bus is asked who the client is.
-  struct Wish {
-    Service* service;
-    SdBusMessage call;
-    SdBusSlot question;
-    std::list<Wish>::iterator position;
-  };
-  using Lines = std::vector<std::shared_ptr<Endpoint>>;
+  using Endpoints = std::vector<std::shared_ptr<Endpoint>>;
+  using Lines = std::vector<std::shared_ptr<LineEndpoint>>;
 
-  int intercept(Endpoint& endpoint, sd_bus_message* call) override;
   void handle(const std::shared_ptr<ZQBusCall>& call) override;
   void onLost(Endpoint& endpoint) override;
-  int askWhoWishes(sd_bus_message* call);
-  static int onUser(sd_bus_message* answer, void* wish, sd_bus_error* error);
-  int openLine(sd_bus_message* call);
-  static int onLastBusClientGone(sd_bus_track* clients, void* service);
-  Lines lines();
+  int startOnBus(Clock::time_point deadline, SdBus connection);
+  void comeBack();
+  bool pause(std::chrono::milliseconds length);
+  void tellIfLost();
+  int openLine(int hatch, const std::string& client);
+  int roomForLine() const;
+  std::size_t greetedLines() const;
+  void stopEnded();
 
-  const std::string service_;
-  const std::string path_;
-  const std::string interface_;
-  const std::string xml_;
+  const std::shared_ptr<ServedObject> object_;
   std::mutex handlerMutex_;  // one call after the other, whichever way they come
   const Handler handler_;
-  const std::shared_ptr<Endpoint> bus_;
-  // Under the lock of the bus's reader.
-  std::list<Wish> wishes_;
-  sd_bus_track* busClients_ = nullptr;  // those that use the service through the bus
-  std::atomic<bool> hasBusClients_ = false;
-  std::mutex linesMutex_;
+  DescriptorReserve reserve_;  // of the thread that claims the name
+
+  std::mutex mutex_;  // of all that follows; no reader's lock is taken under it
+  std::condition_variable ending_;
+  bool isEnding_ = false;
+  std::shared_ptr<BusEndpoint> bus_;
+  bool isClaiming_ = false;    // a thread is about to have the name
+  bool lostInClaim_ = false;   // the connection on which it is
+  bool isBusGone_ = false;     // and did not come back at once
+  Clock::time_point claimed_;  // when the name was claimed last
   Lines lines_;
-  Lines ended_;  // their threads cannot wait for themselves
-  bool busLost_ = false;
+  Endpoints ended_;  // their threads cannot wait for themselves
   std::function<void()> onLost_;
 };
 
 Service::~Service() {
-  bus_->stop();
+  Endpoints all;
   {
-    const Reader::Hold hold(bus_->reader());
-    wishes_.clear();
-    sd_bus_track_unref(busClients_);
+    const std::lock_guard lock(mutex_);
+    isEnding_ = true;
+    all = std::move(ended_);
+    all.insert(all.end(), lines_.begin(), lines_.end());
+    if (bus_ != nullptr) all.push_back(bus_);
   }
-  Lines all = lines();
-  {
-    const std::lock_guard lock(linesMutex_);
-    all.insert(all.end(), ended_.begin(), ended_.end());
-  }
-  for (const auto& line : all) line->stop();
-}
-
-int Service::claim(SdBus bus) {
-  return bus_->start(std::move(bus), [this](sd_bus* connection) {
-    const int made = sd_bus_track_new(connection, &busClients_, &onLastBusClientGone, this);
-    return made >= 0 ? sd_bus_request_name(connection, interface_.c_str(), 0) : made;
-  });
+  ending_.notify_all();
+  Endpoint::stop(all);
 }
 
 void Service::setLostCallback(std::function<void()> onLost) {
+  {
+    const std::lock_guard lock(mutex_);
+    onLost_ = std::move(onLost);
+  }
+  tellIfLost();
+}
+
+/// Clients with a direct line can do without the bus.
+void Service::tellIfLost() {
   std::function<void()> tell;
   {
-    const std::lock_guard lock(linesMutex_);
-    onLost_.swap(onLost);
-    if (busLost_ && lines_.empty()) tell = std::exchange(onLost_, nullptr);
+    const std::lock_guard lock(mutex_);
+    if (isBusGone_ && lines_.empty()) tell = std::exchange(onLost_, nullptr);
   }
   if (tell) tell();
-}
-
-// --- Calls ---------------------------------------------------------------------------------------
-
-int Service::intercept(Endpoint& endpoint, sd_bus_message* call) {
-  if (sd_bus_message_is_method_call(call, kIntrospectableInterface, kIntrospect) > 0) {
-    return sd_bus_reply_method_return(call, "s", xml_.c_str());
-  }
-  if (&endpoint != bus_.get()) return 0;
-  if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectOpen) > 0) {
-    return askWhoWishes(call);
-  }
-  sd_bus_track_add_sender(busClients_, call);
-  hasBusClients_ = true;
-  return 0;
-}
-
-int Service::onLastBusClientGone(sd_bus_track*, void* service) {
-  static_cast<Service*>(service)->hasBusClients_ = false;
-  return 1;
 }
 
 void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
@@ -177,88 +122,172 @@ void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
 }
 
 void Service::onLost(Endpoint& endpoint) {
-  std::function<void()> tell;
   {
-    const std::lock_guard lock(linesMutex_);
+    const std::lock_guard lock(mutex_);
     const auto line = std::find_if(lines_.begin(), lines_.end(),
                                    [&](const auto& one) { return one.get() == &endpoint; });
     if (line != lines_.end()) {
       ended_.push_back(std::move(*line));
       lines_.erase(line);
-    } else {
-      busLost_ = true;
+    } else if (isClaiming_) {
+      lostInClaim_ = true;
+      return;
     }
-    // Clients with a direct line can do without the bus.
-    if (busLost_ && lines_.empty()) tell = std::exchange(onLost_, nullptr);
   }
-  if (tell) tell();
+  if (endpoint.peer().empty()) {
+    comeBack();
+  } else {
+    tellIfLost();
+  }
+}
+
+/// Waits for those that have ended.
+void Service::stopEnded() {
+  Endpoints ended;
+  {
+    const std::lock_guard lock(mutex_);
+    ended.swap(ended_);
+  }
+  Endpoint::stop(ended);
+}
+
+// --- The bus -------------------------------------------------------------------------------------
+
+int Service::claim(Clock::time_point deadline, std::string& error) {
+  SdBus connection = openSdBus(deadline, error);
+  if (connection == nullptr) return -ENOTCONN;
+  const int result = startOnBus(deadline, std::move(connection));
+  if (result < 0) {
+    error = object_->interface + (result == -EEXIST ? " is owned by another process"
+                                                    : std::string(": ") + std::strerror(-result));
+  }
+  return result;
+}
+
+int Service::startOnBus(Clock::time_point deadline, SdBus connection) {
+  const auto bus = std::make_shared<BusEndpoint>(
+      *this, object_, std::move(connection),
+      [this](int hatch, const std::string& client) { return openLine(hatch, client); });
+  std::shared_ptr<BusEndpoint> previous;
+  {
+    const std::lock_guard lock(mutex_);
+    if (isEnding_) return -ECANCELED;
+    previous = bus_;
+    if (previous != nullptr) ended_.push_back(previous);
+    bus_ = bus;  // before the first call comes, whose handler may send an event
+    isClaiming_ = true;
+    lostInClaim_ = false;
+  }
+  int result = bus->start();
+  if (result >= 0) result = bus->claimName(deadline);
+  {
+    const std::lock_guard lock(mutex_);
+    isClaiming_ = false;
+    if (lostInClaim_ && result >= 0) result = -ECONNRESET;
+    if (result >= 0) {
+      isBusGone_ = false;
+      claimed_ = Clock::now();
+      return result;
+    }
+    if (std::erase(ended_, previous) > 0) bus_ = previous;
+  }
+  Endpoint::stop({bus});
+  return result;
+}
+
+/// Claims the name again, on the thread of the connection that was lost.
+void Service::comeBack() {
+  std::chrono::milliseconds length{0};
+  {
+    const std::lock_guard lock(mutex_);
+    if (Clock::now() - claimed_ < kLongestPause) length = kFirstPause;
+  }
+  busLog(object_->interface + " has lost the bus");
+  std::string error;
+  int result = -ENOTCONN;
+  while (result != -EEXIST && pause(length)) {
+    reserve_.release();
+    result = claim(Clock::now() + kAttemptPatience, error);
+    reserve_.refill();
+    if (result >= 0) return busLog(object_->interface + " is on the bus again");
+    {
+      const std::lock_guard lock(mutex_);
+      isBusGone_ = true;
+    }
+    tellIfLost();
+    length = std::clamp(2 * length, kFirstPause, kLongestPause);
+  }
+  if (result == -EEXIST) busLog("cannot come back to the bus: " + error);
+}
+
+/// False when the service ends.
+bool Service::pause(std::chrono::milliseconds length) {
+  std::unique_lock lock(mutex_);
+  return !ending_.wait_for(lock, length, [this] { return isEnding_; });
 }
 
 // --- Direct lines --------------------------------------------------------------------------------
 
-int Service::askWhoWishes(sd_bus_message* call) {
-  const auto position = wishes_.emplace(wishes_.end());
-  position->service = this;
-  position->call.reset(sd_bus_message_ref(call));
-  position->position = position;
-  sd_bus_slot* question = nullptr;
-  const int asked = sd_bus_call_method_async(
-      bus_->reader().bus(), &question, kBusName, "/org/freedesktop/DBus", kBusName,
-      "GetConnectionUnixUser", &onUser, &*position, "s", sd_bus_message_get_sender(call));
-  position->question.reset(question);
-  if (asked < 0) wishes_.erase(position);
-  return asked < 0 ? asked : 1;
+std::size_t Service::greetedLines() const {
+  return static_cast<std::size_t>(std::count_if(lines_.begin(), lines_.end(),
+                                                [](const auto& line) { return line->greeted(); }));
 }
 
-int Service::onUser(sd_bus_message* answer, void* userdata, sd_bus_error*) {
-  Wish& wish = *static_cast<Wish*>(userdata);
-  Service& service = *wish.service;
-  const SdBusMessage call = std::move(wish.call);
-  service.wishes_.erase(wish.position);
-  uint32_t user = 0;
-  const bool trusted =
-      sd_bus_message_read(answer, "u", &user) > 0 && (user == ::geteuid() || user == 0);
-  const int opened = trusted ? service.openLine(call.get()) : -EPERM;
-  if (opened < 0) {
-    return sd_bus_reply_method_errnof(call.get(), -opened, "no direct line: %s",
-                                      std::strerror(-opened));
-  }
-  return sd_bus_reply_method_return(call.get(), "i", static_cast<int32_t>(::getpid()));
+int Service::roomForLine() const {
+  if (isEnding_) return -ECANCELED;
+  const std::size_t greeted = greetedLines();
+  return greeted < kMaxLines && lines_.size() - greeted < kMaxNewLines ? 0 : -EMFILE;
 }
 
-int Service::openLine(sd_bus_message* call) {
-  Lines ended;
-  const std::lock_guard lock(linesMutex_);
-  ended.swap(ended_);
-  for (const auto& line : ended) line->stop();
-  if (lines_.size() >= kMaxLines) return -EMFILE;
-  int hatch = -1;
-  if (sd_bus_message_read(call, "h", &hatch) <= 0 || !isStreamSocket(hatch)) return -EINVAL;
+int Service::openLine(int hatch, const std::string& client) {
+  stopEnded();
+  if (!hasSpareDescriptors()) return -EMFILE;
   SdBus connection = makeLine(hatch);
   if (connection == nullptr) return -EINVAL;
-  auto line = std::make_shared<Endpoint>(*this, service_, sd_bus_message_get_sender(call),
-                                         Endpoint::Backlog::Bounded);
-  const int started = line->start(std::move(connection));
-  if (started >= 0) lines_.push_back(std::move(line));
+  const auto line =
+      std::make_shared<LineEndpoint>(*this, object_, std::move(connection), client, [this] {
+        const std::lock_guard lock(mutex_);
+        return greetedLines() <= kMaxLines;
+      });
+  {
+    const std::lock_guard lock(mutex_);
+    if (const int room = roomForLine(); room < 0) return room;
+    lines_.push_back(line);
+  }
+  const int started = line->start();
+  if (started < 0) {
+    const std::lock_guard lock(mutex_);
+    std::erase(lines_, line);
+  }
   return started;
-}
-
-Service::Lines Service::lines() {
-  const std::lock_guard lock(linesMutex_);
-  return lines_;
 }
 
 // --- Events --------------------------------------------------------------------------------------
 
 void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
-  const Lines direct = lines();
-  for (const auto& line : direct) line->sendEvent(event, content);
+  Lines lines;
+  std::shared_ptr<BusEndpoint> bus;
+  {
+    const std::lock_guard lock(mutex_);
+    lines = lines_;
+    bus = bus_;
+  }
+  bool isHeard = false;
+  for (const auto& line : lines) {
+    line->sendEvent(event, content);
+    isHeard = isHeard || line->greeted();
+  }
   // Everybody on the bus may listen there; so nothing goes that way that nobody needs to get so.
-  if (direct.empty() || hasBusClients_) bus_->sendEvent(event, content);
+  if (!isHeard || bus->hasClients()) bus->sendEvent(event, content);
 }
 
 void Service::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
-  bus_->sendBroadcast(event, content);
+  std::shared_ptr<BusEndpoint> bus;
+  {
+    const std::lock_guard lock(mutex_);
+    bus = bus_;
+  }
+  bus->sendBroadcast(event, content);
 }
 
 }  // namespace
@@ -266,14 +295,8 @@ void Service::sendBroadcast(const std::string& event, const ZQBusMessage& conten
 std::unique_ptr<ZQBusService> ZQBusService::claim(const std::string& service,
                                                   ZQBusServiceDescription description,
                                                   Handler handler, std::string& error) {
-  SdBus bus = openSdBus(Reader::Clock::now() + kDefaultTimeout, error);
-  if (bus == nullptr) return nullptr;
   auto made = std::make_unique<Service>(service, description, std::move(handler));
-  const int result = made->claim(std::move(bus));
-  if (result >= 0) return made;
-  error = serviceName(service) + (result == -EEXIST ? " is owned by another process"
-                                                    : std::string(": ") + std::strerror(-result));
-  return nullptr;
+  return made->claim(Clock::now() + kDefaultTimeout, error) >= 0 ? std::move(made) : nullptr;
 }
 
 }  // namespace zq
