@@ -68,10 +68,10 @@ class Service : public ZQBusService, public Endpoint::Owner {
   std::condition_variable ending_;
   bool isEnding_ = false;
   std::shared_ptr<BusEndpoint> bus_;
-  bool isClaiming_ = false;    // a thread is about to have the name
-  bool lostInClaim_ = false;   // the connection on which it is
-  bool isBusGone_ = false;     // and did not come back at once
-  Clock::time_point claimed_;  // when the name was claimed last
+  const Endpoint* claimed_ = nullptr;  // the connection on which the name was claimed last
+  const Endpoint* lost_ = nullptr;     // the one that was lost last before it was
+  bool isBusGone_ = false;             // lost after it was, and did not come back at once
+  Clock::time_point claimTime_;
   Lines lines_;
   Endpoints ended_;  // their threads cannot wait for themselves
   std::function<void()> onLost_;
@@ -122,23 +122,21 @@ void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
 }
 
 void Service::onLost(Endpoint& endpoint) {
+  bool isBus = false;
   {
     const std::lock_guard lock(mutex_);
     const auto line = std::find_if(lines_.begin(), lines_.end(),
                                    [&](const auto& one) { return one.get() == &endpoint; });
+    isBus = &endpoint == claimed_;
     if (line != lines_.end()) {
       ended_.push_back(std::move(*line));
       lines_.erase(line);
-    } else if (isClaiming_) {
-      lostInClaim_ = true;
-      return;
+    } else if (!isBus) {
+      lost_ = &endpoint;
     }
   }
-  if (endpoint.peer().empty()) {
-    comeBack();
-  } else {
-    tellIfLost();
-  }
+  if (isBus) return comeBack();
+  tellIfLost();
 }
 
 /// Waits for those that have ended.
@@ -174,19 +172,18 @@ int Service::startOnBus(Clock::time_point deadline, SdBus connection) {
     if (isEnding_) return -ECANCELED;
     previous = bus_;
     if (previous != nullptr) ended_.push_back(previous);
+    lost_ = nullptr;
     bus_ = bus;  // before the first call comes, whose handler may send an event
-    isClaiming_ = true;
-    lostInClaim_ = false;
   }
   int result = bus->start();
   if (result >= 0) result = bus->claimName(deadline);
   {
     const std::lock_guard lock(mutex_);
-    isClaiming_ = false;
-    if (lostInClaim_ && result >= 0) result = -ECONNRESET;
+    if (lost_ == bus.get() && result >= 0) result = -ECONNRESET;
     if (result >= 0) {
       isBusGone_ = false;
-      claimed_ = Clock::now();
+      claimed_ = bus.get();
+      claimTime_ = Clock::now();
       return result;
     }
     if (std::erase(ended_, previous) > 0) bus_ = previous;
@@ -200,7 +197,7 @@ void Service::comeBack() {
   std::chrono::milliseconds length{0};
   {
     const std::lock_guard lock(mutex_);
-    if (Clock::now() - claimed_ < kLongestPause) length = kFirstPause;
+    if (Clock::now() - claimTime_ < kLongestPause) length = kFirstPause;
   }
   busLog(object_->interface + " has lost the bus");
   std::string error;

@@ -23,8 +23,8 @@ class Peer {
   /// A client of the bus at that address, past the handshake and Hello.
   static Peer onBus(const std::string& address);
 
-  /// The client's and the server's part of the handshake, descriptors included. False when the
-  /// other end does not play its own.
+  /// The client's and the server's part of the handshake; they ask for descriptors and agree to
+  /// them. False when the other end does not play its own.
   bool greet();
   bool welcome();
 

@@ -1,0 +1,134 @@
+#include "fake_bus.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace zq {
+namespace {
+
+using wire::Message;
+using wire::Peer;
+using wire::Type;
+using wire::Writer;
+
+constexpr char kBus[] = "org.freedesktop.DBus";
+constexpr char kPath[] = "/org/zqbus/perix";
+constexpr char kServiceName[] = ":1.1";
+
+}  // namespace
+
+Message perixMethod(const std::string& method) {
+  return Message::call(kPath, "org.zqbus.perix", method);
+}
+
+LineRequest::LineRequest() : call(Message::call(kPath, "org.zqbus.Direct", "Open")) {
+  call.with("h", Writer().number(4, 0).bytes()).announcedDescriptors = 1;
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    throw std::runtime_error("no socket pair");
+  }
+  ours = OwnedDescriptor(ends[0]);
+  theirs = OwnedDescriptor(ends[1]);
+}
+
+FakeBus::FakeBus() : directory_("/tmp/perix-fake-bus-XXXXXX") {
+  if (::mkdtemp(directory_.data()) == nullptr) throw std::runtime_error("no directory");
+  sockaddr_un at{AF_UNIX, {}};
+  const std::string path = directory_ + "/bus";
+  path.copy(at.sun_path, sizeof at.sun_path - 1);
+  listener_ = OwnedDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0 ||
+      ::listen(listener_.get(), 8) != 0) {
+    throw std::runtime_error("cannot listen");
+  }
+  addressBefore_ = std::getenv("ZQBUS_ADDRESS");
+  ::setenv("ZQBUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
+}
+
+FakeBus::~FakeBus() {
+  ::setenv("ZQBUS_ADDRESS", addressBefore_.c_str(), 1);
+  std::filesystem::remove_all(directory_);
+}
+
+Message FakeBus::welcome() {
+  service_.emplace(OwnedDescriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+  if (!service_->welcome()) throw std::runtime_error("the service does not greet");
+  reply(question("Hello"), "s", Writer().text(kServiceName).bytes());
+  return question("RequestName");
+}
+
+std::future<std::unique_ptr<ZQBusService>> FakeBus::claim(std::string* error) {
+  return std::async(std::launch::async, [error] {
+    std::string ignored;
+    return ZQBusService::claim(
+        "perix", {}, [](const auto& call) { call->reply(call->message()); },
+        error != nullptr ? *error : ignored);
+  });
+}
+
+std::unique_ptr<ZQBusService> FakeBus::start() {
+  auto service = claim();
+  replyNumber(welcome(), 1);
+  return service.get();
+}
+
+void FakeBus::send(Message message, const std::string& sender, std::span<const int> descriptors) {
+  if (message.serial == 1) message.serial = ++serial_;
+  message.destination = kServiceName;
+  message.sender = sender;
+  service_->send(message, descriptors);
+}
+
+void FakeBus::reply(const Message& call, const std::string& signature, std::string body) {
+  send(Message::replyTo(call).with(signature, std::move(body)), kBus);
+}
+
+void FakeBus::replyNumber(const Message& call, uint32_t number) {
+  reply(call, "u", Writer().number(4, number).bytes());
+}
+
+void FakeBus::fail(const Message& call) {
+  send(Message::replyTo(call, Type::Error), kBus);
+}
+
+Message FakeBus::receiveUntil(const std::function<bool(const Message&)>& wanted) {
+  auto message = service_->receiveUntil(wanted);
+  if (!message) throw std::runtime_error("the service says nothing more");
+  return *message;
+}
+
+Message FakeBus::question(const std::string& method) {
+  return receiveUntil([&](const Message& message) {
+    return message.type == Type::Call && message.member == method;
+  });
+}
+
+Message FakeBus::answer() {
+  return receiveUntil([](const Message& message) {
+    return message.type == Type::Return || message.type == Type::Error;
+  });
+}
+
+Message FakeBus::signal() {
+  return receiveUntil([](const Message& message) { return message.type == Type::Signal; });
+}
+
+void FakeBus::ping() {
+  send(Message::call("/", "org.freedesktop.DBus.Peer", "Ping"), ":1.99");
+  receiveUntil([this](const Message& message) { return message.replySerial == serial_; });
+}
+
+Peer FakeBus::openLine(const std::string& client, bool isKnown) {
+  LineRequest request;
+  send(request.call, client, std::array{request.theirs.get()});
+  if (!isKnown) replyNumber(question("GetConnectionUnixUser"), ::geteuid());
+  if (answer().type != Type::Return) throw std::runtime_error("no line");
+  return Peer(Peer(std::move(request.ours)).takeDescriptor());
+}
+
+}  // namespace zq
