@@ -1,9 +1,13 @@
 #include "service/call_log.h"
 
+#include <algorithm>
+
 namespace zq::devservice {
 namespace {
 
 constexpr std::size_t kShownBytes = 64;
+constexpr std::size_t kShownText = 256;
+constexpr std::size_t kShownArguments = 32;
 
 struct ArgumentAsJson {
   Disclosure disclosure;
@@ -11,7 +15,8 @@ struct ArgumentAsJson {
   Json operator()(std::monostate) const { return nullptr; }
   Json operator()(const std::string& text) const {
     if (disclosure == Disclosure::SizesOnly) return {{"size", text.size()}};
-    return text;
+    if (text.size() <= kShownText) return text;
+    return {{"size", text.size()}, {"text", text.substr(0, kShownText)}};
   }
   Json operator()(const ZQBusBytes& bytes) const {
     if (disclosure == Disclosure::SizesOnly) return {{"size", bytes.size}};
@@ -28,9 +33,11 @@ struct ArgumentAsJson {
 
 Json argumentsAsJson(const ZQBusMessage& message, Disclosure disclosure) {
   auto arguments = Json::array();
-  for (const ZQBusArgument& argument : message.arguments()) {
-    arguments.push_back(std::visit(ArgumentAsJson{disclosure}, argument));
+  const std::size_t count = message.argCount();
+  for (std::size_t i = 0; i < std::min(count, kShownArguments); ++i) {
+    arguments.push_back(std::visit(ArgumentAsJson{disclosure}, message.arguments()[i]));
   }
+  if (count > kShownArguments) arguments.push_back({{"more", count - kShownArguments}});
   return arguments;
 }
 

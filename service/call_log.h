@@ -12,10 +12,12 @@ namespace zq::devservice {
 /// How much of a call's arguments may be shown.
 enum class Disclosure { Everything, SizesOnly };
 
-/// The arguments as JSON: numbers, texts, and blocks by their size and first bytes in hex.
+/// The first 32 arguments as JSON: numbers, texts up to 256 bytes, and by their size and their
+/// first bytes longer texts and blocks, these in hex. Of the others their number.
 Json argumentsAsJson(const ZQBusMessage& message, Disclosure disclosure);
 
-/// The last calls, oldest first.
+/// The last calls, oldest first. Texts that consist of control characters alone make 52 MB of JSON
+/// of them, which is the most, and which a message carries.
 class CallLog {
  public:
   static constexpr std::size_t kLength = 1000;

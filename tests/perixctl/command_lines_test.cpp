@@ -276,6 +276,7 @@ TEST(PerixctlWithAServiceThatDiesDuringACall, EndsWithEight) {
 TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
   const ToolWorld world;
   const std::string secret = "kept-from-view";
+  const std::string secretInHex = "6b6570742d66726f6d2d76696577";
   std::string all;
   for (const std::string& words :
        {"--verbose token update <<< " + secret, "--verbose --json token update <<< " + secret,
@@ -285,6 +286,8 @@ TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
     all += result.output + result.error;
   }
   EXPECT_EQ(all.find(secret), std::string::npos) << all;
+  EXPECT_EQ(all.find(secretInHex), std::string::npos) << all;
+  EXPECT_NE(all.find(R"({"size":14})"), std::string::npos) << all;
 }
 
 }  // namespace

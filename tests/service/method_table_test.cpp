@@ -96,6 +96,19 @@ TEST(ACallLog, ShowsSecretArgumentsBySizeAndKeepsTheLastCalls) {
             R"({"size":5,"hex":"6279746573"}]})");
 }
 
+TEST(ACallLog, CutsLongCallsSoThatAllOfThemFitAMessage) {
+  constexpr std::size_t kMessage = std::size_t{64} << 20;
+  CallLog log;
+  ZQBusMessage call(ZQBusMessageType::MethodCall, "long");
+  call.appendString(std::string(300, 'x'));
+  for (int i = 0; i < 999; ++i) call.appendString(std::string(10'000, '\1'));
+  const Json& noted = log.note(call, ":1.1", Disclosure::Everything);
+  const Json& arguments = noted["arguments"];
+  EXPECT_EQ(asText(arguments[0]), R"({"size":300,"text":")" + std::string(256, 'x') + R"("})");
+  EXPECT_EQ(asText(arguments.back()), R"({"more":968})");
+  EXPECT_LT(asText(noted).size(), kMessage / CallLog::kLength);
+}
+
 TEST(AJsonText, IsUtf8WhateverTheTextsHold) {
   EXPECT_EQ(asText(Json("a\xff")), "\"a\xEF\xBF\xBD\"");
 }
