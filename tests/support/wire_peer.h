@@ -28,6 +28,9 @@ class Peer {
   bool greet();
   bool welcome();
 
+  /// Takes a line of the handshake. False at the connection's end.
+  bool skipLine() { return receiveLine().has_value(); }
+
   bool send(std::string_view bytes, std::span<const int> descriptors = {});
   bool send(const Message& message, std::span<const int> descriptors = {});
   /// Numbers a message, sends it and waits for its reply; what comes before it is dropped.
