@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/zqbus/sd_bus_handles.h"
+#include "tests/bus/fake_bus.h"
 #include "tests/bus/stranger.h"
 #include "tests/support/bus_world.h"
 #include "tools/embedded/child_process.h"
@@ -108,10 +109,11 @@ TEST_F(DirectLine, OfAKilledClientLeavesNothingBehind) {
 TEST_F(DirectLine, IsOfferedToABoundedNumberAndTheOthersUseTheBus) {
   RecordingService owner;
   Stranger stranger;
-  std::vector<OwnedDescriptor> lines;
+  std::vector<wire::Peer> lines;
   for (int i = 0; i < kMaxLines; ++i) {
-    lines.emplace_back(stranger.openLine());
-    ASSERT_TRUE(lines.back());
+    lines.emplace_back(OwnedDescriptor(stranger.openLine()));
+    ASSERT_TRUE(lines.back().greet());
+    ASSERT_TRUE(lines.back().ask(perixMethod("getVmList")));
   }
   EXPECT_LT(stranger.openLine(), 0);
   const auto interface = connect();
