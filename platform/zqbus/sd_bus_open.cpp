@@ -48,7 +48,8 @@ bool isFromBus(sd_bus_message* message) {
 
 void logRefusal(sd_bus_message* answer) {
   if (const sd_bus_error* error = sd_bus_message_get_error(answer)) {
-    busLog(std::string("the bus refused a subscription: ") + error->message);
+    busLog(std::string("the bus refused a subscription: ") +
+           (error->message != nullptr ? error->message : error->name));
   }
 }
 

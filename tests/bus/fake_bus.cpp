@@ -55,10 +55,14 @@ FakeBus::~FakeBus() {
   std::filesystem::remove_all(directory_);
 }
 
-Message FakeBus::welcome() {
+void FakeBus::accept() {
   service_.emplace(OwnedDescriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
   if (!service_->welcome()) throw std::runtime_error("the service does not greet");
   reply(question("Hello"), "s", Writer().text(kServiceName).bytes());
+}
+
+Message FakeBus::welcome() {
+  accept();
   return question("RequestName");
 }
 
@@ -129,6 +133,45 @@ Peer FakeBus::openLine(const std::string& client, bool isKnown) {
   if (!isKnown) replyNumber(question("GetConnectionUnixUser"), ::geteuid());
   if (answer().type != Type::Return) throw std::runtime_error("no line");
   return Peer(Peer(std::move(request.ours)).takeDescriptor());
+}
+
+const std::vector<Verdict>& verdicts() {
+  static const std::vector<Verdict> all = {
+      {"this user", [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, ::geteuid()); },
+       true},
+      {"root", [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, 0); }, true},
+      {"another user",
+       [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, kOtherUser); }, false},
+      {"nobody any more", [](FakeBus& bus, const Message& asked) { bus.fail(asked); }, false},
+      {"an error that holds a number",
+       [](FakeBus& bus, const Message& asked) {
+         bus.send(Message::replyTo(asked, Type::Error)
+                      .with("u", Writer().number(4, ::geteuid()).bytes()),
+                  "org.freedesktop.DBus");
+       },
+       false},
+      {"an answer that cannot be read",
+       [](FakeBus& bus, const Message& asked) {
+         bus.reply(asked, "s", Writer().text("0").bytes());
+       },
+       false},
+      {"another user, after a forger's answer",
+       [](FakeBus& bus, const Message& asked) {
+         bus.send(Message::replyTo(asked).with("u", Writer().number(4, ::geteuid()).bytes()),
+                  ":1.66");
+         bus.send(Message::replyTo(asked).with("u", Writer().number(4, ::geteuid()).bytes()),
+                  ":1.7");
+         bus.replyNumber(asked, kOtherUser);
+       },
+       false},
+      {"this user, after a forger's error",
+       [](FakeBus& bus, const Message& asked) {
+         bus.send(Message::replyTo(asked, Type::Error), ":1.66");
+         bus.replyNumber(asked, ::geteuid());
+       },
+       true},
+  };
+  return all;
 }
 
 }  // namespace zq

@@ -1,5 +1,5 @@
-// A bus whose daemon is the test, and which has the service as its one connection: the test says
-// what the daemon answers and what others send, in an order of its own.
+// A bus whose daemon is the test, and which has the service or a client as its one connection: the
+// test says what the daemon answers and what others send, in an order of its own.
 #pragma once
 
 #include <functional>
@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tests/support/bus_world.h"
 #include "tests/support/wire_peer.h"
@@ -24,6 +25,8 @@ class FakeBus {
   FakeBus(const FakeBus&) = delete;
   FakeBus& operator=(const FakeBus&) = delete;
 
+  /// Takes the next connection in.
+  void accept();
   /// Takes the service's next connection in, up to its claim of the name, which is returned.
   wire::Message welcome();
   /// Has the service claimed and lets it own its name. The handler answers with the arguments.
@@ -59,6 +62,15 @@ class FakeBus {
   std::optional<wire::Peer> service_;
   uint32_t serial_ = 100;
 };
+
+/// What the daemon and others say of a connection when they are asked for its user, and whether it
+/// may be trusted then.
+struct Verdict {
+  const char* name;
+  std::function<void(FakeBus&, const wire::Message& question)> give;
+  bool trusted;
+};
+const std::vector<Verdict>& verdicts();
 
 wire::Message perixMethod(const std::string& method);
 /// A request for a direct line, and the two ends of the socket pair that goes with it.

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "platform/zqbus/reader.h"
-#include "platform/zqbus/sd_bus_open.h"
+#include "platform/zqbus/sender_trust.h"
 #include "tests/support/bus_world.h"
 
 namespace zq {
@@ -74,6 +74,19 @@ TEST(AReader, LetsOthersInThoughThereIsMuchToRead) {
   EXPECT_LT(readWhenIn, kMessages / 2);
   reader->close();
   reader->join();
+}
+
+TEST(TheTrustInASender, IsAskedForAgainWhenTheDaemonWasLate) {
+  auto [server, client] = connectedPair();
+  PendingCalls calls;
+  SenderTrust trust(calls);
+  std::vector<bool> verdicts;
+  for (const std::size_t round : {1U, 2U}) {
+    ASSERT_TRUE(trust.check(client.get(), ":1.7", [&](bool yes) { verdicts.push_back(yes); }));
+    EXPECT_EQ(verdicts.size(), round - 1);
+    calls.expire(PendingCalls::Clock::now() + std::chrono::hours(1));
+    EXPECT_EQ(verdicts, std::vector<bool>(round, false));
+  }
 }
 
 }  // namespace

@@ -1,0 +1,100 @@
+// Whom a client believes, whatever others of its bus say and in which order: the bus is the test.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/bus/bus_fixture.h"
+#include "tests/bus/fake_bus.h"
+
+namespace zq {
+namespace {
+
+using wire::Message;
+using wire::Writer;
+
+Message mount(int32_t number) {
+  return Message::signal("/org/zqbus/Broadcast", "org.zqbus.Broadcast", "mountedEvent")
+      .with("i", Writer().number(4, number).bytes());
+}
+
+std::future<std::shared_ptr<ZQBusProxyInterface>> connectSoon() {
+  return std::async(std::launch::async, [] { return connect(); });
+}
+
+TEST(AClientOfTheBus, UsesTheServiceOfATrustedOwnerAlone) {
+  FakeBus bus;
+  int number = 10;
+  auto connecting = connectSoon();
+  bus.accept();
+  for (const Verdict& verdict : verdicts()) {
+    SCOPED_TRACE(verdict.name);
+    const std::string owner = ":1." + std::to_string(++number);
+    const Message asked = bus.question("GetNameOwner");
+    bus.send(Message::replyTo(asked).with("s", Writer().text(":1.5").bytes()), ":1.66");
+    bus.reply(asked, "s", Writer().text(owner).bytes());
+    const Message question = bus.question("GetConnectionUnixUser");
+    EXPECT_EQ(question.body, Writer().text(owner).bytes());
+    verdict.give(bus, question);
+    if (verdict.trusted && usesDirectLines()) bus.fail(bus.question("Open"));
+    const auto service = connecting.get();
+    EXPECT_EQ(service != nullptr, verdict.trusted);
+    if (service != nullptr) {
+      EXPECT_EQ(service->owner(), owner);
+    }
+    connecting = connectSoon();
+  }
+  bus.close();
+  connecting.get();
+}
+
+TEST(AClientOfTheBus, HearsBroadcastsOfTrustedSendersAloneAndInOrder) {
+  constexpr int kMost = 32;
+  FakeBus bus;
+  auto connecting =
+      std::async(std::launch::async, [] { return ZQBusSerivceManager::initSync(-1); });
+  bus.accept();
+  ZQBusSerivceManager* const manager = connecting.get();
+  Watched<std::vector<int>> heard;
+  auto subscribing = std::async(std::launch::async, [&] {
+    return manager->addEventListener(
+        "mountedEvent", new ZQBusEventCallback([&](const Reply& event) {
+          heard.change([&](auto& all) { all.push_back(event->readInt32(0)); });
+        }),
+        ZQBusSecurityFlags::TrustedPeer);
+  });
+  bus.reply(bus.question("AddMatch"), "", "");
+  EXPECT_TRUE(subscribing.get());
+  std::vector<int> want;
+  int number = 10;
+  for (const Verdict& verdict : verdicts()) {
+    const std::string sender = ":1." + std::to_string(++number);
+    // More wait for the answer than may.
+    for (int i = 0; i < kMost + 3; ++i) bus.send(mount(number * 100 + i), sender);
+    verdict.give(bus, bus.question("GetConnectionUnixUser"));
+    bus.ping();
+    bus.send(mount(number), sender);
+    if (!verdict.trusted) continue;
+    for (int i = 0; i < kMost; ++i) want.push_back(number * 100 + i);
+    want.push_back(number);
+  }
+  bus.ping();
+  EXPECT_TRUE(heard.wait([&](const auto& all) { return all.size() >= want.size(); }));
+  EXPECT_EQ(heard.get(), want);
+}
+
+TEST(AClientOfTheBus, IsToldWhenTheBusRefusesASubscription) {
+  FakeBus bus;
+  auto adding = std::async(std::launch::async, [] {
+    const auto service = connect();
+    return service->addEventListener("perixevent", new ZQBusEventCallback([](const Reply&) {}),
+                                     ZQBusSecurityFlags::TrustedPeer);
+  });
+  bus.accept();
+  bus.reply(bus.question("GetNameOwner"), "s", Writer().text(":1.7").bytes());
+  bus.replyNumber(bus.question("GetConnectionUnixUser"), ::geteuid());
+  if (usesDirectLines()) bus.fail(bus.question("Open"));
+  bus.fail(bus.question("AddMatch"));
+  EXPECT_FALSE(adding.get());
+}
+
+}  // namespace
+}  // namespace zq
