@@ -34,7 +34,7 @@ std::shared_ptr<BusConnection> BusConnection::open(DeliveryQueue& deliveries,
                                                    Clock::time_point deadline,
                                                    std::function<void()> onLoss,
                                                    std::string& error) {
-  SdBus bus = openSdBus(deadline, error);
+  SdBus bus = openSdBus(deadline, Descriptors::Refused, error);
   if (bus == nullptr) return nullptr;
   auto connection = std::make_shared<BusConnection>(std::move(bus), deliveries, std::move(onLoss));
   if (const int started = connection->start(); started < 0) {

@@ -124,8 +124,12 @@ Channel::~Channel() {
 }
 
 int Channel::start() {
-  const int heard = sd_bus_add_filter(reader_->bus(), nullptr, &onMessage, this);
+  const int heard = startWithoutThread();
   return heard >= 0 ? reader_->start() : heard;
+}
+
+int Channel::startWithoutThread() {
+  return sd_bus_add_filter(reader_->bus(), nullptr, &onMessage, this);
 }
 
 void Channel::stop() {

@@ -85,6 +85,8 @@ class Channel : private Reader::Listener {
   ~Channel() override;
   /// Starts the reading; 0 or a negative error number.
   [[nodiscard]] int start();
+  /// In place of start(), for a channel that only makes blocking calls: without a thread.
+  [[nodiscard]] int startWithoutThread();
 
   /// As ZQBusProxyInterface::callWithReplyBlocking.
   std::shared_ptr<ZQBusMessage> call(const Target& target, const ZQBusMessage& request,

@@ -68,21 +68,27 @@ SdBus greet(int end, Channel::Clock::time_point deadline) {
 
 }  // namespace
 
-DirectLine openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
+DirectLine openDirectLine(const std::string& service, const std::string& owner,
                           DeliveryQueue& deliveries) {
   Hatch hatch;
   if (!isWanted() || !hatch.open()) return {};
-  const auto now = Channel::Clock::now();
-  const auto deadline = withinTimeLimit(now + kOpenTimeout);
+  const auto deadline = withinTimeLimit(Channel::Clock::now() + kOpenTimeout);
+  // A connection for this call alone: no other of a client's takes descriptors.
+  std::string error;
+  SdBus opened = openSdBus(deadline, Descriptors::Carried, error);
+  if (opened == nullptr) return {};
+  Channel bus(std::move(opened), deliveries, ZQBusFailure::BusGone);
+  if (bus.startWithoutThread() < 0) return {};
   const auto answer =
-      bus.call({peer->owner, servicePath(peer->service), kDirectInterface, peer},
+      bus.call({owner, servicePath(service), kDirectInterface, nullptr},
                ZQBusMessage(ZQBusMessageType::MethodCall, kDirectOpen),
-               std::chrono::duration_cast<Channel::Duration>(deadline - now), {hatch.ends[1], {}});
+               std::chrono::duration_cast<Channel::Duration>(deadline - Channel::Clock::now()),
+               {hatch.ends[1], {}});
   if (answer->type() != 2) return {};
   const pid_t process = answer->readInt32(0);
   SdBus connection = greet(takeEnd(hatch.ends[0], process), deadline);
   if (connection == nullptr) {
-    busLog("the direct line to " + peer->service + " was given but does not work");
+    busLog("the direct line to " + service + " was given but does not work");
     return {};
   }
   auto line = std::make_shared<Channel>(std::move(connection), deliveries, ZQBusFailure::PeerGone);

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <memory>
+#include <string>
 
 #include "channel.h"
 
@@ -14,12 +15,12 @@ struct DirectLine {
   pid_t process = 0;                 ///< at the other end
 };
 
-/// Opens a direct line to the service behind `peer`, which is bound on `bus`: hands it one end of a
-/// socket pair in a call through the bus, which vouches for both, and takes the line from the other
-/// end. Blocks for a round trip to the service, 3 s at most. Without a line when the service offers
-/// none, does not answer, or ZQBUS_DIRECT is 0; the service is used through the bus then.
+/// Opens a direct line to the owner of `service`: hands it one end of a socket pair in a call
+/// through the bus, which vouches for both, and takes the line from the other end. Blocks while it
+/// connects and for a round trip to the service, 3 s at most. Without a line when the service
+/// offers none, does not answer, or ZQBUS_DIRECT is 0; the service is used through the bus then.
 /// `deliveries` outlives the line.
-DirectLine openDirectLine(Channel& bus, const std::shared_ptr<Peer>& peer,
+DirectLine openDirectLine(const std::string& service, const std::string& owner,
                           DeliveryQueue& deliveries);
 
 }  // namespace zq

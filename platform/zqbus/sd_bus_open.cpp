@@ -1,6 +1,8 @@
 #include "sd_bus_open.h"
 
+#include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -9,18 +11,44 @@
 namespace zq {
 namespace {
 
-int start(SdBus& bus) {
-  sd_bus* opened = nullptr;
-  const char* address = std::getenv("ZQBUS_ADDRESS");
-  if (address == nullptr || *address == '\0') {
-    const int result = sd_bus_open_user(&opened);
-    bus.reset(opened);
-    return result;
+std::string variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+/// A path as D-Bus addresses hold it.
+std::string escaped(const std::string& path) {
+  std::string result;
+  for (const unsigned char character : path) {
+    if (std::isalnum(character) != 0 || std::strchr("-_/.\\*", character) != nullptr) {
+      result += static_cast<char>(character);
+    } else {
+      char code[4];
+      std::snprintf(code, sizeof code, "%%%02x", static_cast<unsigned>(character));
+      result += code;
+    }
   }
+  return result;
+}
+
+/// Not sd_bus_open_user(), which starts the connection before descriptors can be refused.
+std::string busAddress() {
+  for (const char* name : {"ZQBUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS"}) {
+    if (std::string address = variable(name); !address.empty()) return address;
+  }
+  const std::string directory = variable("XDG_RUNTIME_DIR");
+  return directory.empty() ? "" : "unix:path=" + escaped(directory) + "/bus";
+}
+
+int start(SdBus& bus, Descriptors descriptors) {
+  const std::string address = busAddress();
+  if (address.empty()) return -ENOENT;
+  sd_bus* opened = nullptr;
   int result = sd_bus_new(&opened);
   bus.reset(opened);
-  if (result >= 0) result = sd_bus_set_address(opened, address);
+  if (result >= 0) result = sd_bus_set_address(opened, address.c_str());
   if (result >= 0) result = sd_bus_set_bus_client(opened, 1);
+  if (result >= 0) result = sd_bus_negotiate_fds(opened, descriptors == Descriptors::Carried);
   return result >= 0 ? sd_bus_start(opened) : result;
 }
 
@@ -61,9 +89,10 @@ SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument) {
   return result >= 0 ? std::move(call) : nullptr;
 }
 
-SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& error) {
+SdBus openSdBus(std::chrono::steady_clock::time_point deadline, Descriptors descriptors,
+                std::string& error) {
   SdBus bus;
-  int result = start(bus);
+  int result = start(bus, descriptors);
   if (result >= 0) result = waitReady(bus.get(), deadline);
   if (result >= 0) return bus;
   error = std::string("cannot connect to the bus: ") + std::strerror(-result);

@@ -8,9 +8,14 @@
 
 namespace zq {
 
+/// Whether messages on a connection may carry descriptors. sd-bus (252) never closes those of a
+/// message that it cannot parse, so that others can use up this process's.
+enum class Descriptors { Refused, Carried };
+
 /// Connects to the bus of ZQBUS_ADDRESS, or to the user's session bus without it, and waits until
 /// it has taken us in, until `deadline` at most. Null, `error` in words, when that fails.
-SdBus openSdBus(std::chrono::steady_clock::time_point deadline, std::string& error);
+SdBus openSdBus(std::chrono::steady_clock::time_point deadline, Descriptors descriptors,
+                std::string& error);
 
 /// Runs a connection that nobody else uses yet until it is ready. 0, or a negative error number.
 [[nodiscard]] int waitReady(sd_bus* connection, std::chrono::steady_clock::time_point deadline);

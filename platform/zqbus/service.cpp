@@ -152,7 +152,7 @@ void Service::stopEnded() {
 // --- The bus -------------------------------------------------------------------------------------
 
 int Service::claim(Clock::time_point deadline, std::string& error) {
-  SdBus connection = openSdBus(deadline, error);
+  SdBus connection = openSdBus(deadline, Descriptors::Carried, error);
   if (connection == nullptr) return -ENOTCONN;
   const int result = startOnBus(deadline, std::move(connection));
   if (result < 0) {
@@ -293,7 +293,9 @@ std::unique_ptr<ZQBusService> ZQBusService::claim(const std::string& service,
                                                   ZQBusServiceDescription description,
                                                   Handler handler, std::string& error) {
   auto made = std::make_unique<Service>(service, description, std::move(handler));
-  return made->claim(Clock::now() + kDefaultTimeout, error) >= 0 ? std::move(made) : nullptr;
+  return made->claim(Clock::now() + kDefaultTimeout, error) >= 0
+             ? std::move(made)
+             : nullptr;
 }
 
 }  // namespace zq

@@ -221,7 +221,7 @@ std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
   }
   const auto onBus = connection->bind(service, owner);
   Channel::Target target{owner, servicePath(service), serviceName(service), onBus};
-  DirectLine line = openDirectLine(*connection, onBus, deliveries_);
+  DirectLine line = openDirectLine(service, owner, deliveries_);
   if (line.channel != nullptr) return useLine(connection, std::move(line), std::move(target));
   return std::make_shared<ProxyInterface>(connection, std::move(target));
 }

@@ -16,11 +16,21 @@ Message mount(int32_t number) {
       .with("i", Writer().number(4, number).bytes());
 }
 
+/// The bus of these tests has one connection, and a line takes another to open.
+class AClientOfTheBus : public testing::Test {
+ protected:
+  AClientOfTheBus() { ::setenv("ZQBUS_DIRECT", "0", 1); }
+  ~AClientOfTheBus() override { ::setenv("ZQBUS_DIRECT", before_.c_str(), 1); }
+
+ private:
+  const std::string before_ = usesDirectLines() ? "1" : "0";
+};
+
 std::future<std::shared_ptr<ZQBusProxyInterface>> connectSoon() {
   return std::async(std::launch::async, [] { return connect(); });
 }
 
-TEST(AClientOfTheBus, UsesTheServiceOfATrustedOwnerAlone) {
+TEST_F(AClientOfTheBus, UsesTheServiceOfATrustedOwnerAlone) {
   FakeBus bus;
   int number = 10;
   for (const Verdict& verdict : verdicts()) {
@@ -34,7 +44,6 @@ TEST(AClientOfTheBus, UsesTheServiceOfATrustedOwnerAlone) {
     const Message question = bus.question("GetConnectionUnixUser");
     EXPECT_EQ(question.body, Writer().text(owner).bytes());
     verdict.give(bus, question);
-    if (verdict.trusted && usesDirectLines()) bus.fail(bus.question("Open"));
     const auto service = connecting.get();
     EXPECT_EQ(service != nullptr, verdict.trusted);
     if (service != nullptr) {
@@ -43,7 +52,7 @@ TEST(AClientOfTheBus, UsesTheServiceOfATrustedOwnerAlone) {
   }
 }
 
-TEST(AClientOfTheBus, HearsBroadcastsOfTrustedSendersAloneAndInOrder) {
+TEST_F(AClientOfTheBus, HearsBroadcastsOfTrustedSendersAloneAndInOrder) {
   constexpr int kMost = 32;
   FakeBus bus;
   auto connecting =
@@ -78,7 +87,7 @@ TEST(AClientOfTheBus, HearsBroadcastsOfTrustedSendersAloneAndInOrder) {
   EXPECT_EQ(heard.get(), want);
 }
 
-TEST(AClientOfTheBus, IsToldWhenTheBusRefusesASubscription) {
+TEST_F(AClientOfTheBus, IsToldWhenTheBusRefusesASubscription) {
   FakeBus bus;
   auto adding = std::async(std::launch::async, [] {
     const auto service = connect();
@@ -88,7 +97,6 @@ TEST(AClientOfTheBus, IsToldWhenTheBusRefusesASubscription) {
   bus.accept();
   bus.reply(bus.question("GetNameOwner"), "s", Writer().text(":1.7").bytes());
   bus.replyNumber(bus.question("GetConnectionUnixUser"), ::geteuid());
-  if (usesDirectLines()) bus.fail(bus.question("Open"));
   bus.fail(bus.question("AddMatch"));
   EXPECT_FALSE(adding.get());
 }

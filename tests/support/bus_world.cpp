@@ -46,7 +46,7 @@ int numberAtEnd(const std::string& name) {
 void waitUntilUnowned(const std::string& name) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   std::string error;
-  const SdBus bus = openSdBus(deadline, error);
+  const SdBus bus = openSdBus(deadline, Descriptors::Refused, error);
   if (bus == nullptr) return;
   while (sd_bus_get_name_creds(bus.get(), name.c_str(), 0, nullptr) >= 0) {
     if (std::chrono::steady_clock::now() >= deadline) {
