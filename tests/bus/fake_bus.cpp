@@ -66,17 +66,20 @@ Message FakeBus::welcome() {
   return question("RequestName");
 }
 
-std::future<std::unique_ptr<ZQBusService>> FakeBus::claim(std::string* error) {
-  return std::async(std::launch::async, [error] {
+void FakeBus::turnAway() {
+  ::close(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+}
+
+std::future<std::unique_ptr<ZQBusService>> FakeBus::claim(std::string* error,
+                                                          ZQBusService::Handler handler) {
+  return std::async(std::launch::async, [error, handler = std::move(handler)] {
     std::string ignored;
-    return ZQBusService::claim(
-        "perix", {}, [](const auto& call) { call->reply(call->message()); },
-        error != nullptr ? *error : ignored);
+    return ZQBusService::claim("perix", {}, handler, error != nullptr ? *error : ignored);
   });
 }
 
-std::unique_ptr<ZQBusService> FakeBus::start() {
-  auto service = claim();
+std::unique_ptr<ZQBusService> FakeBus::start(ZQBusService::Handler handler) {
+  auto service = claim(nullptr, std::move(handler));
   replyNumber(welcome(), 1);
   return service.get();
 }
@@ -125,6 +128,11 @@ Message FakeBus::signal() {
 void FakeBus::ping() {
   send(Message::call("/", "org.freedesktop.DBus.Peer", "Ping"), ":1.99");
   receiveUntil([this](const Message& message) { return message.replySerial == serial_; });
+}
+
+void FakeBus::introduce(const Message& call, const std::string& client) {
+  send(call, client);
+  replyNumber(question("GetConnectionUnixUser"), ::geteuid());
 }
 
 Peer FakeBus::openLine(const std::string& client, bool isKnown) {

@@ -29,12 +29,18 @@ class FakeBus {
   void accept();
   /// Takes the service's next connection in, up to its claim of the name, which is returned.
   wire::Message welcome();
-  /// Has the service claimed and lets it own its name. The handler answers with the arguments.
-  std::unique_ptr<ZQBusService> start();
+  /// Has the service claimed and lets it own its name.
+  std::unique_ptr<ZQBusService> start(ZQBusService::Handler handler = echo);
   /// Has the service claimed in the background.
-  static std::future<std::unique_ptr<ZQBusService>> claim(std::string* error = nullptr);
-  /// Ends the service's connection.
+  static std::future<std::unique_ptr<ZQBusService>> claim(std::string* error = nullptr,
+                                                          ZQBusService::Handler handler = echo);
+  /// Answers with the arguments.
+  static void echo(const std::shared_ptr<ZQBusCall>& call) { call->reply(call->message()); }
+  /// Ends the service's connection, and takes it in again so far as to end it again.
   void close() { service_.reset(); }
+  void turnAway();
+  /// Waits for the service to end it.
+  bool hasEnded() { return service_->hasEnded(); }
 
   /// Sends a message as if it came from that connection.
   void send(wire::Message message, const std::string& sender,
@@ -52,6 +58,8 @@ class FakeBus {
   void ping();
   /// Opens a line for a client of this user, who has called before or not. The client's end.
   wire::Peer openLine(const std::string& client, bool isKnown = false);
+  /// Has a client of this user call, which has not called before.
+  void introduce(const wire::Message& call, const std::string& client);
 
  private:
   wire::Message receiveUntil(const std::function<bool(const wire::Message&)>& wanted);

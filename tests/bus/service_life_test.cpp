@@ -1,0 +1,307 @@
+// What the service survives, keeps and lets go of: the bus is the test.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "tests/bus/fake_bus.h"
+#include "zqbus/zqbus.h"
+
+namespace zq {
+namespace {
+
+using wire::Message;
+using wire::Peer;
+using wire::Type;
+using wire::Writer;
+
+constexpr char kClient[] = ":1.7";
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+
+bool isAnswered(Peer& line) {
+  const auto answer = line.ask(perixMethod("echo"));
+  return answer && answer->type == Type::Return;
+}
+
+/// Keeps the calls to "hang" and answers others with their arguments.
+class Keeper {
+ public:
+  ZQBusService::Handler handler() {
+    return [this](const std::shared_ptr<ZQBusCall>& call) {
+      if (call->message().name() != "hang") return FakeBus::echo(call);
+      kept_.change([&](auto& calls) { calls.push_back(call); });
+    };
+  }
+  [[nodiscard]] bool waitFor(std::size_t count) {
+    return kept_.wait([count](const auto& calls) { return calls.size() == count; });
+  }
+  void release() {
+    kept_.change([](auto& calls) {
+      for (const auto& call : calls) call->reply(message(int32_t{1}));
+      calls.clear();
+    });
+  }
+
+ private:
+  Watched<std::vector<std::shared_ptr<ZQBusCall>>> kept_;
+};
+
+TEST(TheServicesBus, IsJoinedAgainWhenItReturns) {
+  FakeBus bus;
+  const auto service = bus.start();
+  Peer line = bus.openLine(kClient);
+  ASSERT_TRUE(line.greet());
+  for (int round = 0; round < 2; ++round) {
+    bus.close();
+    for (int i = 0; i < 2; ++i) bus.turnAway();
+    EXPECT_TRUE(isAnswered(line));
+    bus.replyNumber(bus.welcome(), 1);
+    // Names and what is known of them begin anew with the bus.
+    bus.introduce(perixMethod("echo"), kClient);
+    EXPECT_EQ(bus.answer().type, Type::Return);
+    service->sendBroadcast("mountedEvent", {});
+    EXPECT_EQ(bus.signal().member, "mountedEvent");
+    service->sendEvent("perixevent", {});
+    EXPECT_EQ(bus.signal().member, "perixevent");
+    EXPECT_TRUE(isAnswered(line));
+  }
+}
+
+std::atomic<int> ownedByOthers = 0;
+void countOwned(const char* line) {
+  if (std::strstr(line, "is owned by another process") != nullptr) ++ownedByOthers;
+}
+
+TEST(TheServicesBus, IsLeftToAnotherOwnerOfTheNameAndTheLinesAreServedToTheirEnd) {
+  setZQBusLogSink(&countOwned);
+  FakeBus bus;
+  const auto service = bus.start();
+  Watched<int> losses;
+  service->setLostCallback([&] { losses.change([](int& n) { ++n; }); });
+  {
+    Peer line = bus.openLine(kClient);
+    ASSERT_TRUE(line.greet());
+    bus.close();
+    bus.replyNumber(bus.welcome(), 3);
+    EXPECT_TRUE(isAnswered(line));
+    service->sendEvent("perixevent", {});
+    EXPECT_EQ(line.receive()->member, "perixevent");
+    EXPECT_EQ(losses.get(), 0);
+  }
+  EXPECT_TRUE(losses.wait([](int n) { return n == 1; }));
+  EXPECT_EQ(ownedByOthers, 1);
+  setZQBusLogSink(nullptr);
+}
+
+TEST(TheServicesEnd, GivesItsLinesASecondInAllToTakeWhatIsStillToBeSent) {
+  constexpr int kDeaf = 20;
+  FakeBus bus;
+  auto service = bus.start();
+  std::vector<Peer> lines;
+  for (int i = 0; i <= kDeaf; ++i) {
+    lines.push_back(bus.openLine(kClient, i > 0));
+    ASSERT_TRUE(lines.back().greet());
+    ASSERT_TRUE(isAnswered(lines.back()));
+  }
+  const std::string block(3 * kMiB, 'x');
+  service->sendEvent("perixevent", message(bytes(block)));
+  auto heard = std::async(std::launch::async, [&] { return lines.back().receive(); });
+  const auto begin = std::chrono::steady_clock::now();
+  service.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+  const auto event = heard.get();
+  ASSERT_TRUE(event);
+  EXPECT_GT(event->body.size(), block.size());
+}
+
+TEST(ACallThatWaitsForItsAnswer, KeepsNoDescriptors) {
+  constexpr std::size_t kCalls = 80;
+  Keeper keeper;
+  FakeBus bus;
+  const auto service = bus.start(keeper.handler());
+  bus.introduce(perixMethod("echo"), kClient);
+  const int before = openDescriptors();
+  const std::vector<int> descriptors(16, STDIN_FILENO);
+  Message call = perixMethod("hang");
+  call.announcedDescriptors = descriptors.size();
+  for (std::size_t i = 0; i < kCalls; ++i) bus.send(call, kClient, descriptors);
+  ASSERT_TRUE(keeper.waitFor(kCalls));
+  bus.ping();
+  EXPECT_EQ(openDescriptors(), before);
+  keeper.release();
+  uint32_t serial = 0;
+  for (std::size_t i = 0; i < kCalls; ++i) {
+    const Message answer = bus.answer();
+    EXPECT_EQ(answer.destination, kClient);
+    const bool isFirst = i == 0;
+    EXPECT_TRUE(isFirst || answer.replySerial > serial);
+    serial = answer.replySerial;
+  }
+}
+
+TEST(ACallThatWaitsForItsAnswer, IsAnsweredWhenItAsksForItAlone) {
+  Keeper keeper;
+  FakeBus bus;
+  const auto service = bus.start(keeper.handler());
+  Message call = perixMethod("hang");
+  constexpr uint8_t kNoReply = 1;
+  call.flags = kNoReply;
+  bus.introduce(call, kClient);
+  ASSERT_TRUE(keeper.waitFor(1));
+  bus.ping();
+  keeper.release();
+  service->sendBroadcast("last", {});
+  EXPECT_EQ(bus.signal().member, "last");
+  bus.send(perixMethod("echo"), kClient);
+  EXPECT_NE(bus.answer().replySerial, 0U);
+}
+
+TEST(CallsThatWaitForTheirAnswers, TakeABoundedAmountOfMemory) {
+  constexpr std::size_t kMost = 4;
+  Keeper keeper;
+  FakeBus bus;
+  const auto service = bus.start(keeper.handler());
+  Peer line = bus.openLine(kClient);
+  ASSERT_TRUE(line.greet());
+  const Message large =
+      perixMethod("hang").with("s", Writer().text(std::string(20 * kMiB, 'x')).bytes());
+  const Message small = perixMethod("echo");
+  for (int round = 0; round < 2; ++round) {
+    for (std::size_t i = 0; i < kMost; ++i) ASSERT_TRUE(line.send(large));
+    ASSERT_TRUE(keeper.waitFor(kMost));
+    EXPECT_EQ(line.ask(small)->errorName, "org.freedesktop.DBus.Error.LimitsExceeded");
+    bus.introduce(small, ":1.1" + std::to_string(round));
+    EXPECT_EQ(bus.answer().errorName, "org.freedesktop.DBus.Error.LimitsExceeded");
+    keeper.release();
+    for (std::size_t i = 0; i < kMost; ++i) EXPECT_EQ(line.receive()->type, Type::Return);
+  }
+}
+
+TEST(RequestsForLines, AreAnsweredHoweverManyCameWhileTheServiceWasBusy) {
+  constexpr int kRequests = 3000;
+  Watched<bool> isFree;
+  FakeBus bus;
+  const auto service = bus.start([&](const std::shared_ptr<ZQBusCall>& call) {
+    EXPECT_TRUE(isFree.wait([](bool yes) { return yes; }));
+    FakeBus::echo(call);
+  });
+  bus.introduce(perixMethod("busy"), kClient);
+  const int before = openDescriptors();
+  const LineRequest request;
+  auto sent = std::async(std::launch::async, [&] {
+    for (int i = 0; i < kRequests; ++i) {
+      bus.send(request.call, kClient, std::array{request.theirs.get()});
+    }
+  });
+  isFree.change([](bool& yes) { yes = true; });
+  int opened = 0;
+  int refused = 0;
+  for (int i = 0; i <= kRequests; ++i) ++(bus.answer().type == Type::Return ? opened : refused);
+  sent.get();
+  EXPECT_EQ(opened, 32 + 1);
+  EXPECT_EQ(refused, kRequests - 32);
+  EXPECT_LE(openDescriptors(), before + 4 * 32 + 8);
+}
+
+// --- What a line sends ---------------------------------------------------------------------------
+
+TEST(ALineThatIsFull, CarriesAMessageOfAnySizeAndKeepsTheOrder) {
+  Keeper keeper;
+  FakeBus bus;
+  const auto service = bus.start(keeper.handler());
+  Peer line = bus.openLine(kClient);
+  ASSERT_TRUE(line.greet());
+  ASSERT_TRUE(line.send(perixMethod("hang")));
+  ASSERT_TRUE(keeper.waitFor(1));
+  // More than may wait, but nothing waits with it.
+  const std::string block(40 * kMiB, 'x');
+  service->sendEvent("large", message(bytes(block), bytes(block)));
+  ASSERT_EQ(line.receive()->member, "large");
+  // Of these the first fills the socket and the second waits for it.
+  service->sendEvent("first", message(bytes(std::string(3 * kMiB, 'x'))));
+  service->sendEvent("second", message(int32_t{2}));
+  keeper.release();
+  EXPECT_EQ(line.receive()->member, "first");
+  EXPECT_EQ(line.receive()->member, "Events");
+  EXPECT_EQ(line.receive()->type, Type::Return);
+}
+
+// --- Descriptors ---------------------------------------------------------------------------------
+
+/// Leaves this process with so few descriptors, for as long as this lives.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(int free) {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit few{static_cast<rlim_t>(openDescriptors() + free), before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+  }
+  ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST(AServiceThatRunsOutOfDescriptors, RefusesLinesAndGoesOn) {
+  FakeBus bus;
+  const auto service = bus.start();
+  bus.introduce(perixMethod("echo"), kClient);
+  ASSERT_EQ(bus.answer().type, Type::Return);
+  {
+    std::vector<LineRequest> requests(30);
+    const FewDescriptors few(40);
+    int opened = 0;
+    for (const LineRequest& request : requests) {
+      bus.send(request.call, kClient, std::array{request.theirs.get()});
+      if (bus.answer().type == Type::Return) ++opened;
+    }
+    EXPECT_GT(opened, 0);
+    EXPECT_LT(opened, 10);
+    bus.send(perixMethod("echo"), kClient);
+    EXPECT_EQ(bus.answer().type, Type::Return);
+    // A call that waits would hold the descriptors that came with it.
+    std::vector<OwnedDescriptor> rest;
+    while (rest.size() < 20) rest.emplace_back(::dup(STDIN_FILENO));
+    bus.send(perixMethod("echo"), ":1.8");
+    EXPECT_EQ(bus.answer().errorName, "org.freedesktop.DBus.Error.LimitsExceeded");
+  }
+  bus.introduce(perixMethod("echo"), ":1.8");
+  EXPECT_EQ(bus.answer().type, Type::Return);
+}
+
+TEST(AServiceThatRunsOutOfDescriptors, ComesBackWhenThatCostsItsConnection) {
+  FakeBus bus;
+  const auto service = bus.start();
+  std::atomic<int> losses = 0;
+  service->setLostCallback([&] { ++losses; });
+  bus.introduce(perixMethod("echo"), kClient);
+  ASSERT_EQ(bus.answer().type, Type::Return);
+  const LineRequest request;
+  {
+    const FewDescriptors none(0);
+    std::vector<OwnedDescriptor> rest;
+    while (rest.emplace_back(::dup(STDIN_FILENO))) continue;
+    bus.send(request.call, kClient, std::array{request.theirs.get()});
+    EXPECT_TRUE(bus.hasEnded());
+    rest.pop_back();
+    rest.pop_back();  // for the test's own end of the connection
+    bus.replyNumber(bus.welcome(), 1);
+    bus.ping();
+  }
+  bus.introduce(perixMethod("echo"), kClient);
+  EXPECT_EQ(bus.answer().type, Type::Return);
+  EXPECT_EQ(losses, 0);
+}
+
+}  // namespace
+}  // namespace zq
