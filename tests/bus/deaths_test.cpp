@@ -220,6 +220,19 @@ TEST(TheBus, IsFoundAgainByAClientThatAsksNothing) {
   EXPECT_TRUE(mounts.wait([](int n) { return n == 1; }));
 }
 
+TEST(TheBus, IsFoundAgainByTheServiceWhoseLinesGoOn) {
+  RecordingService owner;
+  const auto service = connect();
+  Watched<int> deaths;
+  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  testBus().restart();
+  auto* const manager = ZQBusSerivceManager::initSync(-1);
+  while (!manager->isServiceRegistered("perix")) std::this_thread::yield();
+  EXPECT_EQ(call(*connect(), "echo", {})->type(), 2);
+  EXPECT_EQ(call(*service, "echo", {})->type() == 2, usesDirectLines());
+  EXPECT_EQ(deaths.get() == 0, usesDirectLines());
+}
+
 TEST(TheBus, IsFoundAgainAfterItsLoss) {
   auto owner = std::make_unique<RecordingService>();
   const auto service = connect();
