@@ -5,26 +5,31 @@
 #include <csignal>
 #include <utility>
 
+#include "platform/util/signals.h"
+
 namespace zq {
+namespace {
+
+// All but those that a fault raises in the thread itself. The program's callbacks run on these
+// threads, and a fault whose signal is blocked ends the process past the program's handler.
+sigset_t programsSignals() {
+  sigset_t signals;
+  sigfillset(&signals);
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+    sigdelset(&signals, fault);
+  }
+  return signals;
+}
+
+}  // namespace
 
 std::thread startLibraryThread(const char* name, std::function<void()> run) {
-  sigset_t all;
-  sigset_t previous;
-  sigfillset(&all);
   // A thread begins with the mask of the one that starts it.
-  pthread_sigmask(SIG_SETMASK, &all, &previous);
-  std::thread thread;
-  try {
-    thread = std::thread([name, run = std::move(run)] {
-      pthread_setname_np(pthread_self(), name);
-      run();
-    });
-  } catch (...) {
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    throw;
-  }
-  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-  return thread;
+  const BlockedSignals blocked(programsSignals());
+  return std::thread([name, run = std::move(run)] {
+    pthread_setname_np(pthread_self(), name);
+    run();
+  });
 }
 
 }  // namespace zq
