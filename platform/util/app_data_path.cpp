@@ -8,9 +8,9 @@ namespace zq {
 namespace {
 
 // The path in an environment variable; empty unless it is absolute, as the XDG base directories
-// have it.
+// have it. A program that has more rights than who started it does not believe the environment.
 std::filesystem::path absolutePathFrom(const char* variable) {
-  const char* value = std::getenv(variable);
+  const char* value = ::secure_getenv(variable);
   const std::filesystem::path path = value ? value : "";
   return path.is_absolute() ? path : std::filesystem::path();
 }
@@ -23,12 +23,14 @@ std::filesystem::path stateDirectory() {
 
 }  // namespace
 
-bool GetAppDataPath(std::string& path) {
+bool GetAppDataPath(std::string& path) try {
   path.clear();
   const auto state = stateDirectory();
   if (state.empty() || !createPrivateDirectory(state / "perix")) return false;
   path = state / "perix";
   return true;
+} catch (const std::exception&) {
+  return false;
 }
 
 }  // namespace zq
