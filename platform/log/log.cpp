@@ -1,6 +1,8 @@
 #include "platform/log/log.h"
 
+#include <poll.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -9,19 +11,28 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 
 #include "platform/log/log_file_sink.h"
+#include "platform/log/log_text.h"
 #include "platform/util/library_thread.h"
 #include "platform/util/private_directory.h"
+#include "platform/util/signals.h"
 
 namespace zq {
 namespace {
 
 using Level = spdlog::level::level_enum;
+
+constexpr std::size_t kLongestName = 64;
+constexpr std::size_t kLongestRefusal = 1024;
+
+// Held by feroxLogInit and around a fork: a child gets either no log or a whole one.
+std::mutex beginMutex;
 
 // Null until the log has a file.
 std::atomic<LogFileSink*> activeSink = nullptr;
@@ -33,8 +44,30 @@ LogFileSink& theSink() {
   return *sink;
 }
 
+void inSink(void (LogFileSink::*step)()) {
+  if (LogFileSink* const sink = activeSink.load(std::memory_order_acquire)) (sink->*step)();
+}
+
+void beforeFork() {
+  beginMutex.lock();
+  inSink(&LogFileSink::beforeFork);
+}
+
+void afterForkInParent() {
+  inSink(&LogFileSink::afterForkInParent);
+  beginMutex.unlock();
+}
+
+void afterForkInChild() {
+  inSink(&LogFileSink::afterForkInChild);
+  beginMutex.unlock();
+}
+
+[[maybe_unused]] const int registered =
+    ::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+
 // A thread of our own, not spdlog's registry: that is the program's, should it use spdlog too.
-void startFlushingEverySecond() {
+void startFlushing() {
   startLibraryThread("perix-log", [] {
     for (;;) {
       std::this_thread::sleep_for(std::chrono::seconds(1));
@@ -43,12 +76,32 @@ void startFlushingEverySecond() {
   }).detach();
 }
 
-void activate() {
-  startFlushingEverySecond();
+// Null when there is a log in `directory` now, else why not.
+const char* begin(const char* directory) {
+  const std::filesystem::path path = std::filesystem::absolute(directory);
+  if (!createPrivateDirectory(path)) return "the directory cannot be created";
+  if (const char* refusal = theSink().moveTo(path, program_invocation_short_name)) return refusal;
+  if (activeSink.load(std::memory_order_relaxed)) return nullptr;
+  startFlushing();
   std::atexit([] { theSink().writeThrough(); });
-  pthread_atfork([] { theSink().beforeFork(); }, [] { theSink().afterForkInParent(); },
-                 [] { theSink().afterForkInChild(); });
   activeSink.store(&theSink(), std::memory_order_release);
+  return nullptr;
+}
+
+// Not for a standard error that would block or is closed.
+void sayOnce(std::string_view directory, const char* refusal) noexcept try {
+  static std::atomic<bool> said = false;
+  if (said.exchange(true)) return;
+  const std::string program(program_invocation_short_name);
+  std::string line = program.substr(0, kLongestName) + ": no log file: " + refusal + ": ";
+  line.append(directory).append("/").append(program).append(".log");
+  line = controlEscaped(line).substr(0, kLongestRefusal) + '\n';
+  pollfd standardError{STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&standardError, 1, 0) == 1 && standardError.revents == POLLOUT) {
+    writeWithoutSignal(STDERR_FILENO, line);
+  }
+} catch (const std::exception&) {
+  // No memory for the line.
 }
 
 Level levelOf(int priority) {
@@ -66,75 +119,47 @@ Level levelOf(int priority) {
   }
 }
 
-bool isControl(unsigned char character) {
-  return (character < 0x20) | (character == 0x7f);
-}
-
-// Texts come from devices and from desktops: none may begin a line of its own, nor reach the
-// terminal of who reads the log as a command.
-std::string escaped(std::string_view text) {
-  std::string result;
-  for (const char character : text) {
-    if (character == '\n') {
-      result += "\\n";
-    } else if (isControl(character)) {
-      std::array<char, 5> code;
-      std::snprintf(code.data(), code.size(), "\\x%02x", static_cast<unsigned>(character));
-      result += code.data();
-    } else {
-      result += character;
-    }
-  }
-  return result;
-}
-
-void write(LogFileSink& sink, Level level, const char* tag, std::string_view text) {
-  sink.log(spdlog::details::log_msg(tag, level, {text.data(), text.size()}));
+void write(LogFileSink& sink, Level level, std::string_view tag, std::string_view text) {
+  sink.log({{tag.data(), tag.size()}, level, {text.data(), text.size()}});
   if (level >= Level::err) sink.flush();
 }
 
-// Goes on to the end in bytes rather than stopping at the first: so it becomes vector instructions.
-bool holdsControl(std::string_view text) {
-  unsigned char holds = 0;
-  for (const char character : text) holds |= isControl(character);
-  return holds != 0;
-}
-
-void writeEscaped(LogFileSink& sink, Level level, const char* tag, std::string_view text) {
+void writeEscaped(LogFileSink& sink, Level level, std::string_view tag, std::string_view text) {
   if (holdsControl(text)) {
-    write(sink, level, tag, escaped(text));
+    write(sink, level, tag, controlEscaped(text));
   } else {
     write(sink, level, tag, text);
   }
 }
 
-[[gnu::format(printf, 4, 0)]] void print(LogFileSink& sink, Level level, const char* tag,
+[[gnu::format(printf, 4, 0)]] void print(LogFileSink& sink, Level level, std::string_view tag,
                                          const char* format, va_list arguments) {
   std::array<char, 512> line;
   va_list again;
   va_copy(again, arguments);
-  const int length = std::vsnprintf(line.data(), line.size(), format, arguments);
+  const int length = format ? std::vsnprintf(line.data(), line.size(), format, arguments) : -1;
   if (length < 0) {
-    write(sink, level, tag, "(a message that cannot be formatted)");
+    writeEscaped(sink, level, tag, "(a message that cannot be formatted)");
   } else if (const auto size = static_cast<std::size_t>(length); size < line.size()) {
     writeEscaped(sink, level, tag, {line.data(), size});
   } else {
-    std::string longLine(size, '\0');
-    std::vsnprintf(longLine.data(), size + 1, format, again);
-    writeEscaped(sink, level, tag, longLine);
+    writeEscaped(sink, level, tag, formattedAndCut(size, format, again));
   }
   va_end(again);
 }
 
 }  // namespace
 
-void feroxLogInit(const char* directory) try {
-  if (!directory || !createPrivateDirectory(directory)) return;
-  if (!theSink().moveTo(directory, program_invocation_short_name)) return;
-  static std::once_flag activated;
-  std::call_once(activated, activate);
-} catch (const std::exception&) {
-  // No memory or no thread for a log: the program goes on without one.
+void feroxLogInit(const char* directory) {
+  if (!directory) return;
+  const NoCancellation guard;
+  const std::lock_guard lock(beginMutex);
+  try {
+    if (const char* refusal = begin(directory)) sayOnce(directory, refusal);
+  } catch (const std::exception& error) {
+    // No memory or no thread for a log: the program goes on without one.
+    sayOnce(directory, error.what());
+  }
 }
 
 void orvaneLogPrint(int /*channel*/, int priority, const char* tag, const char* format, ...) {
@@ -144,7 +169,8 @@ void orvaneLogPrint(int /*channel*/, int priority, const char* tag, const char* 
   va_list arguments;
   va_start(arguments, format);
   try {
-    print(*sink, levelOf(priority), tag, format, arguments);
+    const std::string_view shortTag(tag ? tag : "", tag ? ::strnlen(tag, kLongestName) : 0);
+    print(*sink, levelOf(priority), shortTag, format, arguments);
   } catch (const std::exception&) {
     // No memory for a long line: it is lost.
   }

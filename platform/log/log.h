@@ -6,22 +6,39 @@ namespace zq {
 /// Starts the log in `directory`, created with mode 0700 when absent, its missing parents too. The
 /// file is "<program>.log", created with mode 0600; at 10 MiB it becomes "<program>.1.log", that
 /// one "<program>.2.log", and the one before is deleted. Several processes of one program share the
-/// files, line by line.
+/// files, line by line. While the file cannot be renamed, because another process has its lock or
+/// the directory does not allow it, it grows to 11 MiB at most and lines are lost after that. So
+/// the three take 33 MiB at most, and 65 KiB more in each for every further process that writes at
+/// the same moment; less where RLIMIT_FSIZE is smaller.
+///
+/// There is a log only in a regular file of the user's with no other name, in a directory that
+/// belongs to the user or to root and that nobody else may write to. The file may not be a symbolic
+/// link. Every opening checks this, also that after a rotation.
 ///
 /// Called again, it goes on with the same file when the directory is the same, and moves to the new
-/// one when it is not. Nothing changes when the directory cannot be created or written, so nothing
-/// is logged when that is the first call. Blocks for a few file operations. Any thread; never
-/// throws.
+/// one when it is not. Nothing changes when there can be no log in the directory, so nothing is
+/// logged when that is the first call; the first such call of the process says so in one line on
+/// standard error, with the reason. Null is no directory, and nothing is said.
+///
+/// Blocks for a few file operations, and not for anybody who reads the file or standard error. Any
+/// thread; never throws; may change errno.
 void feroxLogInit(const char* directory);
 
 /// Writes one line: time, process, thread, severity, tag and the formatted text, in which control
-/// characters are escaped ("\n", "\x1b"). `channel` is 0.
+/// characters are escaped ("\n", "\x1b"). A text is cut after 8192 bytes, before they are escaped,
+/// and ends in "... (N bytes left out)" then; a tag is cut after 64. `channel` is 0.
 ///
 /// Priorities, most severe first: 7 error, 6 warning, 5 debug, 3 information, 2 trace; others are
 /// written as information. An error, and whatever was logged before it, is in the file when this
 /// returns; everything else is within a second, and at once while the process ends and in a child
-/// after fork. A line that the disk does not take is lost. Any thread; never throws; leaves errno
-/// alone; nothing happens before feroxLogInit.
+/// after fork.
+///
+/// A line that the file does not take, since the disk is full or the file is, is lost, and counted;
+/// the next that it takes are preceded by a warning, "lines lost here: N".
+///
+/// Blocks as long as the disk does for an error and for every 32 KiB of lines, and for no other
+/// process. Any thread, but not a signal handler; never throws; leaves errno alone; raises no
+/// signal; nothing happens before feroxLogInit. Null for `tag` is an empty one.
 [[gnu::format(printf, 4, 5)]] void orvaneLogPrint(int channel, int priority, const char* tag,
                                                   const char* format, ...);
 

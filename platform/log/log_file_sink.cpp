@@ -1,22 +1,18 @@
 #include "platform/log/log_file_sink.h"
 
-#include <fcntl.h>
 #include <spdlog/pattern_formatter.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <ctime>
 #include <utility>
 
 namespace zq {
 namespace {
 
-constexpr off_t kFullAt = 10 * 1024 * 1024;
-constexpr int kOlderFiles = 2;
 constexpr std::size_t kWriteAt = 32 * 1024;
 
 // Date and time to the second as one flag of the pattern, which is formatted once a second; as six
@@ -53,34 +49,18 @@ std::unique_ptr<spdlog::formatter> lineFormatter() {
   return formatter;
 }
 
-int openForAppend(const std::filesystem::path& file) {
-  return ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
-}
-
 }  // namespace
 
 LogFileSink::LogFileSink() {
-  pending_.reserve(2 * kWriteAt);
+  // The longest line, all of it escaped, is shorter than twice that: appending never allocates.
+  pending_.reserve(3 * kWriteAt);
   set_formatter(lineFormatter());
 }
 
-LogFileSink::~LogFileSink() {
-  if (descriptor_ >= 0) ::close(descriptor_);
-}
-
-bool LogFileSink::moveTo(std::filesystem::path directory, std::string name) {
+const char* LogFileSink::moveTo(const std::filesystem::path& directory, const std::string& name) {
   const std::lock_guard lock(mutex_);
-  if (descriptor_ >= 0 && directory == directory_ && name == name_) return true;
-  const int opened = openForAppend(directory / (name + ".log"));
-  if (opened < 0) return false;
-  if (descriptor_ >= 0) {
-    writeOut();
-    ::close(descriptor_);
-  }
-  descriptor_ = opened;
-  directory_ = std::move(directory);
-  name_ = std::move(name);
-  return true;
+  writeOut();
+  return file_.moveTo(directory, name);
 }
 
 void LogFileSink::writeThrough() {
@@ -103,6 +83,7 @@ void LogFileSink::afterForkInParent() {
 void LogFileSink::afterForkInChild() {
   writesThrough_ = true;
   namesParent_ = true;
+  lost_ = 0;
   mutex_.unlock();
 }
 
@@ -116,56 +97,28 @@ void LogFileSink::flush_() {
   writeOut();
 }
 
-std::filesystem::path LogFileSink::file(int age) const {
-  return directory_ / (age == 0 ? name_ + ".log" : name_ + '.' + std::to_string(age) + ".log");
-}
-
-// Whether the open file still has the log's name: nobody rotated or removed it.
-bool LogFileSink::isCurrent() const {
-  struct stat named {};
-  struct stat opened {};
-  return ::stat(file(0).c_str(), &named) == 0 && ::fstat(descriptor_, &opened) == 0 &&
-         named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
-}
-
-bool LogFileSink::isFull() const {
-  struct stat opened {};
-  return ::fstat(descriptor_, &opened) == 0 &&
-         opened.st_size + static_cast<off_t>(pending_.size()) > kFullAt;
-}
-
-// Makes room for a new file, unless another process has done so while this one waited for the lock.
-// The oldest goes by its own, since some file systems write a file out that is renamed onto
-// another.
-void LogFileSink::shiftFiles() const {
-  if (!isCurrent()) return;
-  ::unlink(file(kOlderFiles).c_str());
-  for (int age = kOlderFiles; age > 0; --age) ::rename(file(age - 1).c_str(), file(age).c_str());
-}
-
-void LogFileSink::startNewFile() {
-  ::flock(descriptor_, LOCK_EX);
-  shiftFiles();
-  if (const int opened = openForAppend(file(0)); opened >= 0) {
-    ::close(descriptor_);
-    descriptor_ = opened;
-  } else {
-    ::flock(descriptor_, LOCK_UN);
-  }
-}
-
-void LogFileSink::writeOut() {
-  if (pending_.size() == 0) return;
-  if (!isCurrent() || isFull()) startNewFile();
-  const char* next = pending_.data();
-  const char* const end = next + pending_.size();
-  while (next < end) {
-    const ssize_t written = ::write(descriptor_, next, static_cast<std::size_t>(end - next));
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) break;
-    next += written;
-  }
+void LogFileSink::writeOut() noexcept {
+  if (lost_ > 0) tellLoss();
+  if (pending_.size() > 0) append(pending_);
   pending_.clear();
+}
+
+void LogFileSink::tellLoss() noexcept {
+  std::array<char, 64> text;
+  const int length = std::snprintf(text.data(), text.size(), "lines lost here: %zu", lost_);
+  spdlog::memory_buf_t line;
+  if (endsInLine_) line.push_back('\n');
+  formatter_->format({"LOG", spdlog::level::warn, {text.data(), static_cast<std::size_t>(length)}},
+                     line);
+  const std::size_t lost = std::exchange(lost_, 0);
+  append(line);
+  if (lost_ > 0) lost_ = lost;
+}
+
+void LogFileSink::append(const spdlog::memory_buf_t& lines) noexcept {
+  const std::size_t taken = file_.append({lines.data(), lines.size()});
+  lost_ += static_cast<std::size_t>(std::count(lines.begin() + taken, lines.end(), '\n'));
+  if (taken > 0) endsInLine_ = lines[taken - 1] != '\n';
 }
 
 }  // namespace zq

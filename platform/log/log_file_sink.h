@@ -1,4 +1,4 @@
-// The file behind the log: rotated, shared by the processes of one program.
+// What gathers the log's lines for its file.
 #pragma once
 
 #include <spdlog/sinks/base_sink.h>
@@ -7,26 +7,24 @@
 #include <mutex>
 #include <string>
 
+#include "platform/log/log_file.h"
+
 namespace zq {
 
-/// Gathers lines and appends them to "<name>.log"; what does not fit any more moves to
-/// "<name>.1.log", and so on.
-///
-/// Several processes may write to the same file. Lines stay whole because each write(2) takes whole
-/// lines in one append. At rotation the first process that finds the file full renames it, under a
-/// lock on the file itself; the others notice before their next write and follow to the new one.
+/// Gathers lines up to 32 KiB and appends them to the file. Lines that the file does not take are
+/// counted, and the next that it takes are preceded by one that tells how many.
 ///
 /// Fork. No line of the parent's comes out twice, and the child goes on with the log, writing every
 /// line at once, since it has no thread that flushes.
 ///
-/// Any thread, as every spdlog sink. A write that fails loses its lines, silently.
+/// Any thread, as every spdlog sink.
 class LogFileSink final : public spdlog::sinks::base_sink<std::mutex> {
  public:
   LogFileSink();
-  ~LogFileSink() override;
 
-  /// Goes on in "<directory>/<name>.log". False, and nothing has changed, when it cannot be opened.
-  [[nodiscard]] bool moveTo(std::filesystem::path directory, std::string name);
+  /// Goes on in "<directory>/<name>.log". Null when that is done, else why it is not, and nothing
+  /// has changed.
+  [[nodiscard]] const char* moveTo(const std::filesystem::path& directory, const std::string& name);
 
   /// From now on every line is written at once.
   void writeThrough();
@@ -40,19 +38,16 @@ class LogFileSink final : public spdlog::sinks::base_sink<std::mutex> {
   void sink_it_(const spdlog::details::log_msg& message) override;
   void flush_() override;
 
-  std::filesystem::path file(int age) const;
-  bool isCurrent() const;
-  bool isFull() const;
-  void shiftFiles() const;
-  void startNewFile();
-  void writeOut();
+  void writeOut() noexcept;
+  void tellLoss() noexcept;
+  void append(const spdlog::memory_buf_t& lines) noexcept;
 
-  std::filesystem::path directory_;
-  std::string name_;
+  LogFile file_;
   spdlog::memory_buf_t pending_;
-  int descriptor_ = -1;
+  std::size_t lost_ = 0;
+  bool endsInLine_ = false;  // the file took a part of a line
   bool writesThrough_ = false;
-  bool namesParent_ = false;  // the formatter holds the process id of who forked this one
+  bool namesParent_ = false;  // the formatter holds the process id of the parent
 };
 
 }  // namespace zq

@@ -1,0 +1,48 @@
+// A log of the test's own process, in a directory of its own.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "platform/log/log.h"
+
+namespace zq {
+
+namespace fs = std::filesystem;
+
+inline constexpr int kError = 7;
+inline constexpr int kDebug = 5;
+
+inline std::vector<std::string> linesOf(const fs::path& file) {
+  std::ifstream stream(file);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+class ALog : public testing::Test {
+ protected:
+  ALog() { feroxLogInit(directory_.c_str()); }
+  ~ALog() override { fs::remove_all(directory_); }
+
+  std::string lastLine() const {
+    const auto lines = linesOf(file_);
+    return lines.empty() ? "" : lines.back();
+  }
+
+  fs::path older(int age) const {
+    return directory_ / (fs::path(file_).stem().string() + '.' + std::to_string(age) + ".log");
+  }
+
+  std::string pattern_ = fs::temp_directory_path() / "perix-log-XXXXXX";
+  const fs::path directory_ = ::mkdtemp(pattern_.data());
+  const fs::path file_ = directory_ / (std::string(program_invocation_short_name) + ".log");
+};
+
+}  // namespace zq
