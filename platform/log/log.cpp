@@ -28,6 +28,7 @@ namespace {
 
 using Level = spdlog::level::level_enum;
 
+constexpr std::chrono::milliseconds kFlushAfter{900};
 constexpr std::size_t kLongestName = 64;
 constexpr std::size_t kLongestRefusal = 1024;
 
@@ -66,11 +67,13 @@ void afterForkInChild() {
 [[maybe_unused]] const int registered =
     ::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
 
-// A thread of our own, not spdlog's registry: that is the program's, should it use spdlog too.
+// A thread of our own, not spdlog's registry: that is the program's, should it use spdlog too. It
+// sleeps while nothing is logged.
 void startFlushing() {
   startLibraryThread("perix-log", [] {
     for (;;) {
-      std::this_thread::sleep_for(std::chrono::seconds(1));
+      theSink().awaitLine();
+      std::this_thread::sleep_for(kFlushAfter);
       theSink().flush();
     }
   }).detach();

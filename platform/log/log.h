@@ -31,7 +31,7 @@ void feroxLogInit(const char* directory);
 /// Priorities, most severe first: 7 error, 6 warning, 5 debug, 3 information, 2 trace; others are
 /// written as information. An error, and whatever was logged before it, is in the file when this
 /// returns; everything else is within a second, and at once while the process ends and in a child
-/// after fork.
+/// after fork. Nothing runs in between: a program that logs nothing is not woken.
 ///
 /// A line that the file does not take, since the disk is full or the file is, is lost, and counted;
 /// the next that it takes are preceded by a warning, "lines lost here: N".

@@ -63,6 +63,15 @@ const char* LogFileSink::moveTo(const std::filesystem::path& directory, const st
   return file_.moveTo(directory, name);
 }
 
+void LogFileSink::awaitLine() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (pending_.size() > 0) return;
+    awaitsLine_ = 1;
+  }
+  awaitsLine_.wait(1);
+}
+
 void LogFileSink::writeThrough() {
   const std::lock_guard lock(mutex_);
   writesThrough_ = true;
@@ -90,7 +99,12 @@ void LogFileSink::afterForkInChild() {
 void LogFileSink::sink_it_(const spdlog::details::log_msg& message) {
   if (std::exchange(namesParent_, false)) set_formatter_(lineFormatter());
   formatter_->format(message, pending_);
-  if (writesThrough_ || pending_.size() >= kWriteAt) writeOut();
+  if (writesThrough_ || pending_.size() >= kWriteAt) {
+    writeOut();
+  } else if (awaitsLine_.load(std::memory_order_relaxed) != 0) {
+    awaitsLine_ = 0;
+    awaitsLine_.notify_one();
+  }
 }
 
 void LogFileSink::flush_() {

@@ -3,6 +3,7 @@
 
 #include <spdlog/sinks/base_sink.h>
 
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -26,6 +27,9 @@ class LogFileSink final : public spdlog::sinks::base_sink<std::mutex> {
   /// has changed.
   [[nodiscard]] const char* moveTo(const std::filesystem::path& directory, const std::string& name);
 
+  /// Blocks until a line waits for flush(). For one thread.
+  void awaitLine();
+
   /// From now on every line is written at once.
   void writeThrough();
 
@@ -46,6 +50,7 @@ class LogFileSink final : public spdlog::sinks::base_sink<std::mutex> {
   spdlog::memory_buf_t pending_;
   std::size_t lost_ = 0;
   bool endsInLine_ = false;  // the file took a part of a line
+  std::atomic<int> awaitsLine_ = 0;
   bool writesThrough_ = false;
   bool namesParent_ = false;  // the formatter holds the process id of the parent
 };
