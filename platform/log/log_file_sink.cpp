@@ -15,37 +15,63 @@ namespace {
 
 constexpr std::size_t kWriteAt = 32 * 1024;
 
+// Local time less UTC. Under the sink's mutex.
+std::chrono::seconds utcOffset{0};
+
+void askForUtcOffset(std::time_t second) {
+  std::tm local = {};
+  ::localtime_r(&second, &local);
+  utcOffset = std::chrono::seconds(local.tm_gmtoff);
+}
+
 // Date and time to the second as one flag of the pattern, which is formatted once a second; as six
 // flags they are a third of the cost of a line.
 class SecondFlag final : public spdlog::custom_flag_formatter {
  public:
+  // A forked child keeps the offset that it had: the C library's lock on the time zone may be held
+  // by a thread that the child does not have, and strftime takes it, too.
+  explicit SecondFlag(bool asksForOffset) : asksForOffset_(asksForOffset) {}
+
   // spdlog fills in the time only for patterns with time flags of its own.
   void format(const spdlog::details::log_msg& message, const std::tm& /*unset*/,
               spdlog::memory_buf_t& line) override {
-    const std::time_t second = std::chrono::system_clock::to_time_t(message.time);
+    const auto second = std::chrono::floor<std::chrono::seconds>(message.time);
     if (second != second_) {
-      std::tm local = {};
-      ::localtime_r(&second, &local);
-      std::strftime(text_.data(), text_.size(), "%Y-%m-%d %H:%M:%S", &local);
+      if (asksForOffset_) askForUtcOffset(std::chrono::system_clock::to_time_t(second));
+      setText(second + utcOffset);
       second_ = second;
     }
-    line.append(text_.data(), text_.data() + text_.size() - 1);
+    line.append(text_.data(), text_.data() + kLength);
   }
 
   std::unique_ptr<custom_flag_formatter> clone() const override {
-    return std::make_unique<SecondFlag>();
+    return std::make_unique<SecondFlag>(asksForOffset_);
   }
 
  private:
-  std::array<char, sizeof("2000-01-01 00:00:00")> text_ = {};
-  std::time_t second_ = 0;
+  static constexpr std::size_t kLength = std::char_traits<char>::length("2000-01-01 00:00:00");
+
+  void setText(std::chrono::sys_seconds local) {
+    const auto day = std::chrono::floor<std::chrono::days>(local);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss time(local - day);
+    std::snprintf(text_.data(), text_.size(), "%04d-%02u-%02u %02d:%02d:%02d",
+                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                  static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
+                  static_cast<int>(time.minutes().count()),
+                  static_cast<int>(time.seconds().count()));
+  }
+
+  const bool asksForOffset_;
+  std::array<char, 80> text_ = {};  // room for what the types allow
+  std::chrono::sys_seconds second_;
 };
 
 // The process id stands in the pattern as a text: asking for it costs a system call per line.
-std::unique_ptr<spdlog::formatter> lineFormatter() {
+std::unique_ptr<spdlog::formatter> lineFormatter(bool asksForOffset) {
   auto formatter = std::make_unique<spdlog::pattern_formatter>();
-  formatter->add_flag<SecondFlag>('*').set_pattern("%*.%e " + std::to_string(::getpid()) +
-                                                   " %t %l %n: %v");
+  formatter->add_flag<SecondFlag>('*', asksForOffset)
+      .set_pattern("%*.%e " + std::to_string(::getpid()) + " %t %l %n: %v");
   return formatter;
 }
 
@@ -54,7 +80,8 @@ std::unique_ptr<spdlog::formatter> lineFormatter() {
 LogFileSink::LogFileSink() {
   // The longest line, all of it escaped, is shorter than twice that: appending never allocates.
   pending_.reserve(3 * kWriteAt);
-  set_formatter(lineFormatter());
+  set_formatter(lineFormatter(true));
+  askForUtcOffset(std::time(nullptr));  // for a child that logs before this process
 }
 
 const char* LogFileSink::moveTo(const std::filesystem::path& directory, const std::string& name) {
@@ -97,7 +124,7 @@ void LogFileSink::afterForkInChild() {
 }
 
 void LogFileSink::sink_it_(const spdlog::details::log_msg& message) {
-  if (std::exchange(namesParent_, false)) set_formatter_(lineFormatter());
+  if (std::exchange(namesParent_, false)) set_formatter_(lineFormatter(false));
   formatter_->format(message, pending_);
   if (writesThrough_ || pending_.size() >= kWriteAt) {
     writeOut();
