@@ -149,7 +149,8 @@ bool Channel::isInherited() const {
 bool Channel::lost() {
   if (isInherited()) return true;
   const Reader::Hold hold(*reader_);
-  return reader_->lost();
+  // A send may have found the end before the reader has.
+  return reader_->lost() || sd_bus_is_open(reader_->bus()) <= 0;
 }
 
 void Channel::cut() {

@@ -53,6 +53,16 @@ TEST(TheServiceOnTheBus, ServesAndGivesLinesToItsUserAlone) {
   }
 }
 
+TEST(TheServiceOnTheBus, DropsACallThatNamesNoSender) {
+  FakeBus bus;
+  const auto service = bus.start();
+  bus.send(perixMethod("echo").with("u", body(1)), "");
+  bus.send(LineRequest().call, "");
+  bus.send(perixMethod("echo").with("u", body(2)), kClient);
+  bus.replyNumber(bus.question("GetConnectionUnixUser"), ::geteuid());
+  EXPECT_EQ(bus.answer().body, body(2));
+}
+
 TEST(TheServiceOnTheBus, LetsCallsWaitInOrderAndABoundedNumberOfThem) {
   constexpr uint32_t kMost = 32;
   FakeBus bus;
