@@ -62,7 +62,8 @@ class Service : public ZQBusService, public Endpoint::Owner {
   const std::shared_ptr<ServedObject> object_;
   std::mutex handlerMutex_;  // one call after the other, whichever way they come
   const Handler handler_;
-  DescriptorReserve reserve_;  // of the thread that claims the name
+  std::mutex reserveMutex_;  // a connection may be lost before its own claim has ended
+  DescriptorReserve reserve_;
 
   std::mutex mutex_;  // of all that follows; no reader's lock is taken under it
   std::condition_variable ending_;
@@ -203,9 +204,12 @@ void Service::comeBack() {
   std::string error;
   int result = -ENOTCONN;
   while (result != -EEXIST && pause(length)) {
-    reserve_.release();
-    result = claim(Clock::now() + kAttemptPatience, error);
-    reserve_.refill();
+    {
+      const std::lock_guard lock(reserveMutex_);
+      reserve_.release();
+      result = claim(Clock::now() + kAttemptPatience, error);
+      reserve_.refill();
+    }
     if (result >= 0) return busLog(object_->interface + " is on the bus again");
     {
       const std::lock_guard lock(mutex_);

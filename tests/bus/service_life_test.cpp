@@ -293,6 +293,8 @@ TEST(AServiceThatRunsOutOfDescriptors, RefusesLinesThatWaitedForTheirClientsChec
   }
   const Message asked = bus.question("GetConnectionUnixUser");
   bus.ping();
+  std::vector<OwnedDescriptor> many;  // of which what is to be spare is a part
+  while (many.size() < 200) many.emplace_back(::dup(STDIN_FILENO));
   const FewDescriptors few(20);
   bus.replyNumber(asked, ::geteuid());
   for (int i = 0; i < kWaiting; ++i) EXPECT_EQ(bus.answer().type, Type::Error) << i;

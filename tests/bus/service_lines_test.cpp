@@ -75,7 +75,7 @@ TEST_F(ALine, WhoseClientNeverGreetsEndsAndIsNotCounted) {
   for (Peer& line : silent) EXPECT_TRUE(line.hasEnded());
   silent.clear();
   Peer line = openAndGreet();
-  EXPECT_LE(openDescriptors(), before + 5);
+  EXPECT_LE(openDescriptors(), before + 16);
   service->sendEvent("perixevent", {});
   service->sendBroadcast("last", {});
   EXPECT_EQ(bus.signal().member, "last");
