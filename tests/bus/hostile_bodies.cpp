@@ -116,6 +116,8 @@ const std::vector<OddBody>& oddBodies() {
 
       {"signature of 255 characters", Dropped, kPasses, std::string(255, 'y'),
        Writer().raw(std::string(255, '\1'))},
+      {"signature of 255 characters and descriptors", Dropped, kPasses, std::string(255, 'y'),
+       Writer().raw(std::string(255, '\1')), 16, 16},
       {"signature of 254 characters", Read, kPasses, std::string(254, 'y'),
        Writer().raw(std::string(254, '\1'))},
       {"empty array of arrays, 32 deep", Read, kPasses, std::string(32, 'a') + "y", number(0)},

@@ -121,8 +121,7 @@ TEST_F(HostileLine, OfAClientIsReadOrCutAndTheServiceGoesOn) {
     SCOPED_TRACE(frame.name);
     if (!client) client.emplace();
     Message call = odd(perixCall("odd"));
-    call.serial = kOddSerial;
-    const Fate fate = fateOfCall(client->way(), frame.make(call));
+    const Fate fate = fateOfCall(client->way(), call.serial, frame.make(call));
     EXPECT_EQ(fate, frame.fate);
     if (fate == Fate::Cut) client.reset();
   }

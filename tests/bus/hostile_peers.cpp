@@ -44,7 +44,6 @@ FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().ad
   });
   if (usesDirectLines()) {
     const auto open = bus_.receiveUntil(isCall);
-    clientName_ = open->sender;
     Peer hatch(bus_.takeDescriptor());
     opening(bus_, *open, hatch);
   }
@@ -97,14 +96,14 @@ Fate fateOf(const Reply& reply) {
   return Fate::Cut;
 }
 
-Fate fateOfCall(Peer& client, std::string_view call, std::span<const int> descriptors) {
-  Message good = perixCall("good");
-  good.serial = kOddSerial + 1;
+Fate fateOfCall(Peer& client, uint32_t serial, std::string_view call,
+                std::span<const int> descriptors) {
+  const Message good = perixCall("good");
   Fate fate = Fate::Dropped;
   if (!client.send(call, descriptors) || !client.send(good)) return Fate::Cut;
   for (auto reply = client.receive(); reply; reply = client.receive()) {
     if (reply->replySerial == good.serial) return fate;
-    if (reply->replySerial != kOddSerial) continue;
+    if (reply->replySerial != serial) continue;
     fate = reply->type == wire::Type::Return ? Fate::Read : Fate::Unreadable;
   }
   return Fate::Cut;
@@ -130,7 +129,10 @@ Message openCall() {
 }
 
 Message perixCall(const std::string& method) {
-  return Message::call(kPerixPath, kPerixName, method).to(kPerixName);
+  static uint32_t serial = 1000;
+  Message call = Message::call(kPerixPath, kPerixName, method).to(kPerixName);
+  call.serial = ++serial;
+  return call;
 }
 
 }  // namespace zq

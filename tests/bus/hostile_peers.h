@@ -37,7 +37,7 @@ class FakeService {
   ZQBusProxyInterface& client() { return *client_; }
   /// What calls of the client's come on and answers go out on.
   wire::Peer& way() { return line_ ? *line_ : bus_; }
-  /// The client's unique name.
+  /// The name on the bus of the client that called last.
   const std::string& clientName() const { return clientName_; }
   /// The client's next call.
   std::optional<wire::Message> nextCall();
@@ -61,8 +61,10 @@ std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs = -1);
 bool isGood(const Reply& reply);
 /// What became of an odd reply with a good one behind it.
 Fate fateOf(const Reply& reply);
-/// What becomes of a call of the service's, as those bytes, with a good one behind it.
-Fate fateOfCall(wire::Peer& client, std::string_view call, std::span<const int> descriptors = {});
+/// What becomes of a call of the service's of that number, as those bytes, with a good one behind
+/// it.
+Fate fateOfCall(wire::Peer& client, uint32_t serial, std::string_view call,
+                std::span<const int> descriptors = {});
 
 /// A client of the service, on a direct line or through the bus.
 class FakeClient {
@@ -85,9 +87,8 @@ wire::Message processReply(const wire::Message& open, int32_t process);
 /// refuses.
 std::optional<wire::Peer> openLine(wire::Peer& bus);
 wire::Message openCall();
-/// A call of the service's, for either way.
+/// A call of the service's, for either way, with a number of its own: the bus daemon refuses a
+/// second call of the same number while the first waits for its reply.
 wire::Message perixCall(const std::string& method);
-/// The serial of the call that fateOfCall() sends for others.
-inline constexpr uint32_t kOddSerial = 7;
 
 }  // namespace zq

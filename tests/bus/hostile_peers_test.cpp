@@ -21,11 +21,19 @@ using wire::Writer;
 
 // What a message of a few hundred bytes may cost while it is handled.
 constexpr std::size_t kSomeMemory = std::size_t{1} << 20;
+// More than a new connection has, and fewer than come with a message that is to lose them.
+constexpr int kSomeDescriptors = 14;
 /// What becomes of an odd body on the way that this process tests. A line carries no descriptors,
 /// and breaks; on the bus, the daemon cuts the sender of what is malformed.
-Fate fateHere(const OddBody& body) {
+Fate fateAtService(const OddBody& body) {
   const bool passes = usesDirectLines() ? body.sentDescriptors == 0 : body.passesBus;
   return passes ? body.fate : Fate::Cut;
+}
+
+/// The daemon keeps messages with descriptors from clients, which take none.
+Fate fateAtClient(const OddBody& body) {
+  const Fate fate = fateAtService(body);
+  return fate != Fate::Cut && body.sentDescriptors > 0 ? Fate::Dropped : fate;
 }
 
 /// Descriptors to send along.
@@ -42,18 +50,16 @@ bool send(Peer& peer, Message message, const OddBody& body) {
 /// are closed. The name of the last is printed in front of a crash.
 template <typename Check>
 void forEachOddBody(Check check) {
-  int descriptors = 0;
   for (const OddBody& body : oddBodies()) {
-    if (const char* row = std::getenv("ROW"); row && std::string(row) != body.name)
-      SCOPED_TRACE(body.name);
+    SCOPED_TRACE(body.name);
     std::fprintf(stderr, "%s\n", body.name);
     resetPeak();
-    const std::size_t before = liveBytes();
+    const std::size_t memory = liveBytes();
+    const int descriptors = openDescriptors();
     check(body);
-    EXPECT_LT(peakBytes(), before + kSomeMemory);
-    if (descriptors == 0) descriptors = openDescriptors();
+    EXPECT_LT(peakBytes(), memory + kSomeMemory);
+    EXPECT_LT(openDescriptors(), descriptors + kSomeDescriptors);
   }
-  EXPECT_LE(openDescriptors(), descriptors + 8);
 }
 
 TEST(AReplyWithAnOddBody, EndsItsCallAndNoOther) {
@@ -66,7 +72,7 @@ TEST(AReplyWithAnOddBody, EndsItsCallAndNoOther) {
     send(service->way(), Message::replyTo(*call), body);
     service->answerWell(*call);
     const Fate fate = fateOf(reply.get());
-    EXPECT_EQ(fate, fateHere(body));
+    EXPECT_EQ(fate, fateAtClient(body));
     if (fate == Fate::Cut) return service.reset();
     reply = callSoon(service->client());
     service->answerWell(*service->nextCall());
@@ -130,13 +136,13 @@ TEST(AnEventWithAnOddBody, IsHeardOrDroppedWithALineInTheLog) {
       service->client().setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
     }
     send(service->way(), kEvent, body);
-    if (fateHere(body) == Fate::Cut) {
+    if (fateAtClient(body) == Fate::Cut) {
       EXPECT_TRUE(deaths.wait([](int n) { return n == 1; }));
       deaths.change([](int& n) { n = 0; });
       return service.reset();
     }
     sendGood(service->way(), kEvent);
-    EXPECT_STREQ(heard.fate(), hearingOf(body.fate));
+    EXPECT_STREQ(heard.fate(), hearingOf(fateAtClient(body)));
   });
   EXPECT_GT(linesLogged, 0);
 }
@@ -155,12 +161,14 @@ TEST(ABroadcastWithAnOddBody, IsHeardOrDroppedWithALineInTheLog) {
       return sender.reset();
     }
     sendGood(*sender, kBroadcast);
-    EXPECT_STREQ(heard.fate(), hearingOf(body.fate));
+    const Fate fate = body.sentDescriptors == 0 ? body.fate : Fate::Dropped;
+    EXPECT_STREQ(heard.fate(), hearingOf(fate));
   });
   EXPECT_GT(linesLogged, 0);
 }
 
 TEST(AStrangersReplyOrEvent, IsIgnoredUnread) {
+  if (usesDirectLines()) GTEST_SKIP() << "no stranger reaches a line";
   Heard heard;
   FakeService service;
   service.client().addEventListener("perixevent", heard.listener(),
@@ -176,7 +184,11 @@ TEST(AStrangersReplyOrEvent, IsIgnoredUnread) {
           Message::signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged")}) {
       send(stranger, message.to(client), body);
     }
-    EXPECT_TRUE(stranger.ask(Message::call("/", "org.freedesktop.DBus.Peer", "Ping").to(client)));
+    // The answer comes behind what the client has made of those.
+    const auto answer =
+        stranger.ask(Message::call("/", "org.freedesktop.DBus.Peer", "Ping").to(client));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->type, Type::Return);
     service.answerWell(*call);
     EXPECT_TRUE(isGood(reply.get()));
     sendGood(service.way(), kEvent);
@@ -190,10 +202,10 @@ TEST(ACallWithAnOddBody, IsAnsweredOrRefused) {
   forEachOddBody([&](const OddBody& body) {
     if (!client) client.emplace();
     Message call = perixCall("odd");
-    call.serial = kOddSerial;
     setBody(call, body);
-    const Fate fate = fateOfCall(client->way(), wire::bytesOf(call), descriptorsFor(body));
-    EXPECT_EQ(fate, fateHere(body));
+    const Fate fate =
+        fateOfCall(client->way(), call.serial, wire::bytesOf(call), descriptorsFor(body));
+    EXPECT_EQ(fate, fateAtService(body));
     if (fate == Fate::Cut) client.reset();
   });
 }

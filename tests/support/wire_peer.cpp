@@ -173,6 +173,11 @@ bool Peer::hasEnded() {
   return ::recv(socket_.get(), &byte, 1, MSG_DONTWAIT) >= 0 || errno != EAGAIN;
 }
 
+void Peer::waitForEver() {
+  constexpr timeval kNever{};
+  ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &kNever, sizeof kNever);
+}
+
 void Peer::shutdown(int how) {
   ::shutdown(socket_.get(), how);
 }

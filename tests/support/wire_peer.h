@@ -46,6 +46,8 @@ class Peer {
   bool hasEnded();
   /// Ends the sending, or both ways.
   void shutdown(int how);
+  /// Receives for as long as it takes.
+  void waitForEver();
 
   int socket() const { return socket_.get(); }
   /// On a bus, the name that Hello gave.
