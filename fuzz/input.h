@@ -3,15 +3,18 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "zqbus/message.h"
 
 namespace zq::fuzz {
 
-/// Ends the process, which the fuzzer reports together with the input.
-inline void require(bool holds) {
-  if (!holds) std::abort();
+/// Ends the process and says where, which the fuzzer reports together with the input.
+inline void require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+  if (holds) return;
+  std::fprintf(stderr, "%s:%d: this does not hold\n", file, line);
+  std::abort();
 }
 
 /// An argument of any type, std::monostate among them when `evenUncarried`.
