@@ -15,6 +15,7 @@
 
 namespace zq {
 
+class DeliveryGate;
 class PenPort;
 class PerixCall;
 class ZQBusEventCallback;
@@ -31,46 +32,67 @@ class ZQBusSerivceManager;
 ///
 /// - Threads. Call from any thread. Calls are served one after the other: an operation waits for
 ///   the operations of other threads to end first, then for its own answer.
-/// - Blocking. An operation that asks the service waits at most 3000 ms for the answer, and not at
-///   all when the service is known to be away. The death of the service ends the wait at once.
+/// - Blocking. An operation that asks the service waits at most 3000 ms for the answer; its own
+///   text says where that differs. To this come: up to 3000 ms for each desktop id that it looks up
+///   and does not know yet (CreatePipe and DestroyPipe have one for each handle, too); the waits of
+///   the operations before it; and, where the service was away, 10 s for connecting. Without a
+///   service it does not wait at all after that. The death of the service ends a wait at once.
 /// - Results. An `int` is the service's own result, 0 for success, or -1 when there is no service,
 ///   no answer in time or an error for an answer. Strings, lists and maps are empty then.
-///   PerixLastFailure() tells these apart; the log has a line for each.
+///   PerixLastFailure() tells these apart, and where the time went; the log has a line for each. An
+///   argument that an answer lacks, or has of another type, reads as 0 or as empty; a count that
+///   promises more than came is cut to what came.
 /// - Desktops. `vmId` names a desktop by its string id. An unknown one is no error here: the
 /// service
-///   gets the integer id 0 and decides.
+///   gets the integer id 0 and decides. So it is when the look-up of the id fails; the report
+///   tells. Ids are those of the process that told them: another is asked anew.
 /// - Lists. Each record is a `malloc` block of exactly the received length; list and records are
 ///   the caller's, who releases them with the matching Free operation, or `free` where none is.
 ///   An empty record in the service's answer ends the list; the records before it are kept.
-/// - Exceptions. None leaves an operation.
+/// - Exceptions. None leaves an operation, for lack of memory neither: it fails then. What copying
+///   an argument that is passed by value throws is the caller's.
+/// - Fork. In a child of a process that had used the library by then, every operation that asks the
+///   service, or waits for callbacks, fails at once, and each returns what it returns without a
+///   service; registering and unregistering return -1. A child that was forked before the first use
+///   uses the library like any process.
+/// - The process's end. Operations may be called from destructors of static objects and from atexit
+///   handlers.
 ///
 /// A class may derive from this one and override; operations use each other through the virtual
-/// table. How the class grows without breaking binaries: docs/extending.md.
+/// table. An override of GetVmIdInt runs under the lock of the calls: it may look at its own tables
+/// and call the one that it overrides, but an operation that waits for others would never return.
+/// So would one in an override of InitBroadcast. How the class grows without breaking binaries:
+/// docs/extending.md.
 class PerixProxy {
  public:
   /// The process's proxy, created and connected at first use. Never destroyed. Reconnects when the
-  /// service was away (a few round trips to the bus, at most 25 s each) and returns the same object
-  /// whether or not that succeeds. Null only when there was no memory for it.
+  /// service was away and returns the same object whether or not that succeeds. Connecting takes a
+  /// few round trips to the bus, and 10 s at most in all; threads that ask for it at the same time
+  /// wait for one attempt and share its outcome. Null only when there was no memory for the object.
+  /// Never throws.
   static PerixProxy* getInstance();
 
   PerixProxy();
   PerixProxy(const PerixProxy&) = delete;
   PerixProxy& operator=(const PerixProxy&) = delete;
 
-  /// Drops the connection. Only derived objects of the client's own are ever destroyed, and only
-  /// after their connection was released.
+  /// Only objects of the client's own are ever destroyed, and not inside a callback. Drops the
+  /// connection and waits as AwaitDeliveries does. By then a derived class's part is gone, so the
+  /// owner of such an object calls AwaitDeliveries first.
   virtual ~PerixProxy();
 
   // --- Connection -------------------------------------------------------------------------------
 
   /// Connects when not connected: starts the log in the user's application data directory (and
   /// prints that path on standard output), finds the service and subscribes to its events. 0 when
-  /// connected, -1 when there is no bus or no service. getInstance() calls it.
+  /// connected, -1 when there is no bus or no service. Blocks as getInstance(), which calls it.
   virtual int Init();
   /// Asks the service to reset itself.
   virtual int ResetService();
-  /// Drops the connection and the event subscription; registered callbacks stay. The next
-  /// getInstance() connects again. Asks nobody.
+  /// Drops the connection and the event subscription; registered callbacks stay, and so do desktop
+  /// ids until another process is connected to. No event and no death of that connection is taken
+  /// up any more; one that is being handled goes on. The next getInstance() connects again. Asks
+  /// nobody.
   virtual void ReleaseService();
   /// Takes one event of the service: desktop id, kind and record to the callbacks registered for
   /// that kind. The bus calls it on its delivery thread.
@@ -82,7 +104,7 @@ class PerixProxy {
   // --- Desktop sessions -------------------------------------------------------------------------
 
   /// Announces a desktop session. Waits at most 2000 ms. A collaborator in somebody else's session
-  /// announces nothing: -1 without a call.
+  /// announces nothing: -1 without a call (PerixFailure::NotAsked).
   virtual int ConnectVm(VmInfo info);
   /// Announces the end of a session, without waiting for an answer: 0 once sent, whatever the
   /// service makes of it; -1 without a service.
@@ -90,9 +112,12 @@ class PerixProxy {
   /// Starts the desktop's manager; waits and answers like DisconnectVm.
   virtual int StartVm(std::string vmId);
 
-  /// What the bus calls when the service has died, on its delivery thread: drops the connection,
-  /// waits for the service to return (500 checks, 2000 ms apart), reconnects, tells every desktop
-  /// callback with SERVICE_DIED and forgets them. Blocks for all that time.
+  /// What the bus calls when the service has died, on a thread of its own: drops the connection,
+  /// waits for the service to return (500 checks, 2000 ms apart), reconnects, and tells every
+  /// desktop callback that was registered before the new connection with SERVICE_DIED and forgets
+  /// it. Blocks for all that time, and holds nobody up while it waits: other operations connect
+  /// meanwhile when the service is back. AwaitDeliveries ends it at its next check; then it
+  /// reconnects and tells nobody.
   virtual void onServiceDeath();
 
   // --- Events -----------------------------------------------------------------------------------
@@ -104,10 +129,12 @@ class PerixProxy {
 
   // --- Callbacks --------------------------------------------------------------------------------
   // None of these asks the service. They wait while a callback runs, so never call them from
-  // inside one. Registrations outlive the connection; those of desktops end with the service's
-  // death, of which they are told with SERVICE_DIED. `userdata` is the caller's, handed back as is.
+  // inside one; when one has returned, the callback that it ended or replaced is not called any
+  // more. Registrations outlive the connection; those of desktops end with the service's death, of
+  // which they are told with SERVICE_DIED. `userdata` is the caller's, handed back as is. -1
+  // without memory and in a forked child.
 
-  /// Sets the callback of a desktop, in place of an earlier one. Null is taken as it is. Always 0.
+  /// Sets the callback of a desktop, in place of an earlier one. Null is taken as it is. 0.
   virtual int RegisterCallback(std::string vmId, DesktopCallback callback, void* userdata);
   /// Ends it. 0, also when there was none.
   virtual int UnregisterCallback(std::string vmId);
@@ -124,9 +151,12 @@ class PerixProxy {
   virtual int UnregisterDeviceCallback();
   /// The smallest userdata of a device callback, null without one. Never waits.
   virtual void* CheckDeviceCallback();
-  /// Sets the one callback for the answers of DoPerixCmd; null ends it. Never waits.
+  /// Sets the one callback for the answers of DoPerixCmd; null ends it. 0. Never waits, so that the
+  /// callback that was set before may still be running when this has returned.
   virtual int RegisterCmdCallback(CmdCallback callback, void* userdata);
   /// Adds a callback for the outcome of new-device configurations; the rules of device callbacks.
+  /// It hears every kind of event that no other callback is for, those of joysticks too (code 16
+  /// and the service's others), with the kind as its code.
   virtual int RegisterConfigNewDevResultCallback(ConfigNewDevResultCallback callback,
                                                  void* userdata);
   virtual int UnregisterConfigNewDevResultCallback(void* userdata);
@@ -137,11 +167,12 @@ class PerixProxy {
 
   /// The service's desktops: string id to integer id.
   virtual std::map<std::string, int> GetVmList();
-  /// Tells that a window of the desktop gained (1) or lost (0) the focus. Waits at most 500 ms, and
-  /// not for other operations.
+  /// Tells that a window of the desktop gained (1) or lost (0) the focus. Waits at most 500 ms for
+  /// the answer, after up to 3000 ms for an id that is not known yet, and not for other operations.
   virtual int OnFocusChanged(std::string vmId, uint64_t windowId, uint32_t gainFocus);
   /// The integer id of a desktop, 0 when unknown. Asks the service once per desktop and remembers;
-  /// unknown ones are asked for each time. Does not wait for other operations.
+  /// unknown ones are asked for each time. Does not wait for other operations, and does not
+  /// connect. PerixLastFailure() tells why there is no id, once the service had to be asked.
   virtual unsigned int GetVmIdInt(std::string vmId);
   /// The string id that GetVmIdInt learned for an integer id, else empty. Asks nobody.
   virtual std::string GetVmIdString(unsigned int id);
@@ -157,8 +188,9 @@ class PerixProxy {
 
   /// Tells that a port channel exists. Only the pen's port counts, whose name contains
   /// "space.port.2": `sendFn` is kept and called by SendPenData with (port name, size, bytes), and
-  /// request numbers start anew. Asks nobody, takes no lock: call the three port operations and
-  /// SendPenData from one thread, the user interface's.
+  /// request numbers start anew. The bytes and the name are valid during that call only; what it
+  /// throws is logged; it may call any of these operations. Asks nobody, takes no lock: call the
+  /// three port operations and SendPenData from one thread, the user interface's.
   virtual void PortInit(
       const std::string& name, bool opened,
       std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> sendFn);
@@ -170,12 +202,13 @@ class PerixProxy {
   /// Sends a pen event through the pen's port. `event` is a QTabletEvent that stays the caller's,
   /// `type` is 0, the only kind there is; `x` and `y` in pixels, -1 takes the event's own position.
   /// `vmId` is not used. 0 when a packet was built, sent or (while there is no open port or no pen
-  /// device) not; -1 for another `type`. Asks nobody, takes no lock, as PortInit.
+  /// device) not; -1 for another `type` and for a null `event`. Asks nobody, takes no lock, as
+  /// PortInit.
   virtual int SendPenData(std::string vmId, void* event, int type, int x, int y);
 
   // --- Tokens and network quality ---------------------------------------------------------------
 
-  /// Hands over the token of the redirected drives. -1 for an empty one.
+  /// Hands over the token of the redirected drives. -1 without a call for an empty one.
   virtual int UpdateDriveToken(std::string token);
   /// Reports a desktop's bandwidth; the service knows the units. Does not wait for an answer.
   virtual void SetBwInfo(const std::string& vmId, unsigned long long value1,
@@ -315,10 +348,12 @@ class PerixProxy {
   virtual std::string GetJoystickMappingList(unsigned short vid, unsigned short pid);
   virtual int SetJoystickMapping(unsigned short vid, unsigned short pid,
                                  const std::string& mapping);
-  /// Starts a calibration; its outcome follows as an event.
+  /// Starts a calibration; its outcome follows as an event, which the configuration-result
+  /// callbacks hear.
   virtual int CalibrationJoystick(unsigned short vid, unsigned short pid);
-  /// Adds a joystick callback, one per userdata, called in order of registration. The same userdata
-  /// again replaces its callback. -1 when either argument is null.
+  /// Adds a joystick callback, one per userdata, called in order of registration by
+  /// JoystickResultNotify. No event of today's service gets there: see CalibrationJoystick. The
+  /// same userdata again replaces its callback. -1 when either argument is null.
   virtual int RegisterJoystickCallback(JoystickCallback callback, void* userdata);
   virtual int UnregisterJoystickCallback(void* userdata);
   /// Calls every joystick callback. Always 0.
@@ -326,8 +361,11 @@ class PerixProxy {
 
   // --- Commands and diagnosis -------------------------------------------------------------------
 
-  /// Diagnoses a desktop. Waits at most 10 s. `notify` hears of the progress from now on, in place
-  /// of an earlier one; null ends that. It stays the caller's, who keeps it alive until then.
+  /// Diagnoses a desktop. Waits at most 10 s. From the start of the operation `notify` hears of the
+  /// progress, of this diagnosis and of others, in place of an earlier one; null ends that. It
+  /// stays the caller's, who ends it with StopDiagnoseNotify before it is destroyed. When the
+  /// result is not 0, it is ended already (as StopDiagnoseNotify does), unless another has taken
+  /// its place. May be called inside a callback.
   virtual int Diagnose(std::string vmId, PerixDiagnoseNotify* notify);
   /// Diagnoses one device; as Diagnose.
   virtual int DiagnoseDevice(std::string vmId, unsigned long long srcId,
@@ -339,15 +377,33 @@ class PerixProxy {
   /// What DoPerixCmd understands, in words.
   virtual std::string GetPerixCmdHelp();
 
+  // --- Ends of lives ----------------------------------------------------------------------------
+
+  /// Ends the calls of `notify`; if another has taken its place, that one stays. 0; -1 in a forked
+  /// child. Waits for a running callback, so that `notify` may be destroyed when this has returned.
+  /// Inside a callback it does not wait: a running OnDiagnoseProgress goes on, and `notify` may be
+  /// destroyed when the callback has returned.
+  virtual int StopDiagnoseNotify(PerixDiagnoseNotify* notify);
+
+  /// Drops the connection as ReleaseService does and waits until no event and no recovery of this
+  /// object is running any more: then a derived object may be destroyed, provided that no other
+  /// thread uses it. Waits for the operations of other threads, for a running callback for as long
+  /// as that takes, and for a recovery until its next check (2 s, and 10 s for the bus's answer).
+  /// The object cannot connect meanwhile. Inside a callback it does not wait. Asks nobody.
+  virtual void AwaitDeliveries();
+
  private:
+  friend class EventDispatch;
   friend class PerixCall;
 
+  static PerixProxy* createInstance();
   static void BroadcastCallback(std::shared_ptr<ZQBusMessage> message);
 
   /// The service's interface: replaced under callMutex, tested and copied without it.
   class ServiceHandle {
    public:
     explicit operator bool() const { return set_; }
+    /// Null in a forked child too.
     std::shared_ptr<ZQBusProxyInterface> get() const;
     void set(std::shared_ptr<ZQBusProxyInterface> interface);
 
@@ -362,30 +418,34 @@ class PerixProxy {
     Callback callback = nullptr;
     void* userdata = nullptr;
   };
+  struct DesktopSlot {
+    DesktopCallback callback = nullptr;
+    void* userdata = nullptr;
+    uint64_t connection = 0;  // the last one that was made before the registration
+  };
 
   void reconnect();
-  int connectToService();
+  bool connectToService();
+  void dropConnection();
+  bool useService(const std::shared_ptr<ZQBusProxyInterface>& service);
   bool isServiceRegistered();
   bool nobodyListens();
-  void tellDesktopsOfDeath(int count);
+  void tellDesktopsOfDeath(uint64_t dead, int count);
 
-  bool dispatch(int kind, const std::string& vmId, uint8_t* payload, uint32_t length);
-  bool handlePrinterEvent(int kind, PrinterDevice* printer, uint32_t length);
-  bool handleDeviceEvent(int kind, CommonDevice* device, uint32_t length);
-  void handleCommandResponse(int kind, CmdResponse* response);
-  void handleDiagnoseProgress(const uint8_t* record);
-  bool handleConfigResult(int kind, _ConfigNewDeviceResult* result, uint32_t length);
-  void handleJoystickOrDesktopEvent(int kind, const std::string& vmId, uint8_t* payload);
+  unsigned int knownId(const std::string& vmId);
+  void rememberId(const ZQBusProxyInterface& service, unsigned int id, const std::string& vmId);
+  void ownIds(const std::string& owner);
+  void forgetIds();
+
   void noteFirstDeviceUserdata();
-
-  void setDiagnoseNotify(PerixDiagnoseNotify* notify);
+  void forgetDiagnoseNotify(PerixDiagnoseNotify* notify);
 
   static std::atomic<PerixProxy*> mPerixProxy;
 
   // Members keep their order; a new one goes to the end.
   ServiceHandle serviceProxy;                                  // null: not connected
   std::atomic<ZQBusSerivceManager*> serviceManager = nullptr;  // the bus library's
-  std::map<std::string, CallbackSlot<DesktopCallback>> vmCallbacks;
+  std::map<std::string, DesktopSlot> vmCallbacks;
   std::map<unsigned int, std::string> vmIdMap;
   std::atomic<CallbackSlot<PrinterCallback>> printerCallback;
   std::map<void*, DeviceCallback> deviceCallbacks;
@@ -394,11 +454,15 @@ class PerixProxy {
   std::atomic<CallbackSlot<CmdCallback>> cmdCallback;
   ZQBusEventCallback* eventCallback = nullptr;  // the bus library's
   std::mutex callbackMutex;                     // the registries; held while callbacks run
-  std::mutex idMapMutex;                        // vmIdMap; never held across a call
+  std::mutex idMapMutex;                        // vmIdMap, idOwner; never held across a call
   std::mutex callMutex;  // every call, across its wait; taken before idMapMutex
   std::map<void*, ConfigNewDevResultCallback> configResultCallbacks;
   std::list<CallbackSlot<JoystickCallback>> joystickCallbacks;
-  PerixDiagnoseNotify* diagnoseNotify = nullptr;  // the client's; under callbackMutex
+  std::atomic<PerixDiagnoseNotify*> diagnoseNotify = nullptr;  // the client's
+  std::string idOwner;                           // the process that told the ids of vmIdMap
+  std::atomic<uint64_t> connection = 0;          // how many were made so far
+  std::atomic<unsigned int> failedAttempts = 0;  // to connect
+  std::shared_ptr<DeliveryGate> deliveries;      // never null; shared with the bus's callbacks
 };
 
 #pragma GCC visibility pop

@@ -109,9 +109,10 @@ struct _SharePrinterDevice {
   char desc[128];
 };
 
-// Callbacks run on the library's delivery thread, one at a time, while the library holds the lock
-// of its registries: a callback may call every other operation, but registering or unregistering
-// from inside one deadlocks. The results of callbacks are not used.
+// Callbacks run on the library's threads, one at a time, while the library holds the lock of its
+// registries: a callback may call every other operation, but registering or unregistering from
+// inside one deadlocks, Diagnose, StopDiagnoseNotify and RegisterCmdCallback aside. The results of
+// callbacks are not used; what they throw is logged.
 
 /// The code with which a DesktopCallback hears that the service died; `data` is null.
 inline constexpr uint16_t SERVICE_DIED = 5;
@@ -124,8 +125,8 @@ using ConfigNewDevResultCallback = int (*)(uint16_t code, _ConfigNewDeviceResult
                                            void* userdata);
 using JoystickCallback = int (*)(uint16_t code, void* result, void* userdata);
 
-/// Hears how a diagnosis goes on. Implemented by the client, which keeps it alive for as long as
-/// it is set; called like the callbacks above.
+/// Hears how a diagnosis goes on. Implemented by the client, which keeps it alive until
+/// PerixProxy::StopDiagnoseNotify has ended it; called like the callbacks above.
 class PerixDiagnoseNotify {
  public:
   virtual ~PerixDiagnoseNotify() = default;

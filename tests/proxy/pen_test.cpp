@@ -131,5 +131,31 @@ TEST_F(APen, CountsRequestsInSixteenBits) {
   EXPECT_EQ(sent[65535].request(), 0U);
 }
 
+TEST_F(APen, OutlivesWhatTheClientsFunctionDoes) {
+  int calls = 0;
+  // On the heap, so that a sanitizer sees a use after the end.
+  const auto text = std::make_shared<std::string>(100, 'x');
+  const std::string longPort = std::string(kPort) + *text;
+  const auto replace = [&, text](const std::string& port, unsigned int, unsigned char*) {
+    ++calls;
+    open();
+    send(QEvent::TabletMove);  // through the new channel
+    EXPECT_EQ(port, longPort);
+    EXPECT_EQ(text->size(), 100U);
+    return 0U;
+  };
+  proxy.PortInit(longPort, true, replace);
+  announce(5);
+  EXPECT_EQ(send(QEvent::TabletPress), 0);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(sent.size(), 1U);
+  const auto throwing = [&](const std::string&, unsigned int, unsigned char*) -> unsigned int {
+    throw ++calls;
+  };
+  proxy.PortInit(kPort, true, throwing);
+  EXPECT_EQ(send(QEvent::TabletMove), 0);
+  EXPECT_EQ(calls, 2);
+}
+
 }  // namespace
 }  // namespace zq

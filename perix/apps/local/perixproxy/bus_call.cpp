@@ -1,86 +1,148 @@
 #include "bus_call.h"
 
+#include "no_throw.h"
+
 namespace zq {
 namespace {
 
-thread_local PerixFailureReport lastFailure;
-
-PerixFailure failureOf(const ZQBusMessage& reply) {
-  switch (reply.failure()) {
-    case ZQBusFailure::None:
-      return PerixFailure::None;
-    case ZQBusFailure::TimedOut:
-      return PerixFailure::TimedOut;
-    case ZQBusFailure::TooLarge:
-      return PerixFailure::TooLarge;
-    case ZQBusFailure::PeerGone:
-    case ZQBusFailure::BusGone:
-      return PerixFailure::Died;
-    case ZQBusFailure::Unusable:
-      return PerixFailure::NoService;
-    case ZQBusFailure::Unreadable:
-      return PerixFailure::Unreadable;
-    case ZQBusFailure::Service:
-      break;
-  }
-  return PerixFailure::Refused;
+std::chrono::microseconds microseconds(std::chrono::steady_clock::duration time) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(time);
 }
 
 }  // namespace
 
-PerixFailureReport PerixLastFailure() {
-  return lastFailure;
+PerixCall::PerixCall(PerixProxy& proxy, const char* method, Order order, LogSite site)
+    : proxy_(proxy),
+      method_(method),
+      order_(order),
+      site_(site),
+      lock_(proxy.callMutex, std::defer_lock) {
+  lastFailure().clear();
+  step([&] { proxy_.reconnect(); });
+  service_ = proxy_.serviceProxy.get();
+  // Without a service there is nothing to wait for; other threads may be trying to connect.
+  const bool serialised = order_ == Order::Usual || order_ == Order::IdBeforeMessage;
+  if (service_ != nullptr && serialised) lock();
 }
 
-PerixCall::PerixCall(PerixProxy& proxy, const char* method, Locking locking, LogSite site)
-    : proxy_(proxy), method_(method), site_(site), lock_(proxy.callMutex, std::defer_lock) {
-  proxy_.reconnect();
-  if (locking == Locking::Serialised) lock_.lock();
+/// Takes the call lock. The service is the one that is connected then.
+void PerixCall::lock() {
+  const auto before = Clock::now();
+  lock_.lock();
+  waiting_ += Clock::now() - before;
   service_ = proxy_.serviceProxy.get();
-  if (service_ != nullptr) message_ = service_->makeMethodCallMessage(method);
+}
+
+/// Runs a step of the call, unless an earlier one failed.
+template <typename Step>
+void PerixCall::step(Step step) {
+  if (failed_) return;
+  try {
+    step();
+  } catch (...) {
+    fail(PerixFailure::NoMemory, currentException());
+  }
+}
+
+/// Sees to it that there is a message to append to, and the lock where it is taken late.
+bool PerixCall::begin() {
+  if (message_ != nullptr || failed_ || service_ == nullptr) return message_ != nullptr;
+  if (order_ == Order::IdBeforeLock && !lock_.owns_lock()) lock();
+  if (service_ != nullptr) step([&] { message_ = service_->makeMethodCallMessage(method_); });
+  return message_ != nullptr;
 }
 
 bool PerixCall::alive() {
-  if (message_ != nullptr) return true;
-  lastFailure = {PerixFailure::NoService, method_, unavailable_};
+  if (begin()) return true;
+  if (failed_) return false;
+  noteNoService(method_, unavailable_);
   PERIX_ERROR_AT(site_, "%s", unavailable_);
+  finish();
   return false;
+}
+
+void PerixCall::fail(PerixFailure failure, const char* words) {
+  failed_ = true;
+  message_ = nullptr;
+  lastFailure().set(failure, method_, words);
+  PERIX_ERROR_AT(site_, "%s", words);
+  finish();
+}
+
+/// Completes the report on the outcome.
+void PerixCall::finish() {
+  LastFailure& last = lastFailure();
+  if (last.failure == PerixFailure::None && lookUpFailure_) last = *lookUpFailure_;
+  last.waiting = microseconds(waiting_);
+  last.lookUps = microseconds(lookUps_);
+  last.total = microseconds(Clock::now() - start_);
 }
 
 // --- Arguments -----------------------------------------------------------------------------------
 
-PerixCall& PerixCall::desktop(const std::string& vmId) {
-  if (message_ != nullptr) int32(static_cast<int32_t>(proxy_.GetVmIdInt(vmId)));
+int32_t PerixCall::desktopId(const std::string& vmId) {
+  const bool idFirst = order_ == Order::IdBeforeMessage || order_ == Order::IdBeforeLock;
+  if (failed_ || (idFirst ? service_ == nullptr : !begin())) return 0;
+  unsigned int id = 0;
+  const auto before = Clock::now();
+  step([&] { id = proxy_.GetVmIdInt(vmId); });
+  lookUps_ += Clock::now() - before;
+  if (failed_) return 0;
+  LastFailure& last = lastFailure();
+  if (last.failure == PerixFailure::NoMemory) {
+    fail(PerixFailure::NoMemory, last.text);
+  } else if (last.failure != PerixFailure::None) {
+    lookUpFailure_ = last;
+  }
+  if (!lock_.owns_lock()) stayWithTheProcessAsked();
+  return static_cast<int32_t>(id);
+}
+
+/// An id goes to the process that gave it and to no other. Without the lock another may have taken
+/// the service's place during the look-up.
+void PerixCall::stayWithTheProcessAsked() {
+  const auto asked = service_;
+  if (order_ == Order::IdBeforeLock) {
+    lock();
+  } else {
+    service_ = proxy_.serviceProxy.get();
+  }
+  if (service_ == nullptr) {
+    message_ = nullptr;
+  } else if (service_->owner() != asked->owner()) {
+    fail(PerixFailure::Died, "the service was replaced while a desktop's id was looked up");
+  }
+}
+
+template <typename Append>
+PerixCall& PerixCall::append(Append append) {
+  if (begin()) step([&] { append(*message_); });
   return *this;
 }
 
 PerixCall& PerixCall::uint16(uint16_t value) {
-  if (message_ != nullptr) message_->appendUInt16(value);
-  return *this;
+  return append([=](ZQBusMessage& message) { message.appendUInt16(value); });
 }
 
 PerixCall& PerixCall::int32(int32_t value) {
-  if (message_ != nullptr) message_->appendInt32(value);
-  return *this;
+  return append([=](ZQBusMessage& message) { message.appendInt32(value); });
 }
 
 PerixCall& PerixCall::int64(int64_t value) {
-  if (message_ != nullptr) message_->appendInt64(value);
-  return *this;
+  return append([=](ZQBusMessage& message) { message.appendInt64(value); });
 }
 
-PerixCall& PerixCall::text(const std::string& value) {
-  if (message_ != nullptr) message_->appendString(value);
-  return *this;
+PerixCall& PerixCall::text(std::string_view value) {
+  return append([=](ZQBusMessage& message) { message.appendString(std::string(value)); });
 }
 
-PerixCall& PerixCall::block(const std::string& value) {
+PerixCall& PerixCall::block(std::string_view value) {
   return block(value.data(), value.size());
 }
 
 PerixCall& PerixCall::block(const void* data, std::size_t size) {
-  if (message_ != nullptr) message_->appendBytes(data, static_cast<uint32_t>(size));
-  return *this;
+  return append(
+      [=](ZQBusMessage& message) { message.appendBytes(data, static_cast<uint32_t>(size)); });
 }
 
 PerixCall& PerixCall::sourceId(unsigned long long id) {
@@ -107,45 +169,64 @@ PerixCall& PerixCall::words(const char* unavailable, const char* refused) {
 
 std::shared_ptr<ZQBusMessage> PerixCall::reply() {
   if (!alive()) return nullptr;
-  auto reply = service_->callWithReplyBlocking(message_, timeoutMs_);
-  if (replyLabel_ != nullptr) {
-    PERIX_DEBUG_AT(site_, "%s: %s", replyLabel_, reply->toDebugString().c_str());
-  }
-  lastFailure.failure = failureOf(*reply);
-  if (reply->type() == 2) return reply;
-  logRefusal(*reply);
-  return nullptr;
+  std::shared_ptr<ZQBusMessage> reply;
+  step([&] {
+    reply = service_->callWithReplyBlocking(message_, timeoutMs_);
+    if (replyLabel_ != nullptr) {
+      PERIX_DEBUG_AT(site_, "%s: %s", replyLabel_, reply->toDebugString().c_str());
+    }
+    if (reply->type() != 2) logRefusal(*reply);
+  });
+  if (failed_) return nullptr;
+  finish();
+  return reply->type() == 2 ? reply : nullptr;
 }
 
 void PerixCall::logRefusal(const ZQBusMessage& reply) {
-  lastFailure.method = method_;
-  reply.readString(lastFailure.text, 0);
-  const char* text = lastFailure.text.c_str();
+  std::string text;
+  reply.readString(text, 0);
+  lastFailure().setFrom(reply, method_, text);
   if (refused_ != nullptr) {
-    PERIX_ERROR_AT(site_, "%s%s", refused_, text);
+    PERIX_ERROR_AT(site_, "%s%s", refused_, text.c_str());
   } else {
-    PERIX_ERROR_AT(site_, "reply type: %d(%s)", reply.type(), text);
+    PERIX_ERROR_AT(site_, "reply type: %d(%s)", reply.type(), text.c_str());
   }
 }
 
 int PerixCall::status(int failure) {
   const auto answered = reply();
-  return answered != nullptr ? answered->readInt32(0) : failure;
+  return answered != nullptr ? integer(*answered, 0) : failure;
 }
 
 std::string PerixCall::answer() {
-  std::string text;
-  if (const auto answered = reply()) answered->readString(text, 0);
-  return text;
+  const auto answered = reply();
+  return answered != nullptr ? string(*answered, 0) : std::string();
 }
 
 int PerixCall::send() {
   if (!alive()) return -1;
   // Nobody waits for what the service makes of it; -1 is the bus's own time-out.
-  service_->callWithReply(
-      message_, [](const std::shared_ptr<ZQBusMessage>&) {}, -1);
-  lastFailure.failure = PerixFailure::None;
+  step([&] {
+    service_->callWithReply(
+        message_, [](const std::shared_ptr<ZQBusMessage>&) {}, -1);
+  });
+  if (failed_) return -1;
+  finish();
   return 0;
+}
+
+int32_t PerixCall::integer(const ZQBusMessage& reply, std::size_t index) const {
+  return has<int32_t>(reply, index) ? reply.readInt32(index) : 0;
+}
+
+std::string PerixCall::string(const ZQBusMessage& reply, std::size_t index) const {
+  std::string text;
+  try {
+    if (has<std::string>(reply, index)) reply.readString(text, index);
+  } catch (...) {
+    return gaveUp(method_, std::string(), site_);
+  }
+  return text;
 }
 
 }  // namespace zq

@@ -1,10 +1,14 @@
 // One operation's call of the service: the sequence that all of them share.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 
+#include "last_failure.h"
 #include "log_line.h"
 #include "perix/perix_proxy.h"
 #include "record_text.h"
@@ -14,29 +18,37 @@ namespace zq {
 
 /// Made at the start of an operation, it reconnects when needed, takes the call lock and holds it
 /// until it goes; so the operation's results are read under the lock too. Without a service nothing
-/// is appended or sent, and the outcome is the failure value.
+/// is appended or sent, and the outcome is the failure value. No function throws: what a step
+/// throws ends the call. PerixLastFailure() tells each outcome.
 class PerixCall {
  public:
-  enum class Locking { Serialised, None };
+  /// What comes first, where the usual order does not do.
+  enum class Order {
+    Usual,            ///< the lock, the message, the desktop's id
+    IdBeforeMessage,  ///< the lock, the desktop's id, the message
+    IdBeforeLock,     ///< the desktop's id, the lock, the message
+    NoLock,           ///< the message, the desktop's id
+  };
 
-  PerixCall(PerixProxy& proxy, const char* method, Locking locking = Locking::Serialised,
+  PerixCall(PerixProxy& proxy, const char* method, Order order = Order::Usual,
             LogSite site = here());
 
   /// Whether there is a service; logs an error when there is none.
   bool alive();
 
-  PerixCall& desktop(const std::string& vmId);  ///< the desktop's integer id
-  PerixCall& noDesktop() { return int32(0); }   ///< what stands there when none is concerned
+  PerixCall& desktop(const std::string& vmId) { return int32(desktopId(vmId)); }
+  int32_t desktopId(const std::string& vmId);  ///< for a desktop's id, to be appended
+  PerixCall& noDesktop() { return int32(0); }  ///< what stands there when none is concerned
   PerixCall& uint16(uint16_t value);
   PerixCall& int32(int32_t value);
   PerixCall& int64(int64_t value);
-  PerixCall& text(const std::string& value);
+  PerixCall& text(std::string_view value);
   /// A record's text, as a string.
   template <std::size_t size>
   PerixCall& field(const char (&value)[size]) {
-    return text(fieldText(value));
+    return text(fieldText(value).view());
   }
-  PerixCall& block(const std::string& value);  ///< a text's characters, as a byte block
+  PerixCall& block(std::string_view value);  ///< a text's characters, as a byte block
   PerixCall& block(const void* data, std::size_t size);
   PerixCall& sourceId(unsigned long long id);  ///< as a block of its eight bytes
 
@@ -54,15 +66,46 @@ class PerixCall {
   /// Sends without waiting; 0, or -1 without a service.
   int send();
 
+  /// Whether argument `index` of a reply is of a type; if not, the answer counts as unreadable,
+  /// whatever is made of it.
+  template <typename Type>
+  bool has(const ZQBusMessage& reply, std::size_t index) const {
+    return hasArgument<Type>(reply, index, method_);
+  }
+  /// An argument of a reply; 0 when it is not an int32.
+  int32_t integer(const ZQBusMessage& reply, std::size_t index) const;
+  /// A text of a reply; empty when it is not a string.
+  std::string string(const ZQBusMessage& reply, std::size_t index) const;
+
+  const char* method() const { return method_; }
+  const LogSite& site() const { return site_; }
+
  private:
+  using Clock = std::chrono::steady_clock;
+
+  void lock();
+  bool begin();
+  void stayWithTheProcessAsked();
+  void fail(PerixFailure failure, const char* words);
+  void finish();
   void logRefusal(const ZQBusMessage& reply);
+  template <typename Step>
+  void step(Step step);
+  template <typename Append>
+  PerixCall& append(Append append);
 
   PerixProxy& proxy_;
   const char* const method_;
+  const Order order_;
   const LogSite site_;
+  const Clock::time_point start_ = Clock::now();
+  Clock::duration waiting_{};
+  Clock::duration lookUps_{};
   std::unique_lock<std::mutex> lock_;
-  std::shared_ptr<ZQBusProxyInterface> service_;
-  std::shared_ptr<ZQBusMessage> message_;  // null without a service
+  std::shared_ptr<ZQBusProxyInterface> service_;  // null without a service, and then for good
+  std::shared_ptr<ZQBusMessage> message_;
+  bool failed_ = false;  // on this side
+  std::optional<LastFailure> lookUpFailure_;
   int timeoutMs_ = 3000;
   const char* replyLabel_ = nullptr;
   const char* unavailable_ = "wait perixserviced restart when it death";

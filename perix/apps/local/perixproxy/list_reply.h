@@ -5,9 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <memory>
+#include <new>
 
+#include "bus_call.h"
 #include "log_line.h"
-#include "zqbus/message.h"
+#include "no_throw.h"
 
 namespace zq {
 
@@ -32,33 +35,45 @@ Record recordOf(const ZQBusBytes& block) {
   return record;
 }
 
-/// Copies each record of a list reply into a `malloc` block of its own, in order, and hands both
-/// to `each(block, copy)`: of `copy` as many bytes exist as the block has. An empty block ends the
-/// list.
+/// Appends a copy of a block, a `malloc` block of its own, to a list.
+template <typename Record>
+Record& appendCopy(const ZQBusBytes& block, std::list<Record*>& records) {
+  std::unique_ptr<void, decltype(&std::free)> copy(std::malloc(block.size), &std::free);
+  if (copy == nullptr) throw std::bad_alloc();
+  std::memcpy(copy.get(), block.data.get(), block.size);
+  records.push_back(static_cast<Record*>(copy.get()));
+  return *static_cast<Record*>(copy.release());
+}
+
+/// Copies each record of a list reply, in order, and hands block and copy to `each(block, copy)`:
+/// of `copy` as many bytes exist as the block has. An empty block ends the list; so do a missing
+/// one and a lack of memory, of which PerixLastFailure() tells.
 template <typename Record, typename Each>
-std::list<Record*> readRecords(const ZQBusMessage& reply, EmptyBlock emptyBlock, Each each,
-                               LogSite site = here()) {
+std::list<Record*> readRecords(const PerixCall& call, const ZQBusMessage& reply,
+                               EmptyBlock emptyBlock, Each each) {
   std::list<Record*> records;
-  const int32_t count = reply.readInt32(0);
-  for (int32_t i = 0; i < count; ++i) {
-    const ZQBusBytes* const block = reply.bytesAt(static_cast<std::size_t>(i) + 1);
-    if (block == nullptr || block->size == 0) {
-      logEmptyBlock(emptyBlock, block != nullptr ? block->data.get() : nullptr, count, site);
-      break;
+  const int32_t count = call.integer(reply, 0);
+  try {
+    for (std::size_t i = 1; count > 0 && i <= static_cast<std::size_t>(count); ++i) {
+      const ZQBusBytes* const block = call.has<ZQBusBytes>(reply, i) ? reply.bytesAt(i) : nullptr;
+      if (block == nullptr || block->size == 0) {
+        logEmptyBlock(emptyBlock, block != nullptr ? block->data.get() : nullptr, count,
+                      call.site());
+        break;
+      }
+      each(*block, appendCopy(*block, records));
     }
-    auto* const copy = static_cast<Record*>(std::malloc(block->size));
-    std::memcpy(static_cast<void*>(copy), block->data.get(), block->size);
-    records.push_back(copy);
-    each(*block, *copy);
+  } catch (...) {
+    return gaveUp(call.method(), std::move(records), call.site());
   }
   return records;
 }
 
 /// As above, for records that are passed on as they are.
 template <typename Record>
-std::list<Record*> readRecords(const ZQBusMessage& reply, LogSite site = here()) {
+std::list<Record*> readRecords(const PerixCall& call, const ZQBusMessage& reply) {
   const auto leave = [](const ZQBusBytes&, Record&) {};
-  return readRecords<Record>(reply, EmptyBlock::Noted, leave, site);
+  return readRecords<Record>(call, reply, EmptyBlock::Noted, leave);
 }
 
 /// Frees the records of a list.

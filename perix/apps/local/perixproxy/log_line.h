@@ -21,11 +21,17 @@ constexpr const char* fileName(const char* path) {
   return separator == std::string_view::npos ? path : path + separator + 1;
 }
 
-/// The place that calls, when used as the default of a parameter.
-constexpr LogSite here(const char* file = __builtin_FILE(),
+/// The place that calls, when used as the default of a parameter. `operation` stands for the name
+/// of the calling function, unless it is null.
+constexpr LogSite here(const char* operation = nullptr, const char* file = __builtin_FILE(),
                        const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
-  return {fileName(file), function, line};
+  return {fileName(file), operation != nullptr ? operation : function, line};
 }
+
+/// A line carries the name of the operation, which is that of the function that writes it. A
+/// function, or a class, that does a part of an operation's work declares a constant of this name,
+/// with the operation's: it hides this one.
+inline constexpr const char* kOperation = nullptr;
 
 /// The logger's priority for a level of ours; 0 for those that print nothing.
 constexpr int logPriority(int level) {
@@ -51,5 +57,5 @@ inline constexpr int kDebugLevel = 4;
 
 #define PERIX_ERROR_AT(site, ...) PERIX_LOG(site, ::zq::kErrorLevel, "Error:", __VA_ARGS__)
 #define PERIX_DEBUG_AT(site, ...) PERIX_LOG(site, ::zq::kDebugLevel, "Debug:", __VA_ARGS__)
-#define PERIX_ERROR(...) PERIX_ERROR_AT(::zq::here(), __VA_ARGS__)
-#define PERIX_DEBUG(...) PERIX_DEBUG_AT(::zq::here(), __VA_ARGS__)
+#define PERIX_ERROR(...) PERIX_ERROR_AT(::zq::here(kOperation), __VA_ARGS__)
+#define PERIX_DEBUG(...) PERIX_DEBUG_AT(::zq::here(kOperation), __VA_ARGS__)

@@ -44,15 +44,13 @@ bool PenPort::isPenPort(const std::string& name) {
 }
 
 void PenPort::init(const std::string& name, bool opened, SendFunction send) {
-  name_ = name;
-  send_ = std::move(send);
+  client_ = std::make_shared<Client>(Client{name, std::move(send)});
   opened_ = opened;
   header_ = {};
   header_.magic = kPenPortMagic;
   header_.cmd = kPenPacketCommand;
   header_.size = sizeof(PenPortHeader);
   requests_ = 0;
-  initialised_ = true;
 }
 
 PenPortHeader PenPort::receive(const unsigned char* block) {
@@ -93,20 +91,21 @@ void PenPort::record(const PenEvent& event, int x, int y) {
   setSlot(kYTiltSlot, static_cast<uint32_t>(event.yTilt));
 }
 
-const PenPortHeader* PenPort::send() {
-  if (!opened_ || !send_ || !initialised_ || penId_ == 0) return nullptr;
+std::optional<PenPortHeader> PenPort::send() {
+  const auto client = client_;
+  if (!opened_ || client == nullptr || !client->send || penId_ == 0) return std::nullopt;
   constexpr uint32_t kContent = sizeof(PenPortHeader) + kRecordSize;
   static_assert(sizeof kContent + kContent == kPenPacketSize);
-  sentName_ = name_;
   const auto packet = std::make_unique_for_overwrite<unsigned char[]>(kPenPacketSize + 1);
   header_.reqId = ++requests_;
   header_.devId = penId_;
   header_.size = kContent;
+  const PenPortHeader header = header_;
   std::memcpy(packet.get(), &kContent, sizeof kContent);
-  std::memcpy(packet.get() + sizeof kContent, &header_, sizeof header_);
-  std::memcpy(packet.get() + sizeof kContent + sizeof header_, record_.data(), kRecordSize);
-  send_(sentName_, kPenPacketSize, packet.get());
-  return &header_;
+  std::memcpy(packet.get() + sizeof kContent, &header, sizeof header);
+  std::memcpy(packet.get() + sizeof kContent + sizeof header, record_.data(), kRecordSize);
+  client->send(client->port, kPenPacketSize, packet.get());
+  return header;
 }
 
 }  // namespace zq

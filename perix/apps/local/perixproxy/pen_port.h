@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "pen_event.h"
@@ -11,7 +13,8 @@
 
 namespace zq {
 
-/// For one thread at a time, without a lock: pen input comes from the user interface's thread.
+/// For one thread at a time, without a lock: pen input comes from the user interface's thread. The
+/// client's function may call back into it.
 class PenPort {
  public:
   using SendFunction =
@@ -30,9 +33,9 @@ class PenPort {
 
   /// Makes the record of an event at a position.
   void record(const PenEvent& event, int x, int y);
-  /// Sends the last record. Its header, or null when it was dropped because there is no open port
-  /// or no pen yet.
-  const PenPortHeader* send();
+  /// Sends the last record. Its header, or nothing when it was dropped because there is no open
+  /// port or no pen yet. Throws what the client's function throws.
+  std::optional<PenPortHeader> send();
 
  private:
   static constexpr std::size_t kRecordSize = 178;
@@ -40,10 +43,12 @@ class PenPort {
   uint32_t eventCode(int type);
   void setSlot(std::size_t slot, uint32_t value, std::size_t offset = 0);
 
-  std::string name_;
-  std::string sentName_;  // kept, so that copying the name for a packet allocates nothing
-  SendFunction send_;
-  bool initialised_ = false;
+  // What a packet in flight holds on to: the client's function may begin a new channel meanwhile.
+  struct Client {
+    std::string port;
+    SendFunction send;
+  };
+  std::shared_ptr<const Client> client_;  // null before the first channel
   bool opened_ = false;
   PenPortHeader header_{};
   uint16_t requests_ = 0;

@@ -6,8 +6,11 @@
 #include <new>
 
 #include "bus_call.h"
-#include "callback_guard.h"
+#include "callback_lock.h"
+#include "delivery_gate.h"
+#include "forked_child.h"
 #include "log_line.h"
+#include "no_throw.h"
 #include "pen_port.h"
 #include "platform/log/log.h"
 #include "platform/util/util.h"
@@ -22,6 +25,11 @@ constexpr char kBroadcast[] = "mountedEvent";
 constexpr int kInterfaceVersion = 1;
 constexpr unsigned int kRecoveryWaitMs = 2000;
 constexpr int kRecoveryChecks = 500;
+// What connecting, or a look whether the service is there, may take of the bus in all.
+constexpr std::chrono::seconds kConnectLimit{10};
+
+// Guards the creation. Never destroyed: it has no destructor that does anything.
+constinit std::mutex instanceMutex;
 
 void logBusLine(const char* line) {
   orvaneLogPrint(0, logPriority(kErrorLevel), "ZQBUS", "%s", line);
@@ -40,47 +48,55 @@ std::atomic<PerixProxy*> PerixProxy::mPerixProxy = nullptr;
 // --- The singleton -------------------------------------------------------------------------------
 
 PerixProxy* PerixProxy::getInstance() {
-  if (PerixProxy* const proxy = mPerixProxy) {
-    proxy->reconnect();
-    return proxy;
-  }
-  static auto* const instanceMutex = new std::mutex;
-  const std::lock_guard lock(*instanceMutex);
-  if (PerixProxy* const proxy = mPerixProxy) {
-    proxy->reconnect();
-    return proxy;
-  }
-  auto* const proxy = new (std::nothrow) PerixProxy;
-  if (proxy == nullptr) {
-    PERIX_ERROR("\\n");
-    return nullptr;
-  }
-  mPerixProxy = proxy;
-  if (proxy->Init() == -1) PERIX_ERROR("get zqbus interface failed");
-  PERIX_DEBUG("out, mPerixProxy: %p", static_cast<void*>(proxy));
+  PerixProxy* const proxy = mPerixProxy;
+  if (proxy == nullptr) return createInstance();
+  proxy->reconnect();
   return proxy;
 }
 
-PerixProxy::PerixProxy() : penPort(std::make_unique<PenPort>()) {}
+PerixProxy* PerixProxy::createInstance() {
+  static constexpr const char* kOperation = "getInstance";
+  noteUse();
+  const ProcessLock lock(instanceMutex);
+  if (PerixProxy* const proxy = mPerixProxy) {
+    proxy->reconnect();
+    return proxy;
+  }
+  PerixProxy* made = nullptr;
+  try {
+    made = new PerixProxy;
+  } catch (const std::exception&) {
+    PERIX_ERROR("\\n");
+    return nullptr;
+  }
+  mPerixProxy = made;
+  if (made->Init() == -1) PERIX_ERROR("get zqbus interface failed");
+  PERIX_DEBUG("out, mPerixProxy: %p", static_cast<void*>(made));
+  return made;
+}
+
+PerixProxy::PerixProxy()
+    : penPort(std::make_unique<PenPort>()), deliveries(std::make_shared<DeliveryGate>()) {
+  noteUse();
+}
 
 PerixProxy::~PerixProxy() {
   PERIX_DEBUG("perixproxy destroyed ...");
   PerixProxy::ReleaseService();
+  PerixProxy::AwaitDeliveries();
 }
 
 /// What every use of the proxy begins with; returns at once while connected.
 void PerixProxy::reconnect() {
-  if (Init() == -1) {
-    PERIX_ERROR_AT((LogSite{fileName(__FILE__), "getInstance", __LINE__}),
-                   "retry to get zqbus interface failed");
-  }
+  static constexpr const char* kOperation = "getInstance";
+  if (Init() == -1) PERIX_ERROR("retry to get zqbus interface failed");
 }
 
 // --- The connection ------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusProxyInterface> PerixProxy::ServiceHandle::get() const {
-  const std::lock_guard lock(mutex_);
-  return interface_;
+  const ProcessLock lock(mutex_);
+  return lock ? interface_ : nullptr;
 }
 
 void PerixProxy::ServiceHandle::set(std::shared_ptr<ZQBusProxyInterface> interface) {
@@ -90,52 +106,92 @@ void PerixProxy::ServiceHandle::set(std::shared_ptr<ZQBusProxyInterface> interfa
 }
 
 int PerixProxy::Init() {
+  if (inForkedChild()) return -1;
   if (serviceProxy) return 0;
+  const unsigned int failedBefore = failedAttempts;
   const std::lock_guard lock(callMutex);
   if (serviceProxy) return 0;
+  // Another thread's attempt failed while this one waited; its own would fare no better.
+  if (failedAttempts != failedBefore) return -1;
+  const ZQBusTimeLimit limit(kConnectLimit);
+  if (connectToService()) return InitBroadcast();
+  ++failedAttempts;
+  return -1;
+}
+
+/// What Init does under callMutex, up to the broadcasts.
+bool PerixProxy::connectToService() try {
+  static constexpr const char* kOperation = "Init";
   std::string path;
   GetAppDataPath(path);
   if (!path.empty()) startLog(path);
   PERIX_DEBUG("logPath:%s", path.c_str());
-  return connectToService();
-}
-
-/// The part of Init that talks to the bus. Under callMutex.
-int PerixProxy::connectToService() {
   ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
   if (manager == nullptr) {
     // The one that is known stays known: it is what finds the bus again.
     PERIX_ERROR("ZQBusSerivceManager::initSync failed");
-    return -1;
+    return false;
   }
   serviceManager = manager;
   if (!manager->isServiceRegistered(kService)) {
     PERIX_ERROR("isServiceRegistered failed");
-    return -1;
+    return false;
   }
   const auto service = manager->getServiceProxyInterface(kService, ZQBusSecurityFlags::TrustedPeer,
                                                          kInterfaceVersion);
   if (service == nullptr) {
     PERIX_ERROR("getServiceProxyInterface failed");
-    return -1;
+    return false;
   }
-  serviceProxy.set(service);
-  eventCallback = new (std::nothrow) ZQBusEventCallback(
-      [this](std::shared_ptr<ZQBusMessage> event) { HandleEvent(std::move(event)); });
-  PERIX_DEBUG("init callback : %p", static_cast<void*>(eventCallback));
-  service->addEventListener(kEvent, eventCallback, ZQBusSecurityFlags::TrustedPeer);
-  service->setDeathCallback([this] { onServiceDeath(); });
-  return InitBroadcast();
+  return useService(service);
+} catch (...) {
+  return gaveUp(false, here("Init"));
 }
 
-int PerixProxy::InitBroadcast() {
+/// Hears the service, then makes it the connection. What is done so far is undone when the last
+/// pointer to the service goes.
+bool PerixProxy::useService(const std::shared_ptr<ZQBusProxyInterface>& service) {
+  static constexpr const char* kOperation = "Init";
+  ownIds(service->owner());
+  const uint64_t number = connection + 1;
+  if (!deliveries->open(number)) {
+    PERIX_ERROR("the proxy is being released");
+    return false;
+  }
+  eventCallback = new (std::nothrow)
+      ZQBusEventCallback([this, gate = deliveries, number](std::shared_ptr<ZQBusMessage> event) {
+        gate->deliver(number, [&] { HandleEvent(std::move(event)); });
+      });
+  PERIX_DEBUG("init callback : %p", static_cast<void*>(eventCallback));
+  if (!service->addEventListener(kEvent, eventCallback, ZQBusSecurityFlags::TrustedPeer)) {
+    PERIX_ERROR("addEventListener failed");
+    return false;
+  }
+  service->setDeathCallback(
+      [this, gate = deliveries, number] { gate->deliver(number, [this] { onServiceDeath(); }); });
+  connection = number;
+  serviceProxy.set(service);
+  return true;
+}
+
+/// From now on, the ids are those that this process tells; those of another are forgotten.
+void PerixProxy::ownIds(const std::string& owner) {
+  const std::lock_guard lock(idMapMutex);
+  if (idOwner == owner) return;
+  idOwner = owner;
+  vmIdMap.clear();
+}
+
+int PerixProxy::InitBroadcast() try {
+  ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
+  if (manager == nullptr) return 0;
   // Each connection adds a subscription that stays; clients rely on hearing a mount once for every
   // connection made since the start.
-  auto* const callback = new (std::nothrow) ZQBusEventCallback(&BroadcastCallback);
-  if (ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1)) {
-    manager->addEventListener(kBroadcast, callback, ZQBusSecurityFlags::TrustedPeer);
-  }
+  manager->addEventListener(kBroadcast, new (std::nothrow) ZQBusEventCallback(&BroadcastCallback),
+                            ZQBusSecurityFlags::TrustedPeer);
   return 0;
+} catch (...) {
+  return gaveUp(0);
 }
 
 void PerixProxy::BroadcastCallback(std::shared_ptr<ZQBusMessage> message) {
@@ -144,37 +200,59 @@ void PerixProxy::BroadcastCallback(std::shared_ptr<ZQBusMessage> message) {
 
 void PerixProxy::ReleaseService() {
   PERIX_DEBUG("");
-  const std::lock_guard lock(callMutex);
+  dropConnection();
+}
+
+void PerixProxy::dropConnection() {
+  const ProcessLock lock(callMutex);
+  if (!lock) return;
+  deliveries->close();
   const auto service = serviceProxy.get();
-  if (service == nullptr || serviceManager == nullptr) return;
+  if (service == nullptr) return;
   service->removeEventListener(kEvent, eventCallback);
   serviceProxy.set(nullptr);
   eventCallback = nullptr;
 }
 
 int PerixProxy::ResetService() {
+  PerixCall call(*this, "resetService", PerixCall::Order::IdBeforeLock);
   PERIX_DEBUG("enter");
-  return PerixCall(*this, "resetService").status();
+  return call.status();
+}
+
+void PerixProxy::AwaitDeliveries() {
+  if (inForkedChild()) return;
+  DeliveryGate::Wait wait(*deliveries);
+  dropConnection();  // a recovery may have connected since it was released
+  if (!InsideCallback::now()) wait.untilEmpty();
 }
 
 // --- The service's death -------------------------------------------------------------------------
 
 void PerixProxy::onServiceDeath() {
+  if (inForkedChild()) return;
+  const uint64_t dead = connection;
   PERIX_ERROR("perix serviced death");
-  {
-    const std::lock_guard lock(idMapMutex);
-    vmIdMap.clear();
-  }
+  forgetIds();
   ReleaseService();
   if (nobodyListens()) Sleep(kRecoveryWaitMs);
   int count = 0;
-  for (; !isServiceRegistered() && count < kRecoveryChecks; ++count) {
+  for (; !deliveries->awaited() && !isServiceRegistered() && count < kRecoveryChecks; ++count) {
     PERIX_DEBUG("wait for perixservice ....");
     Sleep(kRecoveryWaitMs);
   }
+  // Somebody waits for this to end, and the proxy may be gone soon.
+  if (deliveries->awaited()) return;
   PERIX_DEBUG("wait for perixservice ...., waiting cnt=%d", count);
   Init();
-  tellDesktopsOfDeath(count);
+  tellDesktopsOfDeath(dead, count);
+}
+
+/// A look-up that is under way enters nothing either.
+void PerixProxy::forgetIds() {
+  const std::lock_guard lock(idMapMutex);
+  idOwner.clear();
+  vmIdMap.clear();
 }
 
 bool PerixProxy::nobodyListens() {
@@ -182,22 +260,34 @@ bool PerixProxy::nobodyListens() {
   return deviceCallbacks.empty() && vmCallbacks.empty();
 }
 
-bool PerixProxy::isServiceRegistered() {
+bool PerixProxy::isServiceRegistered() try {
   ZQBusSerivceManager* const manager = serviceManager;
+  const ZQBusTimeLimit limit(kConnectLimit);
   return manager != nullptr && manager->isServiceRegistered(kService);
+} catch (...) {
+  return gaveUp(false, here("onServiceDeath"));
 }
 
-void PerixProxy::tellDesktopsOfDeath(int count) {
-  const std::lock_guard lock(callbackMutex);
-  const auto desktops = vmCallbacks;
-  for (const auto& [vmId, slot] : desktops) {
-    PERIX_ERROR("erase vmId: %s", vmId.c_str());
-    PERIX_DEBUG("ServiceRegistered:%d count=%d callback=%p userdata=%p", isServiceRegistered(),
-                count, reinterpret_cast<void*>(slot.callback), slot.userdata);
-    if (slot.callback == nullptr) continue;
-    guarded([&tell = slot] { tell.callback(SERVICE_DIED, nullptr, tell.userdata); });
+/// Tells the desktops that were registered when the connection `dead` was the last one, and forgets
+/// them. Those of a later connection are not concerned.
+void PerixProxy::tellDesktopsOfDeath(uint64_t dead, int count) {
+  static constexpr const char* kOperation = "onServiceDeath";
+  const bool registered = isServiceRegistered();  // before the lock: it asks the bus
+  const CallbackLock lock(callbackMutex);
+  for (auto entry = vmCallbacks.begin(); entry != vmCallbacks.end();) {
+    const DesktopSlot slot = entry->second;
+    if (slot.connection > dead) {
+      ++entry;
+      continue;
+    }
+    PERIX_ERROR("erase vmId: %s", entry->first.c_str());
+    PERIX_DEBUG("ServiceRegistered:%d count=%d callback=%p userdata=%p", registered, count,
+                reinterpret_cast<void*>(slot.callback), slot.userdata);
+    if (slot.callback != nullptr) {
+      guarded([&] { slot.callback(SERVICE_DIED, nullptr, slot.userdata); }, here(kOperation));
+    }
+    entry = vmCallbacks.erase(entry);
   }
-  vmCallbacks.clear();
 }
 
 }  // namespace zq

@@ -1,6 +1,10 @@
 // Desktop sessions and ids, data channels, pen input, tokens and quality, commands and diagnosis.
+#include <optional>
+
 #include "bus_call.h"
+#include "callback_lock.h"
 #include "log_line.h"
+#include "no_throw.h"
 #include "pen_event.h"
 #include "pen_port.h"
 #include "perix/perix_proxy.h"
@@ -10,7 +14,9 @@
 namespace zq {
 namespace {
 
+constexpr char kIdMethod[] = "getVmListSize";  // the service looks ids up under this name
 constexpr int kIdTimeoutMs = 3000;
+constexpr int kDiagnoseTimeoutMs = 10000;
 constexpr uint32_t kBandwidthQos = 1;
 
 /// A channel as it travels.
@@ -29,21 +35,35 @@ const char* shownPort(const std::string& name) {
   return at != std::string::npos ? name.c_str() + at : "(no port)";
 }
 
-void appendChannels(PerixCall& call, PerixProxy& proxy, const std::list<_CHANNEL_HANDLE>& handles) {
+void appendChannels(PerixCall& call, const std::list<_CHANNEL_HANDLE>& handles) {
   for (const _CHANNEL_HANDLE& handle : handles) {
     ChannelBlock block{};
-    block.desktop = static_cast<int32_t>(proxy.GetVmIdInt(handle.vmId));
+    block.desktop = call.desktopId(handle.vmId);
     block.param1 = handle.param1;
     block.param2 = handle.param2;
-    setField(block.label1, fieldText(handle.label1));
-    setField(block.label2, fieldText(handle.label2));
+    setField(block.label1, fieldText(handle.label1).view());
+    setField(block.label2, fieldText(handle.label2).view());
     call.block(&block, sizeof block);
   }
 }
 
-int logPipeResult(int result, LogSite site = here()) {
-  if (result != 0) PERIX_ERROR_AT(site, "ret = %d", result);
+/// Calls and waits; the service's result, of which the log has only failures.
+int pipeResult(PerixCall& call) {
+  const auto reply = call.reply();
+  if (reply == nullptr) return -1;
+  const int result = call.integer(*reply, 0);
+  if (result != 0) PERIX_ERROR_AT(call.site(), "ret = %d", result);
   return result;
+}
+
+/// Notes how a look-up of a desktop's id ended.
+void noteLookUp(const ZQBusMessage& reply, std::chrono::steady_clock::duration took) {
+  std::string text;
+  LastFailure& last = lastFailure();
+  last.setFrom(reply, kIdMethod, reply.readString(text, 0));
+  if (reply.type() == 2) hasArgument<int32_t>(reply, 0, kIdMethod);
+  last.waiting = {};
+  last.lookUps = last.total = std::chrono::duration_cast<std::chrono::microseconds>(took);
 }
 
 }  // namespace
@@ -60,11 +80,12 @@ int PerixProxy::ConnectVm(VmInfo info) {
   if (!call.alive()) return -1;
   if (info.lumStreamCollaborateType == PERIX_LUM_STREAM_COLLAB_TYPE_COLLABORATOR) {
     PERIX_DEBUG("don't ConnectVm when PERIX_LUM_STREAM_COLLAB_TYPE_COLLABORATOR");
+    noteNotAsked("connectVm", "a collaborator announces no desktop");
     return -1;
   }
-  const unsigned int id = GetVmIdInt(info.vmId);
-  PERIX_DEBUG("ConnectVM vmId:%s, vmid:%d", info.vmId.c_str(), static_cast<int>(id));
-  call.int32(static_cast<int32_t>(id)).int32(info.systemType).int32(info.shareMode);
+  const int32_t id = call.desktopId(info.vmId);
+  PERIX_DEBUG("ConnectVM vmId:%s, vmid:%d", info.vmId.c_str(), id);
+  call.int32(id).int32(info.systemType).int32(info.shareMode);
   return call.int32(static_cast<int32_t>(info.connectParam)).within(2000).logReply().status();
 }
 
@@ -82,61 +103,85 @@ int PerixProxy::OnFocusChanged(std::string vmId, uint64_t windowId, uint32_t gai
   PERIX_DEBUG("vmId:%s, gainFocus:%d windowId:%lld", vmId.c_str(), static_cast<int>(gainFocus),
               static_cast<long long>(windowId));
   // The focus changes while other operations wait for seconds; it must not wait for them.
-  PerixCall call(*this, "onFocusChanged", PerixCall::Locking::None);
+  PerixCall call(*this, "onFocusChanged", PerixCall::Order::NoLock);
   call.desktop(vmId).int32(static_cast<int32_t>(gainFocus)).int64(static_cast<int64_t>(windowId));
   const auto reply = call.within(500).reply();
   if (reply == nullptr) return -1;
-  PERIX_DEBUG("ret: %d", reply->readInt32(0));
-  return reply->readInt32(0);
+  const int result = call.integer(*reply, 0);
+  PERIX_DEBUG("ret: %d", result);
+  return result;
 }
 
 // --- Ids -----------------------------------------------------------------------------------------
 
-std::map<std::string, int> PerixProxy::GetVmList() {
-  std::map<std::string, int> desktops;
+std::map<std::string, int> PerixProxy::GetVmList() try {
   PerixCall call(*this, "getVmList");
   const auto reply = call.noDesktop().reply();
-  if (reply == nullptr) return desktops;
-  const int32_t count = reply->readInt32(0);
+  if (reply == nullptr) return {};
+  std::map<std::string, int> desktops;
+  const int32_t count = call.integer(*reply, 0);
   PERIX_DEBUG("vm list size: %d", count);
   // Pairs of name and id; a count that promises more than came is cut to what came.
   const std::size_t pairs = count > 0 ? static_cast<std::size_t>(count) : 0;
-  for (std::size_t i = 0; i < 2 * pairs && i + 2 < reply->argCount(); i += 2) {
-    std::string vmId;
-    reply->readString(vmId, i + 1);
-    const int id = reply->readInt32(i + 2);
+  for (std::size_t i = 0;
+       i < 2 * pairs && call.has<std::string>(*reply, i + 1) && call.has<int32_t>(*reply, i + 2);
+       i += 2) {
+    const std::string vmId = call.string(*reply, i + 1);
+    const int id = call.integer(*reply, i + 2);
     desktops[vmId] = id;
     PERIX_DEBUG("vmid[%s]~ maped to id[%d]", vmId.c_str(), id);
   }
   return desktops;
+} catch (...) {
+  return gaveUp("getVmList", std::map<std::string, int>());
 }
 
-unsigned int PerixProxy::GetVmIdInt(std::string vmId) {
+unsigned int PerixProxy::GetVmIdInt(std::string vmId) try {
   if (vmId.empty()) return 0;
-  {
-    const std::lock_guard lock(idMapMutex);
-    for (const auto& [id, name] : vmIdMap) {
-      if (name == vmId) return id;
-    }
-  }
   const auto service = serviceProxy.get();
-  if (service == nullptr) return 0;
-  // The service looks ids up under this name.
-  const auto request = service->makeMethodCallMessage("getVmListSize");
+  if (const unsigned int known = knownId(vmId); known != 0) return known;
+  if (service == nullptr) {
+    noteNoService(kIdMethod, "no service to look the desktop's id up");
+    return 0;
+  }
+  const auto start = std::chrono::steady_clock::now();
+  const auto request = service->makeMethodCallMessage(kIdMethod);
   request->appendString(vmId);
   const auto reply = service->callWithReplyBlocking(request, kIdTimeoutMs);
+  noteLookUp(*reply, std::chrono::steady_clock::now() - start);
   if (reply->type() != 2) return 0;
   const auto id = static_cast<unsigned int>(reply->readInt32(0));
   PERIX_DEBUG("vmid[%s]~ maped to id[%d] from dornservice", vmId.c_str(), static_cast<int>(id));
-  const std::lock_guard lock(idMapMutex);
-  if (id != 0) vmIdMap[id] = vmId;
+  if (id != 0) rememberId(*service, id, vmId);
   return id;
+} catch (...) {
+  return gaveUp(kIdMethod, 0U);
 }
 
-std::string PerixProxy::GetVmIdString(unsigned int id) {
-  const std::lock_guard lock(idMapMutex);
+/// The id of a desktop that the service, or without one the last, has told before; else 0.
+unsigned int PerixProxy::knownId(const std::string& vmId) {
+  const ProcessLock lock(idMapMutex);
+  if (!lock) return 0;
+  for (const auto& [id, name] : vmIdMap) {
+    if (name == vmId) return id;
+  }
+  return 0;
+}
+
+/// Nothing when another process has taken the service's place during the look-up.
+void PerixProxy::rememberId(const ZQBusProxyInterface& service, unsigned int id,
+                            const std::string& vmId) {
+  const ProcessLock lock(idMapMutex);
+  if (lock && service.owner() == idOwner) vmIdMap[id] = vmId;
+}
+
+std::string PerixProxy::GetVmIdString(unsigned int id) try {
+  const ProcessLock lock(idMapMutex);
+  if (!lock) return {};
   const auto found = vmIdMap.find(id);
   return found != vmIdMap.end() ? found->second : std::string();
+} catch (...) {
+  return gaveUp(std::string());
 }
 
 // --- Pipes and ports -----------------------------------------------------------------------------
@@ -144,13 +189,12 @@ std::string PerixProxy::GetVmIdString(unsigned int id) {
 int PerixProxy::CreatePipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles) {
   PerixCall call(*this, "createPipe");
   if (!call.alive()) return -1;
-  const auto id = static_cast<int32_t>(GetVmIdInt(vmId));
+  const int32_t id = call.desktopId(vmId);
   call.int32(id).int32(static_cast<int32_t>(handles.size()));
   PERIX_DEBUG("vmId: %s, list size: %ld id:%d", vmId.c_str(), static_cast<long>(handles.size()),
               id);
-  appendChannels(call, *this, handles);
-  const auto reply = call.logReply().reply();
-  return reply != nullptr ? logPipeResult(reply->readInt32(0)) : -1;
+  appendChannels(call, handles);
+  return pipeResult(call.logReply());
 }
 
 int PerixProxy::DestroyPipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles) {
@@ -158,9 +202,8 @@ int PerixProxy::DestroyPipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles
   if (!call.alive()) return -1;
   call.desktop(vmId).int32(static_cast<int32_t>(handles.size()));
   PERIX_DEBUG("vmId: %s, list size: %ld", vmId.c_str(), static_cast<long>(handles.size()));
-  appendChannels(call, *this, handles);
-  const auto reply = call.reply();
-  return reply != nullptr ? logPipeResult(reply->readInt32(0)) : -1;
+  appendChannels(call, handles);
+  return pipeResult(call);
 }
 
 int PerixProxy::SetPortChannelStatus(std::string vmId, unsigned int port, int status) {
@@ -168,15 +211,18 @@ int PerixProxy::SetPortChannelStatus(std::string vmId, unsigned int port, int st
   PerixCall call(*this, "setPortChannelStatus");
   const auto reply = call.desktop(vmId).int32(static_cast<int32_t>(port)).int32(status).reply();
   if (reply == nullptr) return -1;
-  PERIX_DEBUG("ret: %d", reply->readInt32(0));
-  return reply->readInt32(0);
+  const int result = call.integer(*reply, 0);
+  PERIX_DEBUG("ret: %d", result);
+  return result;
 }
 
 void PerixProxy::PortInit(
     const std::string& name, bool opened,
-    std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> sendFn) {
+    std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> sendFn) try {
   PERIX_DEBUG("name: %s, opened: %d", shownPort(name), opened);
   if (PenPort::isPenPort(name)) penPort->init(name, opened, std::move(sendFn));
+} catch (...) {
+  logThrown();
 }
 
 void PerixProxy::PortStatus(const std::string& name, bool opened) {
@@ -202,7 +248,9 @@ int PerixProxy::SendPenData(std::string, void* event, int type, int x, int y) {
     return -1;
   }
   penPort->record(*pen, x == -1 ? pen->posX : x, y == -1 ? pen->posY : y);
-  if (const PenPortHeader* const sent = penPort->send()) {
+  std::optional<PenPortHeader> sent;
+  guarded([&] { sent = penPort->send(); });
+  if (sent) {
     PERIX_DEBUG(
         "size:%d, devId:%d,cmd: %d, reqId:%d,type:%d,pressure:%f,x:%d,y:%d, posx:%d, posy:%d",
         static_cast<int>(sent->size), sent->devId, sent->cmd, static_cast<int>(sent->reqId),
@@ -216,6 +264,7 @@ int PerixProxy::SendPenData(std::string, void* event, int type, int x, int y) {
 int PerixProxy::UpdateDriveToken(std::string token) {
   if (token.empty()) {
     PERIX_ERROR("token is NULL");
+    noteNotAsked("updateDriveToken", "the token is empty");
     return -1;
   }
   PERIX_DEBUG("token:%s", token.c_str());
@@ -242,24 +291,38 @@ void PerixProxy::SetRtcQosInfo(const std::string& vmId, unsigned int type, void*
 // --- Commands and diagnosis ----------------------------------------------------------------------
 
 int PerixProxy::Diagnose(std::string vmId, PerixDiagnoseNotify* notify) {
-  reconnect();
-  setDiagnoseNotify(notify);
-  const auto id = static_cast<int32_t>(GetVmIdInt(vmId));
-  return PerixCall(*this, "diagnose").int32(id).within(10000).status();
+  diagnoseNotify = notify;
+  // The call lock is free again when a callback is waited for: that one may make a call.
+  const int result = PerixCall(*this, "diagnose", PerixCall::Order::IdBeforeLock)
+                         .desktop(vmId)
+                         .within(kDiagnoseTimeoutMs)
+                         .status();
+  if (result != 0) forgetDiagnoseNotify(notify);
+  return result;
 }
 
 int PerixProxy::DiagnoseDevice(std::string vmId, unsigned long long srcId,
                                PerixDiagnoseNotify* notify) {
-  reconnect();
-  setDiagnoseNotify(notify);
-  const auto id = static_cast<int32_t>(GetVmIdInt(vmId));
-  PerixCall call(*this, "diagnoseDevice");
-  return call.int32(id).int64(static_cast<int64_t>(srcId)).within(10000).status();
+  diagnoseNotify = notify;
+  const int result = PerixCall(*this, "diagnoseDevice", PerixCall::Order::IdBeforeLock)
+                         .desktop(vmId)
+                         .int64(static_cast<int64_t>(srcId))
+                         .within(kDiagnoseTimeoutMs)
+                         .status();
+  if (result != 0) forgetDiagnoseNotify(notify);
+  return result;
 }
 
-void PerixProxy::setDiagnoseNotify(PerixDiagnoseNotify* notify) {
-  const std::lock_guard lock(callbackMutex);
-  diagnoseNotify = notify;
+int PerixProxy::StopDiagnoseNotify(PerixDiagnoseNotify* notify) {
+  forgetDiagnoseNotify(notify);
+  return inForkedChild() ? -1 : 0;
+}
+
+/// Unregisters a notifier, if it is the one, and waits until it is not called any more.
+void PerixProxy::forgetDiagnoseNotify(PerixDiagnoseNotify* notify) {
+  diagnoseNotify.compare_exchange_strong(notify, nullptr);
+  // It is read and called under this lock, which this thread holds inside a callback.
+  if (!InsideCallback::now()) const ProcessLock untilItReturned(callbackMutex);
 }
 
 int PerixProxy::DoPerixTest(const std::string& name) {

@@ -28,7 +28,7 @@ std::list<CommonDevice*> PerixProxy::GetDeviceList(std::string vmId) {
   const auto reply = call.desktop(vmId).reply();
   if (reply == nullptr) return {};
   PERIX_DEBUG("vmId: %s, list size: %d", vmId.c_str(), reply->readInt32(0));
-  return readRecords<CommonDevice>(*reply, EmptyBlock::AnError,
+  return readRecords<CommonDevice>(call, *reply, EmptyBlock::AnError,
                                    [this](const ZQBusBytes& block, CommonDevice& copy) {
                                      const auto received = recordOf<CommonDevice>(block);
                                      if (received.status != kDeviceConnected) return;
@@ -45,7 +45,7 @@ std::list<CommonDevice*> PerixProxy::GetDeviceStatus(unsigned short devNumber) {
   PERIX_DEBUG("devNumber: %d, list size: %d", devNumber, reply->readInt32(0));
   const LogSite site = here();
   return readRecords<CommonDevice>(
-      *reply, EmptyBlock::Noted, [site](const ZQBusBytes& block, CommonDevice&) {
+      call, *reply, EmptyBlock::Noted, [site](const ZQBusBytes& block, CommonDevice&) {
         const auto received = recordOf<CommonDevice>(block);
         PERIX_DEBUG_AT(site, "vmId:%d, devNumber:%d, status:%d, name:%s",
                        static_cast<int>(received.vmId), received.devNumber, received.status,
@@ -87,7 +87,8 @@ int PerixProxy::DisconnectDeviceBySrcId(std::string vmId, unsigned long long src
 }
 
 int PerixProxy::RedirectDevice(std::string vmId, unsigned short a, unsigned short b) {
-  return PerixCall(*this, "redirectDevice").desktop(vmId).uint16(a).uint16(b).status();
+  PerixCall call(*this, "redirectDevice", PerixCall::Order::IdBeforeMessage);
+  return call.desktop(vmId).uint16(a).uint16(b).status();
 }
 
 int PerixProxy::SetAutoConnect(unsigned short type, int autoConnect) {
@@ -125,7 +126,7 @@ int PerixProxy::DisconnectUsbredir(std::string, UDevInfo) {
 int PerixProxy::SetDeviceLocalPolicy(CommonDevice* dev) {
   PerixCall call(*this, "setLocalPolicy");
   call.uint16(dev->devNumber).uint16(dev->localPolicy);
-  return call.block(fieldText(dev->name)).block(fieldText(dev->detail)).status();
+  return call.block(fieldText(dev->name).view()).block(fieldText(dev->detail).view()).status();
 }
 
 int PerixProxy::SetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
@@ -167,8 +168,9 @@ int PerixProxy::CheckCameraAuthStat() {
   PerixCall call(*this, "CheckCameraAuthStat");
   const auto reply = call.reply();
   if (reply == nullptr) return -1;
-  PERIX_DEBUG("CheckCameraAuthStat result: %d", reply->readInt32(0));
-  return reply->readInt32(0);
+  const int result = call.integer(*reply, 0);
+  PERIX_DEBUG("CheckCameraAuthStat result: %d", result);
+  return result;
 }
 
 std::list<CommonVidPidPolicy*> PerixProxy::GetPolicyListByVidPid() {
@@ -177,7 +179,7 @@ std::list<CommonVidPidPolicy*> PerixProxy::GetPolicyListByVidPid() {
   const auto reply = call.noDesktop().reply();
   if (reply == nullptr) return {};
   PERIX_DEBUG("list size: %d", reply->readInt32(0));
-  return readRecords<CommonVidPidPolicy>(*reply);
+  return readRecords<CommonVidPidPolicy>(call, *reply);
 }
 
 int PerixProxy::FreePolicyList(std::list<CommonVidPidPolicy*> list) {
@@ -217,7 +219,7 @@ int PerixProxy::ConfigUdisks2Command(const std::string& vmId, unsigned long long
   PERIX_DEBUG("enter");
   PerixCall call(*this, "ConfigUdisks2Command");
   if (!call.alive()) return -1;
-  const auto id = static_cast<int32_t>(GetVmIdInt(vmId));
+  const int32_t id = call.desktopId(vmId);
   PERIX_DEBUG("ConfigUdisks2Command vmId:%s, vmid:%d, sourceId:%ld, command:%d", vmId.c_str(), id,
               static_cast<long>(sourceId), command);
   return call.int32(id).sourceId(sourceId).int32(command).within(10000).logReply().status();
@@ -230,7 +232,7 @@ std::list<CommonDevice*> PerixProxy::GetJoystickDevList() {
   const auto reply = call.noDesktop().reply();
   if (reply == nullptr) return {};
   PERIX_DEBUG("list size: %d", reply->readInt32(0));
-  return readRecords<CommonDevice>(*reply);
+  return readRecords<CommonDevice>(call, *reply);
 }
 
 std::string PerixProxy::GetJoystickMappingList(unsigned short vid, unsigned short pid) {

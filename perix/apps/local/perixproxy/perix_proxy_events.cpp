@@ -1,8 +1,9 @@
-// Callback registries, and the dispatch of the service's events to them.
+// The dispatch of the service's events to the callbacks.
 #include <cstring>
 
-#include "callback_guard.h"
+#include "callback_lock.h"
 #include "log_line.h"
+#include "no_throw.h"
 #include "perix/perix_proxy.h"
 #include "record_text.h"
 #include "zqbus/zqbus.h"
@@ -45,12 +46,6 @@ bool isConfigResult(int kind) {
   return kind == 11 || kind == 12 || kind == 13 || kind == 14 || kEveryOtherKind || kind == 16;
 }
 
-bool eitherIsNull(const void* callback, const void* userdata, LogSite site = here()) {
-  if (callback != nullptr && userdata != nullptr) return false;
-  PERIX_ERROR_AT(site, "callback or userData is NULL");
-  return true;
-}
-
 template <typename Callback>
 void* address(Callback callback) {
   return reinterpret_cast<void*>(callback);
@@ -58,281 +53,153 @@ void* address(Callback callback) {
 
 }  // namespace
 
-// --- Dispatch ------------------------------------------------------------------------------------
+/// One event on its way to the callbacks: the parts of HandleEvent's work.
+class EventDispatch {
+ public:
+  EventDispatch(PerixProxy& proxy, int kind, uint8_t* payload, uint32_t length)
+      : proxy_(proxy), kind_(kind), payload_(payload), length_(length) {}
 
-void PerixProxy::HandleEvent(std::shared_ptr<ZQBusMessage> event) {
+  /// Calls the callbacks; false when the event lacks the record that its kind needs.
+  bool run(const std::string& vmId);
+
+ private:
+  static constexpr const char* kOperation = "HandleEvent";
+
+  bool printerEvent();
+  bool deviceEvent();
+  void commandResponse();
+  void diagnoseProgress();
+  bool configResult();
+  void joystickOrDesktopEvent(const std::string& vmId);
+
+  template <typename Record>
+  Record* record() {
+    return reinterpret_cast<Record*>(payload_);
+  }
+  uint16_t code() const { return static_cast<uint16_t>(kind_); }
+
+  PerixProxy& proxy_;
+  const int kind_;
+  uint8_t* const payload_;
+  const uint32_t length_;
+};
+
+void PerixProxy::HandleEvent(std::shared_ptr<ZQBusMessage> event) try {
   const std::string vmId = GetVmIdString(static_cast<unsigned int>(event->readInt32(0)));
   PERIX_DEBUG("enter");
   const int kind = event->readInt32(1);
   uint32_t length = 0;
   // The block is valid for as long as it is held here, and readable beyond its length.
   const auto payload = event->readBytes(2, length);
-  if (dispatch(kind, vmId, payload.get(), length)) PERIX_DEBUG("end");
+  if (EventDispatch(*this, kind, payload.get(), length).run(vmId)) PERIX_DEBUG("end");
+} catch (...) {
+  logThrown();
 }
 
-/// Calls the callbacks for an event; false when it lacks the record that its kind needs.
-bool PerixProxy::dispatch(int kind, const std::string& vmId, uint8_t* payload, uint32_t length) {
-  if (kind == kPrinterEvent) {
-    return handlePrinterEvent(kind, reinterpret_cast<PrinterDevice*>(payload), length);
-  }
-  if (isDeviceEvent(kind) || isFurtherDeviceEvent(kind)) {
-    return handleDeviceEvent(kind, reinterpret_cast<CommonDevice*>(payload), length);
-  }
-  if (kind == kCommandResponse) {
-    handleCommandResponse(kind, reinterpret_cast<CmdResponse*>(payload));
-  } else if (kind == kDiagnoseProgress) {
-    handleDiagnoseProgress(payload);
-  } else if (isConfigResult(kind)) {
-    return handleConfigResult(kind, reinterpret_cast<_ConfigNewDeviceResult*>(payload), length);
+bool EventDispatch::run(const std::string& vmId) {
+  if (kind_ == kPrinterEvent) return printerEvent();
+  if (isDeviceEvent(kind_) || isFurtherDeviceEvent(kind_)) return deviceEvent();
+  if (kind_ == kCommandResponse) {
+    commandResponse();
+  } else if (kind_ == kDiagnoseProgress) {
+    diagnoseProgress();
+  } else if (isConfigResult(kind_)) {
+    return configResult();
   } else {
-    handleJoystickOrDesktopEvent(kind, vmId, payload);
+    joystickOrDesktopEvent(vmId);
   }
   return true;
 }
 
-bool PerixProxy::handlePrinterEvent(int kind, PrinterDevice* printer, uint32_t length) {
-  PERIX_DEBUG("printer callback: %p", address(printerCallback.load().callback));
-  if (length == 0) return false;
+bool EventDispatch::printerEvent() {
+  PERIX_DEBUG("printer callback: %p", address(proxy_.printerCallback.load().callback));
+  if (length_ == 0) return false;
+  auto* const printer = record<PrinterDevice>();
   PERIX_DEBUG("devNum:%d, vmId: %d, status:%d, name:%s", printer->devNum, printer->vmId,
               printer->status, fieldText(printer->name).c_str());
-  const std::lock_guard lock(callbackMutex);
-  const auto slot = printerCallback.load();
-  if (slot.callback == nullptr) return true;
-  guarded([&] { slot.callback(static_cast<uint16_t>(kind), printer, slot.userdata); });
+  const CallbackLock lock(proxy_.callbackMutex);
+  const auto slot = proxy_.printerCallback.load();
+  if (!lock || slot.callback == nullptr) return true;
+  guarded([&] { slot.callback(code(), printer, slot.userdata); }, here(kOperation));
   return true;
 }
 
-bool PerixProxy::handleDeviceEvent(int kind, CommonDevice* device, uint32_t length) {
-  if (length == 0) return false;
-  const std::string name = fieldText(device->name);
-  if (isDeviceEvent(kind)) {
+bool EventDispatch::deviceEvent() {
+  if (length_ == 0) return false;
+  auto* const device = record<CommonDevice>();
+  const auto name = fieldText(device->name);
+  if (isDeviceEvent(kind_)) {
     PERIX_DEBUG("devNum:%d, vmId: %d, status:%d, name:%s this:%p cmd[%d]", device->devNumber,
                 static_cast<int>(device->vmId), device->status, name.c_str(),
-                static_cast<void*>(this), kind);
+                static_cast<void*>(&proxy_), kind_);
   } else {
-    PERIX_DEBUG("cmd: %d, status: %d, name:%s\n", kind, device->status, name.c_str());
+    PERIX_DEBUG("cmd: %d, status: %d, name:%s\n", kind_, device->status, name.c_str());
   }
-  DeviceBaseInfoNotify(static_cast<uint16_t>(kind), device);
+  proxy_.DeviceBaseInfoNotify(code(), device);
   return true;
 }
 
-void PerixProxy::handleCommandResponse(int kind, CmdResponse* response) {
-  const std::lock_guard lock(callbackMutex);
-  const auto slot = cmdCallback.load();
-  if (slot.callback == nullptr) return;
-  PERIX_DEBUG("cmd response callback this[%p] ", static_cast<void*>(this));
-  guarded([&] { slot.callback(static_cast<uint16_t>(kind), response, slot.userdata); });
+void EventDispatch::commandResponse() {
+  const CallbackLock lock(proxy_.callbackMutex);
+  const auto slot = proxy_.cmdCallback.load();
+  if (!lock || slot.callback == nullptr) return;
+  PERIX_DEBUG("cmd response callback this[%p] ", static_cast<void*>(&proxy_));
+  auto* const response = record<CmdResponse>();
+  guarded([&] { slot.callback(code(), response, slot.userdata); }, here(kOperation));
   PERIX_DEBUG("cb exec end");
 }
 
-void PerixProxy::handleDiagnoseProgress(const uint8_t* record) {
-  const std::lock_guard lock(callbackMutex);
-  if (diagnoseNotify == nullptr) return;
-  PERIX_DEBUG("cmd response callback this[%p] ", static_cast<void*>(this));
-  const std::string vmId = GetVmIdString(valueAt<uint32_t>(record, kProgressDesktop));
-  guarded([&] {
-    diagnoseNotify->OnDiagnoseProgress(vmId, valueAt<uint64_t>(record, kProgressValue),
-                                       valueAt<uint32_t>(record, kProgressPercent),
-                                       reinterpret_cast<const char*>(record + kProgressText));
-  });
+void EventDispatch::diagnoseProgress() {
+  const CallbackLock lock(proxy_.callbackMutex);
+  PerixDiagnoseNotify* const notify = proxy_.diagnoseNotify;
+  if (!lock || notify == nullptr) return;
+  PERIX_DEBUG("cmd response callback this[%p] ", static_cast<void*>(&proxy_));
+  const std::string vmId = proxy_.GetVmIdString(valueAt<uint32_t>(payload_, kProgressDesktop));
+  const std::string text = reinterpret_cast<const char*>(payload_ + kProgressText);
+  guarded(
+      [&] {
+        notify->OnDiagnoseProgress(vmId, valueAt<uint64_t>(payload_, kProgressValue),
+                                   valueAt<uint32_t>(payload_, kProgressPercent), text);
+      },
+      here(kOperation));
   PERIX_DEBUG("cb exec end");
 }
 
-bool PerixProxy::handleConfigResult(int kind, _ConfigNewDeviceResult* result, uint32_t length) {
-  if (length == 0) return false;
-  PERIX_DEBUG("cmd: %d, vidpid[0x%.4x0x%.4x], code: %s, name:%s\n", kind, result->vid, result->pid,
+bool EventDispatch::configResult() {
+  if (length_ == 0) return false;
+  auto* const result = record<_ConfigNewDeviceResult>();
+  PERIX_DEBUG("cmd: %d, vidpid[0x%.4x0x%.4x], code: %s, name:%s\n", kind_, result->vid, result->pid,
               fieldText(result->code).c_str(), fieldText(result->name).c_str());
-  ConfigNewDeviceResultNotify(static_cast<uint16_t>(kind), result);
+  proxy_.ConfigNewDeviceResultNotify(code(), result);
   return true;
 }
 
 /// Not reached while every other kind counts as a configuration result. Clients of services that
 /// told these kinds apart are built against this order, so it is kept for the day on which the
 /// service does so again.
-void PerixProxy::handleJoystickOrDesktopEvent(int kind, const std::string& vmId, uint8_t* payload) {
-  if (kind == kJoystickResult) {
-    const auto& result = *reinterpret_cast<JoystickResult*>(payload);
-    PERIX_DEBUG("cmd: %d, vidpid[0x%.4x0x%.4x], name:%s\n", kind, result.vid, result.pid,
+void EventDispatch::joystickOrDesktopEvent(const std::string& vmId) {
+  if (kind_ == kJoystickResult) {
+    const auto& result = *record<JoystickResult>();
+    PERIX_DEBUG("cmd: %d, vidpid[0x%.4x0x%.4x], name:%s\n", kind_, result.vid, result.pid,
                 fieldText(result.name).c_str());
-    JoystickResultNotify(1, payload);
+    proxy_.JoystickResultNotify(1, payload_);
     return;
   }
-  if (kind == kJoystickEnd) {
-    PERIX_DEBUG("cmd: %d", kind);
-    JoystickResultNotify(2, nullptr);
+  if (kind_ == kJoystickEnd) {
+    PERIX_DEBUG("cmd: %d", kind_);
+    proxy_.JoystickResultNotify(2, nullptr);
     return;
   }
-  const std::lock_guard lock(callbackMutex);
-  const auto found = vmCallbacks.find(vmId);
-  if (found == vmCallbacks.end()) {
+  const CallbackLock lock(proxy_.callbackMutex);
+  const auto found = proxy_.vmCallbacks.find(vmId);
+  if (found == proxy_.vmCallbacks.end()) {
     PERIX_DEBUG("this event is not for me");
     return;
   }
   const auto& slot = found->second;
-  PERIX_DEBUG("callback:%p, cmd: %d, userData: %p", address(slot.callback), kind, slot.userdata);
-  if (slot.callback == nullptr) return;
-  guarded([&] { slot.callback(static_cast<uint16_t>(kind), payload, slot.userdata); });
-}
-
-int PerixProxy::DeviceBaseInfoNotify(uint16_t code, CommonDevice* device) {
-  const std::lock_guard lock(callbackMutex);
-  const auto callbacks = deviceCallbacks;
-  for (const auto& [userdata, callback] : callbacks) {
-    guarded([&, call = callback, data = userdata] { call(code, device, data); });
-    PERIX_DEBUG("userdata:%p,devNum:%d, vmId: %d, status:%d, name:%s cmd[%d]", userdata,
-                device->devNumber, static_cast<int>(device->vmId), device->status,
-                fieldText(device->name).c_str(), code);
-  }
-  return 0;
-}
-
-int PerixProxy::ConfigNewDeviceResultNotify(uint16_t code, _ConfigNewDeviceResult* result) {
-  const std::lock_guard lock(callbackMutex);
-  const auto callbacks = configResultCallbacks;
-  for (const auto& [userdata, callback] : callbacks) {
-    guarded([&, call = callback, data = userdata] { call(code, result, data); });
-    PERIX_DEBUG("userdata:%p,name:%s, code:%s, isSuccess: %d, vid:0x%.4x, pid:%.4x cmd[%d]",
-                userdata, fieldText(result->name).c_str(), fieldText(result->code).c_str(),
-                result->isSuccess, result->vid, result->pid, code);
-  }
-  return 0;
-}
-
-int PerixProxy::JoystickResultNotify(uint16_t code, void* result) {
-  const std::lock_guard lock(callbackMutex);
-  for (const auto& slot : joystickCallbacks) {
-    guarded([&] { slot.callback(code, result, slot.userdata); });
-  }
-  return 0;
-}
-
-// --- Registries ----------------------------------------------------------------------------------
-
-int PerixProxy::RegisterCallback(std::string vmId, DesktopCallback callback, void* userdata) {
-  PERIX_DEBUG("registerCallback:vmId:%s callback %p userdata:%p", vmId.c_str(), address(callback),
-              userdata);
-  {
-    const std::lock_guard lock(callbackMutex);
-    vmCallbacks[vmId] = {callback, userdata};
-  }
-  PERIX_DEBUG("end");
-  return 0;
-}
-
-int PerixProxy::UnregisterCallback(std::string vmId) {
-  PERIX_DEBUG("unregistercallback vmid:%s", vmId.c_str());
-  const std::lock_guard lock(callbackMutex);
-  vmCallbacks.erase(vmId);
-  return 0;
-}
-
-int PerixProxy::RegisterPrinterCallback(PrinterCallback callback, void* userdata) {
-  if (eitherIsNull(address(callback), userdata)) return -1;
-  const std::lock_guard lock(callbackMutex);
-  printerCallback = CallbackSlot<PrinterCallback>{callback, userdata};
-  return 0;
-}
-
-int PerixProxy::UnregisterPrinterCallback() {
-  const std::lock_guard lock(callbackMutex);
-  printerCallback = CallbackSlot<PrinterCallback>{};
-  return 0;
-}
-
-void* PerixProxy::CheckPrinterCallback() {
-  return printerCallback.load().userdata;
-}
-
-int PerixProxy::RegisterDeviceCallback(DeviceCallback callback, void* userdata) {
-  if (eitherIsNull(address(callback), userdata)) return -1;
-  PERIX_DEBUG("enter, cb[%p] userData[%p]", address(callback), userdata);
-  {
-    const std::lock_guard lock(callbackMutex);
-    deviceCallbacks[userdata] = callback;
-    noteFirstDeviceUserdata();
-  }
-  PERIX_DEBUG("end, cb[%p] userData[%p]", address(callback), userdata);
-  return 0;
-}
-
-int PerixProxy::UnregisterDeviceCallback(void* userdata) {
-  PERIX_DEBUG("userData[%p] enter", userdata);
-  {
-    const std::lock_guard lock(callbackMutex);
-    deviceCallbacks.erase(userdata);
-    noteFirstDeviceUserdata();
-  }
-  PERIX_DEBUG("userData[%p] end", userdata);
-  return 0;
-}
-
-int PerixProxy::UnregisterDeviceCallback() {
-  PERIX_DEBUG("enter");
-  {
-    const std::lock_guard lock(callbackMutex);
-    deviceCallbacks.clear();
-    noteFirstDeviceUserdata();
-  }
-  PERIX_DEBUG("end");
-  return 0;
-}
-
-/// Keeps what CheckDeviceCallback reads without a lock. Under callbackMutex.
-void PerixProxy::noteFirstDeviceUserdata() {
-  firstDeviceUserdata = deviceCallbacks.empty() ? nullptr : deviceCallbacks.begin()->first;
-}
-
-void* PerixProxy::CheckDeviceCallback() {
-  return firstDeviceUserdata;
-}
-
-int PerixProxy::RegisterCmdCallback(CmdCallback callback, void* userdata) {
-  cmdCallback = CallbackSlot<CmdCallback>{callback, userdata};
-  return 0;
-}
-
-int PerixProxy::RegisterConfigNewDevResultCallback(ConfigNewDevResultCallback callback,
-                                                   void* userdata) {
-  if (eitherIsNull(address(callback), userdata)) return -1;
-  {
-    const std::lock_guard lock(callbackMutex);
-    configResultCallbacks[userdata] = callback;
-  }
-  PERIX_DEBUG("enter, cb[%p] userData[%p]", address(callback), userdata);
-  return 0;
-}
-
-int PerixProxy::UnregisterConfigNewDevResultCallback(void* userdata) {
-  {
-    const std::lock_guard lock(callbackMutex);
-    configResultCallbacks.erase(userdata);
-  }
-  PERIX_DEBUG("end userData[%p]", userdata);
-  return 0;
-}
-
-int PerixProxy::UnregisterConfigNewDevResultCallback() {
-  const std::lock_guard lock(callbackMutex);
-  configResultCallbacks.clear();
-  return 0;
-}
-
-int PerixProxy::RegisterJoystickCallback(JoystickCallback callback, void* userdata) {
-  if (eitherIsNull(address(callback), userdata)) return -1;
-  const std::lock_guard lock(callbackMutex);
-  for (auto& slot : joystickCallbacks) {
-    if (slot.userdata != userdata) continue;
-    slot.callback = callback;
-    return 0;
-  }
-  joystickCallbacks.push_back({callback, userdata});
-  return 0;
-}
-
-int PerixProxy::UnregisterJoystickCallback(void* userdata) {
-  const std::lock_guard lock(callbackMutex);
-  joystickCallbacks.remove_if([=](const auto& slot) { return slot.userdata == userdata; });
-  return 0;
+  PERIX_DEBUG("callback:%p, cmd: %d, userData: %p", address(slot.callback), kind_, slot.userdata);
+  if (!lock || slot.callback == nullptr) return;
+  guarded([&] { slot.callback(code(), payload_, slot.userdata); }, here(kOperation));
 }
 
 }  // namespace zq

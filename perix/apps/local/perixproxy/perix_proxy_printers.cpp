@@ -3,6 +3,7 @@
 #include "ipv4_address.h"
 #include "list_reply.h"
 #include "log_line.h"
+#include "no_throw.h"
 #include "perix/perix_proxy.h"
 #include "record_text.h"
 #include "zqbus/zqbus.h"
@@ -14,22 +15,35 @@ constexpr int kInvalidAddress = 1;
 
 /// The shared printer whose three texts begin at an argument; they travel in another order than
 /// they lie in the record.
-_SharePrinterDevice readSharedPrinter(const ZQBusMessage& reply, std::size_t index) {
+_SharePrinterDevice readSharedPrinter(const PerixCall& call, const ZQBusMessage& reply,
+                                      std::size_t index) {
   _SharePrinterDevice device{};
-  std::string text;
-  setField(device.addr, reply.readString(text, index));
-  setField(device.name, reply.readString(text, index + 1));
-  setField(device.desc, reply.readString(text, index + 2));
+  setField(device.addr, call.string(reply, index));
+  setField(device.name, call.string(reply, index + 1));
+  setField(device.desc, call.string(reply, index + 2));
   return device;
 }
 
+/// The printers that a search found; a count that promises more than came is cut to what came.
+std::list<_SharePrinterDevice> readSharedPrinters(const PerixCall& call,
+                                                  const ZQBusMessage& reply) {
+  std::list<_SharePrinterDevice> found;
+  int count = call.integer(reply, 1);
+  for (std::size_t i = 2; count > 0 && call.has<std::string>(reply, i); i += 3, --count) {
+    found.push_back(readSharedPrinter(call, reply, i));
+    const _SharePrinterDevice& printer = found.back();
+    PERIX_DEBUG_AT(call.site(), "[%d] addr:%s name:%s desc:%s", static_cast<int>(found.size()),
+                   printer.addr, printer.name, printer.desc);
+  }
+  return found;
+}
+
 /// The service's text, logged; empty on failure.
-std::string loggedAnswer(PerixCall& call, LogSite site = here()) {
-  std::string text;
+std::string loggedAnswer(PerixCall& call) {
   const auto reply = call.reply();
-  if (reply == nullptr) return text;
-  reply->readString(text, 0);
-  PERIX_DEBUG_AT(site, "result: %s", text.c_str());
+  if (reply == nullptr) return {};
+  std::string text = call.string(*reply, 0);
+  PERIX_DEBUG_AT(call.site(), "result: %s", text.c_str());
   return text;
 }
 
@@ -43,7 +57,7 @@ std::list<PrinterDevice*> PerixProxy::GetPrinterList(std::string vmId) {
   const auto reply = call.desktop(vmId).reply();
   if (reply == nullptr) return {};
   PERIX_DEBUG("vmId: %s, list size: %d", vmId.c_str(), reply->readInt32(0));
-  return readRecords<PrinterDevice>(*reply);
+  return readRecords<PrinterDevice>(call, *reply);
 }
 
 std::list<PrinterDevice*> PerixProxy::GetPrinterStatus(unsigned short devNumber) {
@@ -54,7 +68,7 @@ std::list<PrinterDevice*> PerixProxy::GetPrinterStatus(unsigned short devNumber)
   const auto reply = call.uint16(devNumber).reply();
   if (reply == nullptr) return {};
   PERIX_DEBUG("devNumber: %d, list size: %d", devNumber, reply->readInt32(0));
-  return readRecords<PrinterDevice>(*reply);
+  return readRecords<PrinterDevice>(call, *reply);
 }
 
 std::list<CommonDevice*> PerixProxy::GetNetworkPrinterList() {
@@ -63,7 +77,7 @@ std::list<CommonDevice*> PerixProxy::GetNetworkPrinterList() {
   const auto reply = call.reply();
   if (reply == nullptr) return {};
   PERIX_DEBUG("list size: %d", reply->readInt32(0));
-  return readRecords<CommonDevice>(*reply);
+  return readRecords<CommonDevice>(call, *reply);
 }
 
 // --- Connection and network printers -------------------------------------------------------------
@@ -83,14 +97,17 @@ int PerixProxy::AddNetworkPrinter(const std::string& printerAddr, const std::str
   PERIX_DEBUG("printerAddr: %s, printerName: %s", printerAddr.c_str(), printerName.c_str());
   if (printerAddr.empty() || printerName.empty()) {
     PERIX_ERROR("printer name or printer addr is NULL");
+    noteNotAsked("addNetworkPrinter", "the printer's name or address is empty");
     return -1;
   }
   PerixCall call(*this, "addNetworkPrinter");
   return call.text(printerAddr).text(printerName).text(description).status();
 }
 
-int PerixProxy::AddNetworkPrinter(const char* printerAddr) {
+int PerixProxy::AddNetworkPrinter(const char* printerAddr) try {
   return AddNetworkPrinter(std::string(printerAddr), "defaultPrinter", std::string());
+} catch (...) {
+  return gaveUp("addNetworkPrinter", -1);
 }
 
 int PerixProxy::DeleteNetworkPrinter(const std::string& printerName) {
@@ -102,6 +119,7 @@ int PerixProxy::RenameNetworkPrinter(std::string oldName, std::string newName) {
   PERIX_DEBUG("oldName: %s, newName: %s", oldName.c_str(), newName.c_str());
   if (oldName.empty() || newName.empty()) {
     PERIX_ERROR("printer oldName or printer newName is NULL");
+    noteNotAsked("renameNetworkPrinter", "the printer's old or new name is empty");
     return -1;
   }
   return PerixCall(*this, "renameNetworkPrinter").block(oldName).block(newName).status();
@@ -110,23 +128,20 @@ int PerixProxy::RenameNetworkPrinter(std::string oldName, std::string newName) {
 // --- Shared printers -----------------------------------------------------------------------------
 
 int PerixProxy::SearchSharePrinterDevice(const std::string& ipaddr,
-                                         std::list<_SharePrinterDevice>& devices) {
+                                         std::list<_SharePrinterDevice>& devices) try {
   PERIX_DEBUG("enter ipaddr: %s", ipaddr.c_str());
-  if (!isIpv4Endpoint(ipaddr)) return kInvalidAddress;
+  if (!isIpv4Endpoint(ipaddr)) {
+    noteNotAsked("searchSharePrinter", "the address is not an IPv4 address");
+    return kInvalidAddress;
+  }
   PerixCall call(*this, "searchSharePrinter");
   const auto reply = call.text(ipaddr).within(10000).reply();
   if (reply == nullptr) return -1;
-  if (const int result = reply->readInt32(0); result != 0) return result;
-  int count = reply->readInt32(1);
-  devices.clear();
-  // A count that promises more than came is cut to what came.
-  for (std::size_t i = 2; count > 0 && i < reply->argCount(); i += 3, --count) {
-    devices.push_back(readSharedPrinter(*reply, i));
-    const _SharePrinterDevice& found = devices.back();
-    PERIX_DEBUG("[%d] addr:%s name:%s desc:%s", static_cast<int>(devices.size()), found.addr,
-                found.name, found.desc);
-  }
+  if (const int result = call.integer(*reply, 0); result != 0) return result;
+  devices = readSharedPrinters(call, *reply);
   return 0;
+} catch (...) {
+  return gaveUp("searchSharePrinter", -1);
 }
 
 int PerixProxy::StopSearchSharePrinterDevice() {
@@ -198,7 +213,7 @@ int PerixProxy::ConfigPrinterCommand(const std::string& vmId, unsigned long long
   PERIX_DEBUG("enter");
   PerixCall call(*this, "ConfigPrinterCommand");
   if (!call.alive()) return -1;
-  const auto id = static_cast<int32_t>(GetVmIdInt(vmId));
+  const int32_t id = call.desktopId(vmId);
   PERIX_DEBUG("ConfigPrinterCommand vmId:%s, vmid:%d, sourceId:%ld, command:%d", vmId.c_str(), id,
               static_cast<long>(sourceId), command);
   return call.int32(id).sourceId(sourceId).int32(command).within(10000).logReply().status();

@@ -2,19 +2,35 @@
 #pragma once
 
 #include <cstring>
-#include <string>
+#include <string_view>
 
 namespace zq {
 
+/// A text of a record, copied; allocates nothing.
+template <std::size_t size>
+class FieldText {
+ public:
+  explicit FieldText(const char (&field)[size]) : length_(strnlen(field, size)) {
+    std::memcpy(text_, field, length_);
+    text_[length_] = '\0';
+  }
+  const char* c_str() const { return text_; }
+  std::string_view view() const { return {text_, length_}; }
+
+ private:
+  std::size_t length_;
+  char text_[size + 1];
+};
+
 /// The text of a field, which may lack its NUL.
 template <std::size_t size>
-std::string fieldText(const char (&field)[size]) {
-  return {field, strnlen(field, size)};
+FieldText<size> fieldText(const char (&field)[size]) {
+  return FieldText<size>(field);
 }
 
 /// Sets a zeroed field to the text, cut so that a NUL stays behind it.
 template <std::size_t size>
-void setField(char (&field)[size], const std::string& text) {
+void setField(char (&field)[size], std::string_view text) {
   std::memcpy(field, text.data(), text.size() < size ? text.size() : size - 1);
 }
 

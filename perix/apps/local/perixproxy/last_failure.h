@@ -1,0 +1,51 @@
+// What PerixLastFailure() tells, as this thread keeps it.
+#pragma once
+
+#include <chrono>
+#include <string_view>
+#include <variant>
+
+#include "perix/failure.h"
+#include "zqbus/message.h"
+
+namespace zq {
+
+/// Trivially destructible: operations may run in destructors of static objects, when the thread's
+/// other objects are gone.
+struct LastFailure {
+  PerixFailure failure = PerixFailure::None;
+  char method[64] = {};
+  char text[512] = {};
+  std::chrono::microseconds waiting{};
+  std::chrono::microseconds lookUps{};
+  std::chrono::microseconds total{};
+
+  /// Longer texts are cut. The times stay as they are.
+  void set(PerixFailure kind, std::string_view busMethod, std::string_view words);
+  void clear() { set(PerixFailure::None, {}, {}); }
+  /// What a reply of `method` says; `words` are its error's, where it is one.
+  void setFrom(const ZQBusMessage& reply, std::string_view busMethod, std::string_view words);
+};
+
+/// This thread's.
+LastFailure& lastFailure();
+
+/// That the service was not asked, and why not.
+void noteNotAsked(const char* method, const char* why);
+/// That there is no service to ask, `words` in the log's way; or that this process is a forked
+/// child.
+void noteNoService(const char* method, const char* words);
+
+/// That an answer lacks an argument, or has another in its place.
+void noteWrongArgument(const char* method, std::size_t index);
+
+/// Whether argument `index` of an answer is of a type; notes it when not.
+template <typename Type>
+bool hasArgument(const ZQBusMessage& answer, std::size_t index, const char* method) {
+  const auto& arguments = answer.arguments();
+  if (index < arguments.size() && std::holds_alternative<Type>(arguments[index])) return true;
+  noteWrongArgument(method, index);
+  return false;
+}
+
+}  // namespace zq
