@@ -33,6 +33,9 @@ constexpr std::array kFailures = {
     FailureRow{PerixFailure::Refused, ExitCode::Refused, "the service answered with an error"},
     FailureRow{PerixFailure::TooLarge, ExitCode::Refused, "more than the bus carries"},
     FailureRow{PerixFailure::Unreadable, ExitCode::Refused, "the service's answer cannot be read"},
+    FailureRow{PerixFailure::NotAsked, ExitCode::Refused, "the service was not asked"},
+    FailureRow{PerixFailure::Forked, ExitCode::NoService, "no connection in a forked process"},
+    FailureRow{PerixFailure::NoMemory, ExitCode::Refused, "there is no memory"},
 };
 
 // What the service's results mean, as far as they are known.
@@ -81,8 +84,10 @@ void requireAnswer() {
   const PerixFailureReport report = PerixLastFailure();
   for (const FailureRow& row : kFailures) {
     if (row.failure != report.failure) continue;
-    const bool service = report.failure == PerixFailure::Refused && !report.text.empty();
-    throw CommandError(row.code, service ? std::string(row.text) + ": " + report.text : row.text);
+    const bool explained =
+        (report.failure == PerixFailure::Refused || report.failure == PerixFailure::NotAsked) &&
+        !report.text.empty();
+    throw CommandError(row.code, explained ? std::string(row.text) + ": " + report.text : row.text);
   }
 }
 

@@ -18,27 +18,31 @@ struct Step {
   std::string text;
 };
 
+/// Hears one diagnosis, for as long as it lives.
 class ProgressListener : public PerixDiagnoseNotify {
  public:
+  explicit ProgressListener(PerixProxy& proxy) : proxy_(proxy) {}
+  ~ProgressListener() override { proxy_.StopDiagnoseNotify(this); }
+  ProgressListener(const ProgressListener&) = delete;
+  ProgressListener& operator=(const ProgressListener&) = delete;
+
   void OnDiagnoseProgress(const std::string& desktop, uint64_t value, uint32_t progress,
                           const std::string& text) override {
     steps.put({desktop, value, progress, text});
   }
+
   Mailbox<Step> steps;
+
+ private:
+  PerixProxy& proxy_;
 };
 
-// The library keeps the listener after a diagnosis, so it is never destroyed.
-ProgressListener& progressListener() {
-  static auto& listener = *new ProgressListener;
-  return listener;
-}
-
 // The steps until the end of the diagnosis, shown as they arrive.
-Outcome followDiagnosis(Call& call) {
+Outcome followDiagnosis(Call& call, ProgressListener& listener) {
   Json rows = Json::array();
   uint32_t progress = 0;
   while (progress < kFinished) {
-    const std::optional<Step> step = progressListener().steps.take(kStepTimeout);
+    const std::optional<Step> step = listener.steps.take(kStepTimeout);
     if (!step) throw CommandError(ExitCode::TimedOut, "the diagnosis did not come to its end");
     progress = step->progress;
     call.indicator.progress(progress, step->text);
@@ -51,14 +55,16 @@ Outcome followDiagnosis(Call& call) {
 }
 
 Outcome diagnoseDesktop(Call& call) {
-  requireDone(call.proxy().Diagnose(call.desktop(), &progressListener()));
-  return followDiagnosis(call);
+  ProgressListener listener(call.proxy());
+  requireDone(call.proxy().Diagnose(call.desktop(), &listener));
+  return followDiagnosis(call, listener);
 }
 
 Outcome diagnoseDevice(Call& call) {
+  ProgressListener listener(call.proxy());
   requireDone(call.proxy().DiagnoseDevice(call.desktop(), call.arguments.number<uint64_t>("SOURCE"),
-                                          &progressListener()));
-  return followDiagnosis(call);
+                                          &listener));
+  return followDiagnosis(call, listener);
 }
 
 using Responses = Mailbox<CmdResponse>;
