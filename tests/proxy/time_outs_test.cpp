@@ -1,85 +1,71 @@
-// How long each operation waits, told by a bus that never answers and does not let it wait. The
-// bus library is left out of this program: what stands here takes its place.
+// How long each operation waits, and by which name it goes in the log, told by a bus that answers
+// at once or never and does not let it wait.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "tests/proxy/scripted_bus.h"
 #include "tests/proxy/wire_table.h"
-#include "zqbus/zqbus.h"
 
 namespace zq {
 namespace {
 
-int lastTimeoutMs;
-
-std::shared_ptr<ZQBusMessage> timedOut() {
-  return std::make_shared<ZQBusMessage>(ZQBusMessage::failed(ZQBusFailure::TimedOut, "too late"));
-}
-
-class SilentService : public ZQBusProxyInterface {
- public:
-  std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override {
-    return std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodCall, method);
-  }
-  std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage>,
-                                                      int timeoutMs) override {
-    lastTimeoutMs = timeoutMs;
-    return timedOut();
-  }
-  void callWithReply(std::shared_ptr<ZQBusMessage>, ReplyFunction onReply, int timeoutMs) override {
-    lastTimeoutMs = timeoutMs;
-    onReply(timedOut());
-  }
-  const std::string& owner() const override { return owner_; }
-  bool addEventListener(const std::string&, ZQBusEventCallback* callback,
-                        ZQBusSecurityFlags) override {
-    delete callback;
-    return true;
-  }
-  void removeEventListener(const std::string&, ZQBusEventCallback*) override {}
-  void setDeathCallback(std::function<void()>) override {}
-
- private:
-  const std::string owner_ = ":1.1";
-};
-
-class SilentBus : public ZQBusSerivceManager {
- public:
-  bool isServiceRegistered(const std::string&) override { return true; }
-  std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string&,
-                                                                ZQBusSecurityFlags, int) override {
-    return std::make_shared<SilentService>();
-  }
-  bool addEventListener(const std::string&, ZQBusEventCallback* callback,
-                        ZQBusSecurityFlags) override {
-    delete callback;
-    return true;
-  }
-  uint64_t droppedEvents() const override { return 0; }
-  void waitForCallbacks() override {}
-};
-
 class AnOperation : public testing::TestWithParam<NamedWireRow> {};
 
 TEST_P(AnOperation, WaitsAsLongAsItSays) {
+  script().answer = [](const ZQBusMessage&) {
+    return ZQBusMessage::failed(ZQBusFailure::TimedOut, "too late");
+  };
   const WireRow& row = GetParam().row;
   PerixProxy& proxy = *PerixProxy::getInstance();
-  lastTimeoutMs = 0;
   const std::string result = row.run(proxy);
-  EXPECT_EQ(lastTimeoutMs, row.timeoutMs);
-  if (row.timeoutMs <= 0) return;
+  const auto calls = history().calls;
+  ASSERT_EQ(calls.empty(), row.timeoutMs == 0);
+  if (calls.empty()) return;
+  EXPECT_EQ(calls.back().timeoutMs, row.timeoutMs);
+  if (row.timeoutMs == kNoWait) return;
   EXPECT_EQ(result, row.failure);
   EXPECT_EQ(PerixLastFailure().failure, PerixFailure::TimedOut);
+}
+
+/// The functions that wrote into the log, but for those that others may call.
+std::vector<std::string> writersSince() {
+  std::vector<std::string> writers;
+  for (const LogLine& line : takeLog()) {
+    const bool called = line.function == "GetVmIdInt" || line.function == "getInstance";
+    if (!called) writers.push_back(line.function);
+  }
+  return writers;
+}
+
+TEST_P(AnOperation, GoesByItsOwnNameInTheLog) {
+  // A row is named after its operation, one after that which it calls.
+  std::string name = GetParam().name;
+  if (name == "GetLocalDeviceList") name = "GetDeviceList";
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  const auto isOwn = [&](const std::string& writer) { return name.starts_with(writer); };
+  for (const bool answered : {true, false}) {
+    script().answer = [&](const ZQBusMessage&) {
+      return answered ? GetParam().row.reply : ZQBusMessage::failed(ZQBusFailure::Service, "no");
+    };
+    takeLog();
+    GetParam().row.run(proxy);
+    const auto writers = writersSince();
+    EXPECT_TRUE(std::all_of(writers.begin(), writers.end(), isOwn))
+        << testing::PrintToString(writers);
+  }
+  script().isRegistered = [] { return false; };
+  proxy.ReleaseService();
+  takeLog();
+  GetParam().row.run(proxy);
+  auto writers = writersSince();
+  std::erase(writers, "Init");
+  EXPECT_TRUE(std::all_of(writers.begin(), writers.end(), isOwn))
+      << testing::PrintToString(writers);
 }
 
 INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperation, testing::ValuesIn(wireTable()),
                          [](const auto& row) { return row.param.name; });
 
 }  // namespace
-
-ZQBusSerivceManager* ZQBusSerivceManager::initSync(int) {
-  static SilentBus bus;
-  return &bus;
-}
-
-void setZQBusLogSink(ZQBusLogSink) {}
-
 }  // namespace zq

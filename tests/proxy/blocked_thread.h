@@ -1,0 +1,71 @@
+// Threads that wait at a known place, so that the order of things is no matter of luck.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "tests/support/bus_world.h"
+
+namespace zq {
+
+/// A place where one thread stops until another lets it go on.
+class BlockingPoint {
+ public:
+  void stop() {
+    state_.change([](State& state) { ++state.stopped; });
+    EXPECT_TRUE(state_.wait([](const State& state) { return state.open; }));
+  }
+  void awaitStop(int stopped = 1) {
+    ASSERT_TRUE(state_.wait([&](const State& state) { return state.stopped >= stopped; }));
+  }
+  void go() {
+    state_.change([](State& state) { state.open = true; });
+  }
+
+ private:
+  struct State {
+    int stopped = 0;
+    bool open = false;
+  };
+  Watched<State> state_;
+};
+
+/// A thread of which it can be told that it waits for a lock.
+class BlockableThread {
+ public:
+  explicit BlockableThread(std::function<void()> run)
+      : thread_([this, run = std::move(run)] {
+          id_ = static_cast<int>(::syscall(SYS_gettid));
+          run();
+          done_ = true;
+        }) {}
+
+  /// Waits until the thread sleeps in the kernel, or has ended.
+  void awaitBlocked() {
+    while (!done_ && !sleeps()) std::this_thread::yield();
+  }
+  bool done() const { return done_; }
+  void join() { thread_.join(); }
+
+ private:
+  bool sleeps() const {
+    if (id_ == 0) return false;
+    std::ifstream stat("/proc/self/task/" + std::to_string(id_) + "/stat");
+    std::string text;
+    std::getline(stat, text);
+    return text.find(") S ") != std::string::npos;
+  }
+
+  std::atomic<int> id_ = 0;
+  std::atomic<bool> done_ = false;
+  std::thread thread_;
+};
+
+}  // namespace zq

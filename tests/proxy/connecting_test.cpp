@@ -1,0 +1,400 @@
+// Connecting, and what happens when the service dies, over a bus that follows a script.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "perix/perix_proxy.h"
+#include "tests/proxy/blocked_thread.h"
+#include "tests/proxy/scripted_bus.h"
+#include "tests/support/messages.h"
+
+namespace zq {
+namespace {
+
+using P = PerixProxy&;
+
+TEST(Connecting, IsDoneOnceForThreadsThatComeTogether) {
+  for (const bool succeeds : {true, false}) {
+    const BusHistory before = history();
+    PerixProxy proxy;
+    BlockingPoint point;
+    script().isRegistered = [&] {
+      point.stop();
+      return succeeds;
+    };
+    const int result = succeeds ? 0 : -1;
+    std::thread first([&] { EXPECT_EQ(proxy.Init(), result); });
+    point.awaitStop();
+    BlockableThread second([&] { EXPECT_EQ(proxy.Init(), result); });
+    second.awaitBlocked();
+    point.go();
+    first.join();
+    second.join();
+    EXPECT_EQ(history().attempts, before.attempts + 1);
+    EXPECT_EQ(history().broadcasts, before.broadcasts + (succeeds ? 1 : 0));
+    EXPECT_EQ(proxy.Init(), result);
+    EXPECT_EQ(history().attempts, before.attempts + (succeeds ? 1 : 2)) << "a later one tries anew";
+  }
+}
+
+TEST(Connecting, HasOneTimeLimitForAllItsQuestions) {
+  const auto before = std::chrono::steady_clock::now();
+  P proxy = *PerixProxy::getInstance();
+  const auto limits = history().limits;
+  ASSERT_GE(limits.size(), 5U);
+  EXPECT_EQ(std::set(limits.begin(), limits.end()).size(), 1U);
+  EXPECT_GE(limits[0], before + std::chrono::seconds(10));
+  EXPECT_LE(limits[0], std::chrono::steady_clock::now() + std::chrono::seconds(10));
+  // A recovery's looks have it each.
+  script().isRegistered = [] { return history().attempts > 3; };
+  service()->death()();
+  EXPECT_NE(history().limits[limits.size()], std::chrono::steady_clock::time_point::max());
+  EXPECT_EQ(proxy.Init(), 0);
+}
+
+TEST(Connecting, FailsWhereAPartOfItFailsAndIsTriedAnewEachTime) {
+  const std::pair<void (*)(), void (*)()> parts[] = {
+      {[] { script().exists = false; }, [] { script().exists = true; }},
+      {[] { script().isRegistered = [] { return false; }; },
+       [] { script().isRegistered = [] { return true; }; }},
+      {[] { script().offersInterface = false; }, [] { script().offersInterface = true; }},
+      {[] { script().offersEvents = false; }, [] { script().offersEvents = true; }},
+      {[] { script().isRegistered = []() -> bool { throw std::bad_alloc(); }; },
+       [] { script().isRegistered = [] { return true; }; }},
+  };
+  PerixProxy proxy;
+  for (const auto& [spoil, mend] : parts) {
+    spoil();
+    const int broadcasts = history().broadcasts + (script().exists ? 2 : 0);  // by hand
+    for (int tries = 1; tries <= 2; ++tries) {
+      const int attempts = history().attempts;
+      takeLog();
+      EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), -1);
+      EXPECT_EQ(history().attempts, attempts + (script().exists ? 1 : 0));
+      EXPECT_EQ(proxy.InitBroadcast(), 0);
+      const auto log = takeLog();
+      const auto says = [&](const char* function, const char* text) {
+        return std::count_if(log.begin(), log.end(), [&](const LogLine& line) {
+          return line.function == function && line.text.find(text) != std::string::npos;
+        });
+      };
+      EXPECT_EQ(says("getInstance", "retry to get zqbus interface failed"), 1);
+      EXPECT_EQ(says("ConnectDevice", "wait perixserviced restart when it death"), 1);
+      EXPECT_EQ(says("Init", "Error:"), 1);
+    }
+    EXPECT_EQ(history().broadcasts, broadcasts);
+    mend();
+    EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), 0);
+    proxy.ReleaseService();
+  }
+}
+
+/// Each asks for the connection once, so that a service that is away costs one attempt.
+TEST(Connecting, IsTriedOnceByEachOperation) {
+  script().isRegistered = [] { return false; };
+  P proxy = *PerixProxy::getInstance();
+  const std::function<int()> operations[] = {
+      [&] { return proxy.Diagnose("lab-2", nullptr); },
+      [&] { return proxy.DiagnoseDevice("lab-2", 9, nullptr); },
+      [&] { return proxy.ResetService(); },
+      [&] { return proxy.RedirectDevice("lab-2", 1, 1); },
+      [&] { return proxy.OnFocusChanged("lab-2", 1, 1); },
+  };
+  for (const auto& operation : operations) {
+    const int attempts = history().attempts;
+    EXPECT_EQ(operation(), -1);
+    EXPECT_EQ(history().attempts, attempts + 1);
+  }
+  EXPECT_TRUE(history().calls.empty());
+}
+
+/// Lets another thread begin an attempt when its own first one has failed.
+class Unlucky : public PerixProxy {
+ public:
+  int Init() override {
+    const int result = PerixProxy::Init();
+    if (other_ != nullptr) return result;
+    script().isRegistered = [this] {
+      point_.stop();
+      return false;
+    };
+    other_ = std::make_unique<BlockableThread>([this] { PerixProxy::Init(); });
+    point_.awaitStop();
+    return result;
+  }
+  void letTheOtherGo() {
+    point_.go();
+    other_->join();
+  }
+
+ private:
+  BlockingPoint point_;
+  std::unique_ptr<BlockableThread> other_;
+};
+
+TEST(Connecting, IsNotWaitedForByAnOperationThatFoundNoService) {
+  script().isRegistered = [] { return false; };
+  Unlucky proxy;
+  EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), -1);
+  proxy.letTheOtherGo();
+}
+
+TEST(Connecting, ByAnOverrideThatThrowsFailsTheOperation) {
+  struct Throwing : PerixProxy {
+    int Init() override { throw 1; }
+  } proxy;
+  EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), -1);
+  EXPECT_EQ(PerixLastFailure().failure, PerixFailure::NoMemory);
+}
+
+// --- Orders --------------------------------------------------------------------------------------
+
+TEST(ResetService, LogsItsEntryBehindTheConnection) {
+  P proxy = *PerixProxy::getInstance();
+  proxy.ReleaseService();
+  takeLog();
+  proxy.ResetService();
+  const auto log = takeLog();
+  ASSERT_GE(log.size(), 3U);
+  EXPECT_EQ(log.back().function, "ResetService");
+  EXPECT_NE(log.back().text.find("enter"), std::string::npos);
+}
+
+/// What is sent while another operation waits for its answer.
+TEST(AnOperation, WaitsForOthersWhereItShould) {
+  P proxy = *PerixProxy::getInstance();
+  struct Row {
+    std::function<void()> run;
+    const char* early;  ///< the last that is sent before the others' end
+  };
+  const Row rows[] = {
+      {[&] { proxy.ConnectDevice("lab-2", 1); }, "searchAllPrinter()"},
+      {[&] { proxy.DisconnectVm("lab-2"); }, "searchAllPrinter()"},
+      {[&] { proxy.RedirectDevice("lab-2", 1, 1); }, "searchAllPrinter()"},
+      {[&] { proxy.ResetService(); }, "searchAllPrinter()"},
+      {[&] { proxy.Diagnose("desk-3", nullptr); }, "getVmListSize(s:\"desk-3\")"},
+      {[&] { proxy.DiagnoseDevice("desk-4", 1, nullptr); }, "getVmListSize(s:\"desk-4\")"},
+      {[&] { proxy.GetVmIdInt("desk-5"); }, "getVmListSize(s:\"desk-5\")"},
+      {[&] { proxy.OnFocusChanged("", 1, 1); }, "onFocusChanged(i:0, i:1, x:1)"},
+  };
+  for (const Row& row : rows) {
+    BlockingPoint point;
+    script().answer = [&](const ZQBusMessage& call) {
+      if (call.name() == "searchAllPrinter") point.stop();
+      return message(int32_t{0});
+    };
+    std::thread searching([&] { proxy.SearchAllPrinter(); });
+    point.awaitStop();
+    BlockableThread other(row.run);
+    other.awaitBlocked();
+    EXPECT_EQ(history().calls.back().text, row.early);
+    point.go();
+    searching.join();
+    other.join();
+  }
+}
+
+TEST(AnOperation, MakesItsMessageBeforeItLooksTheIdUpButWhereItMustNot) {
+  PerixProxy proxy;
+  ASSERT_EQ(proxy.Init(), 0);
+  const std::pair<std::function<void()>, std::vector<std::string>> rows[] = {
+      {[&] { proxy.ConnectDevice("a-1", 1); }, {"connectDevice", "getVmListSize"}},
+      {[&] { proxy.OnFocusChanged("b-2", 1, 1); }, {"onFocusChanged", "getVmListSize"}},
+      {[&] { proxy.RedirectDevice("c-3", 1, 1); }, {"getVmListSize", "redirectDevice"}},
+      {[&] { proxy.Diagnose("d-4", nullptr); }, {"getVmListSize", "diagnose"}},
+  };
+  for (const auto& [run, made] : rows) {
+    const std::size_t before = history().made.size();
+    run();
+    const auto all = history().made;
+    EXPECT_EQ(std::vector<std::string>(all.begin() + static_cast<long>(before), all.end()), made);
+  }
+}
+
+// --- Deaths --------------------------------------------------------------------------------------
+
+int countCall(uint16_t code, void* data, void* userdata) {
+  EXPECT_EQ(code, SERVICE_DIED);
+  EXPECT_EQ(data, nullptr);
+  ++*static_cast<std::atomic<int>*>(userdata);
+  return 0;
+}
+int ignoreDevice(uint16_t, CommonDevice*, void*) {
+  return 0;
+}
+
+TEST(ADeath, IsWaitedOutBeforeTheFirstLookOnlyWhenNobodyListens) {
+  P proxy = *PerixProxy::getInstance();
+  std::atomic<int> told = 0;
+  for (const bool desktop : {false, true}) {
+    for (const bool device : {false, true}) {
+      if (desktop) proxy.RegisterCallback("lab-2", countCall, &told);
+      if (device) proxy.RegisterDeviceCallback(ignoreDevice, &told);
+      const int before = history().sleeps;
+      service()->death()();
+      EXPECT_EQ(history().sleeps - before, desktop || device ? 0 : 1) << desktop << device;
+      proxy.UnregisterDeviceCallback();
+    }
+  }
+  EXPECT_EQ(told, 2);
+}
+
+TEST(ADeath, IsWaitedOutForFiveHundredLooks) {
+  P proxy = *PerixProxy::getInstance();
+  std::atomic<int> told = 0;
+  proxy.RegisterCallback("lab-2", countCall, &told);
+  script().isRegistered = [] { return false; };
+  takeLog();
+  service()->death()();
+  EXPECT_EQ(history().sleeps, 500);
+  EXPECT_EQ(told, 1);
+  const auto log = takeLog();
+  const auto holds = [&](const std::string& text) {
+    return std::any_of(log.begin(), log.end(), [&](const LogLine& line) {
+      return line.text.find(text) != std::string::npos;
+    });
+  };
+  EXPECT_TRUE(holds("waiting cnt=500"));
+  EXPECT_TRUE(holds("ServiceRegistered:0 count=500"));
+}
+
+TEST(ADeath, IsToldToEachDesktopOnce) {
+  P proxy = *PerixProxy::getInstance();
+  std::atomic<int> told[3] = {};
+  proxy.RegisterCallback("a", countCall, &told[0]);
+  proxy.RegisterCallback("b", nullptr, &told[1]);
+  proxy.RegisterCallback("c", countCall, &told[2]);
+  service()->death()();
+  EXPECT_EQ(told[0] + told[2], 2);
+  service()->death()();
+  EXPECT_EQ(told[0] + told[2], 2) << "the registry was not emptied";
+}
+
+TEST(ADeath, LocksNothingWhileItsRecoveryWaits) {
+  P proxy = *PerixProxy::getInstance();
+  std::atomic<int> old = 0;
+  std::atomic<int> fresh = 0;
+  proxy.RegisterCallback("a", countCall, &old);
+  proxy.GetVmIdInt("lab-2");
+  BlockingPoint point;
+  script().isRegistered = [] { return false; };
+  script().sleep = [&] { point.stop(); };
+  std::thread recovering(service()->death());
+  point.awaitStop();
+  EXPECT_EQ(proxy.GetVmIdString(2), "");
+  EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), -1);
+  // A client that finds the service before the recovery does, and goes on as ever.
+  script().isRegistered = [] { return true; };
+  script().owner = ":1.2";
+  EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), 0);
+  proxy.RegisterCallback("b", countCall, &fresh);
+  proxy.RegisterDeviceCallback(ignoreDevice, &fresh);
+  service()->delivery(2, 4, std::string(sizeof(CommonDevice), '\0'))();
+  point.go();
+  recovering.join();
+  EXPECT_EQ(history().interfaces, 2);
+  EXPECT_EQ(history().broadcasts, 2);
+  EXPECT_EQ(old, 1);
+  EXPECT_EQ(fresh, 0) << "was told of a death before its registration";
+  EXPECT_EQ(proxy.GetVmIdString(2), "lab-2");
+  service()->death()();
+  EXPECT_EQ(old, 1);
+  EXPECT_EQ(fresh, 1);
+}
+
+TEST(ADeath, DuringARecoveryIsRecoveredFromOnce) {
+  P proxy = *PerixProxy::getInstance();
+  std::atomic<int> told[2] = {};
+  proxy.RegisterCallback("a", countCall, &told[0]);
+  BlockingPoint point;
+  script().isRegistered = [] { return false; };
+  script().sleep = [&] { point.stop(); };
+  std::thread first(service()->death());
+  point.awaitStop();
+  script().isRegistered = [] { return true; };
+  ASSERT_EQ(proxy.Init(), 0);
+  proxy.RegisterCallback("b", countCall, &told[1]);
+  script().isRegistered = [] { return false; };
+  std::thread second(service()->death());
+  point.awaitStop(2);
+  script().isRegistered = [] { return true; };
+  point.go();
+  first.join();
+  second.join();
+  EXPECT_EQ(told[0], 1);
+  EXPECT_EQ(told[1], 1);
+  EXPECT_EQ(history().interfaces, 3);
+}
+
+TEST(ADeath, AsksTheBusNothingUnderTheLockOfTheRegistries) {
+  P proxy = *PerixProxy::getInstance();
+  std::atomic<int> told = 0;
+  for (const char* name : {"a", "b"}) proxy.RegisterCallback(name, countCall, &told);
+  const int before = history().attempts;
+  script().isRegistered = [&] {
+    proxy.UnregisterCallback("nobody");  // takes it
+    return true;
+  };
+  service()->death()();
+  EXPECT_EQ(told, 2);
+  EXPECT_GT(history().attempts, before);
+}
+
+// --- Names in the log ----------------------------------------------------------------------------
+
+std::set<std::string> writers() {
+  std::set<std::string> names;
+  for (const LogLine& line : takeLog()) names.insert(line.function);
+  return names;
+}
+
+TEST(ALine, CarriesTheNameOfItsOperation) {
+  std::atomic<int> userdata = 0;
+  auto proxy = std::make_unique<PerixProxy>();
+  takeLog();
+  proxy->Init();
+  EXPECT_EQ(writers(), std::set<std::string>{"Init"});
+  const auto throwing = [](uint16_t, void*, void*) -> int { throw 1; };
+  proxy->RegisterCallback("a", throwing, &userdata);
+  takeLog();
+  script().isRegistered = [asked = 0]() mutable { return asked++ > 0; };
+  service()->death()();
+  EXPECT_EQ(writers(), (std::set<std::string>{"Init", "ReleaseService", "onServiceDeath"}));
+  proxy.reset();
+  EXPECT_EQ(writers(), (std::set<std::string>{"ReleaseService", "~PerixProxy"}));
+}
+
+template <typename Record>
+int throwIt(uint16_t, Record*, void*) {
+  throw std::runtime_error("a client's mistake");
+}
+
+TEST(ALine, OfAnEventCarriesTheNameOfWhatHandlesIt) {
+  struct Throwing : PerixDiagnoseNotify {
+    void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {
+      throw std::runtime_error("a client's mistake");
+    }
+  } notify;
+  PerixProxy proxy;
+  ASSERT_EQ(proxy.Init(), 0);
+  proxy.Diagnose("", &notify);
+  proxy.RegisterPrinterCallback(throwIt<PrinterDevice>, &proxy);
+  proxy.RegisterDeviceCallback(throwIt<CommonDevice>, &proxy);
+  proxy.RegisterConfigNewDevResultCallback(throwIt<_ConfigNewDeviceResult>, &proxy);
+  proxy.RegisterCmdCallback(throwIt<CmdResponse>, &proxy);
+  proxy.RegisterJoystickCallback(throwIt<void>, &proxy);
+  for (const int kind : {1, 4, 64, 66, 9, 11, 999}) {
+    takeLog();
+    service()->delivery(0, kind, std::string(1024, '\0'))();
+    std::set<std::string> names = writers();
+    names.erase("DeviceBaseInfoNotify");
+    names.erase("ConfigNewDeviceResultNotify");
+    EXPECT_EQ(names, std::set<std::string>{"HandleEvent"}) << kind;
+  }
+  proxy.JoystickResultNotify(1, nullptr);
+  EXPECT_EQ(writers(), std::set<std::string>{"JoystickResultNotify"});
+}
+
+}  // namespace
+}  // namespace zq

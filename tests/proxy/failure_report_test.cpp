@@ -1,0 +1,219 @@
+// What PerixLastFailure() tells.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "perix/perix_proxy.h"
+#include "tests/proxy/blocked_thread.h"
+#include "tests/proxy/scripted_bus.h"
+#include "tests/support/messages.h"
+
+namespace zq {
+namespace {
+
+using P = PerixProxy&;
+
+bool isLookUp(const ZQBusMessage& call) {
+  return call.name() == "getVmListSize";
+}
+
+std::string toldOf(PerixFailure kind, const std::string& method, const std::string& text) {
+  return std::to_string(static_cast<int>(kind)) + ' ' + method + ": " + text;
+}
+std::string told() {
+  const PerixFailureReport report = PerixLastFailure();
+  return toldOf(report.failure, report.method, report.text);
+}
+const std::string kSuccess = toldOf(PerixFailure::None, "", "");
+
+TEST(AReport, TellsEachFailureOfTheBusByItsKindAndASuccessAfterwards) {
+  script().answersLookUps = true;
+  P proxy = *PerixProxy::getInstance();
+  const std::pair<ZQBusFailure, PerixFailure> kinds[] = {
+      {ZQBusFailure::Service, PerixFailure::Refused},
+      {ZQBusFailure::TimedOut, PerixFailure::TimedOut},
+      {ZQBusFailure::PeerGone, PerixFailure::Died},
+      {ZQBusFailure::BusGone, PerixFailure::Died},
+      {ZQBusFailure::TooLarge, PerixFailure::TooLarge},
+      {ZQBusFailure::Unusable, PerixFailure::NoService},
+      {ZQBusFailure::Unreadable, PerixFailure::Unreadable},
+  };
+  for (const auto& [failure, kind] : kinds) {
+    const auto fail = [&, failure = failure](const ZQBusMessage&) {
+      return ZQBusMessage::failed(failure, "why");
+    };
+    script().answer = fail;
+    EXPECT_EQ(proxy.DoPerixTest("t"), -1);
+    EXPECT_EQ(told(), toldOf(kind, "doPerixTest", "why"));
+    EXPECT_EQ(proxy.DisconnectVm(""), 0);
+    EXPECT_EQ(told(), kSuccess);
+    EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 0U);
+    EXPECT_EQ(told(), toldOf(kind, "getVmListSize", "why"));
+    // The operation itself succeeds, on the wrong desktop.
+    script().answer = [&](const ZQBusMessage& call) {
+      return isLookUp(call) ? fail(call) : message(int32_t{0});
+    };
+    for (const auto& run :
+         {+[](P p) { p.GetDeviceList("lab-2"); }, +[](P p) { p.StartVm("lab-2"); },
+          +[](P p) { p.OnFocusChanged("lab-2", 1, 1); }}) {
+      run(proxy);
+      EXPECT_EQ(told(), toldOf(kind, "getVmListSize", "why"));
+    }
+    // A look-up that succeeds afterwards does not hide it.
+    script().answer = [&](const ZQBusMessage& call) {
+      std::string name;
+      return call.readString(name, 0) == "lab-2" ? fail(call) : message(int32_t{0});
+    };
+    _CHANNEL_HANDLE handle{};
+    handle.vmId = "desk-3";
+    EXPECT_EQ(proxy.CreatePipe("lab-2", {handle}), 0);
+    EXPECT_EQ(told(), toldOf(kind, "getVmListSize", "why"));
+    // Its own failure counts more.
+    script().answer = [&](const ZQBusMessage& call) {
+      return isLookUp(call) ? fail(call) : ZQBusMessage::failed(ZQBusFailure::Service, "no");
+    };
+    proxy.ConnectDevice("lab-2", 1);
+    EXPECT_EQ(told(), toldOf(PerixFailure::Refused, "connectDevice", "no"));
+    script().answer = [](const ZQBusMessage&) { return message(int32_t{0}); };
+    EXPECT_EQ(proxy.DoPerixTest("t"), 0);
+    EXPECT_EQ(told(), kSuccess);
+  }
+}
+
+TEST(AReport, OfAnIdThatIsKnownStaysAsItWas) {
+  P proxy = *PerixProxy::getInstance();
+  EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
+  EXPECT_EQ(told(), kSuccess);
+  proxy.UpdateDriveToken("");
+  const std::string before = told();
+  EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
+  EXPECT_EQ(proxy.GetVmIdInt(""), 0U);
+  EXPECT_EQ(told(), before);
+}
+
+TEST(AReport, TellsAnAnswerThatLacksAnArgumentOrHasAnotherInItsPlace) {
+  const std::string text = "x";
+  std::list<_SharePrinterDevice> found;
+  struct Row {
+    ZQBusMessage reply;
+    std::function<void(P)> run;
+    int argument;  ///< that is wrong; -1 for none
+  };
+  const auto status = [](P p) { p.DoPerixTest("t"); };
+  const auto list = [](P p) { p.FreeDeviceList(p.GetDeviceList("")); };
+  const auto desktops = [](P p) { p.GetVmList(); };
+  const auto search = [&](P p) { p.SearchSharePrinterDevice("10.0.0.5", found); };
+  const int32_t two = 2;
+  const Row rows[] = {
+      {message(), status, 0},
+      {message(text), status, 0},
+      {message(int64_t{0}), [](P p) { p.CheckCameraAuthStat(); }, 0},
+      {message(text), [](P p) { p.CreatePipe("", {}); }, 0},
+      {message(text), [](P p) { p.OnFocusChanged("", 1, 1); }, 0},
+      {message(text), [](P p) { p.SetPortChannelStatus("", 1, 1); }, 0},
+      {message(int32_t{0}), [](P p) { p.GetPerixCmdHelp(); }, 0},
+      {message(int32_t{0}), [](P p) { p.SearchAllPrinter(); }, 0},
+      {message(text), list, 0},
+      {message(two, bytes("aa")), list, 2},
+      {message(two, bytes("aa"), text), list, 2},
+      {message(two, bytes("aa"), bytes("")), list, -1},  // ends a list rightfully
+      {message(int32_t{-1}), list, -1},
+      {message(two, text, two), desktops, 3},
+      {message(two, text, two, two, two), desktops, 3},
+      {message(two, text, text), desktops, 2},
+      {message(int32_t{0}), search, 1},
+      {message(int32_t{0}, two, text, text, text), search, 5},
+      {message(int32_t{0}, int32_t{1}, text, two, text), search, 3},
+      {message(int32_t{3}), search, -1},
+  };
+  P proxy = *PerixProxy::getInstance();
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.reply.toDebugString());
+    script().answer = [&](const ZQBusMessage&) { return row.reply; };
+    row.run(proxy);
+    const PerixFailureReport report = PerixLastFailure();
+    EXPECT_EQ(report.failure, row.argument < 0 ? PerixFailure::None : PerixFailure::Unreadable);
+    const std::string words =
+        "argument " + std::to_string(row.argument) + " of the answer is missing or of another type";
+    EXPECT_EQ(report.text, row.argument < 0 ? "" : words);
+  }
+  script().answersLookUps = true;
+  script().answer = [&](const ZQBusMessage&) { return message(text); };
+  EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 0U);
+  EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Unreadable);
+}
+
+TEST(AReport, TellsWhatWasRefusedOnThisSide) {
+  P proxy = *PerixProxy::getInstance();
+  std::list<_SharePrinterDevice> found;
+  const std::pair<const char*, std::function<int()>> rows[] = {
+      {"updateDriveToken", [&] { return proxy.UpdateDriveToken(""); }},
+      {"connectVm",
+       [&] {
+         return proxy.ConnectVm({"lab-2", 0, 0, 0, 0, 0, 0, 1});
+       }},
+      {"addNetworkPrinter", [&] { return proxy.AddNetworkPrinter("a", "", ""); }},
+      {"addNetworkPrinter", [&] { return proxy.AddNetworkPrinter(""); }},
+      {"renameNetworkPrinter", [&] { return proxy.RenameNetworkPrinter("", "b"); }},
+      {"searchSharePrinter", [&] { return proxy.SearchSharePrinterDevice("x", found); }},
+  };
+  for (const auto& [method, run] : rows) {
+    proxy.DoPerixTest("t");
+    EXPECT_NE(run(), 0);
+    const PerixFailureReport report = PerixLastFailure();
+    EXPECT_EQ(report.failure, PerixFailure::NotAsked);
+    EXPECT_EQ(report.method, method);
+    EXPECT_NE(report.text, "");
+  }
+}
+
+TEST(AReport, TellsWhereTheTimeWent) {
+  using Clock = std::chrono::steady_clock;
+  P proxy = *PerixProxy::getInstance();
+  BlockingPoint search;
+  BlockingPoint lookUp;
+  script().answersLookUps = true;
+  script().answer = [&](const ZQBusMessage& call) {
+    if (call.name() == "searchAllPrinter") search.stop();
+    if (isLookUp(call)) lookUp.stop();
+    return message(int32_t{0});
+  };
+  std::thread searching([&] { proxy.SearchAllPrinter(); });
+  search.awaitStop();
+  PerixFailureReport report;
+  BlockableThread waiting([&] {
+    proxy.ConnectDevice("lab-2", 1);
+    report = PerixLastFailure();
+  });
+  waiting.awaitBlocked();
+  const auto seenWaiting = Clock::now();
+  const auto searched = Clock::now();
+  search.go();
+  lookUp.awaitStop();
+  const auto seenLookingUp = Clock::now();
+  const auto lookedUp = Clock::now();
+  lookUp.go();
+  searching.join();
+  waiting.join();
+  const auto atLeast = [](auto from, auto to) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
+  };
+  EXPECT_GE(report.waiting, atLeast(seenWaiting, searched));
+  EXPECT_GE(report.lookUps, atLeast(seenLookingUp, lookedUp));
+  EXPECT_GE(report.total, report.waiting + report.lookUps);
+  EXPECT_GT(report.waiting.count(), 0);
+  EXPECT_GT(report.lookUps.count(), 0);
+  proxy.UpdateDriveToken("");
+  EXPECT_EQ(PerixLastFailure().total.count(), 0);
+}
+
+TEST(AReport, CutsALongTextBetweenTwoCharacters) {
+  script().answer = [](const ZQBusMessage&) {
+    return ZQBusMessage::failed(ZQBusFailure::Service, std::string(510, 'x') + "\u00e9tc");
+  };
+  PerixProxy::getInstance()->DoPerixTest("t");
+  EXPECT_EQ(PerixLastFailure().text, std::string(510, 'x'));
+}
+
+}  // namespace
+}  // namespace zq

@@ -1,0 +1,195 @@
+// Forked children: of a process whose threads hold every lock that there is, operations fail at
+// once; of one that has not used the library, they work.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "perix/perix_proxy.h"
+#include "tests/proxy/blocked_thread.h"
+#include "tests/proxy/wire_table.h"
+#include "tests/support/bus_world.h"
+
+namespace zq {
+namespace {
+
+constexpr unsigned int kChildSeconds = 60;
+
+/// Runs `body` in a forked child; what it complains of, "killed" when it does not end.
+std::string inChild(const std::function<std::string()>& body) {
+  int ends[2];
+  EXPECT_EQ(::pipe(ends), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(kChildSeconds);
+    const std::string complaints = body();
+    [[maybe_unused]] const auto written = ::write(ends[1], complaints.data(), complaints.size());
+    ::_exit(0);
+  }
+  ::close(ends[1]);
+  std::string complaints;
+  char part[4096];
+  for (ssize_t got = 0; (got = ::read(ends[0], part, sizeof part)) > 0;) {
+    complaints.append(part, static_cast<std::size_t>(got));
+  }
+  ::close(ends[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  const bool ended = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return ended ? complaints : complaints + "killed, or called back";
+}
+
+/// Complains of an operation that does not fail as one in a child should.
+std::string failureOf(const NamedWireRow& named, PerixProxy& proxy) {
+  const WireRow& row = named.row;
+  const std::string result = row.run(proxy);
+  const PerixFailureReport report = PerixLastFailure();
+  if (result != row.failure) return named.name + " = " + result + "; ";
+  const bool asks = row.timeoutMs != 0;
+  if (!asks || report.failure == PerixFailure::Forked) return {};
+  return named.name + " reports " + std::to_string(static_cast<int>(report.failure)) + "; ";
+}
+
+/// Callbacks that must not run in a child, where nobody holds the lock under which they do.
+template <typename Record>
+int endChild(uint16_t, Record*, void*) {
+  ::_exit(1);
+}
+struct EndChild : PerixDiagnoseNotify {
+  void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {
+    ::_exit(1);
+  }
+};
+
+int ignoreDesktop(uint16_t, void*, void*) {
+  return 0;
+}
+int ignoreDevice(uint16_t, CommonDevice*, void*) {
+  return 0;
+}
+int ignorePrinter(uint16_t, PrinterDevice*, void*) {
+  return 0;
+}
+int ignoreResult(uint16_t, _ConfigNewDeviceResult*, void*) {
+  return 0;
+}
+int ignoreJoystick(uint16_t, void*, void*) {
+  return 0;
+}
+
+void sendEvents(PerixProxy& proxy) {
+  for (const int kind : {1, 4, 66, 9, 11}) {
+    const auto event = std::make_shared<ZQBusMessage>();
+    *event = message(int32_t{3}, int32_t{kind}, bytes(std::string(1024, '\0')));
+    proxy.HandleEvent(event);
+  }
+}
+
+/// The operations that ask nobody, and what each returns in a child.
+std::string localFailures(PerixProxy& proxy) {
+  int userdata = 0;
+  CommonDevice device{};
+  _ConfigNewDeviceResult outcome{};
+  const std::pair<const char*, int> results[] = {
+      {"Init", proxy.Init()},
+      {"RegisterCallback", proxy.RegisterCallback("a", ignoreDesktop, &userdata)},
+      {"UnregisterCallback", proxy.UnregisterCallback("a")},
+      {"RegisterPrinterCallback", proxy.RegisterPrinterCallback(ignorePrinter, &userdata)},
+      {"UnregisterPrinterCallback", proxy.UnregisterPrinterCallback()},
+      {"RegisterDeviceCallback", proxy.RegisterDeviceCallback(ignoreDevice, &userdata)},
+      {"UnregisterDeviceCallback", proxy.UnregisterDeviceCallback(&userdata)},
+      {"UnregisterDeviceCallback()", proxy.UnregisterDeviceCallback()},
+      {"RegisterConfig", proxy.RegisterConfigNewDevResultCallback(ignoreResult, &userdata)},
+      {"UnregisterConfig", proxy.UnregisterConfigNewDevResultCallback(&userdata)},
+      {"UnregisterConfig()", proxy.UnregisterConfigNewDevResultCallback()},
+      {"RegisterJoystickCallback", proxy.RegisterJoystickCallback(ignoreJoystick, &userdata)},
+      {"UnregisterJoystickCallback", proxy.UnregisterJoystickCallback(&userdata)},
+      {"DeviceBaseInfoNotify", proxy.DeviceBaseInfoNotify(4, &device)},
+      {"ConfigNewDeviceResultNotify", proxy.ConfigNewDeviceResultNotify(11, &outcome)},
+      {"JoystickResultNotify", proxy.JoystickResultNotify(1, nullptr)},
+      {"StopDiagnoseNotify", proxy.StopDiagnoseNotify(nullptr)},
+  };
+  std::string complaints;
+  for (const auto& [name, result] : results) {
+    if (result != -1) complaints += std::string(name) + " = " + std::to_string(result) + "; ";
+  }
+  if (proxy.GetVmIdInt("desk-3") != 0) complaints += "GetVmIdInt; ";
+  if (PerixLastFailure().text.find("forked") == std::string::npos) complaints += "text; ";
+  if (!proxy.GetVmIdString(3).empty()) complaints += "GetVmIdString; ";
+  proxy.InitBroadcast();
+  proxy.onServiceDeath();
+  proxy.ReleaseService();
+  proxy.AwaitDeliveries();
+  return complaints;
+}
+
+TEST(AForkedChild, OfAProcessThatHasNotUsedTheLibraryIsAProcessLikeAnyOther) {
+  RecordingService service;
+  EXPECT_EQ(inChild([] {
+              PerixProxy& proxy = *PerixProxy::getInstance();
+              const bool answered = proxy.ConnectDevice("desk-3", 1) == 0;
+              return std::string(answered ? "" : PerixLastFailure().text);
+            }),
+            "");
+  EXPECT_EQ(PerixProxy::getInstance()->ConnectDevice("desk-3", 1), 0);
+}
+
+TEST(AForkedChild, FailsAtOnceWhateverLocksItsParentHolds) {
+  RecordingService service;
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  auto* const own = new PerixProxy;
+  ASSERT_EQ(own->Init(), 0);
+  ASSERT_EQ(own->GetVmIdInt("desk-3"), 3U);
+  static EndChild endDiagnosis;
+  for (PerixProxy* const one : {&proxy, own}) {
+    one->RegisterPrinterCallback(endChild<PrinterDevice>, &proxy);
+    one->RegisterCmdCallback(endChild<CmdResponse>, &proxy);
+    one->RegisterConfigNewDevResultCallback(endChild<_ConfigNewDeviceResult>, &proxy);
+    one->RegisterJoystickCallback(endChild<void>, &proxy);
+    ASSERT_EQ(one->Diagnose("desk-3", &endDiagnosis), 0);
+  }
+  Watched<std::vector<std::shared_ptr<ZQBusCall>>> hanging;
+  service.answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
+    hanging.change([&](auto& held) { held.push_back(call); });
+  });
+  static BlockingPoint point;
+  const auto block = [](uint16_t, CommonDevice*, void*) -> int {
+    point.stop();
+    return 0;
+  };
+  for (PerixProxy* const one : {&proxy, own}) one->RegisterDeviceCallback(block, &point);
+  const std::string payload(sizeof(CommonDevice), '\0');
+  service.sendEvent(3, 4, payload.data(), payload.size());
+  point.awaitStop();  // in a callback of the one or the other
+  auto event = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, "perixevent");
+  *event = message(int32_t{3}, int32_t{4}, bytes(payload));
+  std::thread delivering([&] { own->HandleEvent(event); });
+  std::thread deliveringToo([&] { proxy.HandleEvent(event); });
+  std::thread calling([&] { proxy.SearchAllPrinter(); });
+  std::thread callingToo([&] { own->SearchAllPrinter(); });
+  ASSERT_TRUE(hanging.wait([](const auto& held) { return held.size() == 2; }));
+
+  EXPECT_EQ(inChild([&] {
+              std::string complaints;
+              for (PerixProxy* const one : {&proxy, own}) sendEvents(*one);
+              for (const NamedWireRow& row : wireTable()) complaints += failureOf(row, proxy);
+              for (const NamedWireRow& row : wireTable()) complaints += failureOf(row, *own);
+              complaints += localFailures(proxy) + localFailures(*own);
+              delete own;
+              if (PerixProxy::getInstance() != &proxy) complaints += "another instance; ";
+              if (PerixProxy().Init() != -1) complaints += "a new one connects; ";
+              return complaints;
+            }),
+            "");
+  point.go();
+  delivering.join();
+  deliveringToo.join();
+  for (const auto& call : hanging.get()) call->reply(message(std::string("found")));
+  calling.join();
+  callingToo.join();
+  delete own;
+}
+
+}  // namespace
+}  // namespace zq

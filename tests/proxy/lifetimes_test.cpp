@@ -1,0 +1,399 @@
+// Notifiers, callbacks, derived proxies and desktop ids: who outlives whom.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "perix/perix_proxy.h"
+#include "tests/proxy/blocked_thread.h"
+#include "tests/proxy/scripted_bus.h"
+#include "tests/support/messages.h"
+
+namespace zq {
+namespace {
+
+constexpr int kProgress = 9;
+constexpr int kDevice = 4;
+
+using P = PerixProxy&;
+
+/// Notes on the heap that it was called, so that a sanitizer sees a call after its end.
+class Notify : public PerixDiagnoseNotify {
+ public:
+  explicit Notify(std::function<void()> onProgress = [] {}) : onProgress_(std::move(onProgress)) {}
+  void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {
+    *calls_ += 1;
+    onProgress_();
+  }
+  int calls() const { return *calls_; }
+
+ private:
+  std::function<void()> onProgress_;
+  std::unique_ptr<int> calls_ = std::make_unique<int>(0);
+};
+
+void sendProgress() {
+  service()->delivery(0, kProgress, std::string(20, '\0'))();
+}
+
+int runIt(uint16_t, CommonDevice*, void* userdata) {
+  (*static_cast<std::function<void()>*>(userdata))();
+  return 0;
+}
+std::string devicePayload() {
+  return std::string(sizeof(CommonDevice), '\0');
+}
+
+// --- Notifiers -----------------------------------------------------------------------------------
+
+TEST(ANotifier, MayBeSetAndEndedInsideACallback) {
+  P proxy = *PerixProxy::getInstance();
+  Notify notify;
+  std::function<void()> diagnose = [&] {
+    EXPECT_EQ(proxy.Diagnose("lab-2", &notify), 0);
+    EXPECT_EQ(proxy.DiagnoseDevice("lab-2", 9, &notify), 0);
+  };
+  proxy.RegisterDeviceCallback(runIt, &diagnose);
+  service()->delivery(2, kDevice, devicePayload())();
+  sendProgress();
+  EXPECT_EQ(notify.calls(), 1);
+  diagnose = [&] { EXPECT_EQ(proxy.StopDiagnoseNotify(&notify), 0); };
+  service()->delivery(2, kDevice, devicePayload())();
+  sendProgress();
+  EXPECT_EQ(notify.calls(), 1);
+}
+
+TEST(ANotifier, EndsByItsOwnNameAlone) {
+  P proxy = *PerixProxy::getInstance();
+  Notify first;
+  Notify second;
+  proxy.Diagnose("", &first);
+  proxy.Diagnose("", &second);
+  proxy.StopDiagnoseNotify(&first);
+  sendProgress();
+  EXPECT_EQ(second.calls(), 1);
+  proxy.StopDiagnoseNotify(&second);
+  sendProgress();
+  EXPECT_EQ(first.calls(), 0);
+  EXPECT_EQ(second.calls(), 1);
+}
+
+TEST(ANotifier, OfAFailedStartIsNotCalledAnyMore) {
+  P proxy = *PerixProxy::getInstance();
+  const std::function<int(Notify*)> starts[] = {
+      [&](Notify* notify) { return proxy.Diagnose("", notify); },
+      [&](Notify* notify) { return proxy.DiagnoseDevice("", 9, notify); },
+  };
+  for (const auto& start : starts) {
+    for (const ZQBusMessage& answer :
+         {message(int32_t{5}), ZQBusMessage::failed(ZQBusFailure::TimedOut, "")}) {
+      script().answer = [&](const ZQBusMessage&) { return answer; };
+      Notify notify;
+      EXPECT_NE(start(&notify), 0);
+      sendProgress();
+      EXPECT_EQ(notify.calls(), 0);
+    }
+  }
+}
+
+TEST(ANotifier, ThatReplacedTheOneOfAFailedStartStays) {
+  P proxy = *PerixProxy::getInstance();
+  Notify failing;
+  Notify next;
+  std::unique_ptr<BlockableThread> other;
+  script().answer = [&](const ZQBusMessage&) {
+    if (other != nullptr) return message(int32_t{0});
+    other = std::make_unique<BlockableThread>([&] { proxy.Diagnose("", &next); });
+    other->awaitBlocked();  // for this call to end
+    return message(int32_t{5});
+  };
+  proxy.Diagnose("", &failing);
+  other->join();
+  sendProgress();
+  EXPECT_EQ(next.calls(), 1);
+}
+
+/// The operations that wait for a callback that runs.
+TEST(ACallback, IsWaitedForByWhatEndsIt) {
+  P proxy = *PerixProxy::getInstance();
+  int userdata = 0;
+  Notify notify;
+  const std::function<void()> ends[] = {
+      [&] { proxy.StopDiagnoseNotify(&notify); },
+      [&] { proxy.UnregisterCallback("lab-2"); },
+      [&] { proxy.UnregisterPrinterCallback(); },
+      [&] { proxy.UnregisterDeviceCallback(&userdata); },
+      [&] { proxy.UnregisterDeviceCallback(); },
+      [&] { proxy.UnregisterConfigNewDevResultCallback(&userdata); },
+      [&] { proxy.UnregisterConfigNewDevResultCallback(); },
+      [&] { proxy.UnregisterJoystickCallback(&userdata); },
+      [&] { proxy.AwaitDeliveries(); },
+  };
+  for (const auto& end : ends) {
+    EXPECT_EQ(PerixProxy::getInstance()->Init(), 0);
+    BlockingPoint point;
+    std::function<void()> block = [&] { point.stop(); };
+    proxy.RegisterDeviceCallback(runIt, &block);
+    std::thread delivering(service()->delivery(0, kDevice, devicePayload()));
+    point.awaitStop();
+    BlockableThread ending(end);
+    ending.awaitBlocked();
+    EXPECT_FALSE(ending.done()) << &end - ends;
+    point.go();
+    ending.join();
+    delivering.join();
+    proxy.UnregisterDeviceCallback();
+  }
+}
+
+TEST(ACallback, ThatThrowsAnythingStopsNothing) {
+  P proxy = *PerixProxy::getInstance();
+  Notify throws([] { throw 5; });
+  proxy.Diagnose("", &throws);
+  sendProgress();
+  int calls = 0;
+  std::function<void()> first = [&] { throw ++calls; };
+  std::function<void()> second = [&] { ++calls; };
+  proxy.RegisterDeviceCallback(runIt, &first);
+  proxy.RegisterDeviceCallback(runIt, &second);
+  service()->delivery(2, kDevice, devicePayload())();
+  EXPECT_EQ(calls, 2);
+}
+
+// --- Derived proxies -----------------------------------------------------------------------------
+
+/// Notes its events on the heap, so that a sanitizer sees one that comes after its end.
+class OwnProxy : public PerixProxy {
+ public:
+  explicit OwnProxy(BlockingPoint& point) : point_(point) {}
+  void HandleEvent(std::shared_ptr<ZQBusMessage>) override {
+    point_.stop();
+    *events_ += 1;
+  }
+
+ private:
+  BlockingPoint& point_;
+  std::unique_ptr<int> events_ = std::make_unique<int>(0);
+};
+
+TEST(ADerivedProxy, OutlivesAnEventThatRuns) {
+  BlockingPoint point;
+  auto proxy = std::make_unique<OwnProxy>(point);
+  ASSERT_EQ(proxy->Init(), 0);
+  const auto late = service()->delivery(0, kDevice, "x");
+  std::thread delivering(service()->delivery(0, kDevice, "x"));
+  point.awaitStop();
+  BlockableThread ending([&] {
+    proxy->ReleaseService();
+    proxy->AwaitDeliveries();
+    proxy.reset();
+  });
+  ending.awaitBlocked();
+  EXPECT_FALSE(ending.done());
+  point.go();
+  ending.join();
+  delivering.join();
+  late();  // had begun on the bus's side
+}
+
+TEST(ADerivedProxy, EndsARecoveryThatWaitsForTheService) {
+  auto proxy = std::make_unique<PerixProxy>();
+  ASSERT_EQ(proxy->Init(), 0);
+  BlockingPoint point;
+  script().isRegistered = [] { return false; };
+  script().sleep = [&] { point.stop(); };
+  std::thread recovering(service()->death());
+  point.awaitStop();
+  BlockableThread ending([&] {
+    proxy->ReleaseService();
+    proxy->AwaitDeliveries();
+    proxy.reset();
+  });
+  ending.awaitBlocked();
+  EXPECT_FALSE(ending.done());
+  const int attempts = history().attempts;
+  script().isRegistered = [] { return true; };
+  point.go();
+  ending.join();
+  recovering.join();
+  EXPECT_EQ(history().attempts, attempts);  // it neither looked again nor connected
+  EXPECT_EQ(history().interfaces, 1);
+}
+
+/// Stops where it connects, its first time aside.
+class LateProxy : public PerixProxy {
+ public:
+  explicit LateProxy(BlockingPoint& point) : point_(point) {}
+  int Init() override {
+    if (std::exchange(connected_, true)) point_.stop();
+    return PerixProxy::Init();
+  }
+
+ private:
+  BlockingPoint& point_;
+  bool connected_ = false;
+};
+
+TEST(ADerivedProxy, IsNotConnectedByARecoveryThatPassedItsLastCheck) {
+  BlockingPoint point;
+  LateProxy proxy(point);
+  ASSERT_EQ(proxy.Init(), 0);
+  std::thread recovering(service()->death());
+  point.awaitStop();
+  BlockableThread ending([&] { proxy.AwaitDeliveries(); });
+  ending.awaitBlocked();
+  point.go();
+  ending.join();
+  recovering.join();
+  EXPECT_EQ(history().broadcasts, 1);
+  EXPECT_EQ(proxy.StartVm(""), 0) << "connects again when it is asked to";
+  EXPECT_EQ(history().broadcasts, 2);
+}
+
+TEST(ADerivedProxy, TakesNoEventOnceItsDeliveriesWereAwaited) {
+  PerixProxy proxy;
+  ASSERT_EQ(proxy.Init(), 0);
+  int calls = 0;
+  std::function<void()> count = [&] { ++calls; };
+  proxy.RegisterDeviceCallback(runIt, &count);
+  const auto event = service()->delivery(0, kDevice, devicePayload());
+  proxy.AwaitDeliveries();
+  event();
+  EXPECT_EQ(calls, 0);
+  // An attempt that failed half-way leaves nothing behind either.
+  script().offersEvents = false;
+  EXPECT_EQ(proxy.Init(), -1);
+  const auto ofTheAttempt = service()->delivery(0, kDevice, devicePayload());
+  proxy.AwaitDeliveries();
+  ofTheAttempt();
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(ADerivedProxy, IsNotWaitedForInsideItsOwnCallback) {
+  PerixProxy proxy;
+  ASSERT_EQ(proxy.Init(), 0);
+  std::function<void()> await = [&] { proxy.AwaitDeliveries(); };
+  proxy.RegisterDeviceCallback(runIt, &await);
+  service()->delivery(0, kDevice, devicePayload())();
+  EXPECT_EQ(history().interfaces, 1);
+}
+
+TEST(AReleasedProxy, TakesNoDeliveryThatTheBusHadBegun) {
+  P proxy = *PerixProxy::getInstance();
+  int calls = 0;
+  std::function<void()> count = [&] { ++calls; };
+  proxy.RegisterDeviceCallback(runIt, &count);
+  const auto before = service();
+  const auto event = before->delivery(0, kDevice, devicePayload());
+  proxy.ReleaseService();
+  event();
+  before->death()();
+  EXPECT_EQ(history().sleeps + calls, 0);
+  ASSERT_EQ(PerixProxy::getInstance()->Init(), 0);
+  event();
+  before->death()();  // is not the new connection's
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(history().interfaces, 2);
+}
+
+// --- Desktop ids ---------------------------------------------------------------------------------
+
+int lookUps() {
+  int count = 0;
+  for (const SentCall& call : history().calls) count += call.text.starts_with("getVmListSize");
+  return count;
+}
+
+TEST(ADesktopId, StaysKnownAsLongAsItsProcessAnswers) {
+  P proxy = *PerixProxy::getInstance();
+  EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
+  proxy.ReleaseService();
+  EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
+  ASSERT_EQ(PerixProxy::getInstance()->Init(), 0);
+  EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
+  EXPECT_EQ(lookUps(), 1);
+  proxy.ReleaseService();
+  script().owner = ":1.2";
+  ASSERT_EQ(PerixProxy::getInstance()->Init(), 0);
+  EXPECT_EQ(proxy.GetVmIdString(2), "");
+  EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
+  EXPECT_EQ(lookUps(), 2);
+}
+
+/// Connects to another process while a thread looks a desktop's id up at the first.
+void replaceDuring(P proxy, const std::function<void()>& operation) {
+  BlockingPoint point;
+  script().answersLookUps = true;
+  script().answer = [&](const ZQBusMessage& call) {
+    if (call.name() != "getVmListSize") return message(int32_t{0});
+    point.stop();
+    return message(int32_t{7});
+  };
+  std::thread asking(operation);
+  point.awaitStop();
+  proxy.ReleaseService();
+  script().owner = ":1.2";
+  ASSERT_EQ(proxy.Init(), 0);
+  point.go();
+  asking.join();
+  script().answer = [](const ZQBusMessage&) { return message(int32_t{7}); };
+}
+
+TEST(ADesktopId, OfAProcessThatWasReplacedMeanwhileIsNotRemembered) {
+  P proxy = *PerixProxy::getInstance();
+  replaceDuring(proxy, [&] { EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 7U); });
+  EXPECT_EQ(proxy.GetVmIdString(7), "");
+  const int before = lookUps();
+  proxy.GetVmIdInt("lab-2");
+  EXPECT_EQ(lookUps(), before + 1);
+}
+
+TEST(ADesktopId, OfAProcessThatDiedMeanwhileIsNotRemembered) {
+  P proxy = *PerixProxy::getInstance();
+  BlockingPoint lookUp;
+  BlockingPoint recovery;
+  script().answersLookUps = true;
+  script().answer = [&](const ZQBusMessage&) {
+    lookUp.stop();
+    return message(int32_t{7});
+  };
+  script().isRegistered = [] { return false; };
+  script().sleep = [&] { recovery.stop(); };
+  std::thread asking([&] { proxy.GetVmIdInt("lab-2"); });
+  lookUp.awaitStop();
+  std::thread recovering(service()->death());
+  recovery.awaitStop();
+  lookUp.go();
+  asking.join();
+  EXPECT_EQ(proxy.GetVmIdString(7), "");
+  script().isRegistered = [] { return true; };
+  recovery.go();
+  recovering.join();
+}
+
+TEST(ADesktopId, OfAnotherProcessIsNotSent) {
+  const std::pair<const char*, std::function<int(P)>> operations[] = {
+      {"onFocusChanged", [](P p) { return p.OnFocusChanged("lab-2", 1, 1); }},
+      {"diagnose", [](P p) { return p.Diagnose("lab-2", nullptr); }},
+      {"diagnoseDevice", [](P p) { return p.DiagnoseDevice("lab-2", 1, nullptr); }},
+  };
+  for (const auto& [method, run] : operations) {
+    script().owner = ":1.1";
+    PerixProxy proxy;
+    ASSERT_EQ(proxy.Init(), 0);
+    replaceDuring(proxy, [&, &run = run] {
+      EXPECT_EQ(run(proxy), -1);
+      EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Died);
+    });
+    for (const SentCall& call : history().calls) EXPECT_FALSE(call.text.starts_with(method));
+    // A released service leaves nobody to send to.
+    script().answer = [&](const ZQBusMessage&) {
+      proxy.ReleaseService();
+      return message(int32_t{7});
+    };
+    EXPECT_EQ(run(proxy), -1);
+    EXPECT_EQ(PerixLastFailure().failure, PerixFailure::NoService);
+  }
+}
+
+}  // namespace
+}  // namespace zq

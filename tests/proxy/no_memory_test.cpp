@@ -1,0 +1,298 @@
+// No memory: each allocation of each operation fails once, and from each on all fail. And a fork
+// while a thread is in the middle of an allocation, under the lock that it holds then.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QTabletEvent>
+#include <cstdlib>
+#include <new>
+#include <thread>
+
+#include "perix/perix_proxy.h"
+#include "tests/proxy/blocked_thread.h"
+#include "tests/proxy/scripted_bus.h"
+#include "tests/proxy/wire_table.h"
+#include "tests/support/messages.h"
+
+namespace zq {
+namespace {
+
+enum class Trouble { None, FailsOnce, FailsForGood, Stops };
+
+/// What befalls the allocations of this thread.
+thread_local constinit Trouble trouble = Trouble::None;
+thread_local constinit int untilTrouble = 0;
+thread_local constinit bool befell = false;
+BlockingPoint* stop = nullptr;
+
+void* allocate(std::size_t size) {
+  if (trouble != Trouble::None && --untilTrouble <= 0) {
+    befell = true;
+    const Trouble now = trouble;
+    if (now != Trouble::FailsForGood) trouble = Trouble::None;
+    if (now != Trouble::Stops) return nullptr;
+    stop->stop();
+  }
+  return std::malloc(size);
+}
+
+/// Runs an operation with trouble at its allocation `number`; whether it came to that.
+bool withTrouble(Trouble kind, int number, const std::function<void()>& run) {
+  befell = false;
+  untilTrouble = number;
+  trouble = kind;
+  try {
+    run();
+    trouble = Trouble::None;
+  } catch (...) {
+    trouble = Trouble::None;
+    ADD_FAILURE() << "an exception left the operation at allocation " << number;
+  }
+  return befell;
+}
+
+/// Runs an operation once for each of its allocations and both ways to fail.
+void withEachFailure(const std::function<void()>& prepare, const std::function<void()>& run,
+                     const std::function<void()>& check) {
+  for (const Trouble kind : {Trouble::FailsOnce, Trouble::FailsForGood}) {
+    int number = 1;
+    for (bool failed = true; failed; ++number) {
+      prepare();
+      failed = withTrouble(kind, number, run);
+      check();
+    }
+    EXPECT_GT(number, 2) << "allocated nothing";
+  }
+}
+
+/// Connects to a process of which no desktop's id is known.
+void replaceService(PerixProxy& proxy) {
+  static int process = 1;
+  proxy.ReleaseService();
+  script().owner = ":1." + std::to_string(++process);
+}
+
+class AnOperationWithoutMemory : public testing::TestWithParam<NamedWireRow> {};
+
+TEST_P(AnOperationWithoutMemory, FailsWithoutAnExceptionAndTellsIt) {
+  const WireRow& row = GetParam().row;
+  script().answer = [&](const ZQBusMessage&) { return row.reply; };
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  std::string result;
+  std::size_t calls = 0;
+  withEachFailure(
+      [&] {
+        replaceService(proxy);
+        calls = history().calls.size();
+      },
+      [&] { result = row.run(proxy); },
+      [&] {
+        const PerixFailure failure = PerixLastFailure().failure;
+        if (failure == PerixFailure::None) {
+          EXPECT_EQ(result, row.result);
+        }
+        const auto sent = history().calls;
+        for (std::size_t i = calls; i < sent.size(); ++i) {
+          if (sent[i].text.starts_with("getVmListSize")) continue;
+          EXPECT_EQ(sent[i].text, row.sends);
+        }
+      });
+}
+
+/// The rows whose own code allocates nothing; what asks nobody allocates nothing either.
+std::vector<NamedWireRow> rows() {
+  std::vector<NamedWireRow> all = wireTable();
+  std::erase_if(all, [](const NamedWireRow& row) {
+    return row.row.timeoutMs == 0 || row.name == "CreatePipe" ||
+           row.name == "AddSharePrinterDevice" || row.name.starts_with("SearchSharePrinter");
+  });
+  return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperationWithoutMemory, testing::ValuesIn(rows()),
+                         [](const auto& row) { return row.param.name; });
+
+int ignoreDesktop(uint16_t, void*, void*) {
+  return 0;
+}
+int ignoreDevice(uint16_t, CommonDevice*, void*) {
+  return 0;
+}
+int ignoreResult(uint16_t, _ConfigNewDeviceResult*, void*) {
+  return 0;
+}
+int ignoreJoystick(uint16_t, void*, void*) {
+  return 0;
+}
+
+TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  const std::string longName(100, 'x');
+  const std::string longId = longName + "-3";
+  const std::string port = longName + "space.port.2";
+  std::list<_SharePrinterDevice> printers(2);
+  std::list<_SharePrinterDevice> found;
+  std::list<_CHANNEL_HANDLE> handles(2);
+  handles.front().vmId = longId;
+  script().answer = [&](const ZQBusMessage& call) {
+    if (call.name() == "getPerixCmdHelp") return message(longName);
+    return call.name() == "searchSharePrinter"
+               ? message(int32_t{0}, int32_t{1}, longName, longName, longName)
+               : message(int32_t{0});
+  };
+  std::string name;
+  std::list<_CHANNEL_HANDLE> ownHandles;
+  std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> send;
+  struct Notify : PerixDiagnoseNotify {
+    void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {}
+  } notify;
+  proxy.Diagnose("", &notify);
+  proxy.GetVmIdInt(longId);
+  auto progress = std::make_shared<ZQBusMessage>();
+  *progress = message(int32_t{3}, int32_t{9}, bytes(std::string(12, '\0') + '\3' + longName));
+  unsigned char announcement[16] = {0x27, 1, 0x35, 0x08};
+  proxy.PortData(port, announcement, sizeof announcement);
+  QTabletEvent pen(QEvent::TabletPress, {}, {}, 0, 0, 0.5, 0, 0, 0, 0, 0, Qt::NoModifier, 1,
+                   Qt::NoButton, Qt::NoButton);
+  const std::pair<const char*, std::function<void()>> operations[] = {
+      {"CreatePipe", [&] { proxy.CreatePipe({}, std::move(ownHandles)); }},
+      {"AddSharePrinterDevice", [&] { proxy.AddSharePrinterDevice(printers); }},
+      {"SearchSharePrinterDevice", [&] { proxy.SearchSharePrinterDevice("10.0.0.5", found); }},
+      {"AddNetworkPrinter", [&] { proxy.AddNetworkPrinter(longName.c_str()); }},
+      {"GetPerixCmdHelp", [&] { proxy.GetPerixCmdHelp(); }},
+      {"GetVmIdInt", [&] { proxy.GetVmIdInt(std::move(name)); }},
+      {"GetVmIdString", [&] { EXPECT_LE(proxy.GetVmIdString(3).size(), longId.size()); }},
+      {"RegisterCallback", [&] { proxy.RegisterCallback(std::move(name), ignoreDesktop, &proxy); }},
+      {"RegisterDeviceCallback", [&] { proxy.RegisterDeviceCallback(ignoreDevice, &proxy); }},
+      {"RegisterConfigNewDevResultCallback",
+       [&] { proxy.RegisterConfigNewDevResultCallback(ignoreResult, &proxy); }},
+      {"RegisterJoystickCallback", [&] { proxy.RegisterJoystickCallback(ignoreJoystick, &proxy); }},
+      {"HandleEvent", [&] { proxy.HandleEvent(progress); }},
+      {"PortInit", [&] { proxy.PortInit(port, true, std::move(send)); }},
+      {"SendPenData", [&] { proxy.SendPenData({}, &pen, 0, 1, 1); }},
+      {"Init", [&] { proxy.Init(); }},
+      {"onServiceDeath", [&] { proxy.onServiceDeath(); }},
+  };
+  for (const auto& [operation, run] : operations) {
+    SCOPED_TRACE(operation);
+    const bool connected = std::string(operation) != "Init";
+    withEachFailure(
+        [&, operation = std::string(operation)] {
+          name = longId;
+          ownHandles = handles;
+          send = [](const std::string&, unsigned int, unsigned char*) { return 0U; };
+          proxy.UnregisterCallback(longId);
+          proxy.UnregisterDeviceCallback();
+          proxy.UnregisterConfigNewDevResultCallback();
+          proxy.UnregisterJoystickCallback(&proxy);
+          if (operation != "SendPenData") proxy.PortInit(port, true, send);
+          if (operation == "GetVmIdString" || operation == "HandleEvent") {
+            proxy.GetVmIdInt(longId);
+          } else {
+            replaceService(proxy);
+          }
+          if (connected) proxy.Init();
+        },
+        run, [] {});
+  }
+  proxy.StopDiagnoseNotify(&notify);
+}
+
+// --- Children ------------------------------------------------------------------------------------
+
+/// Runs `body` in a forked child; whether it says true there within the time.
+bool holdsInChild(const std::function<bool()>& body) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    trouble = Trouble::None;
+    script().keepsLog = false;
+    ::alarm(60);
+    ::_exit(body() ? 0 : 1);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST(TheFirstInstance, IsMadeWheneverThereIsMemoryForIt) {
+  // In a new process each time, since a process makes it once.
+  int number = 1;
+  for (bool failed = true; failed; ++number) {
+    failed = !holdsInChild([&] {
+      if (withTrouble(Trouble::FailsOnce, number, [] { PerixProxy::getInstance(); })) return false;
+      return !testing::Test::HasFailure();
+    });
+    EXPECT_TRUE(holdsInChild([&] {
+      withTrouble(Trouble::FailsOnce, number, [] { PerixProxy::getInstance(); });
+      PerixProxy* const proxy = PerixProxy::getInstance();
+      return !testing::Test::HasFailure() && proxy != nullptr && proxy->StartVm({}) == 0;
+    })) << number;
+  }
+  EXPECT_GT(number, 8);
+}
+
+/// Whether operations fail as they should in a child.
+bool failsAsInAChild(PerixProxy& proxy) {
+  return proxy.StartVm({}) == -1 && PerixLastFailure().failure == PerixFailure::Forked &&
+         proxy.GetVmIdString(3).empty() && proxy.GetVmIdInt("x-3") == 0 &&
+         proxy.RegisterDeviceCallback(ignoreDevice, &proxy) == -1;
+}
+
+/// What is forked while a thread is at any of its allocations, under whichever locks.
+TEST(AForkedChild, WaitsForNoLockOfAThreadInTheMiddleOfAnything) {
+  const std::string longId = std::string(100, 'x') + "-3";
+  PerixProxy* proxy = nullptr;  // made after the instance, whose making is the first use
+  const std::pair<const char*, std::function<void()>> operations[] = {
+      {"getInstance", [] { PerixProxy::getInstance(); }},
+      {"Init", [&] { proxy->Init(); }},
+      {"GetVmIdInt", [&] { proxy->GetVmIdInt(longId); }},
+      {"RegisterDeviceCallback", [&] { proxy->RegisterDeviceCallback(ignoreDevice, proxy); }},
+  };
+  for (const auto& [name, run] : operations) {
+    for (int number = 1;; ++number) {
+      if (std::string(name) == "Init") proxy->ReleaseService();
+      if (std::string(name) == "GetVmIdInt") {
+        replaceService(*proxy);
+        proxy->Init();
+      }
+      if (proxy != nullptr) proxy->UnregisterDeviceCallback();
+      BlockingPoint point;
+      stop = &point;
+      std::atomic<bool> stopped = false;
+      BlockableThread thread(
+          [&, &run = run] { stopped = withTrouble(Trouble::Stops, number, run); });
+      thread.awaitBlocked();
+      const auto check = [&] {
+        PerixProxy* const instance = PerixProxy::getInstance();
+        return instance != nullptr && failsAsInAChild(*instance) &&
+               (proxy == nullptr || failsAsInAChild(*proxy));
+      };
+      EXPECT_TRUE(thread.done() || holdsInChild(check)) << name << " at allocation " << number;
+      point.go();
+      thread.join();
+      if (!stopped) break;
+    }
+    if (proxy == nullptr) proxy = new PerixProxy;
+  }
+}
+
+}  // namespace
+}  // namespace zq
+
+void* operator new(std::size_t size) {
+  if (void* const made = zq::allocate(size)) return made;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return zq::allocate(size);
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}

@@ -1,0 +1,184 @@
+#include "tests/proxy/scripted_bus.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/log/log.h"
+#include "platform/util/util.h"
+#include "platform/zqbus/time_limit.h"
+
+namespace zq {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct State {
+  std::mutex mutex;
+  BusHistory history;
+  std::vector<LogLine> log;
+  std::shared_ptr<ScriptedService> service;
+};
+// Never destroyed: static objects of tests call the proxy in their destructors.
+State& state() {
+  static auto* const made = new State;
+  return *made;
+}
+
+template <typename Change>
+void note(Change change) {
+  const std::lock_guard lock(state().mutex);
+  change(state());
+}
+
+/// Of every question to the bus. Allocates, as the bus would.
+void noteLimit() {
+  const auto limit = std::make_unique<Clock::time_point>(withinTimeLimit(Clock::time_point::max()));
+  note([&](State& s) { s.history.limits.push_back(*limit); });
+}
+
+void noteCall(const ZQBusMessage& message, int timeoutMs, const std::string& owner) {
+  SentCall call{message.toDebugString().substr(sizeof "call"), timeoutMs, owner};
+  note([&](State& s) { s.history.calls.push_back(std::move(call)); });
+}
+
+class ScriptedBus : public ZQBusSerivceManager {
+ public:
+  bool isServiceRegistered(const std::string&) override {
+    noteLimit();
+    note([](State& s) { ++s.history.attempts; });
+    return script().isRegistered();
+  }
+  std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string&,
+                                                                ZQBusSecurityFlags, int) override {
+    noteLimit();
+    if (!script().offersInterface) return nullptr;
+    auto made = std::make_shared<ScriptedService>(script().owner);
+    note([&](State& s) {
+      ++s.history.interfaces;
+      s.service = made;
+    });
+    return made;
+  }
+  bool addEventListener(const std::string&, ZQBusEventCallback* callback,
+                        ZQBusSecurityFlags) override {
+    const std::unique_ptr<ZQBusEventCallback> owned(callback);
+    noteLimit();
+    note([](State& s) { ++s.history.broadcasts; });
+    return true;
+  }
+  uint64_t droppedEvents() const override { return 0; }
+  void waitForCallbacks() override {}
+};
+
+ZQBusMessage idOf(const ZQBusMessage& request) {
+  std::string name;
+  const auto dash = request.readString(name, 0).rfind('-');
+  ZQBusMessage reply;
+  reply.appendInt32(dash == std::string::npos ? 0 : std::atoi(name.c_str() + dash + 1));
+  return reply;
+}
+
+}  // namespace
+
+BusScript& script() {
+  static auto* const made = new BusScript;
+  return *made;
+}
+
+std::shared_ptr<ScriptedService> service() {
+  const std::lock_guard lock(state().mutex);
+  return state().service;
+}
+
+BusHistory history() {
+  const std::lock_guard lock(state().mutex);
+  return state().history;
+}
+
+std::vector<LogLine> takeLog() {
+  std::vector<LogLine> lines;
+  note([&](State& s) { lines.swap(s.log); });
+  return lines;
+}
+
+// --- The service ---------------------------------------------------------------------------------
+
+std::shared_ptr<ZQBusMessage> ScriptedService::makeMethodCallMessage(const std::string& method) {
+  note([&](State& s) { s.history.made.push_back(method); });
+  return std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodCall, method);
+}
+
+std::shared_ptr<ZQBusMessage> ScriptedService::callWithReplyBlocking(
+    std::shared_ptr<ZQBusMessage> message, int timeoutMs) {
+  noteCall(*message, timeoutMs, owner_);
+  const bool lookUp = message->name() == "getVmListSize" && !script().answersLookUps;
+  return std::make_shared<ZQBusMessage>(lookUp ? idOf(*message) : script().answer(*message));
+}
+
+void ScriptedService::callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
+                                    int timeoutMs) {
+  noteCall(*message, timeoutMs, owner_);
+  onReply(std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodReturn, std::string()));
+}
+
+bool ScriptedService::addEventListener(const std::string&, ZQBusEventCallback* callback,
+                                       ZQBusSecurityFlags) {
+  listener_.reset(callback);
+  noteLimit();
+  return script().offersEvents;
+}
+
+void ScriptedService::removeEventListener(const std::string&, ZQBusEventCallback*) {
+  listener_.reset();
+}
+
+void ScriptedService::setDeathCallback(std::function<void()> onDeath) {
+  death_ = std::move(onDeath);
+}
+
+std::function<void()> ScriptedService::delivery(int desktop, int kind,
+                                                const std::string& payload) const {
+  auto event = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, "perixevent");
+  event->appendInt32(desktop);
+  event->appendInt32(kind);
+  event->appendBytes(payload.data(), static_cast<uint32_t>(payload.size()));
+  return [listener = listener_, event] { (*listener)(event); };
+}
+
+// --- In the place of the libraries ---------------------------------------------------------------
+
+ZQBusSerivceManager* ZQBusSerivceManager::initSync(int) {
+  noteLimit();
+  static auto* const bus = new ScriptedBus;
+  return script().exists ? bus : nullptr;
+}
+
+void setZQBusLogSink(ZQBusLogSink) {}
+
+void Sleep(unsigned int) {
+  note([](State& s) { ++s.history.sleeps; });
+  script().sleep();
+}
+
+void feroxLogInit(const char*) {}
+
+void orvaneLogPrint(int, int, const char*, const char* format, ...) try {
+  if (!script().keepsLog) return;
+  char line[2000];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  // "file function(line): text"
+  const std::string text = line;
+  const auto begin = text.find(' ') + 1;
+  const auto end = text.find('(', begin);
+  note([&](State& s) {
+    s.log.push_back({text.substr(begin, end - begin), text.substr(text.find(": ", end) + 2)});
+  });
+} catch (const std::bad_alloc&) {
+  // A line is lost, as in the real log.
+}
+
+}  // namespace zq

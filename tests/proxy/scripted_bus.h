@@ -1,0 +1,97 @@
+// A bus beneath the proxy that does what the test says, when the test says it. Linking it takes the
+// place of the bus library's own, of the log and of the waits.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zqbus/zqbus.h"
+
+namespace zq {
+
+/// What the bus does. Set before the proxy uses it; the functions run on the threads of the proxy's
+/// callers.
+struct BusScript {
+  bool exists = true;
+  std::function<bool()> isRegistered = [] { return true; };
+  bool offersInterface = true;
+  bool offersEvents = true;
+  /// The process that owns the service's name.
+  std::string owner = ":1.1";
+  /// The answers of blocking calls. Look-ups of desktop ids are answered with the number at the end
+  /// of the name unless `answer` is asked about them too.
+  std::function<ZQBusMessage(const ZQBusMessage& call)> answer = [](const ZQBusMessage&) {
+    ZQBusMessage reply;
+    reply.appendInt32(0);
+    return reply;
+  };
+  bool answersLookUps = false;
+  std::function<void()> sleep = [] {};
+  /// Whether the log is kept; a forked child must not, another thread may be writing.
+  bool keepsLog = true;
+};
+BusScript& script();
+
+/// One interface that the proxy obtained.
+class ScriptedService : public ZQBusProxyInterface {
+ public:
+  explicit ScriptedService(std::string owner) : owner_(std::move(owner)) {}
+
+  std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override;
+  std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
+                                                      int timeoutMs) override;
+  void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
+                     int timeoutMs) override;
+  const std::string& owner() const override { return owner_; }
+  bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
+                        ZQBusSecurityFlags flags) override;
+  void removeEventListener(const std::string& event, ZQBusEventCallback* callback) override;
+  void setDeathCallback(std::function<void()> onDeath) override;
+
+  /// What the bus would run: begins late at will, after the interface was released too.
+  std::function<void()> death() const { return death_; }
+  std::function<void()> delivery(int desktop, int kind, const std::string& payload) const;
+
+ private:
+  const std::string owner_;
+  std::function<void()> death_;
+  std::shared_ptr<ZQBusEventCallback> listener_;
+};
+
+/// The interface that the proxy obtained last.
+std::shared_ptr<ScriptedService> service();
+
+/// A call as it was sent.
+struct SentCall {
+  std::string text;  ///< as ZQBusMessage::toDebugString writes it, without "call "
+  int timeoutMs;
+  std::string owner;  ///< of the service that it was sent to
+};
+/// What happened so far.
+struct BusHistory {
+  std::vector<SentCall> calls;    ///< look-ups too
+  std::vector<std::string> made;  ///< the methods of the messages, as they were made
+  int attempts = 0;               ///< to find the service
+  int interfaces = 0;
+  int broadcasts = 0;
+  int sleeps = 0;
+  /// The time limits that were in force while the bus was asked, by their ends.
+  std::vector<std::chrono::steady_clock::time_point> limits;
+};
+BusHistory history();
+
+/// A line of the log.
+struct LogLine {
+  std::string function;
+  std::string text;
+};
+/// The lines since the last time.
+std::vector<LogLine> takeLog();
+
+}  // namespace zq
