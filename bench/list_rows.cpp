@@ -34,7 +34,8 @@ void decodeAndFreeList(sd_bus_message* received) {
   sd_bus_message_rewind(received, 1);
   ZQBusMessage reply(ZQBusMessageType::MethodReturn, {});
   if (decodeArguments(received, reply) < 0) std::abort();
-  const auto devices = readRecords<CommonDevice>(reply);
+  std::list<CommonDevice*> devices;
+  for (std::size_t i = 1; i < reply.argCount(); ++i) appendCopy(*reply.bytesAt(i), devices);
   requireWhole(devices.size());
   freeRecords(devices);
 }

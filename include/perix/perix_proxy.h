@@ -114,10 +114,9 @@ class PerixProxy {
 
   /// What the bus calls when the service has died, on a thread of its own: drops the connection,
   /// waits for the service to return (500 checks, 2000 ms apart), reconnects, and tells every
-  /// desktop callback that was registered before the new connection with SERVICE_DIED and forgets
-  /// it. Blocks for all that time, and holds nobody up while it waits: other operations connect
-  /// meanwhile when the service is back. AwaitDeliveries ends it at its next check; then it
-  /// reconnects and tells nobody.
+  /// desktop callback with SERVICE_DIED and forgets them all. Blocks for all that time, and holds
+  /// nobody up while it waits: other operations connect meanwhile when the service is back.
+  /// AwaitDeliveries ends it at its next check; then it reconnects and tells nobody.
   virtual void onServiceDeath();
 
   // --- Events -----------------------------------------------------------------------------------
@@ -418,11 +417,6 @@ class PerixProxy {
     Callback callback = nullptr;
     void* userdata = nullptr;
   };
-  struct DesktopSlot {
-    DesktopCallback callback = nullptr;
-    void* userdata = nullptr;
-    uint64_t connection = 0;  // the last one that was made before the registration
-  };
 
   void reconnect();
   bool connectToService();
@@ -430,7 +424,7 @@ class PerixProxy {
   bool useService(const std::shared_ptr<ZQBusProxyInterface>& service);
   bool isServiceRegistered();
   bool nobodyListens();
-  void tellDesktopsOfDeath(uint64_t dead, int count);
+  void tellDesktopsOfDeath(int count);
 
   unsigned int knownId(const std::string& vmId);
   void rememberId(const ZQBusProxyInterface& service, unsigned int id, const std::string& vmId);
@@ -445,7 +439,7 @@ class PerixProxy {
   // Members keep their order; a new one goes to the end.
   ServiceHandle serviceProxy;                                  // null: not connected
   std::atomic<ZQBusSerivceManager*> serviceManager = nullptr;  // the bus library's
-  std::map<std::string, DesktopSlot> vmCallbacks;
+  std::map<std::string, CallbackSlot<DesktopCallback>> vmCallbacks;
   std::map<unsigned int, std::string> vmIdMap;
   std::atomic<CallbackSlot<PrinterCallback>> printerCallback;
   std::map<void*, DeviceCallback> deviceCallbacks;

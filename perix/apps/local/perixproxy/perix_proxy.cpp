@@ -231,7 +231,6 @@ void PerixProxy::AwaitDeliveries() {
 
 void PerixProxy::onServiceDeath() {
   if (inForkedChild()) return;
-  const uint64_t dead = connection;
   PERIX_ERROR("perix serviced death");
   forgetIds();
   ReleaseService();
@@ -245,7 +244,7 @@ void PerixProxy::onServiceDeath() {
   if (deliveries->awaited()) return;
   PERIX_DEBUG("wait for perixservice ...., waiting cnt=%d", count);
   Init();
-  tellDesktopsOfDeath(dead, count);
+  tellDesktopsOfDeath(count);
 }
 
 /// A look-up that is under way enters nothing either.
@@ -268,26 +267,21 @@ bool PerixProxy::isServiceRegistered() try {
   return gaveUp(false, here("onServiceDeath"));
 }
 
-/// Tells the desktops that were registered when the connection `dead` was the last one, and forgets
-/// them. Those of a later connection are not concerned.
-void PerixProxy::tellDesktopsOfDeath(uint64_t dead, int count) {
+/// Tells every desktop, and forgets them all: they register again.
+void PerixProxy::tellDesktopsOfDeath(int count) {
   static constexpr const char* kOperation = "onServiceDeath";
   const bool registered = isServiceRegistered();  // before the lock: it asks the bus
   const CallbackLock lock(callbackMutex);
-  for (auto entry = vmCallbacks.begin(); entry != vmCallbacks.end();) {
-    const DesktopSlot slot = entry->second;
-    if (slot.connection > dead) {
-      ++entry;
-      continue;
-    }
-    PERIX_ERROR("erase vmId: %s", entry->first.c_str());
+  const auto desktops = vmCallbacks;
+  for (const auto& [vmId, slot] : desktops) {
+    PERIX_ERROR("erase vmId: %s", vmId.c_str());
     PERIX_DEBUG("ServiceRegistered:%d count=%d callback=%p userdata=%p", registered, count,
                 reinterpret_cast<void*>(slot.callback), slot.userdata);
-    if (slot.callback != nullptr) {
-      guarded([&] { slot.callback(SERVICE_DIED, nullptr, slot.userdata); }, here(kOperation));
-    }
-    entry = vmCallbacks.erase(entry);
+    if (slot.callback == nullptr) continue;
+    guarded([&tell = slot] { tell.callback(SERVICE_DIED, nullptr, tell.userdata); },
+            here(kOperation));
   }
+  vmCallbacks.clear();
 }
 
 }  // namespace zq

@@ -74,9 +74,7 @@ int PerixProxy::JoystickResultNotify(uint16_t code, void* result) {
 int PerixProxy::RegisterCallback(std::string vmId, DesktopCallback callback, void* userdata) {
   PERIX_DEBUG("registerCallback:vmId:%s callback %p userdata:%p", vmId.c_str(), address(callback),
               userdata);
-  const int result = change(callbackMutex, [&] {
-    vmCallbacks[vmId] = {callback, userdata, connection};
-  });
+  const int result = change(callbackMutex, [&] { vmCallbacks[vmId] = {callback, userdata}; });
   PERIX_DEBUG("end");
   return result;
 }
