@@ -123,7 +123,7 @@ std::optional<Message> Peer::ask(Message call, std::span<const int> descriptors)
 bool Peer::fill(std::size_t size) {
   alignas(cmsghdr) char control[CMSG_SPACE(kMostDescriptors * sizeof(int))];
   while (received_.size() < size) {
-    char bytes[4096];
+    char bytes[65536];
     iovec content{bytes, sizeof bytes};
     msghdr header{};
     header.msg_iov = &content;
