@@ -20,7 +20,7 @@ constexpr std::size_t kCallAllowance = 2048;
 std::shared_ptr<ReceivedCall> ReceivedCall::read(std::shared_ptr<Endpoint> endpoint,
                                                  SdBusMessage message) {
   const bool isFull = endpoint->object().callsInHand > kMaxCallsInHand;
-  const auto call = std::make_shared<ReceivedCall>(std::move(endpoint), std::move(message));
+  auto call = std::make_shared<ReceivedCall>(std::move(endpoint), std::move(message));
   if (isFull) {
     call->answerError(SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls wait for their answers");
     return nullptr;

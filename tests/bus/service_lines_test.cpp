@@ -157,8 +157,11 @@ TEST_F(ALine, IsOpenedOnTheStreamSocketOfARequestAlone) {
   Message call = LineRequest().call;
   bus.send(Message(call).with("h", Writer().number(4, 7).bytes()), ":1.7", std::array{0});
   EXPECT_EQ(bus.answer().errorName, "org.freedesktop.DBus.Error.InvalidArgs");
-  const OwnedDescriptor datagrams(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  bus.send(call, ":1.7", std::array{datagrams.get()});
+  int datagrams[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, datagrams), 0);
+  const OwnedDescriptor theirs(datagrams[0]);
+  const OwnedDescriptor ours(datagrams[1]);
+  bus.send(call, ":1.7", std::array{theirs.get()});
   EXPECT_EQ(bus.answer().errorName, "org.freedesktop.DBus.Error.InvalidArgs");
 }
 
