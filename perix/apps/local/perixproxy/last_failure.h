@@ -22,7 +22,7 @@ struct LastFailure {
 
   /// Longer texts are cut. The times stay as they are.
   void set(PerixFailure kind, std::string_view busMethod, std::string_view words);
-  void clear() { set(PerixFailure::None, {}, {}); }
+  void clear() { set(PerixFailure::None, "", ""); }
   /// What a reply of `method` says; `words` are its error's, where it is one.
   void setFrom(const ZQBusMessage& reply, std::string_view busMethod, std::string_view words);
 };
