@@ -51,13 +51,14 @@ class ZQBusCall {
 /// opens one, 64 at most. It serves clients of its own user and of root alone; others get the error
 /// AccessDenied. Threads of its own read the connections and run the handler, one call after the
 /// other; a handler that blocks stops the service's reading. A client that does not read has its
-/// line cut when 64 MiB wait for it. While calls of more than 64 MiB wait for their answers, further
-/// ones get the error LimitsExceeded; a call that cannot be read gets an error too, and the handler
-/// hears of neither. All operations may be used from any thread, from the handler too; none blocks.
+/// line cut when 64 MiB wait for it. While calls of more than 64 MiB wait for their answers,
+/// further ones get the error LimitsExceeded; a call that cannot be read gets an error too, and the
+/// handler hears of neither. All operations may be used from any thread, from the handler too; none
+/// blocks.
 ///
-/// When the bus is lost, the service connects again and claims its name, in the background and until
-/// it succeeds: at once, and then after pauses of 100 ms to 5 s. It gives that up, with a line in the
-/// log, when another process owns the name by then. Its lines are served all the while.
+/// When the bus is lost, the service connects again and claims its name, in the background and
+/// until it succeeds: at once, and then after pauses of 100 ms to 5 s. It gives that up, with a
+/// line in the log, when another process owns the name by then. Its lines are served all the while.
 class ZQBusService {
  public:
   using Handler = std::function<void(std::shared_ptr<ZQBusCall>)>;
@@ -79,8 +80,8 @@ class ZQBusService {
   virtual void sendBroadcast(const std::string& event, const ZQBusMessage& content) = 0;
   /// `onLost` is called once, on a thread of the service's, when the bus is gone and the last
   /// direct line has ended: clients on a line are served without the bus. A bus that takes the
-  /// service back at once was never gone. When all of that is so already, `onLost` is called at once,
-  /// on the caller's thread.
+  /// service back at once was never gone. When all of that is so already, `onLost` is called at
+  /// once, on the caller's thread.
   virtual void setLostCallback(std::function<void()> onLost) = 0;
 };
 

@@ -105,7 +105,8 @@ int BusEndpoint::claimName(Reader::Clock::time_point deadline) {
 // --- Calls ---------------------------------------------------------------------------------------
 
 void BusEndpoint::onCall(sd_bus_message* call) {
-  // A bus names the sender of every message. Without a name there is nobody to ask the daemon about.
+  // A bus names the sender of every message. Without a name there is nobody to ask the daemon
+  // about.
   if (sd_bus_message_get_sender(call) == nullptr) return;
   if (!claimed_) return refuse(call, SD_BUS_ERROR_SERVICE_UNKNOWN, "the service has no name yet");
   if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectOpen) > 0) return onOpen(call);

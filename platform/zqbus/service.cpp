@@ -297,9 +297,7 @@ std::unique_ptr<ZQBusService> ZQBusService::claim(const std::string& service,
                                                   ZQBusServiceDescription description,
                                                   Handler handler, std::string& error) {
   auto made = std::make_unique<Service>(service, description, std::move(handler));
-  return made->claim(Clock::now() + kDefaultTimeout, error) >= 0
-             ? std::move(made)
-             : nullptr;
+  return made->claim(Clock::now() + kDefaultTimeout, error) >= 0 ? std::move(made) : nullptr;
 }
 
 }  // namespace zq
