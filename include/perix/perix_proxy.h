@@ -42,10 +42,9 @@ class ZQBusSerivceManager;
 ///   PerixLastFailure() tells these apart, and where the time went; the log has a line for each. An
 ///   argument that an answer lacks, or has of another type, reads as 0 or as empty; a count that
 ///   promises more than came is cut to what came.
-/// - Desktops. `vmId` names a desktop by its string id. An unknown one is no error here: the
-/// service
-///   gets the integer id 0 and decides. So it is when the look-up of the id fails; the report
-///   tells. Ids are those of the process that told them: another is asked anew.
+/// - Desktops. `vmId` names a desktop by its string id. An unknown id is not an error here: the
+///   service gets the integer id 0 and decides. The same holds when the look-up of the id fails;
+///   the report tells. Ids are those of the process that told them: another is asked anew.
 /// - Lists. Each record is a `malloc` block of exactly the received length; list and records are
 ///   the caller's, who releases them with the matching Free operation, or `free` where none is.
 ///   An empty record in the service's answer ends the list; the records before it are kept.
