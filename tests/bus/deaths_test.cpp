@@ -105,8 +105,10 @@ TEST_F(BusTest, ADeathIsToldBehindWhatCameBeforeAndHoldsUpNothing) {
   const auto note = [&](const std::string& what) {
     order.change([&](auto& all) { all.push_back(what); });
   };
+  Watched<bool> begun;
   Watched<bool> told;
   service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply&) {
+                              begun.change([](bool& yes) { yes = true; });
                               EXPECT_TRUE(told.wait([](bool yes) { return yes; }));
                               note("event");
                             }),
@@ -117,6 +119,7 @@ TEST_F(BusTest, ADeathIsToldBehindWhatCameBeforeAndHoldsUpNothing) {
     EXPECT_TRUE(goOn.wait([](bool yes) { return yes; }));
   });
   recorder->sendEvent(0, 1);
+  ASSERT_TRUE(begun.wait([](bool yes) { return yes; }));
   recorder.reset();
   service->callWithReply(
       service->makeMethodCallMessage("echo"), [&](const Reply&) { note("outcome"); }, -1);
