@@ -10,7 +10,7 @@
 #include "bench/rows.h"
 #include "perix/apps/local/perixproxy/list_reply.h"
 #include "perix/perix_proxy.h"
-#include "platform/zqbus/codec.h"
+#include "platform/zqbus/sdbus/codec.h"
 
 namespace zq::bench {
 namespace {

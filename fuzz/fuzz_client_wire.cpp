@@ -90,9 +90,9 @@ void Client::receive(const std::shared_ptr<Connection>& from, const Message* mes
 }
 
 void Client::openLine(const std::shared_ptr<Connection>& bus, const Message& open) {
-  wire::Peer hatch(bus->peer().takeDescriptor());
+  wire::Peer handover(bus->peer().takeDescriptor());
   auto [ours, theirs] = socketPair();
-  hatch.send(std::string_view("\0", 1), std::array{theirs.get()});
+  handover.send(std::string_view("\0", 1), std::array{theirs.get()});
   broker_.serveLine(std::move(ours));
   Message answer = withNumber(Message::replyTo(open), ::getpid());
   answer.sender = kServiceOwner;

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "fuzz/input.h"
-#include "platform/zqbus/codec.h"
 #include "platform/zqbus/event_bundle.h"
-#include "platform/zqbus/sd_bus_handles.h"
+#include "platform/zqbus/sdbus/codec.h"
+#include "platform/zqbus/sdbus/sd_bus_handles.h"
 
 namespace zq::fuzz {
 namespace {

@@ -108,8 +108,8 @@ class Openings {
 
  private:
   void receive(const std::shared_ptr<Connection>& from, const Message* message);
-  void openOddly(FuzzedDataProvider& input, Connection& bus, const Message& open, Peer& hatch);
-  void openWell(Connection& bus, const Message& open, Peer& hatch);
+  void openOddly(FuzzedDataProvider& input, Connection& bus, const Message& open, Peer& handover);
+  void openWell(Connection& bus, const Message& open, Peer& handover);
 
   FakeBroker broker_{[this](const auto& from, const auto* message) { receive(from, message); }};
   ServiceWorld service_{broker_};
@@ -130,8 +130,8 @@ void Openings::playClient(FuzzedDataProvider& input) {
     open.announcedDescriptors = static_cast<uint32_t>(descriptors.size());
     require(service_.ask(open, numbersOf(descriptors)).has_value());
   }
-  Peer hatch(std::move(ours));
-  if (OwnedDescriptor end = hatch.takeDescriptor()) {
+  Peer handover(std::move(ours));
+  if (OwnedDescriptor end = handover.takeDescriptor()) {
     Peer line(std::move(end));
     const std::string greeting = "\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n"s;
     const std::string call = wire::bytesOf(perixCall());
@@ -149,19 +149,20 @@ void Openings::receive(const std::shared_ptr<Connection>& from, const Message* m
   service_.receive(from, message);
   if (message == nullptr || message->type != wire::Type::Call) return;
   if (message->member != "Open") return from->answerWell(*message);
-  Peer hatch(from->peer().takeDescriptor());
+  Peer handover(from->peer().takeDescriptor());
   std::vector<uint8_t> script;
   {
     const std::lock_guard lock(mutex_);
     script.swap(script_);
   }
   FuzzedDataProvider input(script.data(), script.size());
-  script.empty() ? openWell(*from, *message, hatch) : openOddly(input, *from, *message, hatch);
+  script.empty() ? openWell(*from, *message, handover)
+                 : openOddly(input, *from, *message, handover);
 }
 
-void Openings::openWell(Connection& bus, const Message& open, Peer& hatch) {
+void Openings::openWell(Connection& bus, const Message& open, Peer& handover) {
   auto [ours, theirs] = socketPair();
-  hatch.send("x", std::array{theirs.get()});
+  handover.send("x", std::array{theirs.get()});
   broker_.serveLine(std::move(ours));
   Message answer = withNumber(Message::replyTo(open), ::getpid());
   answer.sender = kServiceOwner;
@@ -169,7 +170,7 @@ void Openings::openWell(Connection& bus, const Message& open, Peer& hatch) {
 }
 
 void Openings::openOddly(FuzzedDataProvider& input, Connection& bus, const Message& open,
-                         Peer& hatch) {
+                         Peer& handover) {
   auto [ours, theirs] = socketPair();
   {
     Peer line(std::move(ours));
@@ -177,7 +178,7 @@ void Openings::openOddly(FuzzedDataProvider& input, Connection& bus, const Messa
     for (const std::string& piece : inPieces(input, welcome)) line.send(piece);
   }
   for (int left = input.ConsumeIntegralInRange(0, 2); left > 0; --left) {
-    hatch.send(input.ConsumeBool() ? "x" : "xyz", numbersOf(anyDescriptors(input, theirs)));
+    handover.send(input.ConsumeBool() ? "x" : "xyz", numbersOf(anyDescriptors(input, theirs)));
   }
   const bool fails = input.ConsumeIntegralInRange(0, 7) == 7;
   Message answer = Message::replyTo(open, fails ? wire::Type::Error : wire::Type::Return);

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "fuzz/input.h"
-#include "service/scenario.h"
+#include "service/scenario/scenario.h"
 
 namespace zq::fuzz {
 namespace {

@@ -13,10 +13,10 @@
 #include <system_error>
 #include <vector>
 
-#include "service/cups.h"
-#include "service/dev_service.h"
-#include "service/host_devices.h"
-#include "service/scenario.h"
+#include "service/bus/dev_service.h"
+#include "service/cups/cups.h"
+#include "service/model/host_devices.h"
+#include "service/scenario/scenario.h"
 
 namespace zq::devservice {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "codec.h"
+#include "memory_of.h"
 
 namespace zq {
 namespace {

@@ -1,5 +1,7 @@
 #include "zqbus/message.h"
 
+#include "memory_of.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -156,6 +158,20 @@ std::string ZQBusMessage::toDebugString() const {
     std::visit([&out](const auto& value) { show(out, value); }, argument);
   }
   return out += ')';
+}
+
+std::size_t contentSize(const ZQBusArgument& argument) {
+  if (const auto* text = std::get_if<std::string>(&argument)) return text->size();
+  if (const auto* bytes = std::get_if<ZQBusBytes>(&argument)) return bytes->size;
+  return sizeof(int64_t);
+}
+
+std::size_t memoryOf(const ZQBusMessage& message) {
+  std::size_t size = sizeof message;
+  for (const ZQBusArgument& argument : message.arguments()) {
+    size += sizeof argument + contentSize(argument);
+  }
+  return size;
 }
 
 }  // namespace zq

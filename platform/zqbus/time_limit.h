@@ -1,9 +1,13 @@
-// The end of what a thread may wait for the bus, as its ZQBusTimeLimit objects set it.
+// How long a thread may wait for the bus: the default, and the limits of its ZQBusTimeLimit
+// objects.
 #pragma once
 
 #include <chrono>
 
 namespace zq {
+
+/// What a time-out of -1 stands for.
+inline constexpr std::chrono::seconds kDefaultTimeout{25};
 
 /// The earlier of `deadline` and the end of this thread's time limit.
 std::chrono::steady_clock::time_point withinTimeLimit(

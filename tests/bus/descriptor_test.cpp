@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "platform/zqbus/descriptor_passing.h"
+#include "platform/zqbus/sdbus/descriptor_passing.h"
 #include "tests/bus/fake_bus.h"
 
 namespace zq {

@@ -11,7 +11,7 @@
 #include <future>
 #include <vector>
 
-#include "platform/zqbus/sd_bus_handles.h"
+#include "platform/zqbus/sdbus/sd_bus_handles.h"
 #include "tests/bus/fake_bus.h"
 #include "tests/bus/stranger.h"
 #include "tests/support/bus_world.h"

@@ -57,7 +57,7 @@ TEST_F(HostileOpening, ByAClientIsRefused) {
     const char* name;
     std::string signature;
     Writer body;
-    OwnedDescriptor (*hatch)();  // none when null
+    OwnedDescriptor (*handover)();  // none when null
   } const openings[] = {
       {"nothing", "", Writer(), nullptr},
       {"a number", "i", Writer().number(4, 0), nullptr},
@@ -74,10 +74,10 @@ TEST_F(HostileOpening, ByAClientIsRefused) {
   RecordingService service;
   Peer client = Peer::onBus(testBus().address());
   DescriptorCount descriptors;
-  for (const auto& [name, signature, body, hatch] : openings) {
+  for (const auto& [name, signature, body, handover] : openings) {
     SCOPED_TRACE(name);
     Message open = openCall().with(signature, body.bytes());
-    const OwnedDescriptor sent = hatch != nullptr ? hatch() : OwnedDescriptor();
+    const OwnedDescriptor sent = handover != nullptr ? handover() : OwnedDescriptor();
     open.announcedDescriptors = sent ? 1 : 0;
     const std::array all = {sent.get()};
     const auto answer = client.ask(open, std::span(all).first(sent ? 1 : 0));
@@ -126,17 +126,17 @@ void giveProcess(Peer& bus, const Message& open) {
 
 /// Hands out an end whose other end says that and then closes.
 FakeService::Opening lineThatSays(const std::string& words) {
-  return [words](Peer& bus, const Message& open, Peer& hatch) {
+  return [words](Peer& bus, const Message& open, Peer& handover) {
     auto [ours, theirs] = socketPair();
     Peer(std::move(ours)).send(words);
-    hand(hatch, theirs.get());
+    hand(handover, theirs.get());
     giveProcess(bus, open);
   };
 }
 
 FakeService::Opening handing(OwnedDescriptor (*make)()) {
-  return [make](Peer& bus, const Message& open, Peer& hatch) {
-    hand(hatch, make().get());
+  return [make](Peer& bus, const Message& open, Peer& handover) {
+    hand(handover, make().get());
     giveProcess(bus, open);
   };
 }
@@ -146,30 +146,30 @@ TEST_F(HostileOpening, ByAServiceLeavesTheClientOnTheBus) {
       {"error", [](Peer& bus, const Message& open,
                    Peer&) { bus.send(Message::replyTo(open, wire::Type::Error)); }},
       {"refused text",
-       [](Peer& bus, const Message& open, Peer& hatch) {
-         hand(hatch, halfOfAPair().get());
+       [](Peer& bus, const Message& open, Peer& handover) {
+         hand(handover, halfOfAPair().get());
          bus.send(Message::replyTo(open).with("s", Writer().text("\xEF\xBF\xBE").bytes()));
        }},
       {"no process",
-       [](Peer& bus, const Message& open, Peer& hatch) {
-         hand(hatch, halfOfAPair().get());
+       [](Peer& bus, const Message& open, Peer& handover) {
+         hand(handover, halfOfAPair().get());
          bus.send(Message::replyTo(open));
        }},
       {"another process",
-       [](Peer& bus, const Message& open, Peer& hatch) {
-         hand(hatch, halfOfAPair().get());
+       [](Peer& bus, const Message& open, Peer& handover) {
+         hand(handover, halfOfAPair().get());
          bus.send(processReply(open, 1));
        }},
       {"no end", [](Peer& bus, const Message& open, Peer&) { giveProcess(bus, open); }},
       {"byte without an end",
-       [](Peer& bus, const Message& open, Peer& hatch) {
-         hatch.send("x");
+       [](Peer& bus, const Message& open, Peer& handover) {
+         handover.send("x");
          giveProcess(bus, open);
        }},
       {"many ends",
-       [](Peer& bus, const Message& open, Peer& hatch) {
+       [](Peer& bus, const Message& open, Peer& handover) {
          const OwnedDescriptor end = halfOfAPair();
-         hatch.send("x", std::vector<int>(253, end.get()));
+         handover.send("x", std::vector<int>(253, end.get()));
          giveProcess(bus, open);
        }},
       {"file", handing(&file)},

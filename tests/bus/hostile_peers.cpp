@@ -31,7 +31,8 @@ std::pair<OwnedDescriptor, OwnedDescriptor> socketPair() {
 }
 
 FakeService::FakeService()
-    : FakeService([this](Peer&, const Message& open, Peer& hatch) { openLine(open, hatch); }) {}
+    : FakeService(
+          [this](Peer&, const Message& open, Peer& handover) { openLine(open, handover); }) {}
 
 FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().address())) {
   constexpr uint32_t kOrReplace = 1 | 2 | 4;  // and may be replaced itself, and does not queue
@@ -44,24 +45,24 @@ FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().ad
   });
   if (usesDirectLines()) {
     const auto open = bus_.receiveUntil(isCall);
-    Peer hatch(bus_.takeDescriptor());
-    opening(bus_, *open, hatch);
+    Peer handover(bus_.takeDescriptor());
+    opening(bus_, *open, handover);
   }
   client_ = client.get();
   if (client_ == nullptr) throw std::runtime_error("the client found no service");
 }
 
-void FakeService::openLine(const Message& open, Peer& hatch) {
+void FakeService::openLine(const Message& open, Peer& handover) {
   auto [ours, theirs] = socketPair();
-  hand(hatch, theirs.get());
+  hand(handover, theirs.get());
   theirs.reset();
   bus_.send(processReply(open, ::getpid()));
   line_.emplace(std::move(ours));
   if (!line_->welcome()) throw std::runtime_error("the client does not greet on its line");
 }
 
-void hand(Peer& hatch, int descriptor) {
-  hatch.send(std::string_view("\0", 1), std::array{descriptor});
+void hand(Peer& handover, int descriptor) {
+  handover.send(std::string_view("\0", 1), std::array{descriptor});
 }
 
 Message processReply(const Message& open, int32_t process) {

@@ -25,9 +25,9 @@ std::pair<OwnedDescriptor, OwnedDescriptor> socketPair();
 /// direct line, or through the bus.
 class FakeService {
  public:
-  /// What the service does with a client's wish for a line, whose hatch it is given.
+  /// What the service does with a client's wish for a line, whose handover it is given.
   using Opening =
-      std::function<void(wire::Peer& bus, const wire::Message& open, wire::Peer& hatch)>;
+      std::function<void(wire::Peer& bus, const wire::Message& open, wire::Peer& handover)>;
 
   /// Opens a line as a service does, if clients want lines.
   FakeService();
@@ -45,7 +45,7 @@ class FakeService {
   void answerWell(const wire::Message& call);
 
  private:
-  void openLine(const wire::Message& open, wire::Peer& hatch);
+  void openLine(const wire::Message& open, wire::Peer& handover);
 
   wire::Peer bus_;
   std::optional<wire::Peer> line_;
@@ -78,8 +78,8 @@ class FakeClient {
   std::optional<wire::Peer> line_;
 };
 
-/// Hands a descriptor through a line's hatch.
-void hand(wire::Peer& hatch, int descriptor);
+/// Hands a descriptor through a line's handover.
+void hand(wire::Peer& handover, int descriptor);
 /// The answer of a service that has opened a line.
 wire::Message processReply(const wire::Message& open, int32_t process);
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "platform/zqbus/codec.h"
-#include "platform/zqbus/descriptor_passing.h"
+#include "platform/zqbus/sdbus/codec.h"
+#include "platform/zqbus/sdbus/descriptor_passing.h"
 #include "tests/support/bus_world.h"
 
 namespace zq {
@@ -62,17 +62,17 @@ bool Stranger::call(const char* method) {
 }
 
 int Stranger::openLine() {
-  int hatch[2];
-  check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, hatch), "socketpair");
-  const int end = openLineOn(hatch[1]) ? receiveDescriptor(hatch[0]) : -1;
-  ::close(hatch[0]);
-  ::close(hatch[1]);
+  int handover[2];
+  check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, handover), "socketpair");
+  const int end = openLineOn(handover[1]) ? receiveDescriptor(handover[0]) : -1;
+  ::close(handover[0]);
+  ::close(handover[1]);
   return end;
 }
 
-bool Stranger::openLineOn(int hatch) {
+bool Stranger::openLineOn(int handover) {
   return sd_bus_call_method(bus_, kService, kPath, "org.zqbus.Direct", "Open", nullptr, nullptr,
-                            "h", hatch) >= 0;
+                            "h", handover) >= 0;
 }
 
 void Stranger::becomeMonitor() {

@@ -28,7 +28,7 @@ class Stranger {
   /// Asks the service for a direct line; the client's end of it, or negative when it refuses.
   int openLine();
   /// Hands the service that descriptor to send a line's end on. False when it refuses.
-  bool openLineOn(int hatch);
+  bool openLineOn(int handover);
   /// Sees everything that goes through the bus from now on: "interface.member" each.
   void becomeMonitor();
   /// What was seen up to a signal of that name.

@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "service/result.h"
-#include "service/test_page.h"
+#include "service/model/result.h"
+#include "service/model/test_page.h"
 #include "tests/service/cups_world.h"
 #include "tests/support/bus_world.h"
 

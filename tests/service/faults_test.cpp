@@ -1,4 +1,4 @@
-#include "service/faults.h"
+#include "service/bus/faults.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "service/method_table.h"
+#include "service/bus/method_table.h"
 
 #include <gtest/gtest.h>
 
-#include "service/call_log.h"
+#include "service/bus/call_log.h"
 
 namespace zq::devservice {
 namespace {

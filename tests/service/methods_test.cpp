@@ -1,7 +1,7 @@
 // The methods as calls reach them, without a bus.
-#include "service/methods.h"
+#include "service/bus/methods.h"
 
-#include "service/state.h"
+#include "service/scenario/state.h"
 #include "tests/service/test_world.h"
 
 namespace zq::devservice {

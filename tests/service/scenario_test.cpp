@@ -1,4 +1,4 @@
-#include "service/scenario.h"
+#include "service/scenario/scenario.h"
 
 #include <gtest/gtest.h>
 

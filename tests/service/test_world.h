@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "perix/records.h"
-#include "service/scenario.h"
-#include "service/world.h"
+#include "service/model/world.h"
+#include "service/scenario/scenario.h"
 
 namespace zq::devservice {
 

@@ -1,4 +1,4 @@
-#include "service/world.h"
+#include "service/model/world.h"
 
 #include "tests/service/test_world.h"
 

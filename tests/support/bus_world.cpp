@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/zqbus/sd_bus_open.h"
+#include "platform/zqbus/sdbus/sd_bus_open.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {

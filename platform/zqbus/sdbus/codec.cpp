@@ -1,0 +1,373 @@
+#include "codec.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <span>
+#include <string_view>
+
+#include "platform/zqbus/memory_of.h"
+
+namespace zq {
+namespace {
+
+// D-Bus allows 255; sd-bus silently drops what it receives with exactly that many.
+constexpr std::size_t kMaxSignature = 254;
+constexpr std::size_t kMaxArray = std::size_t{64} << 20;
+constexpr std::size_t kMaxMessage = std::size_t{128} << 20;
+constexpr std::size_t kHeaderAllowance = 4096;
+// What an argument may need on the wire beside its content: length, signature, alignment.
+constexpr std::size_t kArgumentAllowance = 24;
+// Elements of a list take ten times as much memory as the least of them take on the wire.
+constexpr std::size_t kMaxArguments = std::size_t{1} << 20;
+// Room for as many arguments is made at once where a message begins with a list.
+constexpr std::size_t kListRoom = 128;
+
+/// Length of the UTF-8 sequence at `text`, 0 when there is none that every D-Bus library takes:
+/// surrogates, overlong forms and the code points that are no characters are out.
+std::size_t sequenceLength(const unsigned char* text, std::size_t left) {
+  const unsigned char lead = text[0];
+  const std::size_t length = lead < 0x80   ? 1
+                             : lead < 0xC2 ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF5 ? 4
+                                           : 0;
+  if (length <= 1 || length > left) return length > left ? 0 : length;
+  uint32_t point = lead & (0xFFU >> (length + 1));
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((text[i] & 0xC0) != 0x80) return 0;
+    point = point << 6 | (text[i] & 0x3F);
+  }
+  const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
+  const bool surrogate = point >= 0xD800 && point < 0xE000;
+  const bool noCharacter = (point & 0xFFFE) == 0xFFFE || (point >= 0xFDD0 && point <= 0xFDEF);
+  return overlong || surrogate || noCharacter || point > 0x10FFFF ? 0 : length;
+}
+
+bool fitsString(const std::string& text) {
+  const auto* at = reinterpret_cast<const unsigned char*>(text.data());
+  for (std::size_t left = text.size(); left > 0;) {
+    const std::size_t length = *at != 0 ? sequenceLength(at, left) : 0;
+    if (length == 0) return false;
+    at += length;
+    left -= length;
+  }
+  return true;
+}
+
+// --- Encoding -----------------------------------------------------------------------------------
+
+/// The D-Bus type of an argument.
+const char* signatureOf(const ZQBusArgument& argument) {
+  struct {
+    const char* operator()(std::monostate) const { return nullptr; }
+    const char* operator()(uint16_t) const { return "q"; }
+    const char* operator()(int32_t) const { return "i"; }
+    const char* operator()(int64_t) const { return "x"; }
+    const char* operator()(const std::string& text) const {
+      return fitsString(text) ? "s" : "(ay)";
+    }
+    const char* operator()(const ZQBusBytes&) const { return "ay"; }
+  } visitor;
+  return std::visit(visitor, argument);
+}
+
+struct Encoder {
+  sd_bus_message* to;
+
+  int operator()(std::monostate) const { return -EINVAL; }
+  int operator()(uint16_t value) const { return sd_bus_message_append_basic(to, 'q', &value); }
+  int operator()(int32_t value) const { return sd_bus_message_append_basic(to, 'i', &value); }
+  int operator()(int64_t value) const { return sd_bus_message_append_basic(to, 'x', &value); }
+  int operator()(const ZQBusBytes& bytes) const {
+    return sd_bus_message_append_array(to, 'y', bytes.data.get(), bytes.size);
+  }
+  int operator()(const std::string& text) const {
+    if (fitsString(text)) return sd_bus_message_append_basic(to, 's', text.c_str());
+    int result = sd_bus_message_open_container(to, 'r', "ay");
+    if (result >= 0) result = sd_bus_message_append_array(to, 'y', text.data(), text.size());
+    return result >= 0 ? sd_bus_message_close_container(to) : result;
+  }
+};
+
+using Arguments = std::span<const ZQBusArgument>;
+
+int encodeEach(Arguments arguments, sd_bus_message* to) {
+  for (const ZQBusArgument& argument : arguments) {
+    const int result = std::visit(Encoder{to}, argument);
+    if (result < 0) return result;
+  }
+  return 0;
+}
+
+int encodeBlocks(Arguments blocks, sd_bus_message* to) {
+  int result = sd_bus_message_open_container(to, 'a', "ay");
+  if (result >= 0) result = encodeEach(blocks, to);
+  return result >= 0 ? sd_bus_message_close_container(to) : result;
+}
+
+int encodeVariants(Arguments arguments, sd_bus_message* to) {
+  int result = sd_bus_message_open_container(to, 'a', "v");
+  for (const ZQBusArgument& argument : arguments) {
+    if (result >= 0) result = sd_bus_message_open_container(to, 'v', signatureOf(argument));
+    if (result >= 0) result = std::visit(Encoder{to}, argument);
+    if (result >= 0) result = sd_bus_message_close_container(to);
+    if (result < 0) return result;
+  }
+  return result >= 0 ? sd_bus_message_close_container(to) : result;
+}
+
+// --- Decoding -----------------------------------------------------------------------------------
+
+/// The blocks of one message, many to an allocation: they live and die together as a rule. They lie
+/// in their order, in which a processor fetches memory ahead of time.
+class BlockPool {
+ public:
+  /// Room for `size` bytes and a zero byte behind them.
+  ZQBusBytes take(std::size_t size) {
+    const std::size_t units = size / sizeof(Unit) + 1;
+    if (free_.size() < units) grow(units);
+    auto* const bytes = reinterpret_cast<uint8_t*>(free_.data());
+    free_ = free_.subspan(units);
+    bytes[size] = 0;
+    return {std::shared_ptr<uint8_t[]>(chunk_, bytes), static_cast<uint32_t>(size)};
+  }
+
+  ZQBusBytes copyOf(const void* content, std::size_t size) {
+    if (size == 0) return noBytes();
+    ZQBusBytes block = take(size);
+    std::memcpy(block.data.get(), content, size);
+    return block;
+  }
+
+ private:
+  using Unit = std::max_align_t;
+
+  static const ZQBusBytes& noBytes() {
+    static const auto* const none = new ZQBusBytes(ZQBusBytes::uninitialized(0));
+    return *none;
+  }
+
+  /// Chunks double, so that what is not used is never more than what is.
+  void grow(std::size_t units) {
+    const std::size_t size = std::max(units, nextUnits_);
+    nextUnits_ = std::min(2 * size, kMaxChunkUnits);
+    chunk_ = std::make_shared_for_overwrite<Unit[]>(size);
+    free_ = {chunk_.get(), size};
+  }
+
+  static constexpr std::size_t kMaxChunkUnits = (std::size_t{32} << 10) / sizeof(Unit);
+  std::size_t nextUnits_ = 1;
+  std::shared_ptr<Unit[]> chunk_;
+  std::span<Unit> free_;  // what is left of the chunk
+};
+
+/// Reads the arguments of a message up to the first that cannot be read: sd-bus does not advance
+/// beyond that.
+class Decoder {
+ public:
+  Decoder(sd_bus_message* from, ZQBusMessage& to) : from_(from), to_(to) {}
+
+  int decode() {
+    if (holdsDescriptors(sd_bus_message_get_signature(from_, 1))) return -EBADMSG;
+    return sd_bus_message_has_signature(from_, "av") > 0 ? decodeVariants() : decodeRest();
+  }
+
+ private:
+  /// Descriptors belong to no argument of ours, and a message that is kept would keep them.
+  static bool holdsDescriptors(const char* signature) {
+    return std::strchr(signature, SD_BUS_TYPE_UNIX_FD) != nullptr;
+  }
+
+  int decodeRest();
+  int decodeVariants();
+  int decodeBlocks();
+  int decodeArgument(char type, const char* contents);
+  int decodeText(char type);
+  int decodeTextOfAnyBytes();
+  template <typename Wire, typename Ours>
+  int decodeNumber(char type);
+  int readBlock(ZQBusBytes& block);
+  int readForeignBlock(ZQBusBytes& block);
+  int add(ZQBusArgument argument);
+
+  sd_bus_message* const from_;
+  ZQBusMessage& to_;
+  BlockPool blocks_;
+};
+
+int Decoder::add(ZQBusArgument argument) {
+  if (to_.argCount() >= kMaxArguments) return -EMSGSIZE;
+  to_.append(std::move(argument));
+  return 1;
+}
+
+template <typename Wire, typename Ours>
+int Decoder::decodeNumber(char type) {
+  Wire value{};
+  const int result = sd_bus_message_read_basic(from_, type, &value);
+  return result > 0 ? add(static_cast<Ours>(value)) : result;
+}
+
+int Decoder::decodeText(char type) {
+  const char* text = nullptr;
+  const int result = sd_bus_message_read_basic(from_, type, &text);
+  return result > 0 ? add(std::string(text)) : result;
+}
+
+/// sd-bus reads whole arrays of a message in this machine's byte order only.
+int Decoder::readForeignBlock(ZQBusBytes& block) {
+  int result = sd_bus_message_enter_container(from_, 'a', "y");
+  std::string content;
+  uint8_t byte = 0;
+  while (result > 0 && (result = sd_bus_message_read_basic(from_, 'y', &byte)) > 0) {
+    content.push_back(static_cast<char>(byte));
+  }
+  if (result >= 0) result = sd_bus_message_exit_container(from_);
+  block = blocks_.copyOf(content.data(), content.size());
+  return result;
+}
+
+int Decoder::readBlock(ZQBusBytes& block) {
+  const void* data = nullptr;
+  std::size_t size = 0;
+  const int result = sd_bus_message_read_array(from_, 'y', &data, &size);
+  if (result == -EOPNOTSUPP) return readForeignBlock(block);
+  if (result > 0) block = blocks_.copyOf(data, size);
+  return result;
+}
+
+int Decoder::decodeTextOfAnyBytes() {
+  ZQBusBytes bytes;
+  int result = sd_bus_message_enter_container(from_, 'r', "ay");
+  if (result > 0) result = readBlock(bytes);
+  if (result > 0) result = sd_bus_message_exit_container(from_);
+  return result > 0 ? add(std::string(bytes.view())) : result;
+}
+
+/// Reads the argument that is next, whose type is `type` with the element type `contents` when it
+/// is a container.
+int Decoder::decodeArgument(char type, const char* contents) {
+  switch (type) {
+    case 'q':
+      return decodeNumber<uint16_t, uint16_t>(type);
+    case 'i':
+      return decodeNumber<int32_t, int32_t>(type);
+    case 'x':
+      return decodeNumber<int64_t, int64_t>(type);
+    case 'y':
+      return decodeNumber<uint8_t, int32_t>(type);
+    case 'b':
+      return decodeNumber<int, int32_t>(type);
+    case 'n':
+      return decodeNumber<int16_t, int32_t>(type);
+    case 'u':
+      return decodeNumber<uint32_t, int32_t>(type);
+    case 't':
+      return decodeNumber<uint64_t, int64_t>(type);
+    case 's':
+    case 'o':
+    case 'g':
+      return decodeText(type);
+    case 'a':
+      if (std::strcmp(contents, "ay") == 0) return decodeBlocks();
+      if (std::strcmp(contents, "y") == 0) {
+        ZQBusBytes block;
+        const int result = readBlock(block);
+        return result > 0 ? add(std::move(block)) : result;
+      }
+      break;
+    case 'r':
+      if (std::strcmp(contents, "ay") == 0) return decodeTextOfAnyBytes();
+      break;
+    case 'v':
+      if (holdsDescriptors(contents)) return -EBADMSG;
+      break;
+    default:
+      break;
+  }
+  const int skipped = sd_bus_message_skip(from_, nullptr);
+  return skipped > 0 ? add(std::monostate{}) : skipped;
+}
+
+/// A list of blocks: each is an argument.
+int Decoder::decodeBlocks() {
+  int result = sd_bus_message_enter_container(from_, 'a', "ay");
+  if (to_.argCount() == 0) to_.reserve(kListRoom);
+  while (result > 0) {
+    const int end = sd_bus_message_at_end(from_, 0);
+    if (end != 0) {
+      result = end > 0 ? sd_bus_message_exit_container(from_) : end;
+      break;
+    }
+    ZQBusBytes block;
+    result = readBlock(block);
+    if (result > 0) result = add(std::move(block));
+  }
+  return result;
+}
+
+/// Every argument up to the end of the message, or of the container that was entered. 0 at the end.
+int Decoder::decodeRest() {
+  char type = 0;
+  const char* contents = nullptr;
+  int result = 0;
+  while ((result = sd_bus_message_peek_type(from_, &type, &contents)) > 0) {
+    result = decodeArgument(type, contents);
+    // Without progress the same argument would come again for ever.
+    if (result <= 0) return result < 0 ? result : -EBADMSG;
+  }
+  return result;
+}
+
+int Decoder::decodeVariants() {
+  int result = sd_bus_message_enter_container(from_, 'a', "v");
+  char type = 0;
+  const char* contents = nullptr;
+  while (result > 0 && (result = sd_bus_message_peek_type(from_, &type, &contents)) > 0) {
+    const std::string inner = contents;
+    if (holdsDescriptors(inner.c_str())) return -EBADMSG;
+    result = sd_bus_message_enter_container(from_, 'v', inner.c_str());
+    if (result > 0) result = decodeRest();
+    if (result == 0) result = sd_bus_message_exit_container(from_);
+  }
+  return result >= 0 ? sd_bus_message_exit_container(from_) : result;
+}
+
+}  // namespace
+
+int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
+  const Arguments all = from.arguments();
+  std::size_t leading = 0;    // those before the last run of blocks
+  std::size_t signature = 0;  // of them all, and
+  std::size_t head = 0;       // of the leading ones
+  std::size_t size = kHeaderAllowance;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    const char* type = signatureOf(all[i]);
+    if (type == nullptr) return -EINVAL;
+    const std::size_t content = contentSize(all[i]);
+    if (content > kMaxArray) return -EMSGSIZE;
+    signature += std::strlen(type);
+    size += content + kArgumentAllowance;
+    if (std::holds_alternative<ZQBusBytes>(all[i])) continue;
+    leading = i + 1;
+    head = signature;
+  }
+  if (signature <= kMaxSignature) return size > kMaxMessage ? -EMSGSIZE : encodeEach(all, to);
+  if (size > kMaxArray) return -EMSGSIZE;
+  if (head + std::strlen("aay") > kMaxSignature) return encodeVariants(all, to);
+  const int result = encodeEach(all.first(leading), to);
+  return result >= 0 ? encodeBlocks(all.subspan(leading), to) : result;
+}
+
+int decodeArguments(sd_bus_message* from, ZQBusMessage& to) noexcept try {
+  const int result = Decoder(from, to).decode();
+  to.shrinkToFit();
+  return std::min(result, 0);
+} catch (const std::exception&) {
+  return -ENOMEM;
+}
+
+}  // namespace zq

@@ -1,0 +1,429 @@
+#include "connection_loop.h"
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <span>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "platform/util/library_thread.h"
+#include "platform/zqbus/bus_log.h"
+
+namespace zq {
+namespace {
+
+// After so many messages in a row a loop looks whether somebody wants the lock, or its work.
+constexpr int kFairAfter = 32;
+constexpr std::chrono::milliseconds kFairWait{1};
+constexpr std::chrono::milliseconds kFlushPatience{1000};
+constexpr std::chrono::hours kLongestSleep{1};
+constexpr uint64_t kNever = UINT64_MAX;
+constexpr uint32_t kHungUp = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
+
+void signalEvent(int descriptor) {
+  const uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = ::write(descriptor, &one, sizeof one);
+}
+
+uint64_t busTimeout(sd_bus* bus) {
+  uint64_t timeout = kNever;
+  return sd_bus_get_timeout(bus, &timeout) >= 0 ? timeout : kNever;
+}
+
+/// A time in sd-bus's terms: microseconds of the steady clock, never before it.
+uint64_t busTime(ConnectionLoop::Clock::time_point time) {
+  using std::chrono::microseconds;
+  if (time == ConnectionLoop::Clock::time_point::max()) return kNever;
+  return static_cast<uint64_t>(ceil<microseconds>(time.time_since_epoch()).count());
+}
+
+/// How long a sleep may last that must end at `timeout` (sd-bus's time: microseconds of the steady
+/// clock) and at `deadline`, rounded up.
+int sleepMilliseconds(uint64_t timeout, ConnectionLoop::Clock::time_point deadline) {
+  using namespace std::chrono;
+  if (timeout == 0) return 0;
+  if (timeout == kNever && deadline == ConnectionLoop::Clock::time_point::max()) return -1;
+  const auto now = ConnectionLoop::Clock::now();
+  auto end = std::min(deadline, now + kLongestSleep);
+  if (timeout < kNever)
+    end = std::min(end, ConnectionLoop::Clock::time_point(microseconds(timeout)));
+  return static_cast<int>(std::max(ceil<milliseconds>(end - now), milliseconds(0)).count());
+}
+
+void drainEvent(int descriptor) {
+  uint64_t count;
+  [[maybe_unused]] const ssize_t taken = ::read(descriptor, &count, sizeof count);
+}
+
+void control(int epoll, int operation, int descriptor, uint32_t events) {
+  epoll_event event{};
+  event.events = events;
+  event.data.fd = descriptor;
+  ::epoll_ctl(epoll, operation, descriptor, &event);
+}
+
+/// Whether a connection holds bytes that were not read.
+bool holdsBytes(int descriptor) {
+  int bytes = 0;
+  return ::ioctl(descriptor, FIONREAD, &bytes) != 0 || bytes > 0;
+}
+
+}  // namespace
+
+ConnectionLoop::ConnectionLoop(SdBus bus, Listener& listener, std::function<void()> work,
+                               WhileWorking whileWorking)
+    : bus_(std::move(bus)),
+      listener_(listener),
+      work_(std::move(work)),
+      whileWorking_(whileWorking),
+      edge_(whileWorking == WhileWorking::Read ? EPOLLET : 0U),
+      busDescriptor_(sd_bus_get_fd(bus_.get())),
+      leaderEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      threadEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
+  control(epoll_, EPOLL_CTL_ADD, busDescriptor_, edge_);
+  control(epoll_, EPOLL_CTL_ADD, threadEvent_, EPOLLIN | edge_);
+}
+
+ConnectionLoop::~ConnectionLoop() {
+  bus_.reset();
+  ::close(epoll_);
+  ::close(threadEvent_);
+  ::close(leaderEvent_);
+}
+
+int ConnectionLoop::start() {
+  if (leaderEvent_ < 0 || threadEvent_ < 0 || epoll_ < 0) return -EMFILE;
+  try {
+    threads_ = 1;
+    startThread();
+  } catch (const std::system_error&) {
+    threads_ = 0;
+    return -EAGAIN;
+  }
+  return 0;
+}
+
+void ConnectionLoop::closeAll(const std::vector<ConnectionLoop*>& readers) {
+  std::vector<ConnectionLoop*> open;
+  for (ConnectionLoop* const loop : readers) {
+    const Hold hold(*loop);
+    loop->closed_ = true;
+    signalEvent(loop->threadEvent_);
+    if (!std::exchange(loop->lost_, true)) open.push_back(loop);
+  }
+  const auto deadline = Clock::now() + kFlushPatience;
+  std::vector<pollfd> full;
+  do {
+    full.clear();
+    for (ConnectionLoop* const loop : open) {
+      if (loop->sendMore()) full.push_back({loop->busDescriptor_, POLLOUT, 0});
+    }
+  } while (!full.empty() && Clock::now() < deadline &&
+           ::poll(full.data(), full.size(), sleepMilliseconds(kNever, deadline)) > 0);
+  for (ConnectionLoop* const loop : open) {
+    const Hold hold(*loop);
+    loop->closeBus();
+  }
+}
+
+void ConnectionLoop::closeBus() {
+  // By hand: a child that was forked off may have a copy of the socket, which keeps it watched.
+  control(epoll_, EPOLL_CTL_DEL, busDescriptor_, 0);
+  sd_bus_close(bus_.get());
+}
+
+void ConnectionLoop::join() {
+  Lock lock(mutex_);
+  allEnded_.wait(lock, [this] { return threads_ == 0; });
+}
+
+/// Sends what there is room for. Whether there is more.
+bool ConnectionLoop::sendMore() {
+  const Hold hold(*this);
+  return hasUnsent() && processBus() >= 0 && hasUnsent();
+}
+
+bool ConnectionLoop::hasUnsent() const {
+  uint64_t unsent = 0;
+  return sd_bus_get_n_queued_write(bus_.get(), &unsent) >= 0 && unsent > 0;
+}
+
+// --- The lock ------------------------------------------------------------------------------------
+
+ConnectionLoop::Hold::Hold(ConnectionLoop& loop) : loop_(loop), lock_(loop.enter()) {}
+
+ConnectionLoop::Hold::~Hold() {
+  loop_.unlockAndWake(lock_);
+}
+
+ConnectionLoop::Lock ConnectionLoop::enter() {
+  entering_.fetch_add(1, std::memory_order_relaxed);
+  Lock lock(mutex_);
+  if (entering_.fetch_sub(1, std::memory_order_relaxed) == 1) entered_.notify_all();
+  return lock;
+}
+
+/// A mutex is not fair: one who gives it up only to take it again keeps it for himself.
+void ConnectionLoop::letOthersIn(Lock& lock) {
+  inARow_ = 0;
+  lock.unlock();
+  std::this_thread::yield();  // to those that wake up, who do not say that they enter
+  lock.lock();
+  entered_.wait_for(lock, kFairWait,
+                    [this] { return entering_.load(std::memory_order_relaxed) == 0; });
+}
+
+void ConnectionLoop::unlockAndWake(Lock& lock) {
+  std::vector<std::shared_ptr<Waiter>> woken;
+  woken.swap(toWake_);
+  lock.unlock();
+  for (const auto& waiter : woken) waiter->wake.notify_one();
+}
+
+// --- Reading -------------------------------------------------------------------------------------
+
+/// sd_bus_process(), negative too when the connection is at its end. A connection that a send found
+/// broken is left alone: sd-bus would close the socket, which is still in the epoll set.
+int ConnectionLoop::processBus() {
+  sd_bus* const bus = bus_.get();
+  if (sd_bus_is_open(bus) <= 0) return -ECONNRESET;
+  const int result = sd_bus_process(bus, nullptr);
+  return sd_bus_is_open(bus) > 0 ? result : -ECONNRESET;
+}
+
+/// One step of whoever has the role. Under the lock, which is given up in between.
+void ConnectionLoop::processOne(Lock& lock) {
+  const int result = processBus();
+  if (result < 0) {
+    loseConnection();
+  } else {
+    unread_ = result > 0;
+    ++inARow_;
+    // What came along with the end of the handshake lies in sd-bus, where no descriptor tells of
+    // it.
+    if (!settled_) settled_ = result == 0 && sd_bus_is_ready(bus_.get()) > 0;
+    if (!hasUnsent()) listener_.onAllSent();
+    tellDeadline();
+  }
+  if (!toWake_.empty()) {
+    unlockAndWake(lock);
+    lock.lock();
+  }
+  if (inARow_ >= kFairAfter) letOthersIn(lock);
+}
+
+void ConnectionLoop::tellDeadline() {
+  const auto deadline = listener_.nextDeadline();
+  if (deadline == Clock::time_point::max()) return;
+  if (const auto now = Clock::now(); deadline <= now) listener_.onDeadline(now);
+}
+
+/// When a sleep must end by itself, in sd-bus's time.
+uint64_t ConnectionLoop::timeout() const {
+  return std::min(busTimeout(bus_.get()), busTime(listener_.nextDeadline()));
+}
+
+/// What to sleep towards on the bus.
+uint32_t ConnectionLoop::interest() const {
+  static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT);
+  return static_cast<uint32_t>(std::max(sd_bus_get_events(bus_.get()), 0));
+}
+
+void ConnectionLoop::afterSend() {
+  if (lost_) return;
+  const uint32_t events = interest();
+  const uint64_t end = timeout();
+  if (leader_ == nullptr) {
+    watch(events);
+    if (end < threadTimeout_) signalEvent(threadEvent_);
+  } else if (leaderEvents_ != 0 && (events != leaderEvents_ || end < leaderTimeout_)) {
+    signalEvent(leaderEvent_);
+  }
+}
+
+void ConnectionLoop::complete(const std::shared_ptr<Waiter>& waiter) {
+  waiter->done = true;
+  if (waiter.get() != leader_) {
+    toWake_.push_back(waiter);
+  } else if (leaderEvents_ != 0) {
+    signalEvent(leaderEvent_);
+  }
+}
+
+void ConnectionLoop::loseConnection() {
+  lost_ = true;
+  listener_.onConnectionLost();
+  closeBus();
+  for (const auto& follower : followers_) toWake_.push_back(follower);
+}
+
+// --- The loop's own threads --------------------------------------------------------------------
+
+void ConnectionLoop::startThread() {
+  startLibraryThread("zqbus-loop", [self = shared_from_this()] { self->run(); }).detach();
+}
+
+void ConnectionLoop::run() {
+  Lock lock(mutex_);
+  ++awake_;
+  while (!closed_ || workWanted_) {
+    readAsThread(lock);
+    if (workWanted_) {
+      work(lock);
+    } else if (!mayRead() && !closed_) {
+      sleepAsThread(lock);
+    }
+  }
+  --awake_;
+  signalEvent(threadEvent_);  // the other one has to end too
+  if (--threads_ == 0) allEnded_.notify_all();
+}
+
+void ConnectionLoop::readAsThread(Lock& lock) {
+  // What nobody reads meanwhile waits where it is, and not here.
+  const auto mustWorkFirst = [this] { return workWanted_ && whileWorking_ == WhileWorking::Wait; };
+  for (int read = 0; mayRead() && !mustWorkFirst() && read < kFairAfter; ++read) {
+    processOne(lock);
+    // As a rule there is one message, and asking for a second costs more than looking whether there
+    // is one. A level-triggered set tells by itself.
+    if (inARow_ == 1 && settled_ && !hungUp_ && mayRead())
+      unread_ = edge_ != 0 && holdsBytes(busDescriptor_);
+  }
+}
+
+void ConnectionLoop::work(Lock& lock) {
+  workWanted_ = false;
+  if (whileWorking_ == WhileWorking::Read) {
+    try {
+      if (threads_ == 1 && !closed_) {
+        startThread();
+        threads_ = 2;
+      }
+    } catch (const std::system_error& error) {
+      busLog(std::string("no thread to read while callbacks run: ") + error.what());
+    }
+    if (mayRead()) signalEvent(threadEvent_);
+  }
+  --awake_;
+  lock.unlock();
+  work_();
+  lock = enter();
+  ++awake_;
+}
+
+void ConnectionLoop::sleepAsThread(Lock& lock) {
+  threadTimeout_ = kNever;
+  if (leader_ == nullptr && !lost_) {
+    watch(interest());
+    threadTimeout_ = timeout();
+  }
+  const int longest = sleepMilliseconds(threadTimeout_, Clock::time_point::max());
+  --awake_;
+  lock.unlock();
+  std::array<epoll_event, 2> events;
+  const int count = ::epoll_wait(epoll_, events.data(), events.size(), longest);
+  lock.lock();
+  ++awake_;
+  inARow_ = 0;
+  if (count <= 0) unread_ = true;  // a time that sd-bus is to look at
+  for (const epoll_event& event : std::span(events).first(std::max(count, 0))) {
+    if (event.data.fd == threadEvent_) {
+      drainEvent(threadEvent_);
+      continue;
+    }
+    unread_ = true;
+    if ((event.events & kHungUp) != 0) hungUp_ = true;
+  }
+}
+
+/// Sets what wakes a thread. What is there already does so at once.
+void ConnectionLoop::watch(uint32_t events) {
+  if (events == watched_ || lost_) return;
+  control(epoll_, EPOLL_CTL_MOD, busDescriptor_, edge_ | (events == 0 ? 0 : events | EPOLLRDHUP));
+  watched_ = events;
+}
+
+void ConnectionLoop::requestWork() {
+  workWanted_ = true;
+  if (awake_ == 0) signalEvent(threadEvent_);
+}
+
+// --- Callers that wait ---------------------------------------------------------------------------
+
+ConnectionLoop::Turn::Turn(ConnectionLoop& loop, std::shared_ptr<Waiter> waiter)
+    : loop_(loop), waiter_(std::move(waiter)), lock_(loop.enter()) {
+  if (loop_.leader_ != nullptr) {
+    loop_.followers_.push_back(waiter_);
+    return;
+  }
+  loop_.leader_ = waiter_.get();
+  loop_.watch(0);
+}
+
+ConnectionLoop::Turn::~Turn() {
+  loop_.leave(waiter_);
+  loop_.unlockAndWake(lock_);
+}
+
+void ConnectionLoop::Turn::waitUntil(Clock::time_point deadline) {
+  if (loop_.leader_ != waiter_.get()) loop_.afterSend();
+  // The other end of a line may well have run, and have answered, while this one sent. A bus has
+  // others to ask first.
+  if (sd_bus_is_bus_client(loop_.bus()) == 0) loop_.unread_ = true;
+  while (!waiter_->done && !loop_.lost_ && Clock::now() < deadline) {
+    if (loop_.leader_ != waiter_.get()) {
+      waiter_->wake.wait_until(lock_, deadline);
+    } else if (loop_.unread_) {
+      loop_.processOne(lock_);
+    } else {
+      loop_.sleepAsLeader(lock_, deadline);
+    }
+  }
+}
+
+void ConnectionLoop::sleepAsLeader(Lock& lock, Clock::time_point deadline) {
+  leaderEvents_ = interest();
+  leaderTimeout_ = timeout();
+  pollfd polled[] = {{busDescriptor_, static_cast<short>(leaderEvents_), 0},
+                     {leaderEvent_, POLLIN, 0}};
+  lock.unlock();
+  ::poll(polled, 2, sleepMilliseconds(leaderTimeout_, deadline));
+  if (polled[1].revents != 0) drainEvent(leaderEvent_);
+  lock.lock();
+  leaderEvents_ = 0;
+  inARow_ = 0;
+  unread_ = true;
+}
+
+/// Gives the role on: to a follower that still waits, else back to the threads.
+void ConnectionLoop::leave(const std::shared_ptr<Waiter>& waiter) {
+  if (leader_ != waiter.get()) {
+    std::erase(followers_, waiter);
+    return;
+  }
+  leader_ = nullptr;
+  const auto next = std::find_if(followers_.begin(), followers_.end(),
+                                 [](const auto& follower) { return !follower->done; });
+  if (next != followers_.end()) {
+    leader_ = next->get();
+    toWake_.push_back(*next);
+    followers_.erase(next);
+    return;
+  }
+  if (lost_) return;
+  unread_ = !settled_;  // else watching tells of what is there
+  watch(interest());
+  // What is left in sd-bus's own queue, and a timeout earlier than the one the threads sleep
+  // towards, show on no descriptor.
+  if (unread_ || timeout() < threadTimeout_) signalEvent(threadEvent_);
+}
+
+}  // namespace zq

@@ -1,0 +1,110 @@
+#include "sd_bus_open.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/zqbus/bus_log.h"
+
+namespace zq {
+namespace {
+
+std::string variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+/// A path as D-Bus addresses hold it.
+std::string escaped(const std::string& path) {
+  std::string result;
+  for (const unsigned char character : path) {
+    if (std::isalnum(character) != 0 || std::strchr("-_/.\\*", character) != nullptr) {
+      result += static_cast<char>(character);
+    } else {
+      char code[4];
+      std::snprintf(code, sizeof code, "%%%02x", static_cast<unsigned>(character));
+      result += code;
+    }
+  }
+  return result;
+}
+
+/// Not sd_bus_open_user(), which starts the connection before descriptors can be refused.
+std::string busAddress() {
+  for (const char* name : {"ZQBUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS"}) {
+    if (std::string address = variable(name); !address.empty()) return address;
+  }
+  const std::string directory = variable("XDG_RUNTIME_DIR");
+  return directory.empty() ? "" : "unix:path=" + escaped(directory) + "/bus";
+}
+
+int start(SdBus& bus, Descriptors descriptors) {
+  const std::string address = busAddress();
+  if (address.empty()) return -ENOENT;
+  sd_bus* opened = nullptr;
+  int result = sd_bus_new(&opened);
+  bus.reset(opened);
+  if (result >= 0) result = sd_bus_set_address(opened, address.c_str());
+  if (result >= 0) result = sd_bus_set_bus_client(opened, 1);
+  if (result >= 0) result = sd_bus_negotiate_fds(opened, descriptors == Descriptors::Carried);
+  return result >= 0 ? sd_bus_start(opened) : result;
+}
+
+}  // namespace
+
+int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
+  using namespace std::chrono;
+  for (;;) {
+    int result = sd_bus_process(bus, nullptr);
+    if (result < 0) return result;
+    const bool ready = sd_bus_is_ready(bus) > 0;
+    if (ready && result == 0) return 0;
+    const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
+    if (left <= microseconds(0)) return ready ? 0 : -ETIMEDOUT;
+    if (result > 0) continue;  // once ready too: no thread is woken for what comes along
+    result = sd_bus_wait(bus, static_cast<uint64_t>(left.count()));
+    if (result < 0 && result != -EINTR) return result;
+  }
+}
+
+bool isFromBus(sd_bus_message* message) {
+  const char* sender = sd_bus_message_get_sender(message);
+  return sender != nullptr && std::strcmp(sender, kBusName) == 0;
+}
+
+void logRefusal(sd_bus_message* answer) {
+  if (const sd_bus_error* error = sd_bus_message_get_error(answer)) {
+    busLog(std::string("the bus refused a subscription: ") +
+           (error->message != nullptr ? error->message : error->name));
+  }
+}
+
+SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument) {
+  sd_bus_message* made = nullptr;
+  int result = sd_bus_message_new_method_call(bus, &made, kBusName, kBusPath, kBusName, method);
+  SdBusMessage call(made);
+  if (result >= 0) result = sd_bus_message_append_basic(made, 's', argument);
+  return result >= 0 ? std::move(call) : nullptr;
+}
+
+SdBus openSdBus(std::chrono::steady_clock::time_point deadline, Descriptors descriptors,
+                std::string& error) {
+  SdBus bus;
+  int result = start(bus, descriptors);
+  if (result >= 0) result = waitReady(bus.get(), deadline);
+  if (result >= 0) return bus;
+  error = std::string("cannot connect to the bus: ") + std::strerror(-result);
+  return nullptr;
+}
+
+std::string serviceName(const std::string& service) {
+  return "org.zqbus." + service;
+}
+
+std::string servicePath(const std::string& service) {
+  return "/org/zqbus/" + service;
+}
+
+}  // namespace zq

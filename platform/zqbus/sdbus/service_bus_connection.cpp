@@ -1,0 +1,215 @@
+#include "service_bus_connection.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <future>
+#include <utility>
+
+#include "call_stub.h"
+#include "platform/zqbus/bus_log.h"
+#include "platform/zqbus/time_limit.h"
+#include "sd_bus_open.h"
+#include "spare_descriptors.h"
+
+namespace zq {
+namespace {
+
+constexpr uint32_t kDoNotQueue = 4;
+constexpr uint32_t kPrimaryOwner = 1;
+constexpr uint32_t kAlreadyOwner = 4;
+
+int claimResult(sd_bus_message* reply) {
+  uint32_t outcome = 0;
+  if (reply == nullptr) return -ETIMEDOUT;
+  if (const int error = sd_bus_message_get_errno(reply); error > 0) return -error;
+  if (sd_bus_message_read(reply, "u", &outcome) <= 0) return -EBADMSG;
+  return outcome == kPrimaryOwner || outcome == kAlreadyOwner ? 0 : -EEXIST;
+}
+
+bool holdsDescriptors(sd_bus_message* call) {
+  return std::strchr(sd_bus_message_get_signature(call, 1), SD_BUS_TYPE_UNIX_FD) != nullptr;
+}
+
+}  // namespace
+
+/// The wish of a client for a direct line.
+struct ServiceBusConnection::LineRequest {
+  explicit LineRequest(sd_bus_message* call) : stub(stubOf(call)) {
+    int passed = -1;
+    if (sd_bus_message_read_basic(call, SD_BUS_TYPE_UNIX_FD, &passed) > 0) {
+      handover = ::fcntl(passed, F_DUPFD_CLOEXEC, 3);
+    }
+  }
+  ~LineRequest() {
+    if (handover >= 0) ::close(handover);
+  }
+  LineRequest(const LineRequest&) = delete;
+  LineRequest& operator=(const LineRequest&) = delete;
+
+  SdBusMessage stub;
+  int handover = -1;
+};
+
+class ServiceBusConnection::Claim : public PendingCall {
+ public:
+  explicit Claim(bool& claimed) : claimed_(claimed) {}
+  void onOutcome(sd_bus_message* reply) override {
+    const int outcome = claimResult(reply);
+    claimed_ = outcome >= 0;
+    result.set_value(outcome);
+  }
+  std::promise<int> result;
+
+ private:
+  bool& claimed_;
+};
+
+/// Whether a client is still there that was asked for.
+class ServiceBusConnection::Presence : public PendingCall {
+ public:
+  Presence(ServiceBusConnection& connection, std::string name)
+      : endpoint_(connection), name_(std::move(name)) {}
+  void onOutcome(sd_bus_message* reply) override {
+    int isThere = 0;
+    if (reply == nullptr || sd_bus_message_read(reply, "b", &isThere) <= 0 || isThere == 0) {
+      endpoint_.forgetClient(name_);
+    }
+  }
+
+ private:
+  ServiceBusConnection& endpoint_;
+  const std::string name_;
+};
+
+ServiceBusConnection::ServiceBusConnection(Owner& owner, std::shared_ptr<ServedObject> object,
+                                           SdBus connection, OpenLine openLine)
+    : ServiceConnection(owner, std::move(object), std::move(connection), "", Backlog::Unbounded),
+      openLine_(std::move(openLine)) {}
+
+int ServiceBusConnection::claimName(ConnectionLoop::Clock::time_point deadline) {
+  const auto claim = std::make_shared<Claim>(claimed_);
+  auto result = claim->result.get_future();
+  {
+    const ConnectionLoop::Hold hold(loop());
+    const SdBusMessage call = newBusCall(loop().bus(), "RequestName", object().interface.c_str());
+    if (call == nullptr) return -ENOMEM;
+    int asked = sd_bus_message_append_basic(call.get(), 'u', &kDoNotQueue);
+    if (asked >= 0) asked = calls().send(loop().bus(), call.get(), claim, deadline);
+    if (asked < 0) return asked;
+    loop().afterSend();
+  }
+  return result.get();
+}
+
+// --- Calls ---------------------------------------------------------------------------------------
+
+void ServiceBusConnection::onCall(sd_bus_message* call) {
+  // A bus names the sender of every message. Without a name there is nobody to ask the daemon
+  // about.
+  if (sd_bus_message_get_sender(call) == nullptr) return;
+  if (!claimed_) return refuse(call, SD_BUS_ERROR_SERVICE_UNKNOWN, "the service has no name yet");
+  if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectOpen) > 0) return onOpen(call);
+  if (holdsDescriptors(call)) {
+    return refuse(call, SD_BUS_ERROR_INVALID_ARGS, "descriptors are not taken");
+  }
+  if (clients_.contains(std::string_view(sd_bus_message_get_sender(call)))) return receive(call);
+  const std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(call), SdBusRelease());
+  checkSender(call, kept, [this, call] {
+    noteClient(sd_bus_message_get_sender(call));
+    receive(call);
+  });
+}
+
+void ServiceBusConnection::checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept,
+                                       Trusted trusted) {
+  const char* sender = sd_bus_message_get_sender(call);
+  const auto verdict = [kept = std::move(kept), trusted = std::move(trusted)](bool isTrusted) {
+    if (isTrusted) return trusted();
+    refuse(kept.get(), SD_BUS_ERROR_ACCESS_DENIED, "the service belongs to another user");
+  };
+  if (!hasSpareDescriptors() || !trust_.check(loop().bus(), sender, verdict)) {
+    refuse(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls wait for their senders' check");
+  }
+}
+
+void ServiceBusConnection::onOpen(sd_bus_message* call) {
+  if (sd_bus_message_has_signature(call, "h") <= 0) {
+    return refuse(call, SD_BUS_ERROR_INVALID_ARGS, "Open takes one descriptor");
+  }
+  const auto request = std::make_shared<LineRequest>(call);
+  if (request->stub == nullptr) return refuse(call, SD_BUS_ERROR_NO_MEMORY, "no memory");
+  const std::shared_ptr<sd_bus_message> kept(request, request->stub.get());
+  checkSender(call, kept, [this, request] {
+    requests_.push_back(request);
+    loop().requestWork();
+  });
+}
+
+void ServiceBusConnection::doMore() {
+  std::vector<std::shared_ptr<LineRequest>> requests;
+  {
+    const ConnectionLoop::Hold hold(loop());
+    requests.swap(requests_);
+  }
+  for (auto& request : requests) {
+    answerRequest(*request);
+    const ConnectionLoop::Hold hold(loop());
+    request.reset();
+  }
+}
+
+void ServiceBusConnection::answerRequest(const LineRequest& request) {
+  const int opened = openLine_(request.handover, sd_bus_message_get_sender(request.stub.get()));
+  const ConnectionLoop::Hold hold(loop());
+  if (opened >= 0) {
+    sd_bus_reply_method_return(request.stub.get(), "i", static_cast<int32_t>(::getpid()));
+  } else {
+    sd_bus_reply_method_errnof(request.stub.get(), -opened, "no direct line: %s",
+                               std::strerror(-opened));
+  }
+  loop().afterSend();
+}
+
+// --- Clients -------------------------------------------------------------------------------------
+
+void ServiceBusConnection::noteClient(const std::string& name) {
+  if (!clients_.insert(name).second) return;
+  hasClients_ = true;
+  subscribe("AddMatch", name);
+  // It may have left before the bus was asked to tell.
+  const SdBusMessage call = newBusCall(loop().bus(), "NameHasOwner", name.c_str());
+  if (call == nullptr) return;
+  (void)calls().send(loop().bus(), call.get(), std::make_shared<Presence>(*this, name),
+                     ConnectionLoop::Clock::now() + kDefaultTimeout);
+}
+
+void ServiceBusConnection::forgetClient(const std::string& name) {
+  if (clients_.erase(name) == 0) return;
+  hasClients_ = !clients_.empty();
+  subscribe("RemoveMatch", name);
+}
+
+void ServiceBusConnection::subscribe(const char* method, const std::string& client) {
+  const std::string rule = std::string("type='signal',sender='") + kBusName + "',interface='" +
+                           kBusName + "',member='NameOwnerChanged',arg0='" + client + "',arg2=''";
+  const SdBusMessage call = newBusCall(loop().bus(), method, rule.c_str());
+  if (call == nullptr) return;
+  sd_bus_message_set_expect_reply(call.get(), 0);
+  sd_bus_send(loop().bus(), call.get(), nullptr);
+}
+
+void ServiceBusConnection::onSignal(sd_bus_message* signal) {
+  const char* name = nullptr;
+  const char* before = nullptr;
+  const char* after = nullptr;
+  if (!isFromBus(signal) || sd_bus_message_is_signal(signal, kBusName, "NameOwnerChanged") <= 0) {
+    return;
+  }
+  if (sd_bus_message_read(signal, "sss", &name, &before, &after) <= 0) return;
+  if (*after == '\0') forgetClient(name);
+}
+
+}  // namespace zq

@@ -1,0 +1,201 @@
+#include "service_connection.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "codec.h"
+#include "introspection.h"
+#include "platform/zqbus/bus_log.h"
+#include "platform/zqbus/memory_of.h"
+#include "received_call.h"
+#include "sd_bus_open.h"
+
+namespace zq {
+namespace {
+
+constexpr std::size_t kMaxUnsent = std::size_t{64} << 20;
+constexpr char kPeerInterface[] = "org.freedesktop.DBus.Peer";
+
+// The object stands in the tree that sd-bus shows. A filter hears the calls of it.
+int leaveToSdBus(sd_bus_message*, void*, sd_bus_error*) {
+  return 0;
+}
+
+}  // namespace
+
+ServiceConnection::ServiceConnection(Owner& owner, std::shared_ptr<ServedObject> object,
+                                     SdBus connection, std::string peer, Backlog backlog)
+    : owner_(owner),
+      object_(std::move(object)),
+      peer_(std::move(peer)),
+      backlog_(backlog),
+      loop_(std::make_shared<ConnectionLoop>(
+          std::move(connection), *this, [this] { work(); }, ConnectionLoop::WhileWorking::Wait)) {}
+
+int ServiceConnection::start() {
+  const ConnectionLoop::Hold hold(*loop_);
+  if (loop_->lost()) return -ECANCELED;
+  sd_bus* const bus = loop_->bus();
+  sd_bus_slot* slot = nullptr;
+  int result = sd_bus_add_filter(bus, &slot, &onMessage, this);
+  filter_.reset(slot);
+  if (result >= 0) {
+    result = sd_bus_add_object(bus, nullptr, object_->path.c_str(), &leaveToSdBus, nullptr);
+  }
+  return result >= 0 ? loop_->start() : result;
+}
+
+void ServiceConnection::stop(const std::vector<std::shared_ptr<ServiceConnection>>& all) {
+  std::vector<ConnectionLoop*> readers;
+  for (const auto& connection : all) {
+    const ConnectionLoop::Hold hold(*connection->loop_);
+    if (!connection->loop_->lost()) connection->sendHeldEvents();
+    readers.push_back(connection->loop_.get());
+  }
+  ConnectionLoop::closeAll(readers);
+  for (const auto& connection : all) connection->finish();
+}
+
+void ServiceConnection::finish() {
+  {
+    const ConnectionLoop::Hold hold(*loop_);
+    calls_.endIf([](const PendingCall&) { return true; });
+  }
+  loop_->join();
+  const ConnectionLoop::Hold hold(*loop_);
+  filter_.reset();
+  received_.clear();
+}
+
+// --- Receiving -----------------------------------------------------------------------------------
+
+int ServiceConnection::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
+  ServiceConnection& connection = *static_cast<ServiceConnection*>(userdata);
+  if (connection.calls_.take(message)) return 1;
+  uint8_t type = 0;
+  sd_bus_message_get_type(message, &type);
+  if (type == SD_BUS_MESSAGE_SIGNAL) connection.onSignal(message);
+  if (type != SD_BUS_MESSAGE_METHOD_CALL) return 1;
+  const char* interface = sd_bus_message_get_interface(message);
+  const bool ofAnybody =
+      interface != nullptr && (std::strcmp(interface, kPeerInterface) == 0 ||
+                               std::strcmp(interface, kIntrospectableInterface) == 0);
+  if (ofAnybody) return connection.onCallOfAnybody(message);
+  connection.onCall(message);
+  return 1;
+}
+
+/// Whether the service is there and which methods it has is no secret; sd-bus tells the rest of it.
+int ServiceConnection::onCallOfAnybody(sd_bus_message* call) {
+  const bool isOurs =
+      object_->path == sd_bus_message_get_path(call) &&
+      sd_bus_message_is_method_call(call, kIntrospectableInterface, kIntrospect) > 0;
+  return isOurs ? sd_bus_reply_method_return(call, "s", object_->introspection.c_str()) : 0;
+}
+
+void ServiceConnection::receive(sd_bus_message* call) {
+  const char* interface = sd_bus_message_get_interface(call);
+  if (object_->path != sd_bus_message_get_path(call)) {
+    return refuse(call, SD_BUS_ERROR_UNKNOWN_OBJECT, "no such object");
+  }
+  if (interface != nullptr && object_->interface != interface) {
+    return refuse(call, SD_BUS_ERROR_UNKNOWN_INTERFACE, "no such interface");
+  }
+  received_.emplace_back(sd_bus_message_ref(call));
+  loop_->requestWork();
+}
+
+void ServiceConnection::refuse(sd_bus_message* call, const char* error, const std::string& text) {
+  sd_bus_reply_method_errorf(call, error, "%s", text.c_str());
+}
+
+void ServiceConnection::onConnectionLost() {
+  calls_.endIf([](const PendingCall&) { return true; });
+  lossToTell_ = true;
+  loop_->requestWork();
+}
+
+std::shared_ptr<ReceivedCall> ServiceConnection::nextCall() {
+  const ConnectionLoop::Hold hold(*loop_);
+  while (!received_.empty()) {
+    SdBusMessage message = std::move(received_.front());
+    received_.pop_front();
+    if (auto call = ReceivedCall::read(shared_from_this(), std::move(message))) return call;
+  }
+  return nullptr;
+}
+
+void ServiceConnection::work() {
+  while (const auto call = nextCall()) {
+    owner_.handle(call);
+    call->keepForLater();
+  }
+  doMore();
+  bool tellLoss = false;
+  {
+    const ConnectionLoop::Hold hold(*loop_);
+    tellLoss = std::exchange(lossToTell_, false);
+  }
+  if (tellLoss) owner_.onLost(*this);
+}
+
+// --- Sending -------------------------------------------------------------------------------------
+
+void ServiceConnection::sendEvent(const std::string& event, const ZQBusMessage& content) {
+  const ConnectionLoop::Hold hold(*loop_);
+  if (loop_->lost()) return;
+  // One message for many events spares most of what an event costs, at both ends; but one that can
+  // leave at once does.
+  const bool behind = backlog_ == Backlog::Bounded && loop_->hasUnsent();
+  if (!behind || !heldEvents_.add(event, content)) {
+    sendHeldEvents();
+    sendSignal(object_->path.c_str(), object_->interface.c_str(), event.c_str(), content);
+  }
+}
+
+void ServiceConnection::sendHeldEvents() {
+  if (heldEvents_.empty()) return;
+  sendSignal(object_->path.c_str(), kDirectInterface, kDirectEvents, heldEvents_.take());
+}
+
+void ServiceConnection::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
+  const ConnectionLoop::Hold hold(*loop_);
+  if (!loop_->lost()) {
+    sendSignal(kBroadcastPath, kBroadcastInterface, event.c_str(), content);
+  }
+}
+
+void ServiceConnection::sendSignal(const char* path, const char* interface, const char* member,
+                                   const ZQBusMessage& content) {
+  sd_bus_message* signal = nullptr;
+  int result = sd_bus_message_new_signal(loop_->bus(), &signal, path, interface, member);
+  const SdBusMessage owned(signal);
+  if (result >= 0) result = encodeArguments(content, signal);
+  if (result >= 0) result = sd_bus_send(loop_->bus(), signal, nullptr);
+  if (result < 0) busLog(std::string("cannot send ") + member + ": " + std::strerror(-result));
+  afterSend(memoryOf(content));
+}
+
+void ServiceConnection::afterSend(std::size_t size) {
+  uint64_t waiting = 0;
+  sd_bus_get_n_queued_write(loop_->bus(), &waiting);
+  unsent_.push_back(size);
+  unsentSize_ += size;
+  for (; unsent_.size() > waiting; unsent_.pop_front()) unsentSize_ -= unsent_.front();
+  if (waiting == 0) return;
+  // One message may be as large as it likes; what piles up behind it may not.
+  if (backlog_ == Backlog::Bounded && waiting > 1 && unsentSize_ > kMaxUnsent) {
+    busLog("cut the direct line to " + peer_ + ": it does not read");
+    cut();
+  }
+  loop_->afterSend();
+}
+
+void ServiceConnection::cut() {
+  ::shutdown(sd_bus_get_fd(loop_->bus()), SHUT_RDWR);
+}
+
+}  // namespace zq

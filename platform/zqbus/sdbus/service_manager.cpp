@@ -1,0 +1,314 @@
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "client_bus_connection.h"
+#include "client_line.h"
+#include "platform/util/fork_generation.h"
+#include "platform/util/library_thread.h"
+#include "platform/zqbus/bus_log.h"
+#include "platform/zqbus/time_limit.h"
+#include "proxy_interface.h"
+#include "sd_bus_open.h"
+
+namespace zq {
+namespace {
+
+constexpr std::chrono::milliseconds kFirstReopenDelay{100};
+constexpr std::chrono::milliseconds kLongestReopenDelay{5000};
+constexpr int kReopenTimeoutMs = 5000;
+
+class ServiceManager : public ZQBusSerivceManager {
+ public:
+  static ServiceManager& instance();
+
+  /// The connection, made anew when it is lost; null when that fails, and in a forked child.
+  std::shared_ptr<ClientBusConnection> connect(int timeoutMs);
+
+  bool isServiceRegistered(const std::string& service) override;
+  std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string& service,
+                                                                ZQBusSecurityFlags flags,
+                                                                int version) override;
+  bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
+                        ZQBusSecurityFlags flags) override;
+  uint64_t droppedEvents() const override {
+    return isInherited() ? 0 : deliveries_.droppedEvents();
+  }
+  void waitForCallbacks() override {
+    if (!isInherited()) deliveries_.waitForRunning();
+  }
+
+ private:
+  struct Broadcast {
+    ClientConnection::Signal signal;
+    std::shared_ptr<ZQBusEventCallback> callback;
+    std::shared_ptr<ClientBusConnection> connection;  // of the subscription, which ends before it
+    std::unique_ptr<ClientConnection::Subscription> subscription;
+  };
+  /// A service that was reached on a direct line.
+  struct Line {
+    std::weak_ptr<ClientConnection> connection;
+    std::shared_ptr<Peer> peer;
+    pid_t process;
+  };
+
+  /// A thread's turn at connecting, which is empty when another thread's took until `deadline`.
+  class Turn {
+   public:
+    Turn(ServiceManager& manager, ClientConnection::Clock::time_point deadline);
+    ~Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    explicit operator bool() const { return taken_; }
+
+   private:
+    ServiceManager& manager_;
+    bool taken_ = false;
+  };
+
+  bool isInherited() const { return generation_ != forkGeneration(); }
+  std::shared_ptr<ClientBusConnection> current();
+  std::shared_ptr<ClientBusConnection> open(ClientConnection::Clock::time_point deadline);
+  void subscribe(const std::shared_ptr<Broadcast>& broadcast,
+                 const std::shared_ptr<ClientBusConnection>& connection,
+                 ClientConnection::Clock::time_point deadline);
+  void reopenInBackground();
+  void reopen();
+  std::string ownerOf(ClientBusConnection& connection, const std::string& service);
+  std::shared_ptr<ZQBusProxyInterface> useLine(const std::shared_ptr<ClientBusConnection>& bus,
+                                               DirectLine line, ClientConnection::Target target);
+  static void follow(ClientBusConnection& bus, const Line& line, const std::string& owner);
+
+  const int generation_ = forkGeneration();
+  DeliveryQueue deliveries_;
+  std::string lastError_;  // of the thread that connects
+  std::atomic<bool> reopening_ = false;
+  std::mutex mutex_;  // for what follows, never while anybody is asked
+  bool connecting_ = false;
+  std::condition_variable connected_;  // or not, when a thread has tried
+  std::shared_ptr<ClientBusConnection> connection_;
+  std::vector<std::shared_ptr<Broadcast>> broadcasts_;
+  std::map<std::string, Line> lines_;  // by service, the last
+};
+
+ServiceManager& ServiceManager::instance() {
+  // Never destroyed: its threads may be at work until the process ends. Not a static object of this
+  // function: a child that is forked while a thread makes that could never have it.
+  static std::atomic<ServiceManager*> manager = nullptr;
+  if (ServiceManager* const made = manager.load()) return *made;
+  auto* const made = new ServiceManager;
+  ServiceManager* first = nullptr;
+  if (manager.compare_exchange_strong(first, made)) return *made;
+  delete made;
+  return *first;
+}
+
+// --- The connection ------------------------------------------------------------------------------
+
+std::shared_ptr<ClientBusConnection> ServiceManager::current() {
+  const std::lock_guard lock(mutex_);
+  return connection_;
+}
+
+ServiceManager::Turn::Turn(ServiceManager& manager, ClientConnection::Clock::time_point deadline)
+    : manager_(manager) {
+  std::unique_lock lock(manager.mutex_);
+  taken_ = manager.connected_.wait_until(lock, deadline, [&] { return !manager.connecting_; });
+  if (taken_) manager.connecting_ = true;
+}
+
+ServiceManager::Turn::~Turn() {
+  if (!taken_) return;
+  const std::lock_guard lock(manager_.mutex_);
+  manager_.connecting_ = false;
+  manager_.connected_.notify_all();
+}
+
+std::shared_ptr<ClientBusConnection> ServiceManager::connect(int timeoutMs) {
+  if (isInherited()) return nullptr;
+  if (const auto now = current(); now != nullptr && !now->lost()) return now;
+  const std::chrono::milliseconds timeout =
+      timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
+  const auto deadline = withinTimeLimit(ClientConnection::Clock::now() + timeout);
+  const Turn turn(*this, deadline);
+  if (!turn) return nullptr;
+  if (const auto now = current(); now != nullptr && !now->lost()) return now;
+  return open(deadline);
+}
+
+/// Connects, and takes the subscriptions and the services on lines along. By one thread at a time.
+std::shared_ptr<ClientBusConnection> ServiceManager::open(
+    ClientConnection::Clock::time_point deadline) {
+  std::string error;
+  auto opened = ClientBusConnection::open(
+      deliveries_, deadline, [this] { reopenInBackground(); }, error);
+  if (opened == nullptr) {
+    if (error != std::exchange(lastError_, error)) busLog(error);
+    return nullptr;
+  }
+  lastError_.clear();
+  std::vector<std::shared_ptr<Broadcast>> broadcasts;
+  std::map<std::string, Line> lines;
+  std::shared_ptr<ClientBusConnection> before;
+  {
+    const std::lock_guard lock(mutex_);
+    before = std::exchange(connection_, opened);
+    broadcasts = broadcasts_;
+    lines = lines_;
+  }
+  for (const auto& broadcast : broadcasts) subscribe(broadcast, opened, deadline);
+  for (const auto& [service, line] : lines) follow(*opened, line, {});
+  if (before != nullptr) busLog("connected to the bus again");
+  return opened;
+}
+
+/// Broadcasts and the owners of names are to be heard again when the bus returns, whether or not
+/// anybody asks meanwhile.
+void ServiceManager::reopenInBackground() {
+  if (reopening_.exchange(true)) return;
+  try {
+    startLibraryThread("zqbus-reopen", [this] { reopen(); }).detach();
+  } catch (const std::system_error& error) {
+    reopening_ = false;
+    busLog(std::string("no thread to wait for the bus: ") + error.what());
+  }
+}
+
+void ServiceManager::reopen() {
+  for (auto delay = kFirstReopenDelay; connect(kReopenTimeoutMs) == nullptr;
+       delay = std::min(2 * delay, kLongestReopenDelay)) {
+    std::this_thread::sleep_for(delay);
+  }
+  reopening_ = false;
+  // A loss that was told before the line above started no thread.
+  if (current()->lost()) reopenInBackground();
+}
+
+// --- Services ------------------------------------------------------------------------------------
+
+bool ServiceManager::isServiceRegistered(const std::string& service) {
+  const auto connection = connect(-1);
+  return connection != nullptr && !ownerOf(*connection, service).empty();
+}
+
+/// The owner of a service's name, empty when nobody is there. The end of a direct line may be known
+/// here before the bus has heard of the process's death.
+std::string ServiceManager::ownerOf(ClientBusConnection& connection, const std::string& service) {
+  std::string owner = connection.ownerOf(service);
+  std::shared_ptr<Peer> known;
+  {
+    const std::lock_guard lock(mutex_);
+    if (const auto found = lines_.find(service); found != lines_.end()) known = found->second.peer;
+  }
+  const bool lineEnded = known != nullptr && known->gone && known->owner == owner;
+  if (lineEnded && !connection.mayBeAlive(owner)) owner.clear();
+  return owner;
+}
+
+std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
+    const std::string& service, ZQBusSecurityFlags flags, int) {
+  const auto connection = connect(-1);
+  if (connection == nullptr) return nullptr;
+  const std::string owner = ownerOf(*connection, service);
+  if (owner.empty()) return nullptr;
+  if (flags == ZQBusSecurityFlags::TrustedPeer && !connection->isTrusted(owner)) {
+    busLog("the owner of " + serviceName(service) + " is neither this user nor root");
+    return nullptr;
+  }
+  const auto onBus = connection->bind(service, owner);
+  ClientConnection::Target target{owner, servicePath(service), serviceName(service), onBus};
+  DirectLine line = openDirectLine(service, owner, deliveries_);
+  if (line.connection != nullptr) return useLine(connection, std::move(line), std::move(target));
+  return std::make_shared<ProxyInterface>(connection, std::move(target));
+}
+
+std::shared_ptr<ZQBusProxyInterface> ServiceManager::useLine(
+    const std::shared_ptr<ClientBusConnection>& bus, DirectLine line,
+    ClientConnection::Target target) {
+  const std::string service = target.peer->service;
+  target.destination.clear();
+  target.peer = line.connection->addPeer(service, target.peer->owner);
+  const Line used{line.connection, target.peer, line.process};
+  {
+    const std::lock_guard lock(mutex_);
+    lines_[service] = used;
+  }
+  follow(*bus, used, target.peer->owner);
+  return std::make_shared<ProxyInterface>(line.connection, std::move(target));
+}
+
+/// The end of a line is not the only end of its service: another process may take the name.
+void ServiceManager::follow(ClientBusConnection& bus, const Line& line, const std::string& owner) {
+  if (line.connection.expired()) return;
+  const std::string& service = line.peer->service;
+  bus.follow(service, line.process, owner, [connection = line.connection, service] {
+    const auto open = connection.lock();
+    if (open == nullptr) return;
+    busLog("another process owns " + serviceName(service) + ": its old line is cut");
+    open->cut();
+  });
+}
+
+// --- Broadcasts ----------------------------------------------------------------------------------
+
+bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallback* callback,
+                                      ZQBusSecurityFlags flags) {
+  if (callback == nullptr) return false;
+  const auto broadcast = std::make_shared<Broadcast>();
+  broadcast->callback.reset(callback);
+  if (isInherited()) return false;
+  broadcast->signal = {kBroadcastInterface, event, {}, flags == ZQBusSecurityFlags::TrustedPeer};
+  std::shared_ptr<ClientBusConnection> connection;
+  {
+    const std::lock_guard lock(mutex_);
+    broadcasts_.push_back(broadcast);
+    connection = connection_;
+  }
+  if (connection != nullptr) {
+    subscribe(broadcast, connection,
+              withinTimeLimit(ClientConnection::Clock::now() + kDefaultTimeout));
+  }
+  return true;
+}
+
+/// Whoever sets or replaces a connection subscribes what was there by then.
+void ServiceManager::subscribe(const std::shared_ptr<Broadcast>& broadcast,
+                               const std::shared_ptr<ClientBusConnection>& connection,
+                               ClientConnection::Clock::time_point deadline) {
+  Broadcast subscribed;
+  subscribed.connection = connection;
+  subscribed.subscription = connection->subscribe(
+      broadcast->signal,
+      [callback = broadcast->callback](std::shared_ptr<ZQBusMessage> message) {
+        (*callback)(std::move(message));
+      },
+      deadline);
+  const std::lock_guard lock(mutex_);
+  if (connection_ != connection) return;
+  broadcast->connection.swap(subscribed.connection);
+  broadcast->subscription.swap(subscribed.subscription);
+}
+
+std::atomic<ZQBusLogSink> logSink = nullptr;
+
+}  // namespace
+
+void setZQBusLogSink(ZQBusLogSink sink) {
+  logSink = sink;
+}
+
+void busLog(const std::string& line) {
+  if (const ZQBusLogSink sink = logSink) sink(line.c_str());
+}
+
+ZQBusSerivceManager* ZQBusSerivceManager::initSync(int timeoutMs) {
+  ServiceManager& manager = ServiceManager::instance();
+  return manager.connect(timeoutMs) != nullptr ? &manager : nullptr;
+}
+
+}  // namespace zq

@@ -1,0 +1,164 @@
+#include "service/bus/dev_service.h"
+
+#include <unistd.h>
+#include <csignal>
+#include <cstdio>
+#include <utility>
+
+#include "service/bus/methods.h"
+#include "service/bus/wire_records.h"
+
+namespace zq::devservice {
+namespace {
+
+constexpr char kEvent[] = "perixevent";
+constexpr char kBroadcast[] = "mountedEvent";
+
+ZQBusServiceDescription describe(const MethodTable& methods, bool events) {
+  ZQBusServiceDescription description{methods.description(), {}};
+  if (events) {
+    description.events.push_back(
+        {kEvent, {{"desktop", "i"}, {"kind", "i"}, {"payload", "ay"}}, {}});
+  }
+  return description;
+}
+
+/// The call, which whoever lets go of it last answers with an error if nobody did before.
+std::shared_ptr<ZQBusCall> neverUnanswered(std::shared_ptr<ZQBusCall> call) {
+  ZQBusCall* answered = call.get();
+  return {answered, [call = std::move(call)](ZQBusCall*) { call->fail("the work was given up"); }};
+}
+
+}  // namespace
+
+void DevService::LockingTimer::after(std::chrono::milliseconds delay, std::function<void()> task) {
+  scheduler_.after(delay, [this, task = std::move(task)] {
+    const std::lock_guard lock(mutex_);
+    task();
+  });
+}
+
+DevService::DevService(Options options)
+    : options_(std::move(options)),
+      timer_(scheduler_, mutex_),
+      world_(*this, timer_, options_.printerBackend),
+      perix_(perixMethods(world_)),
+      control_(controlMethods()) {
+  world_.load(options_.scenario);
+}
+
+DevService::~DevService() {
+  std::unique_ptr<ZQBusService> perix;
+  std::unique_ptr<ZQBusService> control;
+  {
+    const std::lock_guard lock(mutex_);
+    isEnding_ = true;
+    perix = std::move(perixService_);
+    control = std::move(controlService_);
+  }
+  ending_.notify_all();
+  // Both wait for their handlers, which may want the lock.
+  control.reset();
+  perix.reset();
+  scheduler_.stop();
+}
+
+bool DevService::start(std::string& error) {
+  std::unique_ptr<ZQBusService> perix;
+  std::unique_ptr<ZQBusService> control;
+  // Calls that arrive before both names are owned wait for the lock.
+  const std::lock_guard lock(mutex_);
+  perix = ZQBusService::claim(
+      "perix", describe(perix_, true),
+      [this](const std::shared_ptr<ZQBusCall>& call) { onCall(call); }, error);
+  if (perix == nullptr) return false;
+  control = ZQBusService::claim(
+      "perixcontrol", describe(control_, false),
+      [this](const std::shared_ptr<ZQBusCall>& call) { onControlCall(call); }, error);
+  if (control == nullptr) return false;
+  perix->setLostCallback([this] { options_.onEnd(Ending::BusLost); });
+  perixService_ = std::move(perix);
+  controlService_ = std::move(control);
+  return true;
+}
+
+// --- Events --------------------------------------------------------------------------------------
+
+void DevService::send(const Event& event) {
+  sendRaw(Way::Event, event.desktop, static_cast<int32_t>(event.kind), event.payload);
+}
+
+void DevService::broadcast(const Event& event) {
+  sendRaw(Way::Broadcast, event.desktop, static_cast<int32_t>(event.kind), event.payload);
+}
+
+void DevService::sendRaw(Way way, uint32_t desktop, int32_t kind,
+                         const std::optional<ZQBusBytes>& payload) {
+  if (perixService_ == nullptr) return;
+  ZQBusMessage content;
+  content.appendInt32(static_cast<int32_t>(desktop));
+  content.appendInt32(kind);
+  if (payload) content.append(*payload);
+  if (way == Way::Event) {
+    perixService_->sendEvent(kEvent, content);
+  } else {
+    perixService_->sendBroadcast(kBroadcast, content);
+  }
+}
+
+void DevService::flood(int64_t events) {
+  Device device;
+  device.name = "flood";
+  for (int64_t i = 0; i < events; ++i) {
+    device.number = static_cast<uint16_t>(i);
+    device.sourceId = static_cast<uint64_t>(i);
+    send({0, EventKind::DeviceState, deviceRecord(device)});
+  }
+}
+
+// --- Calls of "perix" ----------------------------------------------------------------------------
+
+void DevService::onCall(const std::shared_ptr<ZQBusCall>& call) {
+  std::unique_lock lock(mutex_);
+  note(*call);
+  const FaultPlan plan = faults_.take(call->message().name());
+  if (plan.crash) ::kill(::getpid(), SIGKILL);
+  // This is the thread that reads the bus.
+  ending_.wait_for(lock, plan.stopReading, [this] { return isEnding_; });
+  if (plan.drop) return;
+  if (plan.delay.count() > 0) {
+    timer_.after(plan.delay, [this, call, plan] { serve(call, plan); });
+  } else {
+    serve(call, plan);
+  }
+}
+
+void DevService::note(const ZQBusCall& call) {
+  const Method* method = perix_.find(call.message().name());
+  const bool shown = method != nullptr && !method->secret;
+  const auto& noted = calls_.note(call.message(), call.sender(),
+                                  shown ? Disclosure::Everything : Disclosure::SizesOnly);
+  if (options_.verbose) std::fprintf(stderr, "%s\n", asText(noted).c_str());
+}
+
+void DevService::serve(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan) {
+  const std::string& method = call->message().name();
+  if (plan.error) return call->fail("injected fault");
+  if (perix_.find(method) == nullptr) return call->failUnknownMethod();
+  perix_.handle(call->message(), [this, call = neverUnanswered(call), plan](const Answer& answer) {
+    respond(call, plan, answer);
+  });
+}
+
+void DevService::respond(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan,
+                         const Answer& answer) {
+  flood(plan.flood);
+  const Answer sent = plan.distort(answer);
+  if (plan.late.count() > 0) {
+    timer_.after(plan.late, [call, sent] { sent.sendTo(*call); });
+  } else {
+    sent.sendTo(*call);
+  }
+}
+
+}  // namespace zq::devservice

@@ -1,0 +1,105 @@
+// The methods of a bus service, as one table that serves for dispatch, for checking arguments and
+// for introspection.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "service/model/result.h"
+#include "zqbus/message.h"
+#include "zqbus/zqbus_service.h"
+
+namespace zq::devservice {
+
+/// What a method answers: arguments, an error, or nothing yet.
+class Answer {
+ public:
+  /// A result code, or a number, as int32.
+  Answer(Result result);  // NOLINT(google-explicit-constructor): methods return their result
+  static Answer number(int32_t value);
+  static Answer text(std::string text);
+  /// The number of records and each record.
+  static Answer records(const std::vector<ZQBusBytes>& records);
+  static Answer of(ZQBusMessage arguments);
+  static Answer error(std::string text);
+  /// The method kept the call's `respond` and answers through it.
+  static Answer later();
+
+  bool isLater() const { return kind_ == Kind::Later; }
+  bool isError() const { return kind_ == Kind::Error; }
+  const ZQBusMessage& arguments() const { return arguments_; }
+  const std::string& errorText() const { return text_; }
+  void sendTo(ZQBusCall& call) const;
+
+ private:
+  enum class Kind { Arguments, Error, Later };
+
+  explicit Answer(Kind kind) : kind_(kind) {}
+
+  Kind kind_ = Kind::Arguments;
+  ZQBusMessage arguments_;
+  std::string text_;
+};
+
+using Respond = std::function<void(const Answer&)>;
+
+/// One call whose arguments fit the method's row. Readers take the argument's index.
+struct Call {
+  const ZQBusMessage& message;
+  Respond respond;
+
+  uint32_t desktop() const { return static_cast<uint32_t>(message.readInt32(0)); }
+  uint16_t uint16(std::size_t index) const { return message.readUInt16(index); }
+  int32_t int32(std::size_t index) const { return message.readInt32(index); }
+  int64_t int64(std::size_t index) const { return message.readInt64(index); }
+  /// A string, or a block's bytes as a text.
+  std::string text(std::size_t index) const;
+  /// A 64-bit number that travels as a block of eight bytes; shorter ones are padded with zero.
+  uint64_t block64(std::size_t index) const;
+};
+
+struct Method {
+  std::string name;
+  /// The arguments, each "name:signature", separated by blanks. Behind a '?' stand those that may
+  /// be absent, behind a '*' a group that comes any number of times.
+  std::string in;
+  std::string out;
+  std::function<Answer(const Call&)> handle;
+  /// Its arguments appear nowhere but in the handler.
+  bool secret = false;
+};
+
+class MethodTable {
+ public:
+  explicit MethodTable(std::vector<Method> methods);
+
+  /// Null for an unknown name.
+  const Method* find(const std::string& name) const;
+  /// All names, separated by commas.
+  std::string names() const;
+  /// Runs the method that `call` names, which exists; `respond` takes its answer, now or later. A
+  /// call whose arguments do not fit is answered with an error that says what the method takes.
+  void handle(const ZQBusMessage& call, const Respond& respond) const;
+  std::vector<ZQBusMethod> description() const;
+
+ private:
+  struct Row {
+    Method method;
+    std::vector<ZQBusMethod::Argument> arguments;
+    std::size_t required = 0;   ///< how many there must be
+    std::size_t repeating = 0;  ///< how many of the last make up the repeating group
+  };
+
+  static Row parse(Method method);
+  static std::string mismatch(const Row& row, const ZQBusMessage& call);
+
+  std::map<std::string, Row> rows_;
+};
+
+/// The D-Bus signature of one argument, as the table writes it.
+const char* signatureOf(const ZQBusArgument& argument);
+
+}  // namespace zq::devservice

@@ -1,0 +1,28 @@
+#include "service/cups/cups.h"
+
+#include <memory>
+#include <vector>
+
+#include "service/cups/cups_printer_backend.h"
+#include "service/cups/cups_server.h"
+
+namespace zq::devservice {
+
+bool useCups(const std::string& server, DevService::Options& options, std::string& error) {
+  std::vector<Printer> present;
+  if (CupsServer(server).printers(present) != Result::Done) {
+    error = "no CUPS server answers at " + CupsServer::nameOf(server);
+    return false;
+  }
+  Scenario& scenario = options.scenario;
+  std::erase_if(scenario.printers,
+                [](const Printer& p) { return p.origin == PrinterOrigin::Local; });
+  scenario.printers.insert(scenario.printers.end(), present.begin(), present.end());
+  scenario.drivers.clear();
+  options.printerBackend = [server](Printers& printers, Timer& timer) {
+    return std::make_unique<CupsPrinterBackend>(server, printers, timer);
+  };
+  return true;
+}
+
+}  // namespace zq::devservice

@@ -1,0 +1,43 @@
+#include "service/model/scheduler.h"
+
+#include <utility>
+
+namespace zq::devservice {
+
+Scheduler::Scheduler() : thread_([this] { run(); }) {}
+
+void Scheduler::stop() {
+  {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+  }
+  changed_.notify_one();
+  if (thread_.joinable()) thread_.join();
+}
+
+void Scheduler::after(std::chrono::milliseconds delay, std::function<void()> task) {
+  {
+    const std::lock_guard lock(mutex_);
+    tasks_.emplace(Clock::now() + delay, std::move(task));
+  }
+  changed_.notify_one();
+}
+
+void Scheduler::run() {
+  std::unique_lock lock(mutex_);
+  while (!ending_) {
+    if (tasks_.empty()) {
+      changed_.wait(lock);
+    } else if (const auto due = tasks_.begin()->first; due > Clock::now()) {
+      changed_.wait_until(lock, due);
+    } else {
+      auto task = tasks_.extract(tasks_.begin());
+      lock.unlock();
+      task.mapped()();
+      task = {};  // what the task held goes before the lock is taken again
+      lock.lock();
+    }
+  }
+}
+
+}  // namespace zq::devservice

@@ -1,0 +1,24 @@
+// Scenarios: the world at the start, written as TOML. docs/devservice.md describes every key.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "service/model/model.h"
+
+namespace zq::devservice {
+
+/// Reads a scenario file. Empty when anything is wrong with it; `mistakes` then says what, all of
+/// it, one "file:line:column: message" each.
+std::optional<Scenario> loadScenario(const std::string& path, std::vector<std::string>& mistakes);
+
+/// As loadScenario, from a text; `source` stands where the file's name would.
+std::optional<Scenario> parseScenario(const std::string& text, const std::string& source,
+                                      std::vector<std::string>& mistakes);
+
+/// One device: the keys of a [[device]] table that a newly plugged device can have.
+std::optional<Device> parseDevice(const std::string& text, const std::string& source,
+                                  std::vector<std::string>& mistakes);
+
+}  // namespace zq::devservice

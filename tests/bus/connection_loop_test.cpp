@@ -1,0 +1,93 @@
+// The threads of one connection, and how they share its lock.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <thread>
+
+#include "platform/zqbus/sdbus/connection_loop.h"
+#include "platform/zqbus/sdbus/sender_trust.h"
+#include "tests/support/bus_world.h"
+
+namespace zq {
+namespace {
+
+/// Both ends of a connection, past the handshake.
+std::pair<SdBus, SdBus> connectedPair() {
+  int ends[2];
+  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+  sd_bus* server = nullptr;
+  sd_bus* client = nullptr;
+  EXPECT_GE(sd_bus_new(&server), 0);
+  EXPECT_GE(sd_bus_new(&client), 0);
+  EXPECT_GE(sd_bus_set_fd(server, ends[0], ends[0]), 0);
+  EXPECT_GE(sd_bus_set_server(server, 1, {}), 0);
+  EXPECT_GE(sd_bus_set_fd(client, ends[1], ends[1]), 0);
+  EXPECT_GE(sd_bus_start(server), 0);
+  EXPECT_GE(sd_bus_start(client), 0);
+  while (sd_bus_is_ready(client) <= 0 || sd_bus_is_ready(server) <= 0) {
+    EXPECT_GE(sd_bus_process(server, nullptr), 0);
+    EXPECT_GE(sd_bus_process(client, nullptr), 0);
+  }
+  return {SdBus(server), SdBus(client)};
+}
+
+struct Silent : ConnectionLoop::Listener {
+  void onConnectionLost() override {}
+};
+
+/// Counts messages. From the second on, another thread wants the lock.
+struct Counter {
+  std::atomic<int> read = 0;
+  Watched<bool> begun;
+  std::atomic<bool> wanted = false;
+
+  static int onMessage(sd_bus_message*, void* userdata, sd_bus_error*) {
+    auto& counter = *static_cast<Counter*>(userdata);
+    counter.begun.change([](bool& yes) { yes = true; });
+    while (!counter.wanted) std::this_thread::yield();
+    ++counter.read;
+    return 1;
+  }
+};
+
+TEST(AReader, LetsOthersInThoughThereIsMuchToRead) {
+  constexpr int kMessages = 4000;
+  auto [server, client] = connectedPair();
+  Counter counter;
+  sd_bus_add_filter(client.get(), nullptr, &Counter::onMessage, &counter);
+  Silent listener;
+  const auto loop = std::make_shared<ConnectionLoop>(
+      std::move(client), listener, [] {}, ConnectionLoop::WhileWorking::Wait);
+  for (int i = 0; i < kMessages; ++i) {
+    ASSERT_GE(sd_bus_emit_signal(server.get(), "/a", "a.b", "c", ""), 0);
+  }
+  std::thread sending([&] { sd_bus_flush(server.get()); });
+  ASSERT_GE(loop->start(), 0);
+  ASSERT_TRUE(counter.begun.wait([](bool yes) { return yes; }));
+  counter.wanted = true;
+  int readWhenIn = 0;
+  {
+    const ConnectionLoop::Hold hold(*loop);
+    readWhenIn = counter.read;
+  }
+  sending.join();
+  EXPECT_LT(readWhenIn, kMessages / 2);
+  loop->close();
+  loop->join();
+}
+
+TEST(TheTrustInASender, IsAskedForAgainWhenTheDaemonWasLate) {
+  auto [server, client] = connectedPair();
+  PendingCalls calls;
+  SenderTrust trust(calls);
+  std::vector<bool> verdicts;
+  for (const std::size_t round : {1U, 2U}) {
+    ASSERT_TRUE(trust.check(client.get(), ":1.7", [&](bool yes) { verdicts.push_back(yes); }));
+    EXPECT_EQ(verdicts.size(), round - 1);
+    calls.expire(PendingCalls::Clock::now() + std::chrono::hours(1));
+    EXPECT_EQ(verdicts, std::vector<bool>(round, false));
+  }
+}
+
+}  // namespace
+}  // namespace zq
