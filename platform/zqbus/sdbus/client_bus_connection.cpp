@@ -123,7 +123,7 @@ std::shared_ptr<Peer> ClientBusConnection::bind(const std::string& service,
                                                 const std::string& owner) {
   const auto peer = addPeer(service, owner);
   const ConnectionLoop::Hold hold(*loop_);
-  if (owners_[service].owner != owner) peer->gone = true;
+  if (owners_[service].owner != owner) peer->leave();
   return peer;
 }
 
@@ -159,7 +159,6 @@ struct ClientBusConnection::ProcessAnswer : PendingCall {
 
 void ClientBusConnection::follow(const std::string& service, pid_t process,
                                  const std::string& owner, std::function<void()> onTakenOver) {
-  if (isInherited()) return;
   const ConnectionLoop::Hold hold(*loop_);
   if (loop_->lost()) return;
   followed_.push_back({service, process, owner, std::move(onTakenOver)});
@@ -206,7 +205,6 @@ struct ClientBusConnection::TrustAnswer : ConnectionLoop::Waiter {
 };
 
 bool ClientBusConnection::isTrusted(const std::string& uniqueName) {
-  if (isInherited()) return false;
   const auto answer = std::make_shared<TrustAnswer>();
   const auto deadline = Clock::now() + timeLeft(kDefaultTimeout);
   ConnectionLoop::Turn turn(*loop_, answer);

@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "codec.h"
-#include "platform/util/fork_generation.h"
 #include "platform/zqbus/bus_log.h"
 #include "platform/zqbus/event_bundle.h"
+#include "platform/zqbus/failures.h"
 #include "platform/zqbus/memory_of.h"
 #include "platform/zqbus/time_limit.h"
 #include "sd_bus_open.h"
@@ -23,31 +23,10 @@ namespace {
 
 constexpr char kUnreadable[] = "it cannot be read";
 
-ZQBusMessage timedOut(ClientConnection::Duration timeout) {
-  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(timeout);
-  return ZQBusMessage::failed(ZQBusFailure::TimedOut,
-                              "timed out after " + std::to_string(ms.count()) + " ms");
-}
-
-ZQBusMessage busGone() {
-  return ZQBusMessage::failed(ZQBusFailure::BusGone, "the connection to the bus is lost");
-}
-
-ZQBusMessage peerGone(const std::string& service) {
-  return ZQBusMessage::failed(ZQBusFailure::PeerGone, service + " has left the bus");
-}
-
-ZQBusMessage inherited() {
-  return ZQBusMessage::failed(ZQBusFailure::Unusable,
-                              "the connection belongs to the process that forked this one");
-}
-
-ZQBusMessage unreadable(int result) {
-  return ZQBusMessage::failed(ZQBusFailure::Unreadable,
-                              std::string("the service answered, but the answer cannot be read: ") +
-                                  (result == -EMSGSIZE ? "it holds too many values"
-                                   : result == -ENOMEM ? "there is no memory for it"
-                                                       : "it is malformed"));
+const char* whyUnreadable(int result) {
+  return result == -EMSGSIZE ? "it holds too many values"
+         : result == -ENOMEM ? "there is no memory for it"
+                             : "it is malformed";
 }
 
 bool saysLost(int result) {
@@ -58,10 +37,9 @@ ZQBusMessage sendFailure(int result) {
   switch (-result) {
     case EMSGSIZE:
     case E2BIG:
-      return ZQBusMessage::failed(ZQBusFailure::TooLarge, "too large for the bus");
+      return tooLarge();
     default:
-      return ZQBusMessage::failed(ZQBusFailure::Unusable,
-                                  std::string("cannot send: ") + std::strerror(-result));
+      return cannotSend(std::strerror(-result));
   }
 }
 
@@ -118,7 +96,6 @@ ClientConnection::ClientConnection(SdBus connection, DeliveryQueue& deliveries, 
           [&deliveries] { deliveries.run(); }, ConnectionLoop::WhileWorking::Read)),
       deliveries_(deliveries),
       onLoss_(onLoss),
-      generation_(forkGeneration()),
       isBus_(sd_bus_is_bus_client(loop_->bus()) > 0) {}
 
 ClientConnection::~ClientConnection() {
@@ -135,7 +112,6 @@ int ClientConnection::startWithoutThread() {
 }
 
 void ClientConnection::stop() {
-  if (isInherited()) return;
   {
     const ConnectionLoop::Hold hold(*loop_);
     pending_.endIf([](const PendingCall&) { return true; });
@@ -144,19 +120,13 @@ void ClientConnection::stop() {
   loop_->close();
 }
 
-bool ClientConnection::isInherited() const {
-  return generation_ != forkGeneration();
-}
-
 bool ClientConnection::lost() {
-  if (isInherited()) return true;
   const ConnectionLoop::Hold hold(*loop_);
   // A send may have found the end before the loop has.
   return loop_->lost() || sd_bus_is_open(loop_->bus()) <= 0;
 }
 
 void ClientConnection::cut() {
-  if (isInherited()) return;
   const ConnectionLoop::Hold hold(*loop_);
   if (!loop_->lost()) ::shutdown(sd_bus_get_fd(loop_->bus()), SHUT_RDWR);
 }
@@ -178,7 +148,6 @@ int ClientConnection::onMessage(sd_bus_message* message, void* userdata, sd_bus_
 std::shared_ptr<ZQBusMessage> ClientConnection::call(const Target& target,
                                                      const ZQBusMessage& request, Duration timeout,
                                                      const CallExtras& extras) {
-  if (isInherited()) return std::make_shared<ZQBusMessage>(inherited());
   const auto call = std::make_shared<Call>();
   call->timeout = timeout;
   call->deadline = Clock::now() + timeout;
@@ -192,10 +161,6 @@ std::shared_ptr<ZQBusMessage> ClientConnection::call(const Target& target,
 
 void ClientConnection::callAsync(const Target& target, const ZQBusMessage& request,
                                  ReplyFunction onReply, Duration timeout) {
-  if (isInherited()) {
-    if (onReply) onReply(std::make_shared<ZQBusMessage>(inherited()));
-    return;
-  }
   const auto call = std::make_shared<Call>();
   call->timeout = timeout;
   call->deadline = Clock::now() + timeout;
@@ -213,7 +178,7 @@ void ClientConnection::send(const std::shared_ptr<Call>& call, const Target& tar
   call->self = call;
   call->peer = target.peer;
   if (loop_->lost()) return finish(*call, lossOf(*call));
-  if (call->peer != nullptr && call->peer->gone)
+  if (call->peer != nullptr && call->peer->gone())
     return finish(*call, peerGone(call->peer->service));
   const int result = sendRequest(call, target, request, descriptor);
   if (result < 0) finish(*call, saysLost(result) ? lossOf(*call) : sendFailure(result));
@@ -245,13 +210,13 @@ ZQBusMessage ClientConnection::outcomeOf(sd_bus_message* reply, const Call& call
   ZQBusMessage outcome = failed ? ZQBusMessage::failed(ZQBusFailure::Service)
                                 : ZQBusMessage(ZQBusMessageType::MethodReturn, {});
   const int decoded = decodeArguments(reply, outcome);
-  return decoded >= 0 ? std::move(outcome) : unreadable(decoded);
+  return decoded >= 0 ? std::move(outcome) : unreadable(whyUnreadable(decoded));
 }
 
 /// What becomes of a call that ends without a reply.
 ZQBusMessage ClientConnection::withoutReply(const Call& call) const {
   if (loop_->lost()) return lossOf(call);
-  if (call.peer != nullptr && call.peer->gone) return peerGone(call.peer->service);
+  if (call.peer != nullptr && call.peer->gone()) return peerGone(call.peer->service);
   return Clock::now() >= call.deadline ? timedOut(call.timeout) : lossOf(call);
 }
 
@@ -294,13 +259,13 @@ void ClientConnection::deliver(DeliveryQueue::Job job) {
 // --- Signals -------------------------------------------------------------------------------------
 
 ClientConnection::Subscription::Subscription(ClientConnection& connection, Signal signal,
-                                             SignalFunction listener)
+                                             EventFunction listener)
     : connection_(connection),
       signal_(std::move(signal)),
-      listener_(std::make_shared<SignalFunction>(std::move(listener))) {}
+      listener_(std::make_shared<EventFunction>(std::move(listener))) {}
 
 ClientConnection::Subscription::~Subscription() {
-  if (!known_ || connection_.isInherited()) return;
+  if (!known_) return;
   const ConnectionLoop::Hold hold(*connection_.loop_);
   std::erase(connection_.subscriptions_, this);
   if (!connection_.isBus_ || connection_.loop_->lost()) return;
@@ -323,8 +288,7 @@ std::string ClientConnection::Subscription::match() const {
 }
 
 std::unique_ptr<ClientConnection::Subscription> ClientConnection::subscribe(
-    Signal signal, SignalFunction listener, Clock::time_point deadline) {
-  if (isInherited()) return nullptr;
+    Signal signal, EventFunction listener, Clock::time_point deadline) {
   // Outlives the turn: its end takes the lock itself.
   auto subscription = std::make_unique<Subscription>(*this, std::move(signal), std::move(listener));
   const auto answer = std::make_shared<MatchAnswer>();
@@ -424,37 +388,29 @@ std::shared_ptr<Peer> ClientConnection::addPeer(const std::string& service,
   const ConnectionLoop::Hold hold(*loop_);
   std::erase_if(peers_, [](const auto& weak) { return weak.expired(); });
   peers_.push_back(peer);
-  peer->gone = loop_->lost();
+  if (loop_->lost()) peer->leave();
   return peer;
 }
 
 void ClientConnection::setDeathCallback(const std::shared_ptr<Peer>& peer,
                                         std::function<void()> onDeath) {
-  if (isInherited()) return;
-  std::shared_ptr<const std::function<void()>> callback;
-  if (onDeath) callback = std::make_shared<const std::function<void()>>(std::move(onDeath));
+  Peer::DeathCallback callback = Peer::shared(std::move(onDeath));
   const ConnectionLoop::Hold hold(*loop_);
-  peer->onDeath.swap(callback);  // the old one goes after the lock
-  if (peer->gone) postDeath(peer);
+  peer->setDeathCallback(callback);
+  if (peer->gone()) postDeath(*peer);
 }
 
 void ClientConnection::declareDead(const std::shared_ptr<Peer>& peer) {
-  if (peer->gone.exchange(true)) return;
+  if (!peer->leave()) return;
   pending_.endIf([&](const PendingCall& pending) {
     const auto* call = dynamic_cast<const Call*>(&pending);
     return call != nullptr && call->peer == peer;
   });
-  postDeath(peer);
+  postDeath(*peer);
 }
 
-/// Has the death callback run behind everything that was delivered before, on a thread of its own.
-void ClientConnection::postDeath(const std::shared_ptr<Peer>& peer) {
-  if (peer->onDeath == nullptr) return;
-  deliver([&deliveries = deliveries_, weak = std::weak_ptr(peer->onDeath)] {
-    deliveries.runApart([weak] {
-      if (const auto onDeath = weak.lock()) (*onDeath)();
-    });
-  });
+void ClientConnection::postDeath(const Peer& peer) {
+  if (auto notice = peer.deathNotice(deliveries_)) deliver(std::move(notice));
 }
 
 void ClientConnection::onConnectionLost() {

@@ -2,31 +2,17 @@
 // subscriptions, and the deaths of those behind it.
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "connection_loop.h"
 #include "pending_calls.h"
-#include "platform/zqbus/delivery_queue.h"
+#include "platform/zqbus/carrier.h"
+#include "platform/zqbus/peer.h"
 #include "sender_trust.h"
-#include "zqbus/zqbus.h"
 
 namespace zq {
-
-/// The process behind a service's name, as one proxy interface sees it. It changes under the lock
-/// of the connection that it was added to.
-struct Peer {
-  Peer(std::string serviceName, std::string uniqueName)
-      : service(std::move(serviceName)), owner(std::move(uniqueName)) {}
-
-  const std::string service;
-  const std::string owner;  ///< its unique name on the bus
-  std::atomic<bool> gone = false;
-  /// Shared with nobody but a running call of it: once it is reset, none begins.
-  std::shared_ptr<const std::function<void()>> onDeath;
-};
 
 /// What a call may have beside its request.
 struct CallExtras {
@@ -56,14 +42,11 @@ class ClientConnection : private ConnectionLoop::Listener {
     std::string sender;        ///< the unique name that is heard; empty for everybody
     bool trustedOnly = false;  ///< whether that is everybody of this user and root alone
   };
-  using SignalFunction = std::function<void(std::shared_ptr<ZQBusMessage>)>;
 
-  /// A subscription ends with this object, which ends before its connection. A delivery that is
-  /// running then runs to its end, none begins afterwards.
-  class Subscription {
+  class Subscription : public zq::Subscription {
    public:
-    Subscription(ClientConnection& connection, Signal signal, SignalFunction listener);
-    ~Subscription();
+    Subscription(ClientConnection& connection, Signal signal, EventFunction listener);
+    ~Subscription() override;
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
 
@@ -74,7 +57,7 @@ class ClientConnection : private ConnectionLoop::Listener {
 
     ClientConnection& connection_;
     const Signal signal_;
-    const std::shared_ptr<const SignalFunction> listener_;
+    const std::shared_ptr<const EventFunction> listener_;
     bool known_ = false;  // to the connection, and to the bus if there is one at the other end
   };
 
@@ -98,17 +81,15 @@ class ClientConnection : private ConnectionLoop::Listener {
   /// Subscribes to a signal. Blocks until the bus, if there is one at the other end, has the
   /// subscription, or until `deadline`. `listener` is called from the delivery queue. Null when the
   /// connection is lost and when the bus refuses.
-  std::unique_ptr<Subscription> subscribe(Signal signal, SignalFunction listener,
+  std::unique_ptr<Subscription> subscribe(Signal signal, EventFunction listener,
                                           Clock::time_point deadline);
 
   /// Adds a process that dies with this connection, if nothing else tells so earlier.
   std::shared_ptr<Peer> addPeer(const std::string& service, const std::string& owner);
   void setDeathCallback(const std::shared_ptr<Peer>& peer, std::function<void()> onDeath);
 
-  /// Whether the connection is of no further use; so it is in a forked child.
+  /// Whether the connection is of no further use.
   bool lost();
-  /// Whether this is a child of the process that made the connection. Takes no lock.
-  bool isInherited() const;
   /// Cuts the connection, as if the other end had; what waits on it hears so soon.
   void cut();
 
@@ -149,7 +130,7 @@ class ClientConnection : private ConnectionLoop::Listener {
   ZQBusMessage outcomeOf(sd_bus_message* reply, const Call& call) const;
   ZQBusMessage lossOf(const Call& call) const;
   void declareDead(const std::shared_ptr<Peer>& peer);
-  void postDeath(const std::shared_ptr<Peer>& peer);
+  void postDeath(const Peer& peer);
 
   void onSignal(sd_bus_message* signal);
   void dispatch(sd_bus_message* signal, const char* sender, bool trusted);
@@ -159,7 +140,6 @@ class ClientConnection : private ConnectionLoop::Listener {
 
   DeliveryQueue& deliveries_;
   const ZQBusFailure onLoss_;
-  const int generation_;
   const bool isBus_;  // a bus is at the other end, not a service
   // Under the loop's lock.
   std::vector<std::weak_ptr<Peer>> peers_;

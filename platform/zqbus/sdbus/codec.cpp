@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include "platform/zqbus/limits.h"
 #include "platform/zqbus/memory_of.h"
 
 namespace zq {
@@ -14,13 +15,9 @@ namespace {
 
 // D-Bus allows 255; sd-bus silently drops what it receives with exactly that many.
 constexpr std::size_t kMaxSignature = 254;
-constexpr std::size_t kMaxArray = std::size_t{64} << 20;
-constexpr std::size_t kMaxMessage = std::size_t{128} << 20;
 constexpr std::size_t kHeaderAllowance = 4096;
 // What an argument may need on the wire beside its content: length, signature, alignment.
 constexpr std::size_t kArgumentAllowance = 24;
-// Elements of a list take ten times as much memory as the least of them take on the wire.
-constexpr std::size_t kMaxArguments = std::size_t{1} << 20;
 // Room for as many arguments is made at once where a message begins with a list.
 constexpr std::size_t kListRoom = 128;
 
@@ -348,7 +345,7 @@ int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
     const char* type = signatureOf(all[i]);
     if (type == nullptr) return -EINVAL;
     const std::size_t content = contentSize(all[i]);
-    if (content > kMaxArray) return -EMSGSIZE;
+    if (content > kMaxContent) return -EMSGSIZE;
     signature += std::strlen(type);
     size += content + kArgumentAllowance;
     if (std::holds_alternative<ZQBusBytes>(all[i])) continue;
@@ -356,7 +353,7 @@ int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
     head = signature;
   }
   if (signature <= kMaxSignature) return size > kMaxMessage ? -EMSGSIZE : encodeEach(all, to);
-  if (size > kMaxArray) return -EMSGSIZE;
+  if (size > kMaxContent) return -EMSGSIZE;
   if (head + std::strlen("aay") > kMaxSignature) return encodeVariants(all, to);
   const int result = encodeEach(all.first(leading), to);
   return result >= 0 ? encodeBlocks(all.subspan(leading), to) : result;

@@ -1,13 +1,13 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
-#include <exception>
 #include <mutex>
 #include <utility>
 #include <vector>
 
 #include "introspection.h"
 #include "platform/zqbus/bus_log.h"
+#include "platform/zqbus/run_handler.h"
 #include "platform/zqbus/time_limit.h"
 #include "sd_bus_open.h"
 #include "service_bus_connection.h"
@@ -112,15 +112,7 @@ void Service::tellIfLost() {
 
 void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
   const std::lock_guard lock(handlerMutex_);
-  try {
-    handler_(call);
-  } catch (const std::exception& error) {
-    busLog("the handler of " + call->message().name() + " threw: " + error.what());
-    call->fail("internal error");
-  } catch (...) {
-    busLog("the handler of " + call->message().name() + " threw what is no std::exception");
-    call->fail("internal error");
-  }
+  runHandler(handler_, call);
 }
 
 void Service::onLost(ServiceConnection& connection) {

@@ -1,14 +1,16 @@
 #include "proxy_interface.h"
 
 #include <algorithm>
+#include <utility>
 
-#include "platform/zqbus/time_limit.h"
-#include "sd_bus_open.h"
+#include "failures.h"
+#include "platform/util/fork_generation.h"
+#include "time_limit.h"
 
 namespace zq {
 namespace {
 
-ClientConnection::Duration timeoutOf(int timeoutMs) {
+ServiceWay::Duration timeoutOf(int timeoutMs) {
   using namespace std::chrono;
   if (timeoutMs < 0) return kDefaultTimeout;
   return std::max(microseconds(1), microseconds(milliseconds(timeoutMs)));
@@ -16,9 +18,19 @@ ClientConnection::Duration timeoutOf(int timeoutMs) {
 
 }  // namespace
 
-ProxyInterface::ProxyInterface(std::shared_ptr<ClientConnection> connection,
-                               ClientConnection::Target target)
-    : connection_(std::move(connection)), target_(std::move(target)) {}
+ProxyInterface::ProxyInterface(std::unique_ptr<ServiceWay> way)
+    : generation_(forkGeneration()), way_(std::move(way)), owner_(way_->owner()) {}
+
+ProxyInterface::~ProxyInterface() {
+  if (!isInherited()) return;
+  // Left as they are: a thread of the parent's may have held any of their locks.
+  for (Listener& listener : listeners_) (void)listener.subscription.release();
+  (void)way_.release();
+}
+
+bool ProxyInterface::isInherited() const {
+  return generation_ != forkGeneration();
+}
 
 std::shared_ptr<ZQBusMessage> ProxyInterface::makeMethodCallMessage(const std::string& method) {
   return std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodCall, method);
@@ -26,22 +38,24 @@ std::shared_ptr<ZQBusMessage> ProxyInterface::makeMethodCallMessage(const std::s
 
 std::shared_ptr<ZQBusMessage> ProxyInterface::callWithReplyBlocking(
     std::shared_ptr<ZQBusMessage> message, int timeoutMs) {
-  return connection_->call(target_, *message, timeoutOf(timeoutMs));
+  if (isInherited()) return std::make_shared<ZQBusMessage>(inherited());
+  return way_->call(*message, timeoutOf(timeoutMs));
 }
 
 void ProxyInterface::callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
                                    int timeoutMs) {
-  connection_->callAsync(target_, *message, std::move(onReply), timeoutOf(timeoutMs));
+  if (!isInherited()) return way_->callAsync(*message, std::move(onReply), timeoutOf(timeoutMs));
+  if (onReply) onReply(std::make_shared<ZQBusMessage>(inherited()));
 }
 
 bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallback* callback,
                                       ZQBusSecurityFlags) {
   if (callback == nullptr) return false;
   const std::shared_ptr<ZQBusEventCallback> owned(callback);
-  auto subscription = connection_->subscribe(
-      {target_.interface, event, target_.destination},
-      [owned](std::shared_ptr<ZQBusMessage> message) { (*owned)(std::move(message)); },
-      withinTimeLimit(ClientConnection::Clock::now() + kDefaultTimeout));
+  if (isInherited()) return false;
+  auto subscription = way_->subscribe(
+      event, [owned](std::shared_ptr<ZQBusMessage> message) { (*owned)(std::move(message)); },
+      withinTimeLimit(ServiceWay::Clock::now() + kDefaultTimeout));
   if (subscription == nullptr) return false;
   const std::lock_guard lock(listenersMutex_);
   listeners_.push_back({event, callback, std::move(subscription)});
@@ -49,7 +63,7 @@ bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallba
 }
 
 void ProxyInterface::removeEventListener(const std::string& event, ZQBusEventCallback* callback) {
-  if (connection_->isInherited()) return;
+  if (isInherited()) return;
   const std::lock_guard lock(listenersMutex_);
   std::erase_if(listeners_, [&](const Listener& listener) {
     return listener.event == event && listener.callback == callback;
@@ -57,7 +71,7 @@ void ProxyInterface::removeEventListener(const std::string& event, ZQBusEventCal
 }
 
 void ProxyInterface::setDeathCallback(std::function<void()> onDeath) {
-  connection_->setDeathCallback(target_.peer, std::move(onDeath));
+  if (!isInherited()) way_->setDeathCallback(std::move(onDeath));
 }
 
 }  // namespace zq

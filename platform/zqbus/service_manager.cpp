@@ -1,23 +1,23 @@
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <map>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "client_bus_connection.h"
-#include "client_line.h"
+#include "bus_log.h"
+#include "carrier.h"
 #include "platform/util/fork_generation.h"
 #include "platform/util/library_thread.h"
-#include "platform/zqbus/bus_log.h"
-#include "platform/zqbus/time_limit.h"
 #include "proxy_interface.h"
-#include "sd_bus_open.h"
+#include "time_limit.h"
 
 namespace zq {
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kFirstReopenDelay{100};
 constexpr std::chrono::milliseconds kLongestReopenDelay{5000};
@@ -28,7 +28,7 @@ class ServiceManager : public ZQBusSerivceManager {
   static ServiceManager& instance();
 
   /// The connection, made anew when it is lost; null when that fails, and in a forked child.
-  std::shared_ptr<ClientBusConnection> connect(int timeoutMs);
+  std::shared_ptr<BusConnection> connect(int timeoutMs);
 
   bool isServiceRegistered(const std::string& service) override;
   std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string& service,
@@ -45,22 +45,17 @@ class ServiceManager : public ZQBusSerivceManager {
 
  private:
   struct Broadcast {
-    ClientConnection::Signal signal;
+    std::string event;
+    bool trustedOnly;
     std::shared_ptr<ZQBusEventCallback> callback;
-    std::shared_ptr<ClientBusConnection> connection;  // of the subscription, which ends before it
-    std::unique_ptr<ClientConnection::Subscription> subscription;
-  };
-  /// A service that was reached on a direct line.
-  struct Line {
-    std::weak_ptr<ClientConnection> connection;
-    std::shared_ptr<Peer> peer;
-    pid_t process;
+    std::shared_ptr<BusConnection> connection;  // of the subscription, which ends before it
+    std::unique_ptr<Subscription> subscription;
   };
 
   /// A thread's turn at connecting, which is empty when another thread's took until `deadline`.
   class Turn {
    public:
-    Turn(ServiceManager& manager, ClientConnection::Clock::time_point deadline);
+    Turn(ServiceManager& manager, Clock::time_point deadline);
     ~Turn();
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
@@ -72,28 +67,23 @@ class ServiceManager : public ZQBusSerivceManager {
   };
 
   bool isInherited() const { return generation_ != forkGeneration(); }
-  std::shared_ptr<ClientBusConnection> current();
-  std::shared_ptr<ClientBusConnection> open(ClientConnection::Clock::time_point deadline);
+  std::shared_ptr<BusConnection> current();
+  std::shared_ptr<BusConnection> open(Clock::time_point deadline);
   void subscribe(const std::shared_ptr<Broadcast>& broadcast,
-                 const std::shared_ptr<ClientBusConnection>& connection,
-                 ClientConnection::Clock::time_point deadline);
+                 const std::shared_ptr<BusConnection>& connection, Clock::time_point deadline);
   void reopenInBackground();
   void reopen();
-  std::string ownerOf(ClientBusConnection& connection, const std::string& service);
-  std::shared_ptr<ZQBusProxyInterface> useLine(const std::shared_ptr<ClientBusConnection>& bus,
-                                               DirectLine line, ClientConnection::Target target);
-  static void follow(ClientBusConnection& bus, const Line& line, const std::string& owner);
 
   const int generation_ = forkGeneration();
   DeliveryQueue deliveries_;
+  const std::unique_ptr<Carrier> carrier_ = makeCarrier(deliveries_);
   std::string lastError_;  // of the thread that connects
   std::atomic<bool> reopening_ = false;
-  std::mutex mutex_;  // for what follows, never while anybody is asked
+  std::mutex mutex_;  // for what follows, never while the carrier is asked
   bool connecting_ = false;
   std::condition_variable connected_;  // or not, when a thread has tried
-  std::shared_ptr<ClientBusConnection> connection_;
+  std::shared_ptr<BusConnection> connection_;
   std::vector<std::shared_ptr<Broadcast>> broadcasts_;
-  std::map<std::string, Line> lines_;  // by service, the last
 };
 
 ServiceManager& ServiceManager::instance() {
@@ -110,12 +100,12 @@ ServiceManager& ServiceManager::instance() {
 
 // --- The connection ------------------------------------------------------------------------------
 
-std::shared_ptr<ClientBusConnection> ServiceManager::current() {
+std::shared_ptr<BusConnection> ServiceManager::current() {
   const std::lock_guard lock(mutex_);
   return connection_;
 }
 
-ServiceManager::Turn::Turn(ServiceManager& manager, ClientConnection::Clock::time_point deadline)
+ServiceManager::Turn::Turn(ServiceManager& manager, Clock::time_point deadline)
     : manager_(manager) {
   std::unique_lock lock(manager.mutex_);
   taken_ = manager.connected_.wait_until(lock, deadline, [&] { return !manager.connecting_; });
@@ -129,40 +119,36 @@ ServiceManager::Turn::~Turn() {
   manager_.connected_.notify_all();
 }
 
-std::shared_ptr<ClientBusConnection> ServiceManager::connect(int timeoutMs) {
+std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
   if (isInherited()) return nullptr;
   if (const auto now = current(); now != nullptr && !now->lost()) return now;
   const std::chrono::milliseconds timeout =
       timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
-  const auto deadline = withinTimeLimit(ClientConnection::Clock::now() + timeout);
+  const auto deadline = withinTimeLimit(Clock::now() + timeout);
   const Turn turn(*this, deadline);
   if (!turn) return nullptr;
   if (const auto now = current(); now != nullptr && !now->lost()) return now;
   return open(deadline);
 }
 
-/// Connects, and takes the subscriptions and the services on lines along. By one thread at a time.
-std::shared_ptr<ClientBusConnection> ServiceManager::open(
-    ClientConnection::Clock::time_point deadline) {
+/// Connects, and takes the subscriptions along. By one thread at a time.
+std::shared_ptr<BusConnection> ServiceManager::open(Clock::time_point deadline) {
   std::string error;
-  auto opened = ClientBusConnection::open(
-      deliveries_, deadline, [this] { reopenInBackground(); }, error);
+  auto opened = carrier_->connect(
+      deadline, [this] { reopenInBackground(); }, error);
   if (opened == nullptr) {
     if (error != std::exchange(lastError_, error)) busLog(error);
     return nullptr;
   }
   lastError_.clear();
   std::vector<std::shared_ptr<Broadcast>> broadcasts;
-  std::map<std::string, Line> lines;
-  std::shared_ptr<ClientBusConnection> before;
+  std::shared_ptr<BusConnection> before;
   {
     const std::lock_guard lock(mutex_);
     before = std::exchange(connection_, opened);
     broadcasts = broadcasts_;
-    lines = lines_;
   }
   for (const auto& broadcast : broadcasts) subscribe(broadcast, opened, deadline);
-  for (const auto& [service, line] : lines) follow(*opened, line, {});
   if (before != nullptr) busLog("connected to the bus again");
   return opened;
 }
@@ -193,65 +179,20 @@ void ServiceManager::reopen() {
 
 bool ServiceManager::isServiceRegistered(const std::string& service) {
   const auto connection = connect(-1);
-  return connection != nullptr && !ownerOf(*connection, service).empty();
-}
-
-/// The owner of a service's name, empty when nobody is there. The end of a direct line may be known
-/// here before the bus has heard of the process's death.
-std::string ServiceManager::ownerOf(ClientBusConnection& connection, const std::string& service) {
-  std::string owner = connection.ownerOf(service);
-  std::shared_ptr<Peer> known;
-  {
-    const std::lock_guard lock(mutex_);
-    if (const auto found = lines_.find(service); found != lines_.end()) known = found->second.peer;
-  }
-  const bool lineEnded = known != nullptr && known->gone && known->owner == owner;
-  if (lineEnded && !connection.mayBeAlive(owner)) owner.clear();
-  return owner;
+  return connection != nullptr && !connection->ownerOf(service).empty();
 }
 
 std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
     const std::string& service, ZQBusSecurityFlags flags, int) {
   const auto connection = connect(-1);
   if (connection == nullptr) return nullptr;
-  const std::string owner = ownerOf(*connection, service);
+  const std::string owner = connection->ownerOf(service);
   if (owner.empty()) return nullptr;
   if (flags == ZQBusSecurityFlags::TrustedPeer && !connection->isTrusted(owner)) {
-    busLog("the owner of " + serviceName(service) + " is neither this user nor root");
+    busLog("the owner of " + service + " is neither this user nor root");
     return nullptr;
   }
-  const auto onBus = connection->bind(service, owner);
-  ClientConnection::Target target{owner, servicePath(service), serviceName(service), onBus};
-  DirectLine line = openDirectLine(service, owner, deliveries_);
-  if (line.connection != nullptr) return useLine(connection, std::move(line), std::move(target));
-  return std::make_shared<ProxyInterface>(connection, std::move(target));
-}
-
-std::shared_ptr<ZQBusProxyInterface> ServiceManager::useLine(
-    const std::shared_ptr<ClientBusConnection>& bus, DirectLine line,
-    ClientConnection::Target target) {
-  const std::string service = target.peer->service;
-  target.destination.clear();
-  target.peer = line.connection->addPeer(service, target.peer->owner);
-  const Line used{line.connection, target.peer, line.process};
-  {
-    const std::lock_guard lock(mutex_);
-    lines_[service] = used;
-  }
-  follow(*bus, used, target.peer->owner);
-  return std::make_shared<ProxyInterface>(line.connection, std::move(target));
-}
-
-/// The end of a line is not the only end of its service: another process may take the name.
-void ServiceManager::follow(ClientBusConnection& bus, const Line& line, const std::string& owner) {
-  if (line.connection.expired()) return;
-  const std::string& service = line.peer->service;
-  bus.follow(service, line.process, owner, [connection = line.connection, service] {
-    const auto open = connection.lock();
-    if (open == nullptr) return;
-    busLog("another process owns " + serviceName(service) + ": its old line is cut");
-    open->cut();
-  });
+  return std::make_shared<ProxyInterface>(connection->wayTo(service, owner));
 }
 
 // --- Broadcasts ----------------------------------------------------------------------------------
@@ -262,28 +203,28 @@ bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallba
   const auto broadcast = std::make_shared<Broadcast>();
   broadcast->callback.reset(callback);
   if (isInherited()) return false;
-  broadcast->signal = {kBroadcastInterface, event, {}, flags == ZQBusSecurityFlags::TrustedPeer};
-  std::shared_ptr<ClientBusConnection> connection;
+  broadcast->event = event;
+  broadcast->trustedOnly = flags == ZQBusSecurityFlags::TrustedPeer;
+  std::shared_ptr<BusConnection> connection;
   {
     const std::lock_guard lock(mutex_);
     broadcasts_.push_back(broadcast);
     connection = connection_;
   }
   if (connection != nullptr) {
-    subscribe(broadcast, connection,
-              withinTimeLimit(ClientConnection::Clock::now() + kDefaultTimeout));
+    subscribe(broadcast, connection, withinTimeLimit(Clock::now() + kDefaultTimeout));
   }
   return true;
 }
 
 /// Whoever sets or replaces a connection subscribes what was there by then.
 void ServiceManager::subscribe(const std::shared_ptr<Broadcast>& broadcast,
-                               const std::shared_ptr<ClientBusConnection>& connection,
-                               ClientConnection::Clock::time_point deadline) {
+                               const std::shared_ptr<BusConnection>& connection,
+                               Clock::time_point deadline) {
   Broadcast subscribed;
   subscribed.connection = connection;
   subscribed.subscription = connection->subscribe(
-      broadcast->signal,
+      broadcast->event, broadcast->trustedOnly,
       [callback = broadcast->callback](std::shared_ptr<ZQBusMessage> message) {
         (*callback)(std::move(message));
       },
@@ -294,17 +235,7 @@ void ServiceManager::subscribe(const std::shared_ptr<Broadcast>& broadcast,
   broadcast->subscription.swap(subscribed.subscription);
 }
 
-std::atomic<ZQBusLogSink> logSink = nullptr;
-
 }  // namespace
-
-void setZQBusLogSink(ZQBusLogSink sink) {
-  logSink = sink;
-}
-
-void busLog(const std::string& line) {
-  if (const ZQBusLogSink sink = logSink) sink(line.c_str());
-}
 
 ZQBusSerivceManager* ZQBusSerivceManager::initSync(int timeoutMs) {
   ServiceManager& manager = ServiceManager::instance();

@@ -1,4 +1,4 @@
-// The client's way to one running service.
+// The client's way to one running service: the rules above what the carrier supplies.
 #pragma once
 
 #include <memory>
@@ -6,18 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "client_connection.h"
+#include "carrier.h"
 
 namespace zq {
 
 class ProxyInterface : public ZQBusProxyInterface {
  public:
-  /// `target` is the service behind its peer, as `connection` reaches it.
-  ProxyInterface(std::shared_ptr<ClientConnection> connection, ClientConnection::Target target);
-  ~ProxyInterface() override { connection_->setDeathCallback(target_.peer, {}); }
+  explicit ProxyInterface(std::unique_ptr<ServiceWay> way);
+  ~ProxyInterface() override;
 
   std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override;
-  const std::string& owner() const override { return target_.peer->owner; }
+  const std::string& owner() const override { return owner_; }
   std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
                                                       int timeoutMs) override;
   void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
@@ -31,11 +30,14 @@ class ProxyInterface : public ZQBusProxyInterface {
   struct Listener {
     std::string event;
     ZQBusEventCallback* callback;
-    std::unique_ptr<ClientConnection::Subscription> subscription;
+    std::unique_ptr<Subscription> subscription;
   };
 
-  const std::shared_ptr<ClientConnection> connection_;
-  const ClientConnection::Target target_;
+  bool isInherited() const;
+
+  const int generation_;
+  std::unique_ptr<ServiceWay> way_;
+  const std::string owner_;
   std::mutex listenersMutex_;
   std::vector<Listener> listeners_;
 };

@@ -1,0 +1,21 @@
+// The outcomes that are decided on this side of the bus, in words.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "zqbus/message.h"
+
+namespace zq {
+
+ZQBusMessage timedOut(std::chrono::microseconds timeout);
+ZQBusMessage busGone();
+/// `service` is the service, or whatever else was asked.
+ZQBusMessage peerGone(const std::string& service);
+/// Of a connection in a forked child.
+ZQBusMessage inherited();
+ZQBusMessage tooLarge();
+ZQBusMessage cannotSend(const std::string& why);
+ZQBusMessage unreadable(const std::string& why);
+
+}  // namespace zq
