@@ -21,14 +21,14 @@ void runGuarded(const DeliveryQueue::Job& job) {
   } catch (const std::exception& error) {
     busLog(std::string("a callback threw: ") + error.what());
   } catch (...) {
-    busLog("a callback threw what is no std::exception");
+    busLog("a callback threw something other than a std::exception");
   }
 }
 
 }  // namespace
 
 bool DeliveryQueue::post(Job job) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   append({std::move(job), 0});
   return !running_;
 }
@@ -37,7 +37,7 @@ bool DeliveryQueue::postEvent(Job job, std::size_t size) {
   uint64_t droppedBefore = 0;
   bool idle = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     idle = !running_;
     if (entries_.size() >= kMaxEvents || bytes_ + size > kMaxBytes) {
       ++dropped_;
@@ -59,12 +59,12 @@ void DeliveryQueue::append(Entry entry) {
 }
 
 uint64_t DeliveryQueue::droppedEvents() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return dropped_;
 }
 
 void DeliveryQueue::run() {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (std::exchange(running_, true)) return;
   while (!entries_.empty()) {
     Entry entry = std::move(entries_.front());
@@ -73,11 +73,11 @@ void DeliveryQueue::run() {
     runner_ = std::this_thread::get_id();
     lock.unlock();
     runGuarded(entry.job);
-    entry.job = nullptr;  // what it holds may take the lock of a poster when it goes
+    entry.job = nullptr;  // destroying what it holds may take a connection's mutex
     lock.lock();
     runner_ = {};
     ++ended_;
-    if (waiting_ > 0) jobEnded_.notify_all();
+    if (waiting_ > 0) jobEnded_.notifyAll();
   }
   running_ = false;
 }
@@ -85,7 +85,7 @@ void DeliveryQueue::run() {
 void DeliveryQueue::runApart(Job job) {
   uint64_t number = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     number = ++lastApart_;
     apart_.push_back({number, {}});
   }
@@ -102,39 +102,37 @@ void DeliveryQueue::runApart(Job job) {
 void DeliveryQueue::runOnOwnThread(const Job& job, uint64_t number) {
   const auto isThis = [number](const Apart& apart) { return apart.number == number; };
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     std::find_if(apart_.begin(), apart_.end(), isThis)->thread = std::this_thread::get_id();
   }
   runGuarded(job);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::erase_if(apart_, isThis);
-  jobEnded_.notify_all();
+  jobEnded_.notifyAll();
 }
 
 void DeliveryQueue::waitForRunning() {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   if (isInJob()) return;
   const uint64_t ended = ended_;
   const uint64_t lastApart = lastApart_;
   ++waiting_;
-  jobEnded_.wait(lock, [&] {
-    const bool sameJob = runner_ != std::thread::id() && ended_ == ended;
-    return !sameJob && !runsApart(lastApart);
-  });
+  while (stillRuns(ended, lastApart)) jobEnded_.wait(mutex_);
   --waiting_;
 }
 
-/// Whether this thread runs a job. Under the lock.
+/// Whether this thread runs a job.
 bool DeliveryQueue::isInJob() const {
   const auto self = std::this_thread::get_id();
   return runner_ == self || std::any_of(apart_.begin(), apart_.end(),
                                         [&](const Apart& apart) { return apart.thread == self; });
 }
 
-/// Whether a job up to that number still runs apart. Under the lock.
-bool DeliveryQueue::runsApart(uint64_t upTo) const {
-  return std::any_of(apart_.begin(), apart_.end(),
-                     [&](const Apart& apart) { return apart.number <= upTo; });
+/// Whether the job after the first `ended` runs, or a job apart up to number `lastApart`.
+bool DeliveryQueue::stillRuns(uint64_t ended, uint64_t lastApart) const {
+  const bool sameJob = runner_ != std::thread::id() && ended_ == ended;
+  return sameJob || std::any_of(apart_.begin(), apart_.end(),
+                                [&](const Apart& apart) { return apart.number <= lastApart; });
 }
 
 }  // namespace zq

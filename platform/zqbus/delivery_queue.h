@@ -1,41 +1,41 @@
 // Callbacks that wait for their turn: one at a time, in the order in which they were posted.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "platform/util/mutex.h"
+
 namespace zq {
 
-/// Has no thread of its own: whoever brings a job also sees to it that somebody calls run(). It
-/// outlives every thread that may be at that.
+/// Has no thread of its own: a thread that posts a job has run() called if post() says so. The
+/// queue outlives every thread that may call run().
 class DeliveryQueue {
  public:
   using Job = std::function<void()>;
 
-  /// Posts what must not be lost. Its number is bounded by what its posters have under way. True
-  /// when nobody is at work on the queue, so that run() must be called.
-  [[nodiscard]] bool post(Job job);
-  /// Posts an event that holds `size` bytes, unless the queue is full: then it is dropped and
-  /// counted, and the log says so. True as for post().
-  [[nodiscard]] bool postEvent(Job job, std::size_t size);
+  /// Posts a job that must not be lost: there are at most as many as calls in flight and deaths.
+  /// True when no thread works on the queue, so that run() must be called.
+  [[nodiscard]] bool post(Job job) EXCLUDES(mutex_);
+  /// Posts an event that holds `size` bytes. A full queue drops and counts the event, and logs it.
+  /// True as for post().
+  [[nodiscard]] bool postEvent(Job job, std::size_t size) EXCLUDES(mutex_);
 
-  /// Runs all that was posted and is posted meanwhile, unless another thread is at that already.
-  void run();
+  /// Runs the posted jobs, and the jobs that are posted meanwhile, unless another thread does.
+  void run() EXCLUDES(mutex_);
 
-  /// Called by a job: runs the rest of it on a thread of its own, beside the jobs that follow. Runs
-  /// it at once when there is no thread to be had.
-  void runApart(Job job);
+  /// Called by a job: runs `job` on a thread of its own, beside the jobs that follow; at once when
+  /// no thread can be started.
+  void runApart(Job job) EXCLUDES(mutex_);
 
-  /// Blocks until every job that is running now has ended, those apart too. Returns at once inside
-  /// a job.
-  void waitForRunning();
+  /// Blocks until every job that is running now has ended, the jobs apart too. Returns at once
+  /// inside a job.
+  void waitForRunning() EXCLUDES(mutex_);
 
-  uint64_t droppedEvents() const;
+  uint64_t droppedEvents() const EXCLUDES(mutex_);
 
  private:
   struct Entry {
@@ -46,23 +46,23 @@ class DeliveryQueue {
     uint64_t number;
     std::thread::id thread;
   };
-  void append(Entry entry);
-  void runOnOwnThread(const Job& job, uint64_t number);
-  bool isInJob() const;
-  bool runsApart(uint64_t upTo) const;
+  void append(Entry entry) REQUIRES(mutex_);
+  void runOnOwnThread(const Job& job, uint64_t number) EXCLUDES(mutex_);
+  bool isInJob() const REQUIRES(mutex_);
+  bool stillRuns(uint64_t ended, uint64_t lastApart) const REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  std::deque<Entry> entries_;
-  std::size_t bytes_ = 0;
-  uint64_t dropped_ = 0;
-  uint64_t droppedInARow_ = 0;
-  bool running_ = false;
-  std::thread::id runner_;  // while a job runs
-  uint64_t ended_ = 0;      // jobs
-  std::vector<Apart> apart_;
-  uint64_t lastApart_ = 0;
-  int waiting_ = 0;
-  std::condition_variable jobEnded_;
+  mutable Mutex mutex_;
+  std::deque<Entry> entries_ GUARDED_BY(mutex_);
+  std::size_t bytes_ GUARDED_BY(mutex_) = 0;
+  uint64_t dropped_ GUARDED_BY(mutex_) = 0;
+  uint64_t droppedInARow_ GUARDED_BY(mutex_) = 0;
+  bool running_ GUARDED_BY(mutex_) = false;
+  std::thread::id runner_ GUARDED_BY(mutex_);  // while a job runs
+  uint64_t ended_ GUARDED_BY(mutex_) = 0;      // jobs
+  std::vector<Apart> apart_ GUARDED_BY(mutex_);
+  uint64_t lastApart_ GUARDED_BY(mutex_) = 0;
+  int waiting_ GUARDED_BY(mutex_) = 0;
+  ConditionVariable jobEnded_;
 };
 
 }  // namespace zq

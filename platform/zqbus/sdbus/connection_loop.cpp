@@ -19,10 +19,10 @@
 namespace zq {
 namespace {
 
-// After so many messages in a row a loop looks whether somebody wants the lock, or its work.
+// After so many messages in a row a loop lets other threads in, and does its work.
 constexpr int kFairAfter = 32;
 constexpr std::chrono::milliseconds kFairWait{1};
-constexpr std::chrono::milliseconds kFlushPatience{1000};
+constexpr std::chrono::milliseconds kFlushTime{1000};
 constexpr std::chrono::hours kLongestSleep{1};
 constexpr uint64_t kNever = UINT64_MAX;
 constexpr uint32_t kHungUp = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
@@ -37,15 +37,15 @@ uint64_t busTimeout(sd_bus* bus) {
   return sd_bus_get_timeout(bus, &timeout) >= 0 ? timeout : kNever;
 }
 
-/// A time in sd-bus's terms: microseconds of the steady clock, never before it.
+/// A time in sd-bus's terms: microseconds of the steady clock, rounded up.
 uint64_t busTime(ConnectionLoop::Clock::time_point time) {
   using std::chrono::microseconds;
   if (time == ConnectionLoop::Clock::time_point::max()) return kNever;
   return static_cast<uint64_t>(ceil<microseconds>(time.time_since_epoch()).count());
 }
 
-/// How long a sleep may last that must end at `timeout` (sd-bus's time: microseconds of the steady
-/// clock) and at `deadline`, rounded up.
+/// How long a sleep may last that must end at `timeout`, in sd-bus's time, and at `deadline`;
+/// rounded up.
 int sleepMilliseconds(uint64_t timeout, ConnectionLoop::Clock::time_point deadline) {
   using namespace std::chrono;
   if (timeout == 0) return 0;
@@ -69,7 +69,7 @@ void control(int epoll, int operation, int descriptor, uint32_t events) {
   ::epoll_ctl(epoll, operation, descriptor, &event);
 }
 
-/// Whether a connection holds bytes that were not read.
+/// Whether the socket holds unread bytes.
 bool holdsBytes(int descriptor) {
   int bytes = 0;
   return ::ioctl(descriptor, FIONREAD, &bytes) != 0 || bytes > 0;
@@ -79,11 +79,11 @@ bool holdsBytes(int descriptor) {
 
 ConnectionLoop::ConnectionLoop(SdBus bus, Listener& listener, std::function<void()> work,
                                WhileWorking whileWorking)
-    : bus_(std::move(bus)),
-      listener_(listener),
+    : listener_(listener),
       work_(std::move(work)),
       whileWorking_(whileWorking),
       edge_(whileWorking == WhileWorking::Read ? EPOLLET : 0U),
+      bus_(std::move(bus)),
       busDescriptor_(sd_bus_get_fd(bus_.get())),
       leaderEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       threadEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
@@ -111,15 +111,15 @@ int ConnectionLoop::start() {
   return 0;
 }
 
-void ConnectionLoop::closeAll(const std::vector<ConnectionLoop*>& readers) {
+void ConnectionLoop::closeAll(const std::vector<ConnectionLoop*>& loops) {
   std::vector<ConnectionLoop*> open;
-  for (ConnectionLoop* const loop : readers) {
+  for (ConnectionLoop* const loop : loops) {
     const Hold hold(*loop);
     loop->closed_ = true;
     signalEvent(loop->threadEvent_);
     if (!std::exchange(loop->lost_, true)) open.push_back(loop);
   }
-  const auto deadline = Clock::now() + kFlushPatience;
+  const auto deadline = Clock::now() + kFlushTime;
   std::vector<pollfd> full;
   do {
     full.clear();
@@ -135,17 +135,17 @@ void ConnectionLoop::closeAll(const std::vector<ConnectionLoop*>& readers) {
 }
 
 void ConnectionLoop::closeBus() {
-  // By hand: a child that was forked off may have a copy of the socket, which keeps it watched.
+  // By hand: while a forked child has a copy of the socket, closing it leaves it in the set.
   control(epoll_, EPOLL_CTL_DEL, busDescriptor_, 0);
   sd_bus_close(bus_.get());
 }
 
 void ConnectionLoop::join() {
-  Lock lock(mutex_);
-  allEnded_.wait(lock, [this] { return threads_ == 0; });
+  const MutexLock lock(mutex_);
+  while (threads_ > 0) allEnded_.wait(mutex_);
 }
 
-/// Sends what there is room for. Whether there is more.
+/// Sends what the socket has room for. True when messages remain.
 bool ConnectionLoop::sendMore() {
   const Hold hold(*this);
   return hasUnsent() && processBus() >= 0 && hasUnsent();
@@ -156,41 +156,43 @@ bool ConnectionLoop::hasUnsent() const {
   return sd_bus_get_n_queued_write(bus_.get(), &unsent) >= 0 && unsent > 0;
 }
 
-// --- The lock ------------------------------------------------------------------------------------
+// --- The mutex -----------------------------------------------------------------------------------
 
-ConnectionLoop::Hold::Hold(ConnectionLoop& loop) : loop_(loop), lock_(loop.enter()) {}
+ConnectionLoop::Hold::Hold(ConnectionLoop& loop) : loop_(loop) {
+  loop_.enter();
+}
 
 ConnectionLoop::Hold::~Hold() {
-  loop_.unlockAndWake(lock_);
+  loop_.unlockAndWake();
 }
 
-ConnectionLoop::Lock ConnectionLoop::enter() {
+void ConnectionLoop::enter() {
   entering_.fetch_add(1, std::memory_order_relaxed);
-  Lock lock(mutex_);
-  if (entering_.fetch_sub(1, std::memory_order_relaxed) == 1) entered_.notify_all();
-  return lock;
+  mutex_.lock();
+  if (entering_.fetch_sub(1, std::memory_order_relaxed) == 1) entered_.notifyAll();
 }
 
-/// A mutex is not fair: one who gives it up only to take it again keeps it for himself.
-void ConnectionLoop::letOthersIn(Lock& lock) {
+/// A mutex is not fair: a thread that unlocks and relocks at once usually wins again.
+void ConnectionLoop::letOthersIn() {
   inARow_ = 0;
-  lock.unlock();
-  std::this_thread::yield();  // to those that wake up, who do not say that they enter
-  lock.lock();
-  entered_.wait_for(lock, kFairWait,
-                    [this] { return entering_.load(std::memory_order_relaxed) == 0; });
+  mutex_.unlock();
+  std::this_thread::yield();  // to threads that wake up, which are not counted as entering
+  mutex_.lock();
+  const auto deadline = Clock::now() + kFairWait;
+  while (entering_.load(std::memory_order_relaxed) > 0 && entered_.waitUntil(mutex_, deadline)) {
+  }
 }
 
-void ConnectionLoop::unlockAndWake(Lock& lock) {
+void ConnectionLoop::unlockAndWake() {
   std::vector<std::shared_ptr<Waiter>> woken;
   woken.swap(toWake_);
-  lock.unlock();
-  for (const auto& waiter : woken) waiter->wake.notify_one();
+  mutex_.unlock();
+  for (const auto& waiter : woken) waiter->wake.notifyOne();
 }
 
 // --- Reading -------------------------------------------------------------------------------------
 
-/// sd_bus_process(), negative too when the connection is at its end. A connection that a send found
+/// sd_bus_process(), negative too when the connection has ended. A connection that a send found
 /// broken is left alone: sd-bus would close the socket, which is still in the epoll set.
 int ConnectionLoop::processBus() {
   sd_bus* const bus = bus_.get();
@@ -199,28 +201,28 @@ int ConnectionLoop::processBus() {
   return sd_bus_is_open(bus) > 0 ? result : -ECONNRESET;
 }
 
-/// One step of whoever has the role. Under the lock, which is given up in between.
-void ConnectionLoop::processOne(Lock& lock) {
+/// One step of the thread that has the role. Unlocks the mutex in between.
+void ConnectionLoop::processOne() {
   const int result = processBus();
   if (result < 0) {
     loseConnection();
   } else {
     unread_ = result > 0;
     ++inARow_;
-    // What came along with the end of the handshake lies in sd-bus, where no descriptor tells of
-    // it.
+    // Messages that came along with the end of the handshake lie in sd-bus: no descriptor is
+    // readable for them.
     if (!settled_) settled_ = result == 0 && sd_bus_is_ready(bus_.get()) > 0;
     if (!hasUnsent()) listener_.onAllSent();
-    tellDeadline();
+    checkDeadline();
   }
   if (!toWake_.empty()) {
-    unlockAndWake(lock);
-    lock.lock();
+    unlockAndWake();
+    mutex_.lock();
   }
-  if (inARow_ >= kFairAfter) letOthersIn(lock);
+  if (inARow_ >= kFairAfter) letOthersIn();
 }
 
-void ConnectionLoop::tellDeadline() {
+void ConnectionLoop::checkDeadline() {
   const auto deadline = listener_.nextDeadline();
   if (deadline == Clock::time_point::max()) return;
   if (const auto now = Clock::now(); deadline <= now) listener_.onDeadline(now);
@@ -231,7 +233,7 @@ uint64_t ConnectionLoop::timeout() const {
   return std::min(busTimeout(bus_.get()), busTime(listener_.nextDeadline()));
 }
 
-/// What to sleep towards on the bus.
+/// The poll events to wait for on the connection.
 uint32_t ConnectionLoop::interest() const {
   static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT);
   return static_cast<uint32_t>(std::max(sd_bus_get_events(bus_.get()), 0));
@@ -272,34 +274,37 @@ void ConnectionLoop::startThread() {
 }
 
 void ConnectionLoop::run() {
-  Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   ++awake_;
   while (!closed_ || workWanted_) {
-    readAsThread(lock);
+    readAsThread();
     if (workWanted_) {
-      work(lock);
+      work();
     } else if (!mayRead() && !closed_) {
-      sleepAsThread(lock);
+      sleepAsThread();
     }
   }
   --awake_;
-  signalEvent(threadEvent_);  // the other one has to end too
-  if (--threads_ == 0) allEnded_.notify_all();
+  signalEvent(threadEvent_);  // the other thread has to end too
+  if (--threads_ == 0) allEnded_.notifyAll();
 }
 
-void ConnectionLoop::readAsThread(Lock& lock) {
-  // What nobody reads meanwhile waits where it is, and not here.
-  const auto mustWorkFirst = [this] { return workWanted_ && whileWorking_ == WhileWorking::Wait; };
+/// Where reading stops during the work, messages wait in the socket and not in this process.
+bool ConnectionLoop::mustWorkFirst() const {
+  return workWanted_ && whileWorking_ == WhileWorking::Wait;
+}
+
+void ConnectionLoop::readAsThread() {
   for (int read = 0; mayRead() && !mustWorkFirst() && read < kFairAfter; ++read) {
-    processOne(lock);
-    // As a rule there is one message, and asking for a second costs more than looking whether there
-    // is one. A level-triggered set tells by itself.
+    processOne();
+    // As a rule one message has come. Asking sd-bus for a second costs more than asking the socket
+    // whether it holds bytes. A level-triggered set reports them by itself.
     if (inARow_ == 1 && settled_ && !hungUp_ && mayRead())
       unread_ = edge_ != 0 && holdsBytes(busDescriptor_);
   }
 }
 
-void ConnectionLoop::work(Lock& lock) {
+void ConnectionLoop::work() {
   workWanted_ = false;
   if (whileWorking_ == WhileWorking::Read) {
     try {
@@ -313,13 +318,13 @@ void ConnectionLoop::work(Lock& lock) {
     if (mayRead()) signalEvent(threadEvent_);
   }
   --awake_;
-  lock.unlock();
+  mutex_.unlock();
   work_();
-  lock = enter();
+  enter();
   ++awake_;
 }
 
-void ConnectionLoop::sleepAsThread(Lock& lock) {
+void ConnectionLoop::sleepAsThread() {
   threadTimeout_ = kNever;
   if (leader_ == nullptr && !lost_) {
     watch(interest());
@@ -327,13 +332,13 @@ void ConnectionLoop::sleepAsThread(Lock& lock) {
   }
   const int longest = sleepMilliseconds(threadTimeout_, Clock::time_point::max());
   --awake_;
-  lock.unlock();
+  mutex_.unlock();
   std::array<epoll_event, 2> events;
   const int count = ::epoll_wait(epoll_, events.data(), events.size(), longest);
-  lock.lock();
+  mutex_.lock();
   ++awake_;
   inARow_ = 0;
-  if (count <= 0) unread_ = true;  // a time that sd-bus is to look at
+  if (count <= 0) unread_ = true;  // sd-bus is to look at its time-outs
   for (const epoll_event& event : std::span(events).first(std::max(count, 0))) {
     if (event.data.fd == threadEvent_) {
       drainEvent(threadEvent_);
@@ -344,7 +349,7 @@ void ConnectionLoop::sleepAsThread(Lock& lock) {
   }
 }
 
-/// Sets what wakes a thread. What is there already does so at once.
+/// Sets the events that wake a thread. An event that has happened already wakes it at once.
 void ConnectionLoop::watch(uint32_t events) {
   if (events == watched_ || lost_) return;
   control(epoll_, EPOLL_CTL_MOD, busDescriptor_, edge_ | (events == 0 ? 0 : events | EPOLLRDHUP));
@@ -359,7 +364,8 @@ void ConnectionLoop::requestWork() {
 // --- Callers that wait ---------------------------------------------------------------------------
 
 ConnectionLoop::Turn::Turn(ConnectionLoop& loop, std::shared_ptr<Waiter> waiter)
-    : loop_(loop), waiter_(std::move(waiter)), lock_(loop.enter()) {
+    : loop_(loop), waiter_(std::move(waiter)) {
+  loop_.enter();
   if (loop_.leader_ != nullptr) {
     loop_.followers_.push_back(waiter_);
     return;
@@ -370,40 +376,47 @@ ConnectionLoop::Turn::Turn(ConnectionLoop& loop, std::shared_ptr<Waiter> waiter)
 
 ConnectionLoop::Turn::~Turn() {
   loop_.leave(waiter_);
-  loop_.unlockAndWake(lock_);
+  loop_.unlockAndWake();
 }
 
 void ConnectionLoop::Turn::waitUntil(Clock::time_point deadline) {
-  if (loop_.leader_ != waiter_.get()) loop_.afterSend();
-  // The other end of a line may well have run, and have answered, while this one sent. A bus has
-  // others to ask first.
-  if (sd_bus_is_bus_client(loop_.bus()) == 0) loop_.unread_ = true;
-  while (!waiter_->done && !loop_.lost_ && Clock::now() < deadline) {
-    if (loop_.leader_ != waiter_.get()) {
-      waiter_->wake.wait_until(lock_, deadline);
-    } else if (loop_.unread_) {
-      loop_.processOne(lock_);
+  loop_.mutex_.assertHeld();  // since the constructor, which the analysis does not connect to this
+  loop_.waitFor(waiter_, deadline);
+}
+
+/// Waits for `waiter` to be done, with the role or without it.
+void ConnectionLoop::waitFor(const std::shared_ptr<Waiter>& waiter, Clock::time_point deadline) {
+  if (leader_ != waiter.get()) afterSend();
+  // A service at the other end of a line may have answered while this thread sent. A bus has to
+  // pass the request on first.
+  if (sd_bus_is_bus_client(bus_.get()) == 0) unread_ = true;
+  while (!waiter->done && !lost_ && Clock::now() < deadline) {
+    if (leader_ != waiter.get()) {
+      waiter->wake.waitUntil(mutex_, deadline);
+    } else if (unread_) {
+      processOne();
     } else {
-      loop_.sleepAsLeader(lock_, deadline);
+      sleepAsLeader(deadline);
     }
   }
 }
 
-void ConnectionLoop::sleepAsLeader(Lock& lock, Clock::time_point deadline) {
+void ConnectionLoop::sleepAsLeader(Clock::time_point deadline) {
   leaderEvents_ = interest();
   leaderTimeout_ = timeout();
+  const int longest = sleepMilliseconds(leaderTimeout_, deadline);
   pollfd polled[] = {{busDescriptor_, static_cast<short>(leaderEvents_), 0},
                      {leaderEvent_, POLLIN, 0}};
-  lock.unlock();
-  ::poll(polled, 2, sleepMilliseconds(leaderTimeout_, deadline));
+  mutex_.unlock();
+  ::poll(polled, 2, longest);
   if (polled[1].revents != 0) drainEvent(leaderEvent_);
-  lock.lock();
+  mutex_.lock();
   leaderEvents_ = 0;
   inARow_ = 0;
   unread_ = true;
 }
 
-/// Gives the role on: to a follower that still waits, else back to the threads.
+/// Hands the role to a follower that still waits, else back to the loop's threads.
 void ConnectionLoop::leave(const std::shared_ptr<Waiter>& waiter) {
   if (leader_ != waiter.get()) {
     std::erase(followers_, waiter);
@@ -419,10 +432,10 @@ void ConnectionLoop::leave(const std::shared_ptr<Waiter>& waiter) {
     return;
   }
   if (lost_) return;
-  unread_ = !settled_;  // else watching tells of what is there
+  unread_ = !settled_;  // once settled, watching reports input that is there
   watch(interest());
-  // What is left in sd-bus's own queue, and a timeout earlier than the one the threads sleep
-  // towards, show on no descriptor.
+  // No descriptor becomes readable for messages in sd-bus's own queue, nor for a time-out earlier
+  // than the one that the threads wait for.
   if (unread_ || timeout() < threadTimeout_) signalEvent(threadEvent_);
 }
 

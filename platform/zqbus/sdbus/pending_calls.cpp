@@ -39,8 +39,9 @@ bool PendingCalls::take(sd_bus_message* message) {
   if (!mayAnswer(message, *found->second)) {
     const char* sender = sd_bus_message_get_sender(message);
     if (std::has_single_bit(++foreignReplies_)) {
-      busLog(std::string("ignored a reply of ") + (sender != nullptr ? sender : "nobody") +
-             ", which was not asked (" + std::to_string(foreignReplies_) + " so far)");
+      busLog(std::string("ignored a reply of ") +
+             (sender != nullptr ? sender : "an unknown sender") + ", which was not asked (" +
+             std::to_string(foreignReplies_) + " so far)");
     }
     return true;
   }

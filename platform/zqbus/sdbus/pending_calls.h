@@ -1,4 +1,4 @@
-// The calls that were sent on one connection and wait for their replies.
+// The calls that were sent on one connection and have no reply yet.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -18,41 +18,41 @@ class PendingCall {
  public:
   virtual ~PendingCall() = default;
   /// Ends the call: `reply` came from the connection that was asked; null when the call ends
-  /// without one, at its deadline for one. Called once, under the lock, when the call is no longer
-  /// pending.
+  /// without a reply, at its deadline for instance. Called once, under the connection's mutex, when
+  /// the call is no longer pending.
   virtual void onOutcome(sd_bus_message* reply) = 0;
 
  private:
   friend class PendingCalls;
-  std::string asked_;  // the unique name that may answer; empty at the end of a line
+  std::string asked_;  // the unique name that may answer; empty on a line
   uint64_t cookie_ = 0;
   std::chrono::steady_clock::time_point deadline_;
 };
 
-/// sd-bus matches a reply by its serial number alone, and a bus delivers a reply that nobody asked
-/// for to whomever it names. So the account of calls is kept here, where a reply counts only from
-/// the connection that was asked, or from the bus daemon when it tells that nobody is there to
-/// answer. Everything here needs the lock of the connection.
+/// sd-bus matches a reply by its serial number alone, and a bus delivers an unsolicited reply to
+/// the connection that it names. So the account of calls is kept here: a reply counts only from the
+/// connection that was asked, or from the bus daemon when it reports that the connection is gone.
+/// Used under the mutex of the connection that owns it.
 class PendingCalls {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Sends `message` and waits for its reply, until `deadline` or, when that is the end of time,
+  /// Sends `message`, and makes `call` pending until `deadline` or, when that is time_point::max(),
   /// until end(). 0, or a negative error number: then `call` is not pending.
   [[nodiscard]] int send(sd_bus* bus, sd_bus_message* message, std::shared_ptr<PendingCall> call,
                          Clock::time_point deadline);
 
-  /// Whether `message` is a reply, of which nothing else is to be done: the call that it belongs to
-  /// has ended with it, or it was nobody's.
+  /// Whether `message` is a reply. It needs nothing more then: its call has ended with it, or it
+  /// belongs to no pending call.
   bool take(sd_bus_message* message);
 
-  /// Ends a call without a reply; nothing happens when it is not pending.
+  /// Ends a call without a reply; does nothing when the call is not pending.
   void end(const PendingCall& call);
-  /// Ends the calls that `condition` holds for, in the order in which they were sent.
+  /// Ends the calls for which `condition` holds, in the order in which they were sent.
   template <typename Condition>
   void endIf(Condition condition);
 
-  /// When the next call's deadline passes; the end of time when no call has one.
+  /// The next deadline of a call; time_point::max() when no call has a deadline.
   Clock::time_point nextDeadline() const;
   /// Ends the calls whose deadlines have passed.
   void expire(Clock::time_point now);

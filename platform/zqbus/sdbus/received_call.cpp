@@ -11,17 +11,18 @@
 namespace zq {
 namespace {
 
-// One call may be as large as it likes; what piles up behind it may not.
+// One call may have any size; the calls behind it may not add to it without limit.
 constexpr std::size_t kMaxCallsInHand = std::size_t{64} << 20;
-// What a call takes beside its content.
+// The memory of a call beside its content.
 constexpr std::size_t kCallAllowance = 2048;
 
 }  // namespace
 
-std::shared_ptr<ReceivedCall> ReceivedCall::read(std::shared_ptr<ServiceConnection> connection,
-                                                 SdBusMessage message) {
+std::shared_ptr<ReceivedCall> ReceivedCall::read(
+    const std::shared_ptr<ServiceConnection>& connection, SdBusMessage message) {
   const bool isFull = connection->object().callsInHand > kMaxCallsInHand;
-  auto call = std::make_shared<ReceivedCall>(std::move(connection), std::move(message));
+  auto call = std::make_shared<ReceivedCall>(connection, std::move(message));
+  call->connection_->loop().mutex().assertHeld();  // by the caller
   if (isFull) {
     call->answerError(SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls wait for their answers");
     return nullptr;
@@ -34,37 +35,37 @@ std::shared_ptr<ReceivedCall> ReceivedCall::read(std::shared_ptr<ServiceConnecti
 }
 
 ReceivedCall::ReceivedCall(std::shared_ptr<ServiceConnection> connection, SdBusMessage message)
-    : endpoint_(std::move(connection)),
+    : connection_(std::move(connection)),
       call_(ZQBusMessageType::MethodCall, sd_bus_message_get_member(message.get())),
-      sender_(endpoint_->peer()),
+      sender_(connection_->peer()),
       message_(std::move(message)) {
   const char* sender = sd_bus_message_get_sender(message_.get());
-  // On a line it would be the client that says who it is.
+  // On a line the client itself could write any sender.
   if (sender_.empty() && sender != nullptr) sender_ = sender;
 }
 
 ReceivedCall::~ReceivedCall() {
-  endpoint_->object().callsInHand -= size_;
+  connection_->object().callsInHand -= size_;
   if (message_ == nullptr) return;
-  const ConnectionLoop::Hold hold(endpoint_->loop());
+  const ConnectionLoop::Hold hold(connection_->loop());
   message_.reset();
 }
 
 int ReceivedCall::decode() {
   const int result = decodeArguments(message_.get(), call_);
   size_ = memoryOf(call_) + kCallAllowance;
-  endpoint_->object().callsInHand += size_;
+  connection_->object().callsInHand += size_;
   return result;
 }
 
 void ReceivedCall::keepForLater() {
-  const ConnectionLoop::Hold hold(endpoint_->loop());
+  const ConnectionLoop::Hold hold(connection_->loop());
   if (message_ == nullptr) return;
   if (SdBusMessage stub = stubOf(message_.get())) message_ = std::move(stub);
 }
 
 void ReceivedCall::reply(const ZQBusMessage& result) {
-  const ConnectionLoop::Hold hold(endpoint_->loop());
+  const ConnectionLoop::Hold hold(connection_->loop());
   if (message_ == nullptr) return;
   const int sent = sendReturn(result);
   if (sent < 0)
@@ -81,7 +82,7 @@ void ReceivedCall::failUnknownMethod() {
 }
 
 void ReceivedCall::failWith(const char* name, const std::string& text) {
-  const ConnectionLoop::Hold hold(endpoint_->loop());
+  const ConnectionLoop::Hold hold(connection_->loop());
   answerError(name, text);
 }
 
@@ -107,10 +108,10 @@ int ReceivedCall::sendError(const char* name, const std::string& text) {
 }
 
 int ReceivedCall::sendAnswer(const ZQBusMessage& content, sd_bus_message* answer) {
-  endpoint_->sendHeldEvents();
+  connection_->sendHeldEvents();
   int result = encodeArguments(content, answer);
   if (result >= 0) result = sd_bus_send(nullptr, answer, nullptr);
-  endpoint_->afterSend(memoryOf(content));
+  connection_->afterSend(memoryOf(content));
   return result;
 }
 

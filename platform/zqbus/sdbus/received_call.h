@@ -1,4 +1,4 @@
-// A call of the service, from its reading to its answer.
+// A call that the service received, until it is answered.
 #pragma once
 
 #include <memory>
@@ -10,9 +10,9 @@ namespace zq {
 
 class ReceivedCall : public ZQBusCall {
  public:
-  /// Reads a call, under the lock. Null when it cannot be read, or when the calls in hand take up
-  /// too much memory already; it is answered with an error then.
-  static std::shared_ptr<ReceivedCall> read(std::shared_ptr<ServiceConnection> connection,
+  /// Decodes a call, under the mutex of its connection's loop. Null when it cannot be decoded, or
+  /// when the calls in hand take too much memory already; it is answered with an error then.
+  static std::shared_ptr<ReceivedCall> read(const std::shared_ptr<ServiceConnection>& connection,
                                             SdBusMessage message);
 
   ReceivedCall(std::shared_ptr<ServiceConnection> connection, SdBusMessage message);
@@ -20,7 +20,7 @@ class ReceivedCall : public ZQBusCall {
   ReceivedCall(const ReceivedCall&) = delete;
   ReceivedCall& operator=(const ReceivedCall&) = delete;
 
-  /// The handler has returned. Lets go of the message unless it is answered.
+  /// The handler has returned. Releases the content of an unanswered call.
   void keepForLater();
 
   const ZQBusMessage& message() const override { return call_; }
@@ -30,18 +30,20 @@ class ReceivedCall : public ZQBusCall {
   void failUnknownMethod() override;
 
  private:
-  int decode();
-  void failWith(const char* name, const std::string& text);
-  void answerError(const char* name, const std::string& text);
-  int sendReturn(const ZQBusMessage& result);
-  int sendError(const char* name, const std::string& text);
-  int sendAnswer(const ZQBusMessage& content, sd_bus_message* answer);
+  int decode() REQUIRES(connection_->loop().mutex());
+  void failWith(const char* name, const std::string& text) EXCLUDES(connection_->loop().mutex());
+  void answerError(const char* name, const std::string& text) REQUIRES(connection_->loop().mutex());
+  int sendReturn(const ZQBusMessage& result) REQUIRES(connection_->loop().mutex());
+  int sendError(const char* name, const std::string& text) REQUIRES(connection_->loop().mutex());
+  int sendAnswer(const ZQBusMessage& content, sd_bus_message* answer)
+      REQUIRES(connection_->loop().mutex());
 
-  const std::shared_ptr<ServiceConnection> endpoint_;
+  const std::shared_ptr<ServiceConnection> connection_;
   ZQBusMessage call_;
   std::string sender_;
   std::size_t size_ = 0;
-  SdBusMessage message_;  // what is answered; null once it is; under the loop's lock
+  // The message to answer; null once it is answered.
+  SdBusMessage message_ GUARDED_BY(connection_->loop().mutex());
 };
 
 }  // namespace zq

@@ -12,7 +12,7 @@ namespace zq {
 namespace {
 
 constexpr std::size_t kMaxKnown = 1024;
-// Each awaited verdict keeps a message, with as many descriptors as a bus lets through.
+// Each pending verdict keeps a message, with as many descriptors as a bus lets through.
 constexpr std::size_t kMaxAwaited = 32;
 
 }  // namespace
@@ -24,7 +24,7 @@ class SenderTrust::Question : public PendingCall {
   void onOutcome(sd_bus_message* reply) override {
     const auto asker = asker_.lock();
     if (asker == nullptr) return;
-    // A daemon that is late says nothing about the name: the next check asks again.
+    // Without a reply nothing is known about the name: the next check asks again.
     const bool trusted = reply != nullptr && isTrustedUser(reply);
     if (reply != nullptr) (*asker)->learn(name_, trusted);
     (*asker)->answer(name_, trusted);

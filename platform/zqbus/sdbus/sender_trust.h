@@ -11,25 +11,25 @@
 
 namespace zq {
 
-/// Asks the bus daemon for the user behind a unique name, once for each, and has what that name
-/// sent wait for the answer. Names are never given twice, so answers are kept. Everything here
-/// needs the lock of the connection.
+/// Asks the bus daemon for the user behind a unique name, once for each name; messages of that name
+/// wait for the answer. A bus gives no name twice, so answers are kept. Used under the mutex of the
+/// connection that owns it.
 class SenderTrust {
  public:
   using Verdict = std::function<void(bool trusted)>;
 
-  /// Asks through `calls`, which are those of the connection.
+  /// Asks through `calls`, the pending calls of the connection.
   explicit SenderTrust(PendingCalls& calls) : calls_(calls) {}
   SenderTrust(const SenderTrust&) = delete;
   SenderTrust& operator=(const SenderTrust&) = delete;
 
-  /// Calls `verdict`, under the lock: now when the answer is known, else when the daemon has
-  /// answered, in the order of the calls of this function for that name. A daemon that does not
-  /// answer within 25 s makes it a stranger. False when too many verdicts are awaited: `verdict` is
-  /// dropped then.
+  /// Calls `verdict` under the connection's mutex: now when the answer is known, else when the
+  /// daemon has answered, in the order in which check() was called for that name. A name for which
+  /// the daemon does not answer within 25 s is not trusted. False when too many verdicts are
+  /// pending: `verdict` is dropped then.
   [[nodiscard]] bool check(sd_bus* bus, const char* name, Verdict verdict);
 
-  /// Drops the verdicts that are awaited.
+  /// Drops the pending verdicts.
   void clear();
 
  private:
@@ -42,7 +42,7 @@ class SenderTrust {
   std::map<std::string, bool> known_;
   std::map<std::string, std::vector<Verdict>> awaited_;
   std::size_t awaitedCount_ = 0;
-  // Replies may come after this object has gone.
+  // Replies may come after this object is destroyed.
   std::shared_ptr<SenderTrust*> self_ = std::make_shared<SenderTrust*>(this);
 };
 

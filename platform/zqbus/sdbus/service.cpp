@@ -1,11 +1,10 @@
 #include <algorithm>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "introspection.h"
+#include "platform/util/mutex.h"
 #include "platform/zqbus/bus_log.h"
 #include "platform/zqbus/run_handler.h"
 #include "platform/zqbus/time_limit.h"
@@ -21,13 +20,12 @@ namespace {
 using Clock = ConnectionLoop::Clock;
 
 constexpr std::size_t kMaxLines = 64;
-// Of clients that have not been through the handshake.
-constexpr std::size_t kMaxNewLines = 32;
+constexpr std::size_t kMaxNewLines = 32;  // whose handshake is not complete
 
 constexpr std::chrono::milliseconds kFirstPause{100};
 constexpr std::chrono::milliseconds kLongestPause{5000};
-// The service's end waits so long at most for an attempt to come back.
-constexpr std::chrono::milliseconds kAttemptPatience{1000};
+// The service's destructor waits for a running attempt to reclaim the name, so this long at most.
+constexpr std::chrono::milliseconds kAttemptTime{1000};
 
 class Service : public ZQBusService, public ServiceConnection::Owner {
  public:
@@ -40,87 +38,93 @@ class Service : public ZQBusService, public ServiceConnection::Owner {
   ~Service() override;
 
   /// Connects to the bus and claims the name there; 0, or a negative error number and `error`.
-  [[nodiscard]] int claim(Clock::time_point deadline, std::string& error);
-  void sendEvent(const std::string& event, const ZQBusMessage& content) override;
-  void sendBroadcast(const std::string& event, const ZQBusMessage& content) override;
-  void setLostCallback(std::function<void()> onLost) override;
+  [[nodiscard]] int claim(Clock::time_point deadline, std::string& error) EXCLUDES(mutex_);
+  void sendEvent(const std::string& event, const ZQBusMessage& content) override EXCLUDES(mutex_);
+  void sendBroadcast(const std::string& event, const ZQBusMessage& content) override
+      EXCLUDES(mutex_);
+  void setLostCallback(std::function<void()> onLost) override EXCLUDES(mutex_);
 
  private:
   using ServiceConnections = std::vector<std::shared_ptr<ServiceConnection>>;
   using Lines = std::vector<std::shared_ptr<ServiceLine>>;
 
-  void handle(const std::shared_ptr<ZQBusCall>& call) override;
-  void onLost(ServiceConnection& connection) override;
-  int startOnBus(Clock::time_point deadline, SdBus connection);
-  void comeBack();
-  bool pause(std::chrono::milliseconds length);
-  void tellIfLost();
-  int openLine(int handover, const std::string& client);
-  int roomForLine() const;
-  std::size_t greetedLines() const;
-  void stopEnded();
+  void handle(const std::shared_ptr<ZQBusCall>& call) override EXCLUDES(handlerMutex_);
+  void onLost(ServiceConnection& connection) override EXCLUDES(mutex_);
+  int startOnBus(Clock::time_point deadline, SdBus connection) EXCLUDES(mutex_);
+  void reclaimName() EXCLUDES(mutex_, reserveMutex_);
+  bool pause(std::chrono::milliseconds length) EXCLUDES(mutex_);
+  void reportLoss() EXCLUDES(mutex_);
+  int openLine(int handover, const std::string& client) EXCLUDES(mutex_);
+  int roomForLine() const REQUIRES(mutex_);
+  std::size_t readyLines() const REQUIRES(mutex_);
+  void stopEnded() EXCLUDES(mutex_);
 
   const std::shared_ptr<ServedObject> object_;
-  std::mutex handlerMutex_;  // one call after the other, whichever way they come
+  Mutex handlerMutex_;  // one call after the other, on whichever connection they come
   const Handler handler_;
-  std::mutex reserveMutex_;  // a connection may be lost before its own claim has ended
-  DescriptorReserve reserve_;
+  Mutex reserveMutex_;  // a connection may be lost before its own claim has ended
+  DescriptorReserve reserve_ GUARDED_BY(reserveMutex_);
 
-  std::mutex mutex_;  // of all that follows; no loop's lock is taken under it
-  std::condition_variable ending_;
-  bool isEnding_ = false;
-  std::shared_ptr<ServiceBusConnection> bus_;
-  const ServiceConnection* claimed_ = nullptr;  // the connection on which the name was claimed last
-  const ServiceConnection* lost_ = nullptr;     // the one that was lost last before it was
-  bool isBusGone_ = false;                      // lost after it was, and did not come back at once
-  Clock::time_point claimTime_;
-  Lines lines_;
-  ServiceConnections ended_;  // their threads cannot wait for themselves
-  std::function<void()> onLost_;
+  // No loop's mutex is locked under this one.
+  Mutex mutex_;
+  ConditionVariable ending_;
+  bool isEnding_ GUARDED_BY(mutex_) = false;
+  std::shared_ptr<ServiceBusConnection> bus_ GUARDED_BY(mutex_);
+  // The connection on which the name was claimed last.
+  const ServiceConnection* claimed_ GUARDED_BY(mutex_) = nullptr;
+  // The last connection that was lost before the name was claimed on it.
+  const ServiceConnection* lost_ GUARDED_BY(mutex_) = nullptr;
+  // The connection with the name was lost, and the first attempt to reclaim the name failed.
+  bool isBusGone_ GUARDED_BY(mutex_) = false;
+  Clock::time_point claimTime_ GUARDED_BY(mutex_);
+  Lines lines_ GUARDED_BY(mutex_);
+  // The connections that have ended, until another thread than their own waits for their threads.
+  ServiceConnections ended_ GUARDED_BY(mutex_);
+  std::function<void()> onLost_ GUARDED_BY(mutex_);
 };
 
 Service::~Service() {
   ServiceConnections all;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     isEnding_ = true;
     all = std::move(ended_);
     all.insert(all.end(), lines_.begin(), lines_.end());
     if (bus_ != nullptr) all.push_back(bus_);
   }
-  ending_.notify_all();
+  ending_.notifyAll();
   ServiceConnection::stop(all);
 }
 
 void Service::setLostCallback(std::function<void()> onLost) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     onLost_ = std::move(onLost);
   }
-  tellIfLost();
+  reportLoss();
 }
 
-/// Clients with a direct line can do without the bus.
-void Service::tellIfLost() {
-  std::function<void()> tell;
+/// Tells the owner that the bus is gone, once no client has a line: clients on lines need no bus.
+void Service::reportLoss() {
+  std::function<void()> report;
   {
-    const std::lock_guard lock(mutex_);
-    if (isBusGone_ && lines_.empty()) tell = std::exchange(onLost_, nullptr);
+    const MutexLock lock(mutex_);
+    if (isBusGone_ && lines_.empty()) report = std::exchange(onLost_, nullptr);
   }
-  if (tell) tell();
+  if (report) report();
 }
 
 void Service::handle(const std::shared_ptr<ZQBusCall>& call) {
-  const std::lock_guard lock(handlerMutex_);
+  const MutexLock lock(handlerMutex_);
   runHandler(handler_, call);
 }
 
 void Service::onLost(ServiceConnection& connection) {
   bool isBus = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto line = std::find_if(lines_.begin(), lines_.end(),
-                                   [&](const auto& one) { return one.get() == &connection; });
+                                   [&](const auto& open) { return open.get() == &connection; });
     isBus = &connection == claimed_;
     if (line != lines_.end()) {
       ended_.push_back(std::move(*line));
@@ -129,15 +133,15 @@ void Service::onLost(ServiceConnection& connection) {
       lost_ = &connection;
     }
   }
-  if (isBus) return comeBack();
-  tellIfLost();
+  if (isBus) return reclaimName();
+  reportLoss();
 }
 
-/// Waits for those that have ended.
+/// Waits for the threads of connections that have ended.
 void Service::stopEnded() {
   ServiceConnections ended;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ended.swap(ended_);
   }
   ServiceConnection::stop(ended);
@@ -162,17 +166,17 @@ int Service::startOnBus(Clock::time_point deadline, SdBus connection) {
       [this](int handover, const std::string& client) { return openLine(handover, client); });
   std::shared_ptr<ServiceBusConnection> previous;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (isEnding_) return -ECANCELED;
     previous = bus_;
     if (previous != nullptr) ended_.push_back(previous);
     lost_ = nullptr;
-    bus_ = bus;  // before the first call comes, whose handler may send an event
+    bus_ = bus;  // before the first call comes: its handler may send an event
   }
   int result = bus->start();
   if (result >= 0) result = bus->claimName(deadline);
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (lost_ == bus.get() && result >= 0) result = -ECONNRESET;
     if (result >= 0) {
       isBusGone_ = false;
@@ -187,10 +191,10 @@ int Service::startOnBus(Clock::time_point deadline, SdBus connection) {
 }
 
 /// Claims the name again, on the thread of the connection that was lost.
-void Service::comeBack() {
+void Service::reclaimName() {
   std::chrono::milliseconds length{0};
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (Clock::now() - claimTime_ < kLongestPause) length = kFirstPause;
   }
   busLog(object_->interface + " has lost the bus");
@@ -198,39 +202,42 @@ void Service::comeBack() {
   int result = -ENOTCONN;
   while (result != -EEXIST && pause(length)) {
     {
-      const std::lock_guard lock(reserveMutex_);
+      const MutexLock lock(reserveMutex_);
       reserve_.release();
-      result = claim(Clock::now() + kAttemptPatience, error);
+      result = claim(Clock::now() + kAttemptTime, error);
       reserve_.refill();
     }
     if (result >= 0) return busLog(object_->interface + " is on the bus again");
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       isBusGone_ = true;
     }
-    tellIfLost();
+    reportLoss();
     length = std::clamp(2 * length, kFirstPause, kLongestPause);
   }
-  if (result == -EEXIST) busLog("cannot come back to the bus: " + error);
+  if (result == -EEXIST) busLog("cannot claim the name again: " + error);
 }
 
 /// False when the service ends.
 bool Service::pause(std::chrono::milliseconds length) {
-  std::unique_lock lock(mutex_);
-  return !ending_.wait_for(lock, length, [this] { return isEnding_; });
+  const auto end = Clock::now() + length;
+  const MutexLock lock(mutex_);
+  while (!isEnding_ && ending_.waitUntil(mutex_, end)) {
+  }
+  return !isEnding_;
 }
 
 // --- Direct lines --------------------------------------------------------------------------------
 
-std::size_t Service::greetedLines() const {
+std::size_t Service::readyLines() const {
   return static_cast<std::size_t>(std::count_if(lines_.begin(), lines_.end(),
-                                                [](const auto& line) { return line->greeted(); }));
+                                                [](const auto& line) { return line->isReady(); }));
 }
 
 int Service::roomForLine() const {
   if (isEnding_) return -ECANCELED;
-  const std::size_t greeted = greetedLines();
-  return greeted < kMaxLines && lines_.size() - greeted < kMaxNewLines ? 0 : -EMFILE;
+  const std::size_t ready = readyLines();
+  return ready < kMaxLines && lines_.size() - ready < kMaxNewLines ? 0 : -EMFILE;
 }
 
 int Service::openLine(int handover, const std::string& client) {
@@ -240,17 +247,17 @@ int Service::openLine(int handover, const std::string& client) {
   if (connection == nullptr) return -EINVAL;
   const auto line =
       std::make_shared<ServiceLine>(*this, object_, std::move(connection), client, [this] {
-        const std::lock_guard lock(mutex_);
-        return greetedLines() <= kMaxLines;
+        const MutexLock lock(mutex_);
+        return readyLines() <= kMaxLines;
       });
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (const int room = roomForLine(); room < 0) return room;
     lines_.push_back(line);
   }
   const int started = line->start();
   if (started < 0) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     std::erase(lines_, line);
   }
   return started;
@@ -262,23 +269,23 @@ void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
   Lines lines;
   std::shared_ptr<ServiceBusConnection> bus;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     lines = lines_;
     bus = bus_;
   }
   bool isHeard = false;
   for (const auto& line : lines) {
     line->sendEvent(event, content);
-    isHeard = isHeard || line->greeted();
+    isHeard = isHeard || line->isReady();
   }
-  // Everybody on the bus may listen there; so nothing goes that way that nobody needs to get so.
+  // Every client of the bus could listen: do not send an event there unless a client needs it.
   if (!isHeard || bus->hasClients()) bus->sendEvent(event, content);
 }
 
 void Service::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
   std::shared_ptr<ServiceBusConnection> bus;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     bus = bus_;
   }
   bus->sendBroadcast(event, content);

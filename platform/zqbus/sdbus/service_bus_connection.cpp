@@ -35,7 +35,7 @@ bool holdsDescriptors(sd_bus_message* call) {
 
 }  // namespace
 
-/// The wish of a client for a direct line.
+/// The request of a client for a direct line.
 struct ServiceBusConnection::LineRequest {
   explicit LineRequest(sd_bus_message* call) : stub(stubOf(call)) {
     int passed = -1;
@@ -55,42 +55,43 @@ struct ServiceBusConnection::LineRequest {
 
 class ServiceBusConnection::Claim : public PendingCall {
  public:
-  explicit Claim(bool& claimed) : claimed_(claimed) {}
-  void onOutcome(sd_bus_message* reply) override {
+  explicit Claim(ServiceBusConnection& connection) : connection_(connection) {}
+  void onOutcome(sd_bus_message* reply) override REQUIRES(connection_.loop().mutex()) {
     const int outcome = claimResult(reply);
-    claimed_ = outcome >= 0;
+    connection_.claimed_ = outcome >= 0;
     result.set_value(outcome);
   }
   std::promise<int> result;
 
  private:
-  bool& claimed_;
+  ServiceBusConnection& connection_;
 };
 
-/// Whether a client is still there that was asked for.
+/// The daemon's answer whether a client is still connected.
 class ServiceBusConnection::Presence : public PendingCall {
  public:
   Presence(ServiceBusConnection& connection, std::string name)
-      : endpoint_(connection), name_(std::move(name)) {}
-  void onOutcome(sd_bus_message* reply) override {
+      : connection_(connection), name_(std::move(name)) {}
+  void onOutcome(sd_bus_message* reply) override REQUIRES(connection_.loop().mutex()) {
     int isThere = 0;
     if (reply == nullptr || sd_bus_message_read(reply, "b", &isThere) <= 0 || isThere == 0) {
-      endpoint_.forgetClient(name_);
+      connection_.removeClient(name_);
     }
   }
 
  private:
-  ServiceBusConnection& endpoint_;
+  ServiceBusConnection& connection_;
   const std::string name_;
 };
 
 ServiceBusConnection::ServiceBusConnection(Owner& owner, std::shared_ptr<ServedObject> object,
                                            SdBus connection, OpenLine openLine)
     : ServiceConnection(owner, std::move(object), std::move(connection), "", Backlog::Unbounded),
-      openLine_(std::move(openLine)) {}
+      openLine_(std::move(openLine)),
+      trust_(calls()) {}
 
 int ServiceBusConnection::claimName(ConnectionLoop::Clock::time_point deadline) {
-  const auto claim = std::make_shared<Claim>(claimed_);
+  const auto claim = std::make_shared<Claim>(*this);
   auto result = claim->result.get_future();
   {
     const ConnectionLoop::Hold hold(loop());
@@ -107,18 +108,17 @@ int ServiceBusConnection::claimName(ConnectionLoop::Clock::time_point deadline) 
 // --- Calls ---------------------------------------------------------------------------------------
 
 void ServiceBusConnection::onCall(sd_bus_message* call) {
-  // A bus names the sender of every message. Without a name there is nobody to ask the daemon
-  // about.
+  // A bus names the sender of every message; without a name the sender cannot be checked.
   if (sd_bus_message_get_sender(call) == nullptr) return;
   if (!claimed_) return refuse(call, SD_BUS_ERROR_SERVICE_UNKNOWN, "the service has no name yet");
   if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectOpen) > 0) return onOpen(call);
   if (holdsDescriptors(call)) {
-    return refuse(call, SD_BUS_ERROR_INVALID_ARGS, "descriptors are not taken");
+    return refuse(call, SD_BUS_ERROR_INVALID_ARGS, "calls must not carry descriptors");
   }
   if (clients_.contains(std::string_view(sd_bus_message_get_sender(call)))) return receive(call);
   const std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(call), SdBusRelease());
-  checkSender(call, kept, [this, call] {
-    noteClient(sd_bus_message_get_sender(call));
+  checkSender(call, kept, [this, call]() REQUIRES(loop().mutex()) {
+    addClient(sd_bus_message_get_sender(call));
     receive(call);
   });
 }
@@ -131,7 +131,7 @@ void ServiceBusConnection::checkSender(sd_bus_message* call, std::shared_ptr<sd_
     refuse(kept.get(), SD_BUS_ERROR_ACCESS_DENIED, "the service belongs to another user");
   };
   if (!hasSpareDescriptors() || !trust_.check(loop().bus(), sender, verdict)) {
-    refuse(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls wait for their senders' check");
+    refuse(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many senders are being checked");
   }
 }
 
@@ -142,7 +142,7 @@ void ServiceBusConnection::onOpen(sd_bus_message* call) {
   const auto request = std::make_shared<LineRequest>(call);
   if (request->stub == nullptr) return refuse(call, SD_BUS_ERROR_NO_MEMORY, "no memory");
   const std::shared_ptr<sd_bus_message> kept(request, request->stub.get());
-  checkSender(call, kept, [this, request] {
+  checkSender(call, kept, [this, request]() REQUIRES(loop().mutex()) {
     requests_.push_back(request);
     loop().requestWork();
   });
@@ -175,24 +175,24 @@ void ServiceBusConnection::answerRequest(const LineRequest& request) {
 
 // --- Clients -------------------------------------------------------------------------------------
 
-void ServiceBusConnection::noteClient(const std::string& name) {
+void ServiceBusConnection::addClient(const std::string& name) {
   if (!clients_.insert(name).second) return;
   hasClients_ = true;
-  subscribe("AddMatch", name);
-  // It may have left before the bus was asked to tell.
+  changeMatch("AddMatch", name);
+  // The client may have left before the bus added the match.
   const SdBusMessage call = newBusCall(loop().bus(), "NameHasOwner", name.c_str());
   if (call == nullptr) return;
   (void)calls().send(loop().bus(), call.get(), std::make_shared<Presence>(*this, name),
                      ConnectionLoop::Clock::now() + kDefaultTimeout);
 }
 
-void ServiceBusConnection::forgetClient(const std::string& name) {
+void ServiceBusConnection::removeClient(const std::string& name) {
   if (clients_.erase(name) == 0) return;
   hasClients_ = !clients_.empty();
-  subscribe("RemoveMatch", name);
+  changeMatch("RemoveMatch", name);
 }
 
-void ServiceBusConnection::subscribe(const char* method, const std::string& client) {
+void ServiceBusConnection::changeMatch(const char* method, const std::string& client) {
   const std::string rule = std::string("type='signal',sender='") + kBusName + "',interface='" +
                            kBusName + "',member='NameOwnerChanged',arg0='" + client + "',arg2=''";
   const SdBusMessage call = newBusCall(loop().bus(), method, rule.c_str());
@@ -209,7 +209,7 @@ void ServiceBusConnection::onSignal(sd_bus_message* signal) {
     return;
   }
   if (sd_bus_message_read(signal, "sss", &name, &before, &after) <= 0) return;
-  if (*after == '\0') forgetClient(name);
+  if (*after == '\0') removeClient(name);
 }
 
 }  // namespace zq

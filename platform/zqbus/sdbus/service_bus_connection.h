@@ -1,8 +1,8 @@
-// A service's end of the bus: it owns the service's name there.
+// A service's connection to the bus: it owns the service's name there.
 //
-// The bus lets everybody call, so each call waits here until the daemon has said whose its sender
-// is. Nothing of it is read before, but for the descriptor of a request for a direct line, which
-// would be held with it.
+// Any client of the bus may call, so each call waits here until the daemon has named the user of
+// its sender. Until then only the descriptor of a request for a direct line is read, since the call
+// would keep it open.
 #pragma once
 
 #include <atomic>
@@ -19,8 +19,8 @@ namespace zq {
 
 class ServiceBusConnection : public ServiceConnection {
  public:
-  /// Opens a direct line for a client, on the connection's thread and without the lock: hands the
-  /// client's end out through `handover`. 0 or a negative error number.
+  /// Opens a direct line for a client, on the connection's thread and without the loop's mutex:
+  /// passes the client's socket out through `handover`. 0 or a negative error number.
   using OpenLine = std::function<int(int handover, const std::string& client)>;
 
   ServiceBusConnection(Owner& owner, std::shared_ptr<ServedObject> object, SdBus connection,
@@ -29,7 +29,7 @@ class ServiceBusConnection : public ServiceConnection {
   /// Asks for the service's name, after start(), and waits for the answer. 0 or a negative error
   /// number, -EEXIST when another process owns the name.
   [[nodiscard]] int claimName(ConnectionLoop::Clock::time_point deadline);
-  /// Whether clients that have called through the bus are still there; from any thread.
+  /// Whether a client that has called through the bus is still connected; any thread.
   bool hasClients() const { return hasClients_; }
 
  private:
@@ -37,23 +37,24 @@ class ServiceBusConnection : public ServiceConnection {
   class Claim;
   class Presence;
 
-  void onCall(sd_bus_message* call) override;
-  void onSignal(sd_bus_message* signal) override;
-  void doMore() override;
+  void onCall(sd_bus_message* call) override REQUIRES(loop().mutex());
+  void onSignal(sd_bus_message* signal) override REQUIRES(loop().mutex());
+  void doMore() override EXCLUDES(loop().mutex());
   using Trusted = std::function<void()>;
-  void checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept, Trusted trusted);
-  void onOpen(sd_bus_message* call);
-  void answerRequest(const LineRequest& request);
-  void noteClient(const std::string& name);
-  void forgetClient(const std::string& name);
-  void subscribe(const char* method, const std::string& client);
+  void checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept, Trusted trusted)
+      REQUIRES(loop().mutex());
+  void onOpen(sd_bus_message* call) REQUIRES(loop().mutex());
+  void answerRequest(const LineRequest& request) EXCLUDES(loop().mutex());
+  void addClient(const std::string& name) REQUIRES(loop().mutex());
+  void removeClient(const std::string& name) REQUIRES(loop().mutex());
+  void changeMatch(const char* method, const std::string& client) REQUIRES(loop().mutex());
 
   const OpenLine openLine_;
-  // Under the loop's lock.
-  bool claimed_ = false;
-  SenderTrust trust_{calls()};
-  std::vector<std::shared_ptr<LineRequest>> requests_;
-  std::set<std::string, std::less<>> clients_;  // trusted ones that have called
+  bool claimed_ GUARDED_BY(loop().mutex()) = false;
+  SenderTrust trust_ GUARDED_BY(loop().mutex());
+  std::vector<std::shared_ptr<LineRequest>> requests_ GUARDED_BY(loop().mutex());
+  // The trusted clients that have called and are still connected.
+  std::set<std::string, std::less<>> clients_ GUARDED_BY(loop().mutex());
   std::atomic<bool> hasClients_ = false;
 };
 

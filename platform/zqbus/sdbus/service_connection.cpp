@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t kMaxUnsent = std::size_t{64} << 20;
 constexpr char kPeerInterface[] = "org.freedesktop.DBus.Peer";
 
-// The object stands in the tree that sd-bus shows. A filter hears the calls of it.
+// The object is registered so that introspection shows it. The filter receives its calls.
 int leaveToSdBus(sd_bus_message*, void*, sd_bus_error*) {
   return 0;
 }
@@ -36,36 +36,36 @@ ServiceConnection::ServiceConnection(Owner& owner, std::shared_ptr<ServedObject>
           std::move(connection), *this, [this] { work(); }, ConnectionLoop::WhileWorking::Wait)) {}
 
 int ServiceConnection::start() {
-  const ConnectionLoop::Hold hold(*loop_);
-  if (loop_->lost()) return -ECANCELED;
-  sd_bus* const bus = loop_->bus();
+  const ConnectionLoop::Hold hold(loop());
+  if (loop().lost()) return -ECANCELED;
+  sd_bus* const bus = loop().bus();
   sd_bus_slot* slot = nullptr;
   int result = sd_bus_add_filter(bus, &slot, &onMessage, this);
   filter_.reset(slot);
   if (result >= 0) {
     result = sd_bus_add_object(bus, nullptr, object_->path.c_str(), &leaveToSdBus, nullptr);
   }
-  return result >= 0 ? loop_->start() : result;
+  return result >= 0 ? loop().start() : result;
 }
 
 void ServiceConnection::stop(const std::vector<std::shared_ptr<ServiceConnection>>& all) {
-  std::vector<ConnectionLoop*> readers;
+  std::vector<ConnectionLoop*> loops;
   for (const auto& connection : all) {
-    const ConnectionLoop::Hold hold(*connection->loop_);
-    if (!connection->loop_->lost()) connection->sendHeldEvents();
-    readers.push_back(connection->loop_.get());
+    const ConnectionLoop::Hold hold(connection->loop());
+    if (!connection->loop().lost()) connection->sendHeldEvents();
+    loops.push_back(&connection->loop());
   }
-  ConnectionLoop::closeAll(readers);
+  ConnectionLoop::closeAll(loops);
   for (const auto& connection : all) connection->finish();
 }
 
 void ServiceConnection::finish() {
   {
-    const ConnectionLoop::Hold hold(*loop_);
+    const ConnectionLoop::Hold hold(loop());
     calls_.endIf([](const PendingCall&) { return true; });
   }
-  loop_->join();
-  const ConnectionLoop::Hold hold(*loop_);
+  loop().join();
+  const ConnectionLoop::Hold hold(loop());
   filter_.reset();
   received_.clear();
 }
@@ -74,22 +74,24 @@ void ServiceConnection::finish() {
 
 int ServiceConnection::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
   ServiceConnection& connection = *static_cast<ServiceConnection*>(userdata);
+  connection.loop().mutex().assertHeld();  // by the loop, which has sd-bus call this
   if (connection.calls_.take(message)) return 1;
   uint8_t type = 0;
   sd_bus_message_get_type(message, &type);
   if (type == SD_BUS_MESSAGE_SIGNAL) connection.onSignal(message);
   if (type != SD_BUS_MESSAGE_METHOD_CALL) return 1;
   const char* interface = sd_bus_message_get_interface(message);
-  const bool ofAnybody =
+  const bool isPublic =
       interface != nullptr && (std::strcmp(interface, kPeerInterface) == 0 ||
                                std::strcmp(interface, kIntrospectableInterface) == 0);
-  if (ofAnybody) return connection.onCallOfAnybody(message);
+  if (isPublic) return connection.onPublicCall(message);
   connection.onCall(message);
   return 1;
 }
 
-/// Whether the service is there and which methods it has is no secret; sd-bus tells the rest of it.
-int ServiceConnection::onCallOfAnybody(sd_bus_message* call) {
+/// Every client may ask whether the service is there and which methods it has. sd-bus answers the
+/// calls that are not about our object.
+int ServiceConnection::onPublicCall(sd_bus_message* call) {
   const bool isOurs =
       object_->path == sd_bus_message_get_path(call) &&
       sd_bus_message_is_method_call(call, kIntrospectableInterface, kIntrospect) > 0;
@@ -105,7 +107,7 @@ void ServiceConnection::receive(sd_bus_message* call) {
     return refuse(call, SD_BUS_ERROR_UNKNOWN_INTERFACE, "no such interface");
   }
   received_.emplace_back(sd_bus_message_ref(call));
-  loop_->requestWork();
+  loop().requestWork();
 }
 
 void ServiceConnection::refuse(sd_bus_message* call, const char* error, const std::string& text) {
@@ -114,12 +116,12 @@ void ServiceConnection::refuse(sd_bus_message* call, const char* error, const st
 
 void ServiceConnection::onConnectionLost() {
   calls_.endIf([](const PendingCall&) { return true; });
-  lossToTell_ = true;
-  loop_->requestWork();
+  reportLoss_ = true;
+  loop().requestWork();
 }
 
 std::shared_ptr<ReceivedCall> ServiceConnection::nextCall() {
-  const ConnectionLoop::Hold hold(*loop_);
+  const ConnectionLoop::Hold hold(loop());
   while (!received_.empty()) {
     SdBusMessage message = std::move(received_.front());
     received_.pop_front();
@@ -136,8 +138,8 @@ void ServiceConnection::work() {
   doMore();
   bool tellLoss = false;
   {
-    const ConnectionLoop::Hold hold(*loop_);
-    tellLoss = std::exchange(lossToTell_, false);
+    const ConnectionLoop::Hold hold(loop());
+    tellLoss = std::exchange(reportLoss_, false);
   }
   if (tellLoss) owner_.onLost(*this);
 }
@@ -145,11 +147,11 @@ void ServiceConnection::work() {
 // --- Sending -------------------------------------------------------------------------------------
 
 void ServiceConnection::sendEvent(const std::string& event, const ZQBusMessage& content) {
-  const ConnectionLoop::Hold hold(*loop_);
-  if (loop_->lost()) return;
-  // One message for many events spares most of what an event costs, at both ends; but one that can
-  // leave at once does.
-  const bool behind = backlog_ == Backlog::Bounded && loop_->hasUnsent();
+  const ConnectionLoop::Hold hold(loop());
+  if (loop().lost()) return;
+  // One message for many events saves most of the cost of an event, for sender and receiver. An
+  // event that can leave at once is not held.
+  const bool behind = backlog_ == Backlog::Bounded && loop().hasUnsent();
   if (!behind || !heldEvents_.add(event, content)) {
     sendHeldEvents();
     sendSignal(object_->path.c_str(), object_->interface.c_str(), event.c_str(), content);
@@ -162,8 +164,8 @@ void ServiceConnection::sendHeldEvents() {
 }
 
 void ServiceConnection::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
-  const ConnectionLoop::Hold hold(*loop_);
-  if (!loop_->lost()) {
+  const ConnectionLoop::Hold hold(loop());
+  if (!loop().lost()) {
     sendSignal(kBroadcastPath, kBroadcastInterface, event.c_str(), content);
   }
 }
@@ -171,31 +173,31 @@ void ServiceConnection::sendBroadcast(const std::string& event, const ZQBusMessa
 void ServiceConnection::sendSignal(const char* path, const char* interface, const char* member,
                                    const ZQBusMessage& content) {
   sd_bus_message* signal = nullptr;
-  int result = sd_bus_message_new_signal(loop_->bus(), &signal, path, interface, member);
+  int result = sd_bus_message_new_signal(loop().bus(), &signal, path, interface, member);
   const SdBusMessage owned(signal);
   if (result >= 0) result = encodeArguments(content, signal);
-  if (result >= 0) result = sd_bus_send(loop_->bus(), signal, nullptr);
+  if (result >= 0) result = sd_bus_send(loop().bus(), signal, nullptr);
   if (result < 0) busLog(std::string("cannot send ") + member + ": " + std::strerror(-result));
   afterSend(memoryOf(content));
 }
 
 void ServiceConnection::afterSend(std::size_t size) {
   uint64_t waiting = 0;
-  sd_bus_get_n_queued_write(loop_->bus(), &waiting);
+  sd_bus_get_n_queued_write(loop().bus(), &waiting);
   unsent_.push_back(size);
   unsentSize_ += size;
   for (; unsent_.size() > waiting; unsent_.pop_front()) unsentSize_ -= unsent_.front();
   if (waiting == 0) return;
-  // One message may be as large as it likes; what piles up behind it may not.
+  // One message may have any size; the backlog behind it may not.
   if (backlog_ == Backlog::Bounded && waiting > 1 && unsentSize_ > kMaxUnsent) {
     busLog("cut the direct line to " + peer_ + ": it does not read");
     cut();
   }
-  loop_->afterSend();
+  loop().afterSend();
 }
 
 void ServiceConnection::cut() {
-  ::shutdown(sd_bus_get_fd(loop_->bus()), SHUT_RDWR);
+  ::shutdown(sd_bus_get_fd(loop().bus()), SHUT_RDWR);
 }
 
 }  // namespace zq

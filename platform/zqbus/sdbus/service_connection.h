@@ -1,4 +1,4 @@
-// A service's end of one connection, to the bus or to one client directly.
+// A connection of a service, to the bus or to one client directly.
 #pragma once
 
 #include <atomic>
@@ -16,21 +16,21 @@ namespace zq {
 
 class ReceivedCall;
 
-/// The object that a service offers at each of its ends.
+/// The object that a service offers on each of its connections.
 struct ServedObject {
   std::string path;
   std::string interface;
   std::string introspection;
-  /// The memory of the calls that were handed to the service and live on.
+  /// The memory of the calls that the service has received and not yet released.
   std::atomic<std::size_t> callsInHand = 0;
 };
 
-/// Reads the connection on a thread of its own and turns method calls into `ZQBusCall`s. Those that
-/// are still to be answered share it, so it may outlive its owner after stop(); it is silent then.
+/// Reads the connection on a thread of its own and turns method calls into `ZQBusCall`s. Unanswered
+/// calls share it, so it may outlive its owner after stop(); it calls nobody then.
 class ServiceConnection : public std::enable_shared_from_this<ServiceConnection>,
                           public ConnectionLoop::Listener {
  public:
-  /// What the connection's owner does; it outlives the connection's stop().
+  /// The service, as its connections see it; it outlives their stop().
   class Owner {
    public:
     virtual ~Owner() = default;
@@ -42,71 +42,72 @@ class ServiceConnection : public std::enable_shared_from_this<ServiceConnection>
 
   /// Offers the object on the connection; 0 or a negative error number, -ECANCELED after stop().
   [[nodiscard]] int start();
-  /// Ends them all within a second, or when their running handlers have returned.
+  /// Closes all these connections within a second, then waits for their running handlers.
   static void stop(const std::vector<std::shared_ptr<ServiceConnection>>& all);
 
   void sendEvent(const std::string& event, const ZQBusMessage& content);
   void sendBroadcast(const std::string& event, const ZQBusMessage& content);
-  /// To be called under the lock before anything else is sent: events that wait to go together.
-  void sendHeldEvents();
+  /// Sends the batch of held events; to be called before any other message is sent.
+  void sendHeldEvents() REQUIRES(loop().mutex());
 
-  ConnectionLoop& loop() { return *loop_; }
+  ConnectionLoop& loop() const { return *loop_; }
   ServedObject& object() { return *object_; }
   /// The unique name of the client on a direct line, empty on the bus.
   const std::string& peer() const { return peer_; }
 
-  /// To be called under the lock after a message of that size was sent. A client that stopped
-  /// reading has its connection cut when more waits for it than a client can be behind.
-  void afterSend(std::size_t size);
+  /// To be called after a message of `size` bytes was sent. Cuts the line of a client that does not
+  /// read, once its backlog exceeds 64 MiB.
+  void afterSend(std::size_t size) REQUIRES(loop().mutex());
 
  protected:
-  /// What may wait to be sent on a connection whose other end reads too slowly.
+  /// Whether the messages that wait for a slow peer are limited to 64 MiB.
   enum class Backlog { Unbounded, Bounded };
 
   ServiceConnection(Owner& owner, std::shared_ptr<ServedObject> object, SdBus connection,
                     std::string peer, Backlog backlog);
 
-  // All of these under the lock, but for doMore().
-
-  /// A call that is not for everybody to make. Deals with it.
-  virtual void onCall(sd_bus_message* call) = 0;
-  virtual void onSignal(sd_bus_message* /*signal*/) {}
-  /// What else there is to do on the connection's thread, without the lock.
-  virtual void doMore() {}
-  void onConnectionLost() override;
-  ConnectionLoop::Clock::time_point nextDeadline() const override { return calls_.nextDeadline(); }
-  void onDeadline(ConnectionLoop::Clock::time_point now) override { calls_.expire(now); }
+  /// Handles a call that a client may have to be trusted for.
+  virtual void onCall(sd_bus_message* call) REQUIRES(loop().mutex()) = 0;
+  virtual void onSignal(sd_bus_message* /*signal*/) REQUIRES(loop().mutex()) {}
+  /// Further work on the connection's thread, after its calls were handled.
+  virtual void doMore() EXCLUDES(loop().mutex()) {}
+  void onConnectionLost() override REQUIRES(loop().mutex());
+  ConnectionLoop::Clock::time_point nextDeadline() const override REQUIRES(loop().mutex()) {
+    return calls_.nextDeadline();
+  }
+  void onDeadline(ConnectionLoop::Clock::time_point now) override REQUIRES(loop().mutex()) {
+    calls_.expire(now);
+  }
 
   /// Has a call handled whose sender may make it.
-  void receive(sd_bus_message* call);
+  void receive(sd_bus_message* call) REQUIRES(loop().mutex());
   static void refuse(sd_bus_message* call, const char* error, const std::string& text);
-  void cut();
+  void cut() REQUIRES(loop().mutex());
 
-  PendingCalls& calls() { return calls_; }
+  PendingCalls& calls() REQUIRES(loop().mutex()) { return calls_; }
 
  private:
   static int onMessage(sd_bus_message* message, void* connection, sd_bus_error* error);
-  int onCallOfAnybody(sd_bus_message* call);
-  void onAllSent() override { sendHeldEvents(); }
+  int onPublicCall(sd_bus_message* call);
+  void onAllSent() override REQUIRES(loop().mutex()) { sendHeldEvents(); }
   void sendSignal(const char* path, const char* interface, const char* member,
-                  const ZQBusMessage& content);
-  void work();
-  std::shared_ptr<ReceivedCall> nextCall();
-  void finish();
+                  const ZQBusMessage& content) REQUIRES(loop().mutex());
+  void work() EXCLUDES(loop().mutex());
+  std::shared_ptr<ReceivedCall> nextCall() EXCLUDES(loop().mutex());
+  void finish() EXCLUDES(loop().mutex());
 
   Owner& owner_;
   const std::shared_ptr<ServedObject> object_;
   const std::string peer_;
   const Backlog backlog_;
   const std::shared_ptr<ConnectionLoop> loop_;
-  // Under the loop's lock.
-  SdBusSlot filter_;
-  PendingCalls calls_;
-  std::deque<SdBusMessage> received_;
-  EventBundle heldEvents_;          // while a direct line's client is behind
-  std::deque<std::size_t> unsent_;  // the sizes of messages that wait to be sent, and
-  std::size_t unsentSize_ = 0;      // their sum
-  bool lossToTell_ = false;
+  SdBusSlot filter_ GUARDED_BY(loop().mutex());
+  PendingCalls calls_ GUARDED_BY(loop().mutex());
+  std::deque<SdBusMessage> received_ GUARDED_BY(loop().mutex());
+  EventBundle heldEvents_ GUARDED_BY(loop().mutex());          // while a line's client is behind
+  std::deque<std::size_t> unsent_ GUARDED_BY(loop().mutex());  // the sizes of unsent messages, and
+  std::size_t unsentSize_ GUARDED_BY(loop().mutex()) = 0;      // their sum
+  bool reportLoss_ GUARDED_BY(loop().mutex()) = false;
 };
 
 }  // namespace zq

@@ -11,7 +11,7 @@
 namespace zq {
 namespace {
 
-constexpr std::chrono::seconds kHandshakePatience{3};
+constexpr std::chrono::seconds kHandshakeTime{3};
 constexpr int kSendBuffer = 96 << 10;
 
 bool isStreamSocket(int descriptor) {
@@ -23,26 +23,27 @@ bool isStreamSocket(int descriptor) {
   return option(SO_DOMAIN) == AF_UNIX && option(SO_TYPE) == SOCK_STREAM;
 }
 
-/// Makes a server's end of a connection of a socket, which it takes over whatever happens.
-SdBus serve(int end) {
+/// Makes the server side of a connection on a socket, which it takes over whatever happens.
+SdBus serve(int socket) {
   sd_bus* made = nullptr;
   sd_id128_t id{};
   int result = sd_id128_randomize(&id);
   if (result >= 0) result = sd_bus_new(&made);
   SdBus line(made);
-  if (result >= 0) result = sd_bus_set_fd(made, end, end);
+  if (result >= 0) result = sd_bus_set_fd(made, socket, socket);
   if (result < 0) {
-    ::close(end);
+    ::close(socket);
     return nullptr;
   }
   result = sd_bus_set_server(made, 1, id);
-  // Nothing that goes over a line holds a descriptor.
+  // No message on a line carries a descriptor.
   if (result >= 0) result = sd_bus_negotiate_fds(made, 0);
   if (result >= 0) result = sd_bus_set_connected_signal(made, 1);
   if (result >= 0) result = sd_bus_start(made);
   if (result < 0) return nullptr;
-  // sd-bus has taken what it could get. What lies in the socket cannot be sent together any more.
-  ::setsockopt(end, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
+  // sd-bus has asked for the largest buffer. A smaller one is better: events in the socket can no
+  // longer be sent as one batch.
+  ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
   return line;
 }
 
@@ -50,15 +51,14 @@ SdBus serve(int end) {
 
 SdBus makeLine(int handover) {
   if (!isStreamSocket(handover)) return nullptr;
-  // Not the pair that the handover belongs to: what came through the bus, others may have a copy
-  // of.
+  // Not the handover pair: a monitor of the bus may have a copy of a descriptor that passed there.
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
     return nullptr;
   }
-  const int handed = sendDescriptor(handover, ends[1]);
+  const int passed = sendDescriptor(handover, ends[1]);
   ::close(ends[1]);
-  if (handed >= 0) return serve(ends[0]);
+  if (passed >= 0) return serve(ends[0]);
   ::close(ends[0]);
   return nullptr;
 }
@@ -68,23 +68,23 @@ ServiceLine::ServiceLine(Owner& owner, std::shared_ptr<ServedObject> object, SdB
     : ServiceConnection(owner, std::move(object), std::move(connection), std::move(client),
                         Backlog::Bounded),
       admit_(std::move(admit)),
-      patience_(ConnectionLoop::Clock::now() + kHandshakePatience) {}
+      handshakeDeadline_(ConnectionLoop::Clock::now() + kHandshakeTime) {}
 
-/// The first message of a line is sd-bus's own: that the client has been through the handshake.
+/// sd-bus itself brings the first signal of a line: the handshake is complete.
 void ServiceLine::onSignal(sd_bus_message*) {
-  if (greeted_) return;
-  greeted_ = true;
+  if (isReady_) return;
+  isReady_ = true;
   if (admit_()) return;
   busLog("cut the direct line to " + peer() + ": there are too many");
   cut();
 }
 
 ConnectionLoop::Clock::time_point ServiceLine::nextDeadline() const {
-  return greeted_ ? ServiceConnection::nextDeadline() : patience_;
+  return isReady_ ? ServiceConnection::nextDeadline() : handshakeDeadline_;
 }
 
 void ServiceLine::onDeadline(ConnectionLoop::Clock::time_point now) {
-  if (greeted_) return ServiceConnection::onDeadline(now);
+  if (isReady_) return ServiceConnection::onDeadline(now);
   busLog("cut the direct line to " + peer() + ": it is not used");
   cut();
 }

@@ -1,4 +1,4 @@
-// A service's end of a direct line.
+// A service's connection to one client, past the bus: a direct line.
 #pragma once
 
 #include <atomic>
@@ -12,28 +12,29 @@ namespace zq {
 
 class ServiceLine : public ServiceConnection {
  public:
-  /// Whether a line may stay, now that its client has greeted; under the lock of the line.
+  /// Whether a line may stay, once its client has shaken hands; called under the loop's mutex.
   using Admit = std::function<bool()>;
 
-  /// `client` is the unique name of the client at the other end.
+  /// `client` is the client's unique name on the bus.
   ServiceLine(Owner& owner, std::shared_ptr<ServedObject> object, SdBus connection,
               std::string client, Admit admit);
 
-  /// Whether the client has been through the handshake; from any thread.
-  bool greeted() const { return greeted_; }
+  /// Whether the handshake with the client is complete; any thread.
+  bool isReady() const { return isReady_; }
 
  private:
-  void onCall(sd_bus_message* call) override { receive(call); }
-  void onSignal(sd_bus_message* signal) override;
-  ConnectionLoop::Clock::time_point nextDeadline() const override;
-  void onDeadline(ConnectionLoop::Clock::time_point now) override;
+  void onCall(sd_bus_message* call) override REQUIRES(loop().mutex()) { receive(call); }
+  void onSignal(sd_bus_message* signal) override REQUIRES(loop().mutex());
+  ConnectionLoop::Clock::time_point nextDeadline() const override REQUIRES(loop().mutex());
+  void onDeadline(ConnectionLoop::Clock::time_point now) override REQUIRES(loop().mutex());
 
   const Admit admit_;
-  const ConnectionLoop::Clock::time_point patience_;  // for the handshake
-  std::atomic<bool> greeted_ = false;
+  const ConnectionLoop::Clock::time_point handshakeDeadline_;
+  std::atomic<bool> isReady_ = false;
 };
 
-/// Makes a line, whose other end it sends on `handover`. Null when that is not possible.
+/// Makes a socket pair for a line and passes the client's socket out through `handover`. Null when
+/// that fails.
 SdBus makeLine(int handover);
 
 }  // namespace zq

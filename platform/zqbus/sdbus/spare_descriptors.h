@@ -1,19 +1,18 @@
-// Running out of descriptors, and not being ended by it.
+// How a service survives the process's limit of descriptors.
 //
-// The message that brings a descriptor for which the process has no room any more costs the
-// connection that it came on. So the service keeps room for what a message may bring, and
-// descriptors of its own to come back with.
+// A message whose descriptors exceed the limit ends the connection that it came on. So the service
+// keeps room for the descriptors of one message, and a reserve with which it connects again.
 #pragma once
 
 #include <array>
 
 namespace zq {
 
-/// Whether the process may still open as many descriptors as one message brings at most, or a
-/// quarter of all when it may have few.
+/// Whether the process may still open as many descriptors as one message can carry, or a quarter of
+/// its limit when that is low.
 bool hasSpareDescriptors();
 
-/// Descriptors that are there to be given up when they are needed. One thread at a time.
+/// Descriptors that are kept open, to be closed when others are needed. One thread at a time.
 class DescriptorReserve {
  public:
   DescriptorReserve() { refill(); }
@@ -22,7 +21,7 @@ class DescriptorReserve {
   DescriptorReserve& operator=(const DescriptorReserve&) = delete;
 
   void release();
-  /// Takes what there is.
+  /// Opens as many as the limit allows.
   void refill();
 
  private:
