@@ -19,6 +19,7 @@
 
 #include "platform/log/log_file_sink.h"
 #include "platform/log/log_text.h"
+#include "platform/text/escape.h"
 #include "platform/util/library_thread.h"
 #include "platform/util/private_directory.h"
 #include "platform/util/signals.h"
@@ -98,7 +99,7 @@ void sayOnce(std::string_view directory, const char* refusal) noexcept try {
   const std::string program(program_invocation_short_name);
   std::string line = program.substr(0, kLongestName) + ": no log file: " + refusal + ": ";
   line.append(directory).append("/").append(program).append(".log");
-  line = controlEscaped(line).substr(0, kLongestRefusal) + '\n';
+  line = escaped(line).substr(0, kLongestRefusal) + '\n';
   pollfd standardError{STDERR_FILENO, POLLOUT, 0};
   if (::poll(&standardError, 1, 0) == 1 && standardError.revents == POLLOUT) {
     writeWithoutSignal(STDERR_FILENO, line);
@@ -128,8 +129,8 @@ void write(LogFileSink& sink, Level level, std::string_view tag, std::string_vie
 }
 
 void writeEscaped(LogFileSink& sink, Level level, std::string_view tag, std::string_view text) {
-  if (holdsControl(text)) {
-    write(sink, level, tag, controlEscaped(text));
+  if (mayNeedEscape(text)) {
+    write(sink, level, tag, escaped(text));
   } else {
     write(sink, level, tag, text);
   }

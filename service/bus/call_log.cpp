@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/text/hex.h"
+
 namespace zq::devservice {
 namespace {
 

@@ -3,7 +3,6 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
 
 namespace zq::devservice {
 
@@ -12,8 +11,5 @@ using Json = nlohmann::ordered_json;
 
 /// The text of a document. Bytes that are not UTF-8 are replaced.
 std::string asText(const Json& document);
-
-/// Bytes in hex.
-std::string inHex(std::string_view bytes);
 
 }  // namespace zq::devservice

@@ -1,6 +1,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/text/hex.h"
 #include "service/bus/json.h"
 #include "service/bus/methods.h"
 #include "service/bus/wire_records.h"

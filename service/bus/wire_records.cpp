@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "perix/records.h"
+#include "platform/text/field.h"
 
 namespace zq::devservice {
 namespace {
@@ -28,11 +29,6 @@ struct PenHeaderLayout {
 };
 static_assert(sizeof(PenHeaderLayout) == 16);
 
-template <std::size_t N>
-void putText(char (&field)[N], const std::string& text) {
-  std::memcpy(field, text.data(), std::min(text.size(), N - 1));
-}
-
 template <typename Layout>
 ZQBusBytes block(const Layout& layout) {
   return ZQBusBytes::copyOf(&layout, sizeof layout);
@@ -49,8 +45,8 @@ ZQBusBytes deviceRecord(const Device& device) {
   record.localPolicy = static_cast<uint16_t>(device.policy);
   std::memcpy(record.reserved2, &device.sourceId, sizeof record.reserved2);
   record.vmId = device.desktop;
-  putText(record.name, device.name);
-  putText(record.detail, device.detail);
+  setField(record.name, device.name);
+  setField(record.detail, device.detail);
   return block(record);
 }
 
@@ -59,7 +55,7 @@ ZQBusBytes printerRecord(const Printer& printer) {
   record.devNum = printer.number;
   record.vmId = static_cast<int32_t>(printer.desktop);
   record.status = static_cast<int32_t>(printer.status);
-  putText(record.name, printer.name);
+  setField(record.name, printer.name);
   return block(record);
 }
 
@@ -81,8 +77,8 @@ ZQBusBytes outcomeRecord(const Device& device, Result result) {
   record.pid = device.id.pid;
   std::memcpy(record.reserved1, &device.sourceId, sizeof device.sourceId);
   record.isSuccess = result == Result::Done ? 1 : 0;
-  putText(record.name, device.name);
-  putText(record.code, inWords(result));
+  setField(record.name, device.name);
+  setField(record.code, inWords(result));
   return block(record);
 }
 
@@ -91,7 +87,7 @@ ZQBusBytes policyRecord(VidPid id, const VidPidPolicy& policy) {
   record.vid = id.vid;
   record.pid = id.pid;
   record.policy = static_cast<uint16_t>(policy.policy);
-  putText(record.name, policy.name);
+  setField(record.name, policy.name);
   return block(record);
 }
 
@@ -108,7 +104,7 @@ ZQBusBytes progressRecord(uint64_t value, uint32_t percent, uint32_t desktop,
 ZQBusBytes commandRecord(int32_t result, const std::string& text) {
   CmdResponse record{};
   record.result = result;
-  putText(record.text, text);
+  setField(record.text, text);
   return block(record);
 }
 

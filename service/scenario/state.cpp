@@ -1,5 +1,6 @@
 #include "service/scenario/state.h"
 
+#include "platform/text/hex.h"
 #include "service/bus/wire_records.h"
 #include "service/scenario/words.h"
 

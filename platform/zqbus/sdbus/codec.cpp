@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include "platform/text/utf8.h"
 #include "platform/zqbus/limits.h"
 #include "platform/zqbus/memory_of.h"
 
@@ -21,35 +22,12 @@ constexpr std::size_t kArgumentAllowance = 24;
 // Room for as many arguments is made at once where a message begins with a list.
 constexpr std::size_t kListRoom = 128;
 
-/// Length of the UTF-8 sequence at `text`, 0 when there is none that every D-Bus library takes:
-/// surrogates, overlong forms and the code points that are no characters are out.
-std::size_t sequenceLength(const unsigned char* text, std::size_t left) {
-  const unsigned char lead = text[0];
-  const std::size_t length = lead < 0x80   ? 1
-                             : lead < 0xC2 ? 0
-                             : lead < 0xE0 ? 2
-                             : lead < 0xF0 ? 3
-                             : lead < 0xF5 ? 4
-                                           : 0;
-  if (length <= 1 || length > left) return length > left ? 0 : length;
-  uint32_t point = lead & (0xFFU >> (length + 1));
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((text[i] & 0xC0) != 0x80) return 0;
-    point = point << 6 | (text[i] & 0x3F);
-  }
-  const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
-  const bool surrogate = point >= 0xD800 && point < 0xE000;
-  const bool noCharacter = (point & 0xFFFE) == 0xFFFE || (point >= 0xFDD0 && point <= 0xFDEF);
-  return overlong || surrogate || noCharacter || point > 0x10FFFF ? 0 : length;
-}
-
-bool fitsString(const std::string& text) {
-  const auto* at = reinterpret_cast<const unsigned char*>(text.data());
-  for (std::size_t left = text.size(); left > 0;) {
-    const std::size_t length = *at != 0 ? sequenceLength(at, left) : 0;
-    if (length == 0) return false;
-    at += length;
-    left -= length;
+/// Whether a D-Bus string of every library can hold the text: UTF-8 without NUL and noncharacters.
+bool fitsString(std::string_view text) {
+  if (!isUtf8(text)) return false;
+  while (!text.empty()) {
+    const char32_t codePoint = takeCharacter(text);
+    if (codePoint == 0 || isNoncharacter(codePoint)) return false;
   }
   return true;
 }

@@ -11,7 +11,7 @@
 #include "last_failure.h"
 #include "log_line.h"
 #include "perix/perix_proxy.h"
-#include "record_text.h"
+#include "platform/text/field.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "forked_child.h"
+#include "platform/text/utf8.h"
 
 namespace zq {
 namespace {
@@ -32,18 +33,10 @@ PerixFailure failureOf(ZQBusFailure failure) {
   return PerixFailure::Refused;
 }
 
-bool continuesCharacter(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
 /// Copies a text, cut between two characters of UTF-8 where it is too long.
 template <std::size_t size>
 void copyCut(char (&to)[size], std::string_view text) {
-  std::size_t length = text.size();
-  if (length >= size) {
-    length = size - 1;
-    while (length > 0 && continuesCharacter(text[length])) --length;
-  }
+  const std::size_t length = cutText(text, size - 1).size();
   std::memmove(to, text.data(), length);  // it may be this very text
   to[length] = '\0';
 }

@@ -8,7 +8,7 @@
 #include "pen_event.h"
 #include "pen_port.h"
 #include "perix/perix_proxy.h"
-#include "record_text.h"
+#include "platform/text/field.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {

@@ -5,7 +5,7 @@
 #include "log_line.h"
 #include "no_throw.h"
 #include "perix/perix_proxy.h"
-#include "record_text.h"
+#include "platform/text/field.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {

@@ -1,7 +1,8 @@
-// Texts in fixed-layout records.
+// Texts in the fixed-size fields of records.
 #pragma once
 
 #include <cstring>
+#include <string>
 #include <string_view>
 
 namespace zq {
@@ -26,6 +27,12 @@ class FieldText {
 template <std::size_t size>
 FieldText<size> fieldText(const char (&field)[size]) {
   return FieldText<size>(field);
+}
+
+/// The same as a string.
+template <std::size_t size>
+std::string textIn(const char (&field)[size]) {
+  return std::string(fieldText(field).view());
 }
 
 /// Sets a zeroed field to the text, cut so that a NUL stays behind it.
