@@ -11,7 +11,7 @@
 #include "tests/perixctl/tool_world.h"
 #include "tools/perixctl/command.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 struct Line {
@@ -291,4 +291,4 @@ TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
 }
 
 }  // namespace
-}  // namespace zq
+}  // namespace zq::ctl

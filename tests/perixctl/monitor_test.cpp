@@ -8,7 +8,7 @@
 #include "tests/perixctl/tool_world.h"
 #include "tools/perixctl/outcome.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr std::chrono::seconds kPatience{20};
@@ -112,4 +112,4 @@ TEST(TheServicesCrash, IsWhatTheCrashCommandReportsAsDone) {
 }
 
 }  // namespace
-}  // namespace zq
+}  // namespace zq::ctl

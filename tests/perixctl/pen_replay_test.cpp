@@ -6,7 +6,7 @@
 #include "tests/perixctl/tool_world.h"
 #include "tools/perixctl/outcome.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 // What `perixctl pen replay` makes of a file with that content; a recording needs no service.
@@ -71,4 +71,4 @@ TEST(ARecording, IsShownAsOnePacketALineAtItsOwnPace) {
 }
 
 }  // namespace
-}  // namespace zq
+}  // namespace zq::ctl

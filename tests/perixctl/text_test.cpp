@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <clocale>
+
+#include "platform/text/escape.h"
 #include "tools/perixctl/outcome.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 TEST(TextsOfTheService, ReachTheTerminalWithoutControlCharactersAndAsUtf8) {
@@ -12,10 +15,14 @@ TEST(TextsOfTheService, ReachTheTerminalWithoutControlCharactersAndAsUtf8) {
   } cases[] = {
       {"plain", "plain"},
       {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8"},
-      {"\033[2J\n\t\x7f", "\\x1b[2J\\x0a\\x09\\x7f"},
+      {"\033[2J\n\t\x7f", "\\x1b[2J\\n\\x09\\x7f"},
+      {"a\xe2\x80\xae"
+       "b\xe2\x81\xa6"
+       "c",
+       "a\\u202eb\\u2066c"},  // turn the direction of writing
       {"\xc2\x9b"
        "31m",
-       "\\xc2\\x9b31m"},                                      // a control of the second block
+       "\\u009b31m"},                                         // a control of the second block
       {"\xff\xc3", "\\xff\\xc3"},                             // no sequence, and half of one
       {"\xc0\xaf\xe0\x80\xaf", "\\xc0\\xaf\\xe0\\x80\\xaf"},  // overlong
       {"\xed\xa0\x80\xf4\x90\x80\x80", "\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80"},  // no characters
@@ -26,10 +33,11 @@ TEST(TextsOfTheService, ReachTheTerminalWithoutControlCharactersAndAsUtf8) {
 }
 
 TEST(ATable, IsAlignedByCharactersAndShowsMissingValuesAsADash) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");
   const Outcome outcome =
-      tableOf({{{"name", "\xc3\xa9"}, {"id", 1}}, {{"name", "long"}, {"id", nullptr}}},
+      tableOf({{{"name", "e\u0301"}, {"id", 1}}, {{"name", "日本"}, {"id", nullptr}}},
               {{"name", "NAME"}, {"id", "ID"}});
-  EXPECT_EQ(renderText(outcome, false), "NAME  ID\n\xc3\xa9     1\nlong  -\n");
+  EXPECT_EQ(renderText(outcome, false), "NAME  ID\ne\u0301     1\n日本  -\n");
 }
 
 TEST(ADocument, IsOneLineOfJsonWhateverBytesTheServiceSent) {
@@ -39,4 +47,4 @@ TEST(ADocument, IsOneLineOfJsonWhateverBytesTheServiceSent) {
 }
 
 }  // namespace
-}  // namespace zq
+}  // namespace zq::ctl

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr std::chrono::seconds kPatience{30};
@@ -47,4 +47,4 @@ ChildProcess::Result runPerixctlOn(const std::string& address, const std::string
   return ChildProcess(optionsFor(address, words)).finish(kPatience);
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

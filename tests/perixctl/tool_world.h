@@ -7,7 +7,7 @@
 
 #include "tools/embedded/private_bus.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// A private bus and the real development service on it.
 class ToolWorld {
@@ -32,4 +32,4 @@ class ToolWorld {
 /// Runs `perixctl WORDS` as a shell would, on the bus at `address`.
 ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words);
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 
-namespace zq {
+#include "platform/text/hex.h"
+
+namespace zq::ctl {
 namespace {
 
 constexpr std::size_t kLabelLength = 127;
@@ -28,7 +31,7 @@ bool isKeyValue(const std::string& text) {
 }
 
 bool isUsbDevice(const std::string& text) {
-  const auto bytes = parseHex(text);
+  const auto bytes = fromHex(text);
   return bytes && bytes->size() == 8;
 }
 
@@ -51,7 +54,7 @@ const std::array kRules = {
     KindRule{ArgumentKind::VidPid,
              [](const std::string& text) { return parseVidPid(text).has_value(); },
              "vendor and product as in 046d:c52b"},
-    KindRule{ArgumentKind::Hex, [](const std::string& text) { return parseHex(text).has_value(); },
+    KindRule{ArgumentKind::Hex, [](const std::string& text) { return fromHex(text).has_value(); },
              "bytes as pairs of hexadecimal digits"},
     KindRule{ArgumentKind::UsbDevice, isUsbDevice, "eight bytes as pairs of hexadecimal digits"},
     KindRule{ArgumentKind::Host, isHost, "an address as in 10.0.0.5 or 10.0.0.5:9100"},
@@ -69,18 +72,6 @@ std::optional<VidPid> parseVidPid(std::string_view text) {
   const auto pid = parseNumber<uint16_t>(text.substr(5), 16);
   if (!vid || !pid) return std::nullopt;
   return VidPid{*vid, *pid};
-}
-
-std::optional<std::vector<uint8_t>> parseHex(std::string_view text) {
-  std::vector<uint8_t> bytes;
-  for (; text.size() >= 2; text.remove_prefix(2)) {
-    uint8_t byte = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + 2, byte, 16);
-    if (error != std::errc{} || stop != text.data() + 2) return std::nullopt;
-    bytes.push_back(byte);
-  }
-  if (!text.empty()) return std::nullopt;
-  return bytes;
 }
 
 std::optional<PipeDescription> parsePipe(std::string_view text) {
@@ -107,9 +98,9 @@ std::string complaintAbout(ArgumentKind kind, const std::string& text) {
 }
 
 const std::vector<std::string>& Arguments::texts(const std::string& name) const {
-  static const std::vector<std::string> none;
   const auto found = values_.find(name);
-  return found == values_.end() ? none : found->second;
+  if (found == values_.end()) throw std::logic_error("the command declares no argument " + name);
+  return found->second;
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace zq {
+namespace zq::ctl {
 
 /// What a value must look like. Numbers are decimal, or hexadecimal behind 0x.
 enum class ArgumentKind {
@@ -67,7 +67,6 @@ std::optional<Number> parseNumber(std::string_view text, int base = 10) {
 }
 
 std::optional<VidPid> parseVidPid(std::string_view text);
-std::optional<std::vector<uint8_t>> parseHex(std::string_view text);
 
 struct PipeDescription {
   uint32_t param1 = 0;
@@ -80,7 +79,8 @@ std::optional<PipeDescription> parsePipe(std::string_view text);
 /// What is wrong with `text` as a value of `kind`, in words; empty when nothing is.
 std::string complaintAbout(ArgumentKind kind, const std::string& text);
 
-/// A command line's values by argument name, all of them checked against their kinds.
+/// The values of a command line by the names of the command's arguments, checked against their
+/// kinds.
 class Arguments {
  public:
   using Values = std::map<std::string, std::vector<std::string>>;
@@ -91,6 +91,7 @@ class Arguments {
   bool has(const std::string& name) const { return !texts(name).empty(); }
   /// The value, or an empty text.
   std::string text(const std::string& name) const { return has(name) ? texts(name)[0] : ""; }
+  /// Throws std::logic_error when the command declares no argument of that name; so do the others.
   const std::vector<std::string>& texts(const std::string& name) const;
   template <typename Number>
   Number number(const std::string& name, Number otherwise = 0) const {
@@ -105,4 +106,4 @@ class Arguments {
   Values values_;
 };
 
-}  // namespace zq
+}  // namespace zq::ctl

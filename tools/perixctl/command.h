@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "tools/perixctl/argument.h"
-#include "tools/perixctl/call.h"
 #include "tools/perixctl/outcome.h"
+#include "tools/perixctl/run.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// A command: parsing, help, completion and the manual are all made from these.
 struct Command {
@@ -18,17 +18,17 @@ struct Command {
   std::vector<Argument> arguments;
   std::string help;  ///< one sentence, without its full stop
   /// Does it. Throws CommandError when it cannot be done.
-  std::function<Outcome(Call&)> run;
+  std::function<Outcome(Run&)> execute;
 };
 
 /// A command that is one operation of the service's, whose result says whether it was done.
-std::function<Outcome(Call&)> status(int (*operation)(Call&));
+std::function<Outcome(Run&)> status(int (*operation)(Run&));
 /// A command that is one operation with a text for an answer.
-std::function<Outcome(Call&)> answer(std::string (*operation)(Call&));
+std::function<Outcome(Run&)> answer(std::string (*operation)(Run&));
 /// A command that is one operation with a number for an answer, shown under `member`.
-std::function<Outcome(Call&)> value(const char* member, int (*operation)(Call&));
+std::function<Outcome(Run&)> value(const char* member, int (*operation)(Run&));
 /// A command that is one operation sent without waiting for its own answer.
-std::function<Outcome(Call&)> report(void (*operation)(Call&));
+std::function<Outcome(Run&)> report(void (*operation)(Run&));
 
 /// Every command, family by family. Built at first use, never changed.
 const std::vector<Command>& commandTable();
@@ -62,4 +62,4 @@ Argument optionalDesktopArgument();
 Argument vidPidArgument();
 Argument sourceArgument();
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -1,24 +1,20 @@
 #include "tools/perixctl/command_error.h"
 
-#include <algorithm>
 #include <array>
 
 #include "perix/failure.h"
+#include "tools/perixctl/words.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-struct CodeWord {
-  ExitCode code;
-  const char* word;
-};
-constexpr std::array kCodeWords = {
-    CodeWord{ExitCode::Done, "done"},
-    CodeWord{ExitCode::Refused, "refused"},
-    CodeWord{ExitCode::Usage, "usage"},
-    CodeWord{ExitCode::TimedOut, "timed-out"},
-    CodeWord{ExitCode::NoService, "no-service"},
-    CodeWord{ExitCode::NotFound, "not-found"},
+constexpr std::array kExitCodes = {
+    Word{ExitCode::Done, "done"},
+    Word{ExitCode::Refused, "refused"},
+    Word{ExitCode::Usage, "usage"},
+    Word{ExitCode::TimedOut, "timed-out"},
+    Word{ExitCode::NoService, "no-service"},
+    Word{ExitCode::NotFound, "not-found"},
 };
 
 struct FailureRow {
@@ -75,9 +71,7 @@ constexpr std::array kResults = {
 }  // namespace
 
 const char* wordOf(ExitCode code) {
-  return std::find_if(kCodeWords.begin(), kCodeWords.end(),
-                      [code](const CodeWord& row) { return row.code == code; })
-      ->word;
+  return wordFor(kExitCodes, code, "unknown");
 }
 
 void requireAnswer() {
@@ -103,4 +97,4 @@ void requireDone(int result) {
                      result);
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

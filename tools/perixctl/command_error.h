@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace zq {
+namespace zq::ctl {
 
 /// The tool's exit codes; scripts rely on the numbers.
 enum class ExitCode : int {
@@ -43,4 +43,4 @@ void requireAnswer();
 /// Throws unless the last operation got an answer and `result`, which it returned, is 0.
 void requireDone(int result);
 
-}  // namespace zq
+}  // namespace zq::ctl

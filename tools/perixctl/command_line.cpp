@@ -9,7 +9,7 @@
 
 #include "tools/perixctl/command_error.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr const char* kDescription = "Commands the service that redirects devices into desktops.";
@@ -132,4 +132,4 @@ bool asksForJson(int argc, const char* const* argv) {
   return std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -5,7 +5,7 @@
 
 #include "tools/perixctl/command.h"
 
-namespace zq {
+namespace zq::ctl {
 
 struct CommandLine {
   Globals globals;
@@ -20,4 +20,4 @@ CommandLine parseCommandLine(int argc, const char* const* argv);
 /// Whether the words ask for JSON, well-formed or not.
 bool asksForJson(int argc, const char* const* argv);
 
-}  // namespace zq
+}  // namespace zq::ctl

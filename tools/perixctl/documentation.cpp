@@ -5,7 +5,7 @@
 
 #include "tools/perixctl/command.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr const char* kGlobalOptions = "--json --verbose --embedded --help";
@@ -42,7 +42,7 @@ Outcome printed(std::string text) {
   return {.document = {{"text", text}}, .text = std::move(text)};
 }
 
-Outcome bashCompletion(Call& /*call*/) {
+Outcome bashCompletion(Run& /*run*/) {
   std::string script = "# bash completion for perixctl\ndeclare -gA _perixctl_next=(\n";
   for (const auto& [path, words] : continuations()) {
     std::string list;
@@ -127,7 +127,7 @@ XDG_STATE_HOME
 Where the log's directory, perix, lies; ~/.local/state without it.
 )";
 
-Outcome manual(Call& /*call*/) {
+Outcome manual(Run& /*run*/) {
   std::string page = kManualHead;
   for (const Command& command : commandTable()) page += manualEntry(command);
   return printed(page + kManualTail);
@@ -142,4 +142,4 @@ std::vector<Command> documentationCommands() {
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -6,7 +6,7 @@
 
 #include "tools/perixctl/command_error.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr const char* kServiceProgram = "perix-devservice";
@@ -31,4 +31,4 @@ EmbeddedWorld::EmbeddedWorld(const std::string& scenario) try {
   throw CommandError(ExitCode::NoService, error.what());
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

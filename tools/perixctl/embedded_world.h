@@ -6,7 +6,7 @@
 
 #include "tools/embedded/private_bus.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// Both run for as long as the object lives, and this process's ZQBUS_ADDRESS names the bus.
 class EmbeddedWorld {
@@ -20,4 +20,4 @@ class EmbeddedWorld {
   std::unique_ptr<ChildProcess> service_;
 };
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 // The key of the feed's own desktop callback: no desktop has an empty id. It hears of the service's
@@ -90,4 +90,4 @@ void EventFeed::put(FeedEvent event) {
   [[maybe_unused]] const ssize_t written = write(wake_.get(), &one, sizeof(one));
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -11,7 +11,7 @@
 #include "perix/perix_proxy.h"
 #include "tools/embedded/child_process.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// Which registry an event came through.
 enum class EventSource { Device, Printer, Configuration, Command, Joystick, Desktop, Service };
@@ -66,4 +66,4 @@ class EventFeed {
   std::list<DesktopSlot> desktops_;  ///< grows with each new name: old ones may still be in use
 };
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <optional>
 
-namespace zq {
+namespace zq::ctl {
 
 /// A queue that one thread fills and another waits on.
 template <typename Letter>
@@ -36,4 +36,4 @@ class Mailbox {
   std::deque<Letter> letters_;
 };
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -1,5 +1,5 @@
 #include "tools/perixctl/perixctl.h"
 
 int main(int argc, char** argv) {
-  return zq::runPerixctl(argc, argv);
+  return zq::ctl::runPerixctl(argc, argv);
 }

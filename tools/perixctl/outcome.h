@@ -3,10 +3,9 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
 #include <vector>
 
-namespace zq {
+namespace zq::ctl {
 
 /// Objects keep the order in which their members were added.
 using Json = nlohmann::ordered_json;
@@ -40,10 +39,4 @@ Outcome documentOf(Json document);
 std::string renderJson(const Json& document);
 std::string renderText(const Outcome& outcome, bool colour);
 
-/// `text` with every control character and every byte that is not UTF-8 written as \xNN, so that a
-/// device's name cannot command the terminal.
-std::string escaped(std::string_view text);
-/// As `escaped`, line ends kept.
-std::string escapedLines(std::string_view text);
-
-}  // namespace zq
+}  // namespace zq::ctl

@@ -8,18 +8,15 @@
 
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/outcome.h"
+#include "tools/perixctl/words.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-struct MotionWord {
-  PenMotion motion;
-  const char* word;
-};
-constexpr std::array kMotionWords = {
-    MotionWord{PenMotion::Press, "press"},
-    MotionWord{PenMotion::Move, "move"},
-    MotionWord{PenMotion::Release, "release"},
+constexpr std::array kMotions = {
+    Word{PenMotion::Press, "press"},
+    Word{PenMotion::Move, "move"},
+    Word{PenMotion::Release, "release"},
 };
 
 struct NumberMember {
@@ -48,12 +45,10 @@ struct LineComplaint {
 PenMotion motionOf(const Json& object) {
   const auto member = object.find("type");
   if (member == object.end()) throw LineComplaint{R"("type" is missing)"};
-  const auto found = std::find_if(kMotionWords.begin(), kMotionWords.end(),
-                                  [&](const MotionWord& row) { return *member == Json(row.word); });
-  if (found == kMotionWords.end()) {
-    throw LineComplaint{R"("type" is not "press", "move" or "release")"};
-  }
-  return found->motion;
+  const auto motion =
+      member->is_string() ? numberFor(kMotions, member->get<std::string>()) : std::nullopt;
+  if (!motion) throw LineComplaint{R"("type" is not "press", "move" or "release")"};
+  return static_cast<PenMotion>(*motion);
 }
 
 std::string rangeText(const NumberMember& member) {
@@ -112,9 +107,7 @@ bool isBlank(const std::string& line) {
 }  // namespace
 
 const char* wordOf(PenMotion motion) {
-  return std::find_if(kMotionWords.begin(), kMotionWords.end(),
-                      [motion](const MotionWord& row) { return row.motion == motion; })
-      ->word;
+  return wordFor(kMotions, motion, "unknown");
 }
 
 std::vector<StrokeEvent> readStroke(const std::string& path) {
@@ -137,4 +130,4 @@ std::vector<StrokeEvent> readStroke(const std::string& path) {
   return stroke;
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

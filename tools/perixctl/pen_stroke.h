@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace zq {
+namespace zq::ctl {
 
 enum class PenMotion { Press, Move, Release };
 
@@ -27,4 +27,4 @@ struct StrokeEvent {
 /// of it is wrong; blank lines are skipped.
 std::vector<StrokeEvent> readStroke(const std::string& path);
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr uint8_t kPenId = 1;
@@ -79,4 +79,4 @@ void playStroke(PerixProxy& proxy, const std::vector<StrokeEvent>& stroke, bool 
   }
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

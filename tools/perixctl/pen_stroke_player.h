@@ -8,7 +8,7 @@
 #include "perix/perix_proxy.h"
 #include "tools/perixctl/pen_stroke.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// Gets a packet, kPenPacketSize bytes that are gone after the return, and the event it is made of.
 using PenPacketSink = std::function<void(const StrokeEvent& event, const unsigned char* packet)>;
@@ -18,4 +18,4 @@ using PenPacketSink = std::function<void(const StrokeEvent& event, const unsigne
 void playStroke(PerixProxy& proxy, const std::vector<StrokeEvent>& stroke, bool delayed,
                 const PenPacketSink& sink);
 
-}  // namespace zq
+}  // namespace zq::ctl

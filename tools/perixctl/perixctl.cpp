@@ -1,15 +1,17 @@
 #include "tools/perixctl/perixctl.h"
 
+#include <clocale>
 #include <iostream>
 #include <memory>
 
 #include "perix/failure.h"
+#include "platform/text/escape.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/command_line.h"
 #include "tools/perixctl/embedded_world.h"
 #include "tools/perixctl/terminal.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 Json errorDocument(const CommandError& error) {
@@ -37,12 +39,17 @@ int fail(const CommandError& error, bool json, bool verbose, const Terminal& ter
   return static_cast<int>(error.code());
 }
 
+// The widths of characters are those of the character set, and the service's texts are UTF-8.
+void useUtf8() {
+  std::setlocale(LC_CTYPE, "C.UTF-8");
+}
+
 int runCommand(const CommandLine& line, Terminal& terminal) {
   WaitIndicator indicator;
   std::unique_ptr<EmbeddedWorld> world;
   if (line.globals.embedded) world = std::make_unique<EmbeddedWorld>(line.globals.scenario);
-  Call call(line.command->words, line.globals, line.arguments, terminal, indicator);
-  const Outcome outcome = line.command->run(call);
+  Run run(line.command->words, line.globals, line.arguments, terminal, indicator);
+  const Outcome outcome = line.command->execute(run);
   indicator.end();
   if (!outcome.written) {
     terminal.write(line.globals.json ? renderJson(outcome.document)
@@ -54,6 +61,7 @@ int runCommand(const CommandLine& line, Terminal& terminal) {
 }  // namespace
 
 int runPerixctl(int argc, const char* const* argv) {
+  useUtf8();
   Terminal terminal;
   CommandLine line;
   line.globals.json = asksForJson(argc, argv);
@@ -69,4 +77,4 @@ int runPerixctl(int argc, const char* const* argv) {
   }
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 // What today's service puts into the bytes of a device record that the layout leaves to it.
@@ -136,4 +136,4 @@ Outcome policyTable(PerixProxy& proxy, const std::list<CommonVidPidPolicy*>& pol
   return tableOf(std::move(rows), {{"vidPid", "VID:PID"}, {"policy", "POLICY"}, {"name", "NAME"}});
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -13,9 +13,10 @@
 #include <string>
 
 #include "perix/perix_proxy.h"
+#include "platform/text/field.h"
 #include "tools/perixctl/outcome.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// Desktops' string ids by integer id.
 class DesktopNames {
@@ -44,12 +45,6 @@ Record recordIn(const void* block) {
   return record;
 }
 
-/// A text in a field: up to its NUL, or to the end of the field.
-template <std::size_t Size>
-std::string textIn(const char (&field)[Size]) {
-  return {field, strnlen(field, Size)};
-}
-
 Json deviceDocument(const CommonDevice& device, const DesktopNames& names);
 Json printerDocument(const PrinterDevice& printer, const DesktopNames& names);
 Json resultDocument(const _ConfigNewDeviceResult& result);
@@ -60,4 +55,4 @@ Outcome deviceTable(PerixProxy& proxy, const std::list<CommonDevice*>& devices);
 Outcome printerTable(PerixProxy& proxy, const std::list<PrinterDevice*>& printers);
 Outcome policyTable(PerixProxy& proxy, const std::list<CommonVidPidPolicy*>& policies);
 
-}  // namespace zq
+}  // namespace zq::ctl

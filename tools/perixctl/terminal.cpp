@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "tools/perixctl/outcome.h"
+#include "platform/text/escape.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr std::chrono::milliseconds kPatience{1000};
@@ -92,4 +92,4 @@ void WaitIndicator::run(const std::stop_token& stop) {
   if (shown) writeAll(STDERR_FILENO, kEraseLine);
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

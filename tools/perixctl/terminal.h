@@ -9,7 +9,7 @@
 
 #include "tools/embedded/child_process.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// The process's standard output, kept for results alone.
 class Terminal {
@@ -53,4 +53,4 @@ class WaitIndicator {
   std::jthread thread_;  ///< last: its thread uses the others
 };
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -7,13 +7,13 @@
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-std::list<_CHANNEL_HANDLE> pipeHandles(Call& call) {
+std::list<_CHANNEL_HANDLE> pipeHandles(Run& run) {
   std::list<_CHANNEL_HANDLE> handles;
-  const std::string desktop = call.desktop();
-  for (const std::string& text : call.arguments.texts("PIPE")) {
+  const std::string desktop = run.desktop();
+  for (const std::string& text : run.arguments.texts("PIPE")) {
     const PipeDescription pipe = parsePipe(text).value_or(PipeDescription{});
     _CHANNEL_HANDLE& handle = handles.emplace_back();
     handle.vmId = desktop;
@@ -26,9 +26,9 @@ std::list<_CHANNEL_HANDLE> pipeHandles(Call& call) {
 }
 
 // From standard input or a file, never from the command line, which every process can read.
-std::string readToken(Call& call) {
+std::string readToken(Run& run) {
   std::string token;
-  const std::string path = call.arguments.text("--file");
+  const std::string path = run.arguments.text("--file");
   if (path.empty()) {
     token.assign(std::istreambuf_iterator<char>(std::cin), {});
   } else {
@@ -41,20 +41,20 @@ std::string readToken(Call& call) {
   return token;
 }
 
-int updateToken(Call& call) {
-  const std::string token = readToken(call);
-  return call.proxy().UpdateDriveToken(token);
+int updateToken(Run& run) {
+  const std::string token = readToken(run);
+  return run.proxy().UpdateDriveToken(token);
 }
 
-void reportBandwidth(Call& call) {
-  call.proxy().SetBwInfo(call.desktop(), call.arguments.number<uint64_t>("VALUE1"),
-                         call.arguments.number<uint64_t>("VALUE2"));
+void reportBandwidth(Run& run) {
+  run.proxy().SetBwInfo(run.desktop(), run.arguments.number<uint64_t>("VALUE1"),
+                        run.arguments.number<uint64_t>("VALUE2"));
 }
 
-void reportQuality(Call& call) {
-  auto value = call.arguments.number<uint32_t>("VALUE");
-  call.proxy().SetRtcQosInfo(call.desktop(), call.arguments.number<uint32_t>("TYPE"),
-                             call.arguments.has("VALUE") ? &value : nullptr);
+void reportQuality(Run& run) {
+  auto value = run.arguments.number<uint32_t>("VALUE");
+  run.proxy().SetRtcQosInfo(run.desktop(), run.arguments.number<uint32_t>("TYPE"),
+                            run.arguments.has("VALUE") ? &value : nullptr);
 }
 
 const Argument kPipes{"PIPE", ArgumentKind::Pipe, "PARAM1:PARAM2:LABEL1:LABEL2, once or more often",
@@ -67,22 +67,20 @@ std::vector<Command> channelCommands() {
       {"pipe create",
        {desktopArgument(), kPipes},
        "Create pipes of a desktop",
-       status(
-           [](Call& call) { return call.proxy().CreatePipe(call.desktop(), pipeHandles(call)); })},
+       status([](Run& run) { return run.proxy().CreatePipe(run.desktop(), pipeHandles(run)); })},
       {"pipe destroy",
        {desktopArgument(), kPipes},
        "Destroy pipes of a desktop",
-       status(
-           [](Call& call) { return call.proxy().DestroyPipe(call.desktop(), pipeHandles(call)); })},
+       status([](Run& run) { return run.proxy().DestroyPipe(run.desktop(), pipeHandles(run)); })},
       {"port status",
        {desktopArgument(),
         {"PORT", ArgumentKind::UInt32, "The port's number"},
         {"STATUS", ArgumentKind::Int32, "The state to report"}},
        "Report the state of a numbered port channel",
-       status([](Call& call) {
-         return call.proxy().SetPortChannelStatus(call.desktop(),
-                                                  call.arguments.number<uint32_t>("PORT"),
-                                                  call.arguments.number<int32_t>("STATUS"));
+       status([](Run& run) {
+         return run.proxy().SetPortChannelStatus(run.desktop(),
+                                                 run.arguments.number<uint32_t>("PORT"),
+                                                 run.arguments.number<int32_t>("STATUS"));
        })},
       {"token update",
        {{"--file", ArgumentKind::Name, "Read the token from this file", Presence::Optional}},
@@ -103,4 +101,4 @@ std::vector<Command> channelCommands() {
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -1,38 +1,38 @@
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 
-namespace zq {
+namespace zq::ctl {
 
-std::function<Outcome(Call&)> status(int (*operation)(Call&)) {
-  return [operation](Call& call) {
-    requireDone(operation(call));
-    return Outcome{.document = {{"result", 0}}, .text = call.words + ": done\n"};
+std::function<Outcome(Run&)> status(int (*operation)(Run&)) {
+  return [operation](Run& run) {
+    requireDone(operation(run));
+    return Outcome{.document = {{"result", 0}}, .text = run.words + ": done\n"};
   };
 }
 
-std::function<Outcome(Call&)> answer(std::string (*operation)(Call&)) {
-  return [operation](Call& call) {
-    const std::string text = operation(call);
+std::function<Outcome(Run&)> answer(std::string (*operation)(Run&)) {
+  return [operation](Run& run) {
+    const std::string text = operation(run);
     requireAnswer();
     return textOf(text);
   };
 }
 
-std::function<Outcome(Call&)> value(const char* member, int (*operation)(Call&)) {
-  return [member, operation](Call& call) {
-    const int number = operation(call);
+std::function<Outcome(Run&)> value(const char* member, int (*operation)(Run&)) {
+  return [member, operation](Run& run) {
+    const int number = operation(run);
     requireAnswer();
     return factsOf({{member, number}});
   };
 }
 
-std::function<Outcome(Call&)> report(void (*operation)(Call&)) {
-  return [operation](Call& call) {
-    operation(call);
+std::function<Outcome(Run&)> report(void (*operation)(Run&)) {
+  return [operation](Run& run) {
+    operation(run);
     // The bus keeps the order: once this is answered, the service has taken what was sent before.
-    call.proxy().GetVmList();
+    run.proxy().GetVmList();
     requireAnswer();
-    return Outcome{.document = {{"sent", true}}, .text = call.words + ": sent\n"};
+    return Outcome{.document = {{"sent", true}}, .text = run.words + ": sent\n"};
   };
 }
 
@@ -102,4 +102,4 @@ Argument sourceArgument() {
   return {"SOURCE", ArgumentKind::UInt64, "The service's 64-bit source id of the device"};
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -2,29 +2,29 @@
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-Outcome listDesktops(Call& call) {
-  const std::map<std::string, int> desktops = call.proxy().GetVmList();
+Outcome listDesktops(Run& run) {
+  const std::map<std::string, int> desktops = run.proxy().GetVmList();
   requireAnswer();
   Json rows = Json::array();
   for (const auto& [name, id] : desktops) rows.push_back({{"desktop", name}, {"id", id}});
   return tableOf(std::move(rows), {{"desktop", "DESKTOP"}, {"id", "ID"}});
 }
 
-int connectDesktop(Call& call) {
+int connectDesktop(Run& run) {
   VmInfo info{};
-  info.vmId = call.desktop();
-  info.systemType = call.arguments.number<int32_t>("--system-type");
-  info.shareMode = call.arguments.number<int32_t>("--share-mode");
-  info.connectParam = call.arguments.number<uint32_t>("--connect-param");
-  return call.proxy().ConnectVm(info);
+  info.vmId = run.desktop();
+  info.systemType = run.arguments.number<int32_t>("--system-type");
+  info.shareMode = run.arguments.number<int32_t>("--share-mode");
+  info.connectParam = run.arguments.number<uint32_t>("--connect-param");
+  return run.proxy().ConnectVm(info);
 }
 
-int focusDesktop(Call& call) {
-  return call.proxy().OnFocusChanged(call.desktop(), call.arguments.number<uint64_t>("WINDOW"),
-                                     call.arguments.isOn("GAINED") ? 1 : 0);
+int focusDesktop(Run& run) {
+  return run.proxy().OnFocusChanged(run.desktop(), run.arguments.number<uint64_t>("WINDOW"),
+                                    run.arguments.isOn("GAINED") ? 1 : 0);
 }
 
 Argument sessionValue(const char* name, ArgumentKind kind) {
@@ -45,9 +45,9 @@ std::vector<Command> desktopCommands() {
       {"desktop disconnect",
        {desktopArgument()},
        "Announce the end of a session",
-       report([](Call& call) { call.proxy().DisconnectVm(call.desktop()); })},
-      {"desktop start", {desktopArgument()}, "Start the desktop's manager", report([](Call& call) {
-         call.proxy().StartVm(call.desktop());
+       report([](Run& run) { run.proxy().DisconnectVm(run.desktop()); })},
+      {"desktop start", {desktopArgument()}, "Start the desktop's manager", report([](Run& run) {
+         run.proxy().StartVm(run.desktop());
        })},
       {"desktop focus",
        {desktopArgument(),
@@ -59,4 +59,4 @@ std::vector<Command> desktopCommands() {
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

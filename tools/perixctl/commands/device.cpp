@@ -1,27 +1,28 @@
 // device and disk: lists, connecting, configuration.
 #include <algorithm>
 
+#include "platform/text/hex.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/record_documents.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-Outcome listDevices(Call& call) {
-  PerixProxy& proxy = call.proxy();
-  const std::string desktop = call.desktop();
+Outcome listDevices(Run& run) {
+  PerixProxy& proxy = run.proxy();
+  const std::string desktop = run.desktop();
   const auto devices = desktop.empty() ? proxy.GetLocalDeviceList() : proxy.GetDeviceList(desktop);
   requireAnswer();
   return deviceTable(proxy, devices);
 }
 
-Outcome deviceStatus(Call& call) {
-  PerixProxy& proxy = call.proxy();
-  const auto devices = proxy.GetDeviceStatus(call.arguments.number<uint16_t>("NUMBER"));
+Outcome deviceStatus(Run& run) {
+  PerixProxy& proxy = run.proxy();
+  const auto devices = proxy.GetDeviceStatus(run.arguments.number<uint16_t>("NUMBER"));
   requireAnswer();
   if (devices.empty()) {
-    throw CommandError(ExitCode::NotFound, "no device " + call.arguments.text("NUMBER"));
+    throw CommandError(ExitCode::NotFound, "no device " + run.arguments.text("NUMBER"));
   }
   return deviceTable(proxy, devices);
 }
@@ -32,74 +33,73 @@ struct DeviceOperation {
   int (PerixProxy::*bySource)(std::string, unsigned long long);
 };
 
-int apply(Call& call, const DeviceOperation& operation) {
-  PerixProxy& proxy = call.proxy();
-  const std::string desktop = call.desktop();
-  if (call.arguments.has("NUMBER")) {
-    return (proxy.*operation.byNumber)(desktop, call.arguments.number<uint16_t>("NUMBER"));
+int apply(Run& run, const DeviceOperation& operation) {
+  PerixProxy& proxy = run.proxy();
+  const std::string desktop = run.desktop();
+  if (run.arguments.has("NUMBER")) {
+    return (proxy.*operation.byNumber)(desktop, run.arguments.number<uint16_t>("NUMBER"));
   }
-  return (proxy.*operation.bySource)(desktop, call.arguments.number<uint64_t>("--source-id"));
+  return (proxy.*operation.bySource)(desktop, run.arguments.number<uint64_t>("--source-id"));
 }
 
-int connectDevice(Call& call) {
-  return apply(call, {&PerixProxy::ConnectDevice, &PerixProxy::ConnectDeviceBySrcId});
+int connectDevice(Run& run) {
+  return apply(run, {&PerixProxy::ConnectDevice, &PerixProxy::ConnectDeviceBySrcId});
 }
 
-int disconnectDevice(Call& call) {
-  return apply(call, {&PerixProxy::DisconnectDevice, &PerixProxy::DisconnectDeviceBySrcId});
+int disconnectDevice(Run& run) {
+  return apply(run, {&PerixProxy::DisconnectDevice, &PerixProxy::DisconnectDeviceBySrcId});
 }
 
-int redirectDevice(Call& call) {
-  return call.proxy().RedirectDevice(call.desktop(), call.arguments.number<uint16_t>("NUMBER"),
-                                     call.arguments.number<uint16_t>("MODE"));
+int redirectDevice(Run& run) {
+  return run.proxy().RedirectDevice(run.desktop(), run.arguments.number<uint16_t>("NUMBER"),
+                                    run.arguments.number<uint16_t>("MODE"));
 }
 
-int setAutoConnect(Call& call) {
-  return call.proxy().SetAutoConnect(call.arguments.number<uint16_t>("TYPE"),
-                                     call.arguments.isOn("SWITCH") ? 1 : 0);
+int setAutoConnect(Run& run) {
+  return run.proxy().SetAutoConnect(run.arguments.number<uint16_t>("TYPE"),
+                                    run.arguments.isOn("SWITCH") ? 1 : 0);
 }
 
-int addNetworkDevice(Call& call) {
-  std::string text = call.arguments.text("TEXT");
-  return call.proxy().AddNetworkDevice(call.arguments.number<int32_t>("KIND"), text);
+int addNetworkDevice(Run& run) {
+  std::string text = run.arguments.text("TEXT");
+  return run.proxy().AddNetworkDevice(run.arguments.number<int32_t>("KIND"), text);
 }
 
-int removeNetworkDevice(Call& call) {
-  std::string name = call.arguments.text("NAME");
-  std::string address = call.arguments.text("ADDRESS");
-  return call.proxy().DeleteNetworkDevice(name, address);
+int removeNetworkDevice(Run& run) {
+  std::string name = run.arguments.text("NAME");
+  std::string address = run.arguments.text("ADDRESS");
+  return run.proxy().DeleteNetworkDevice(name, address);
 }
 
-UDevInfo usbDevice(Call& call) {
+UDevInfo usbDevice(Run& run) {
   UDevInfo info{};
-  const auto bytes = parseHex(call.arguments.text("BYTES")).value_or(std::vector<uint8_t>{});
+  const auto bytes = fromHex(run.arguments.text("BYTES")).value_or(std::vector<uint8_t>{});
   std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(info.bytes)), info.bytes);
   return info;
 }
 
-int setUsbredirStatus(Call& call) {
-  return call.proxy().SetUsbredirStatus(call.desktop(), usbDevice(call),
-                                        call.arguments.number<uint16_t>("STATUS"));
+int setUsbredirStatus(Run& run) {
+  return run.proxy().SetUsbredirStatus(run.desktop(), usbDevice(run),
+                                       run.arguments.number<uint16_t>("STATUS"));
 }
 
-int configureDevice(Call& call) {
-  const Arguments& arguments = call.arguments;
-  return call.proxy().ConfigNewDeviceAsConnect(
-      call.desktop(), arguments.number<uint64_t>("SOURCE"), arguments.number<uint16_t>("--type"),
+int configureDevice(Run& run) {
+  const Arguments& arguments = run.arguments;
+  return run.proxy().ConfigNewDeviceAsConnect(
+      run.desktop(), arguments.number<uint64_t>("SOURCE"), arguments.number<uint16_t>("--type"),
       arguments.has("--auto-connect") ? 1 : 0, arguments.has("--no-popup") ? 0 : 1);
 }
 
-int ignoreDevice(Call& call) {
-  const Arguments& arguments = call.arguments;
-  return call.proxy().ConfigNewDeviceAsIgnore(
+int ignoreDevice(Run& run) {
+  const Arguments& arguments = run.arguments;
+  return run.proxy().ConfigNewDeviceAsIgnore(
       arguments.number<uint64_t>("SOURCE"), arguments.number<uint16_t>("--type"),
       arguments.has("--auto-connect") ? 1 : 0, arguments.has("--no-popup") ? 0 : 1);
 }
 
-int diskCommand(Call& call) {
-  return call.proxy().ConfigUdisks2Command(call.desktop(),
-                                           call.arguments.number<uint64_t>("SOURCE"),
-                                           call.arguments.number<uint16_t>("COMMAND"));
+int diskCommand(Run& run) {
+  return run.proxy().ConfigUdisks2Command(run.desktop(), run.arguments.number<uint64_t>("SOURCE"),
+                                          run.arguments.number<uint16_t>("COMMAND"));
 }
 
 const Argument kNumber{"NUMBER", ArgumentKind::UInt16, "The device's number"};
@@ -160,15 +160,12 @@ std::vector<Command> networkAndUsbCommands() {
       {"device usbredir connect",
        {desktopArgument(), kUsbBytes},
        "Does nothing, as its operation does; kept for old scripts",
-       status([](Call& call) {
-         return call.proxy().ConnectUsbredir(call.desktop(), usbDevice(call));
-       })},
+       status([](Run& run) { return run.proxy().ConnectUsbredir(run.desktop(), usbDevice(run)); })},
       {"device usbredir disconnect",
        {desktopArgument(), kUsbBytes},
        "Does nothing, as its operation does; kept for old scripts",
-       status([](Call& call) {
-         return call.proxy().DisconnectUsbredir(call.desktop(), usbDevice(call));
-       })},
+       status(
+           [](Run& run) { return run.proxy().DisconnectUsbredir(run.desktop(), usbDevice(run)); })},
   };
 }
 
@@ -178,8 +175,8 @@ std::vector<Command> configurationCommands() {
        {kType},
        "Show whether a type of devices connects automatically",
        value("autoConnect",
-             [](Call& call) {
-               return call.proxy().GetAutoConnect(call.arguments.number<uint16_t>("TYPE"));
+             [](Run& run) {
+               return run.proxy().GetAutoConnect(run.arguments.number<uint16_t>("TYPE"));
              })},
       {"device autoconnect set",
        {kType, {"SWITCH", ArgumentKind::Switch, "on or off"}},
@@ -208,4 +205,4 @@ std::vector<Command> deviceCommands() {
   return joined({connectionCommands(), networkAndUsbCommands(), configurationCommands()});
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

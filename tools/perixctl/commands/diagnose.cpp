@@ -4,7 +4,7 @@
 #include "tools/perixctl/mailbox.h"
 #include "tools/perixctl/record_documents.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr uint32_t kFinished = 100;
@@ -38,14 +38,14 @@ class ProgressListener : public PerixDiagnoseNotify {
 };
 
 // The steps until the end of the diagnosis, shown as they arrive.
-Outcome followDiagnosis(Call& call, ProgressListener& listener) {
+Outcome followDiagnosis(Run& run, ProgressListener& listener) {
   Json rows = Json::array();
   uint32_t progress = 0;
   while (progress < kFinished) {
     const std::optional<Step> step = listener.steps.take(kStepTimeout);
     if (!step) throw CommandError(ExitCode::TimedOut, "the diagnosis did not come to its end");
     progress = step->progress;
-    call.indicator.progress(progress, step->text);
+    run.indicator.progress(progress, step->text);
     rows.push_back({{"progress", progress},
                     {"value", step->value},
                     {"desktop", step->desktop},
@@ -54,17 +54,17 @@ Outcome followDiagnosis(Call& call, ProgressListener& listener) {
   return tableOf(std::move(rows), {{"progress", "PERCENT"}, {"value", "VALUE"}, {"text", "STEP"}});
 }
 
-Outcome diagnoseDesktop(Call& call) {
-  ProgressListener listener(call.proxy());
-  requireDone(call.proxy().Diagnose(call.desktop(), &listener));
-  return followDiagnosis(call, listener);
+Outcome diagnoseDesktop(Run& run) {
+  ProgressListener listener(run.proxy());
+  requireDone(run.proxy().Diagnose(run.desktop(), &listener));
+  return followDiagnosis(run, listener);
 }
 
-Outcome diagnoseDevice(Call& call) {
-  ProgressListener listener(call.proxy());
-  requireDone(call.proxy().DiagnoseDevice(call.desktop(), call.arguments.number<uint64_t>("SOURCE"),
-                                          &listener));
-  return followDiagnosis(call, listener);
+Outcome diagnoseDevice(Run& run) {
+  ProgressListener listener(run.proxy());
+  requireDone(run.proxy().DiagnoseDevice(run.desktop(), run.arguments.number<uint64_t>("SOURCE"),
+                                         &listener));
+  return followDiagnosis(run, listener);
 }
 
 using Responses = Mailbox<CmdResponse>;
@@ -74,12 +74,12 @@ int takeResponse(uint16_t /*code*/, CmdResponse* response, void* userdata) {
   return 0;
 }
 
-Outcome runServiceCommand(Call& call) {
+Outcome runServiceCommand(Run& run) {
   // A response may be on its way when the callback ends, so its mailbox is never destroyed.
   static auto& responses = *new Responses;
-  PerixProxy& proxy = call.proxy();
+  PerixProxy& proxy = run.proxy();
   proxy.RegisterCmdCallback(takeResponse, &responses);
-  requireDone(proxy.DoPerixCmd(call.arguments.text("COMMAND")));
+  requireDone(proxy.DoPerixCmd(run.arguments.text("COMMAND")));
   const std::optional<CmdResponse> response = responses.take(kResponseTimeout);
   if (!response) throw CommandError(ExitCode::TimedOut, "the command was not answered");
   const std::string text = textIn(response->text);
@@ -107,14 +107,14 @@ std::vector<Command> diagnoseCommands() {
        {{"COMMAND", ArgumentKind::Name, "The command, in the service's words"}},
        "Have the service run a command and show its answer",
        runServiceCommand},
-      {"command help", {}, "Show what 'command run' understands", answer([](Call& call) {
-         return call.proxy().GetPerixCmdHelp();
+      {"command help", {}, "Show what 'command run' understands", answer([](Run& run) {
+         return run.proxy().GetPerixCmdHelp();
        })},
       {"test run",
        {{"NAME", ArgumentKind::Name, "The test's name"}},
        "Run one of the service's self-tests",
-       status([](Call& call) { return call.proxy().DoPerixTest(call.arguments.text("NAME")); })},
+       status([](Run& run) { return run.proxy().DoPerixTest(run.arguments.text("NAME")); })},
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

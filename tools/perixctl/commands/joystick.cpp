@@ -3,11 +3,11 @@
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/record_documents.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-Outcome listJoysticks(Call& call) {
-  PerixProxy& proxy = call.proxy();
+Outcome listJoysticks(Run& run) {
+  PerixProxy& proxy = run.proxy();
   const auto joysticks = proxy.GetJoystickDevList();
   requireAnswer();
   return deviceTable(proxy, joysticks);
@@ -21,25 +21,25 @@ std::vector<Command> joystickCommands() {
       {"joystick mapping get",
        {vidPidArgument()},
        "Show a joystick's button mapping",
-       answer([](Call& call) {
-         const VidPid id = call.arguments.vidPid("VID:PID");
-         return call.proxy().GetJoystickMappingList(id.vid, id.pid);
+       answer([](Run& run) {
+         const VidPid id = run.arguments.vidPid("VID:PID");
+         return run.proxy().GetJoystickMappingList(id.vid, id.pid);
        })},
       {"joystick mapping set",
        {vidPidArgument(), {"MAPPING", ArgumentKind::Text, "The mapping, in the service's format"}},
        "Set a joystick's button mapping",
-       status([](Call& call) {
-         const VidPid id = call.arguments.vidPid("VID:PID");
-         return call.proxy().SetJoystickMapping(id.vid, id.pid, call.arguments.text("MAPPING"));
+       status([](Run& run) {
+         const VidPid id = run.arguments.vidPid("VID:PID");
+         return run.proxy().SetJoystickMapping(id.vid, id.pid, run.arguments.text("MAPPING"));
        })},
       {"joystick calibrate",
        {vidPidArgument()},
        "Start a calibration; its outcome follows as an event",
-       status([](Call& call) {
-         const VidPid id = call.arguments.vidPid("VID:PID");
-         return call.proxy().CalibrationJoystick(id.vid, id.pid);
+       status([](Run& run) {
+         const VidPid id = run.arguments.vidPid("VID:PID");
+         return run.proxy().CalibrationJoystick(id.vid, id.pid);
        })},
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -11,29 +11,27 @@
 #include <ctime>
 #include <set>
 
+#include "platform/text/escape.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/event_feed.h"
 #include "tools/perixctl/record_documents.h"
+#include "tools/perixctl/words.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kRetryInterval{1000};
 
-struct SourceWord {
-  EventSource source;
-  const char* word;
-};
-constexpr std::array kSourceWords = {
-    SourceWord{EventSource::Device, "device"},
-    SourceWord{EventSource::Printer, "printer"},
-    SourceWord{EventSource::Configuration, "configuration"},
-    SourceWord{EventSource::Command, "command"},
-    SourceWord{EventSource::Joystick, "joystick"},
-    SourceWord{EventSource::Desktop, "desktop"},
-    SourceWord{EventSource::Service, "service"},
+constexpr std::array kSources = {
+    Word{EventSource::Device, "device"},
+    Word{EventSource::Printer, "printer"},
+    Word{EventSource::Configuration, "configuration"},
+    Word{EventSource::Command, "command"},
+    Word{EventSource::Joystick, "joystick"},
+    Word{EventSource::Desktop, "desktop"},
+    Word{EventSource::Service, "service"},
 };
 
 // What the codes mean, as far as they are known.
@@ -70,9 +68,7 @@ std::string dumped(const Json& value) {
 }
 
 const char* wordOf(EventSource source) {
-  return std::find_if(kSourceWords.begin(), kSourceWords.end(),
-                      [source](const SourceWord& row) { return row.source == source; })
-      ->word;
+  return wordFor(kSources, source, "unknown");
 }
 
 const char* wordOf(EventSource source, uint16_t code) {
@@ -129,7 +125,7 @@ struct RecordDesktop {
 // One run of the command.
 class Monitor {
  public:
-  explicit Monitor(Call& call);
+  explicit Monitor(Run& run);
   void run();
 
  private:
@@ -143,7 +139,7 @@ class Monitor {
   bool finished() const { return interrupted_ || lines_ >= limit_ || Clock::now() >= end_; }
   void wait();
 
-  Call& call_;
+  Run& run_;
   PerixProxy* proxy_ = nullptr;
   EventFeed& feed_ = EventFeed::instance();
   OwnedDescriptor ready_;
@@ -180,18 +176,18 @@ OwnedDescriptor readyDescriptor(const Arguments& arguments) {
   return OwnedDescriptor(descriptor);
 }
 
-Monitor::Monitor(Call& call)
-    : call_(call),
-      ready_(readyDescriptor(call.arguments)),
+Monitor::Monitor(Run& run)
+    : run_(run),
+      ready_(readyDescriptor(run.arguments)),
       interrupts_(interruptDescriptor()),
-      limit_(call.arguments.number<uint64_t>("--count", UINT64_MAX)) {
-  if (call.arguments.has("--for")) {
-    end_ = Clock::now() + std::chrono::seconds(call.arguments.number<uint32_t>("--for"));
+      limit_(run.arguments.number<uint64_t>("--count", UINT64_MAX)) {
+  if (run.arguments.has("--for")) {
+    end_ = Clock::now() + std::chrono::seconds(run.arguments.number<uint32_t>("--for"));
   }
 }
 
 void Monitor::run() {
-  proxy_ = &call_.proxy();
+  proxy_ = &run_.proxy();
   subscribed_ = feed_.subscribe(*proxy_);
   if (!subscribed_) requireAnswer();
   names_.learn(*proxy_);
@@ -272,13 +268,13 @@ void Monitor::print(const FeedEvent& event) {
 }
 
 void Monitor::write(const Json& document, const std::string& text) {
-  call_.terminal.write(call_.globals.json ? renderJson(document) : escaped(text) + "\n");
+  run_.terminal.write(run_.globals.json ? renderJson(document) : escaped(text) + "\n");
   ++lines_;
 }
 
-Outcome runMonitor(Call& call) {
-  call.indicator.end();
-  Monitor(call).run();
+Outcome runMonitor(Run& run) {
+  run.indicator.end();
+  Monitor(run).run();
   return {.written = true};
 }
 
@@ -296,4 +292,4 @@ std::vector<Command> monitorCommands() {
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -1,20 +1,15 @@
 // pen: strokes, as the packets that a desktop would get.
 #include <cstdio>
 
+#include "platform/text/hex.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/pen_stroke_player.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-std::string hexOf(const unsigned char* bytes, std::size_t size) {
-  std::string text;
-  for (std::size_t i = 0; i < size; ++i) {
-    char digits[3];
-    std::snprintf(digits, sizeof(digits), "%02x", bytes[i]);
-    text += digits;
-  }
-  return text;
+std::string hexOf(const void* bytes, std::size_t size) {
+  return inHex({static_cast<const char*>(bytes), size});
 }
 
 Json packetDocument(const StrokeEvent& event, const PenPacket& packet, const unsigned char* bytes) {
@@ -35,8 +30,7 @@ constexpr const char* kHeading =
 
 // Packets are shown as they go out, so the widths are set beforehand.
 std::string packetLine(const StrokeEvent& event, const PenPacket& packet) {
-  const std::string header =
-      hexOf(reinterpret_cast<const unsigned char*>(&packet.header), sizeof(packet.header));
+  const std::string header = hexOf(&packet.header, sizeof(packet.header));
   char line[160];
   std::snprintf(line, sizeof(line), "%6u  %-7s  %#7x  %5d  %5d  %8.3f  %8.2f  %3d %3d  %s\n",
                 packet.header.reqId, wordOf(event.motion), packet.code, packet.x, packet.y,
@@ -44,18 +38,18 @@ std::string packetLine(const StrokeEvent& event, const PenPacket& packet) {
   return line;
 }
 
-Outcome replayStroke(Call& call) {
-  const std::vector<StrokeEvent> stroke = readStroke(call.arguments.text("FILE"));
-  call.indicator.end();
-  const bool json = call.globals.json;
-  PerixProxy& proxy = call.localProxy();
-  if (!json) call.terminal.write(kHeading);
-  playStroke(proxy, stroke, !call.arguments.has("--fast"),
+Outcome replayStroke(Run& run) {
+  const std::vector<StrokeEvent> stroke = readStroke(run.arguments.text("FILE"));
+  run.indicator.end();
+  const bool json = run.globals.json;
+  PerixProxy& proxy = run.localProxy();
+  if (!json) run.terminal.write(kHeading);
+  playStroke(proxy, stroke, !run.arguments.has("--fast"),
              [&](const StrokeEvent& event, const unsigned char* bytes) {
                const auto packet = readPenPacket(bytes, kPenPacketSize);
                if (!packet) return;
-               call.terminal.write(json ? renderJson(packetDocument(event, *packet, bytes))
-                                        : packetLine(event, *packet));
+               run.terminal.write(json ? renderJson(packetDocument(event, *packet, bytes))
+                                       : packetLine(event, *packet));
              });
   return {.written = true};
 }
@@ -73,4 +67,4 @@ std::vector<Command> penCommands() {
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

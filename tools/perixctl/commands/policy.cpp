@@ -5,42 +5,42 @@
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/record_documents.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-Outcome listPolicies(Call& call) {
-  PerixProxy& proxy = call.proxy();
+Outcome listPolicies(Run& run) {
+  PerixProxy& proxy = run.proxy();
   const auto policies = proxy.GetPolicyListByVidPid();
   requireAnswer();
   return policyTable(proxy, policies);
 }
 
-int setPolicy(Call& call) {
-  PerixProxy& proxy = call.proxy();
-  const auto devices = proxy.GetDeviceStatus(call.arguments.number<uint16_t>("NUMBER"));
+int setPolicy(Run& run) {
+  PerixProxy& proxy = run.proxy();
+  const auto devices = proxy.GetDeviceStatus(run.arguments.number<uint16_t>("NUMBER"));
   requireAnswer();
   if (devices.empty()) {
-    throw CommandError(ExitCode::NotFound, "no device " + call.arguments.text("NUMBER"));
+    throw CommandError(ExitCode::NotFound, "no device " + run.arguments.text("NUMBER"));
   }
   auto device = recordIn<CommonDevice>(devices.front());
   proxy.FreeDeviceList(devices);
-  device.localPolicy = call.arguments.number<uint16_t>("POLICY");
+  device.localPolicy = run.arguments.number<uint16_t>("POLICY");
   return proxy.SetDeviceLocalPolicy(&device);
 }
 
-int setProperty(Call& call) {
-  const VidPid id = call.arguments.vidPid("VID:PID");
-  return call.proxy().SetDevicePropertyWithVidPid(id.vid, id.pid,
-                                                  call.arguments.number<uint16_t>("PROPERTY"),
-                                                  call.arguments.number<int32_t>("VALUE"));
+int setProperty(Run& run) {
+  const VidPid id = run.arguments.vidPid("VID:PID");
+  return run.proxy().SetDevicePropertyWithVidPid(id.vid, id.pid,
+                                                 run.arguments.number<uint16_t>("PROPERTY"),
+                                                 run.arguments.number<int32_t>("VALUE"));
 }
 
-int getProperty(Call& call) {
-  const VidPid id = call.arguments.vidPid("VID:PID");
-  const auto property = call.arguments.number<uint16_t>("PROPERTY");
-  return call.arguments.has("--local")
-             ? call.proxy().GetLocalDevicePropertyWithVidPid(id.vid, id.pid, property)
-             : call.proxy().GetDevicePropertyWithVidPid(id.vid, id.pid, property);
+int getProperty(Run& run) {
+  const VidPid id = run.arguments.vidPid("VID:PID");
+  const auto property = run.arguments.number<uint16_t>("PROPERTY");
+  return run.arguments.has("--local")
+             ? run.proxy().GetLocalDevicePropertyWithVidPid(id.vid, id.pid, property)
+             : run.proxy().GetDevicePropertyWithVidPid(id.vid, id.pid, property);
 }
 
 const Argument kProperty{"PROPERTY", ArgumentKind::UInt16, "The property, the service's number"};
@@ -66,29 +66,29 @@ std::vector<Command> policyCommands() {
        {vidPidArgument(), kProperty, {"VALUE", ArgumentKind::Int32, "The new value"}},
        "Set a property of a vendor and product",
        status(setProperty)},
-      {"property reset", {}, "Reset all properties of all devices", status([](Call& call) {
-         return call.proxy().ResetAllDeviceProperty();
+      {"property reset", {}, "Reset all properties of all devices", status([](Run& run) {
+         return run.proxy().ResetAllDeviceProperty();
        })},
       {"turbo get",
        {vidPidArgument()},
        "Show the turbo configuration of a vendor and product",
-       answer([](Call& call) {
-         const VidPid id = call.arguments.vidPid("VID:PID");
-         return call.proxy().GetTurboConfigWithVidPid(id.vid, id.pid);
+       answer([](Run& run) {
+         const VidPid id = run.arguments.vidPid("VID:PID");
+         return run.proxy().GetTurboConfigWithVidPid(id.vid, id.pid);
        })},
       {"turbo set",
        {vidPidArgument(),
         {"TEXT", ArgumentKind::Text, "The configuration, in the service's format"}},
        "Set the turbo configuration of a vendor and product",
-       status([](Call& call) {
-         const VidPid id = call.arguments.vidPid("VID:PID");
-         return call.proxy().SetTurboConfigWithVidPid(id.vid, id.pid, call.arguments.text("TEXT"));
+       status([](Run& run) {
+         const VidPid id = run.arguments.vidPid("VID:PID");
+         return run.proxy().SetTurboConfigWithVidPid(id.vid, id.pid, run.arguments.text("TEXT"));
        })},
       {"camera status",
        {},
        "Show the state of the camera authorisation",
-       value("status", [](Call& call) { return call.proxy().CheckCameraAuthStat(); })},
+       value("status", [](Run& run) { return run.proxy().CheckCameraAuthStat(); })},
   };
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -5,44 +5,44 @@
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/record_documents.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
-Outcome listPrinters(Call& call) {
-  PerixProxy& proxy = call.proxy();
-  const auto printers = proxy.GetPrinterList(call.desktop());
+Outcome listPrinters(Run& run) {
+  PerixProxy& proxy = run.proxy();
+  const auto printers = proxy.GetPrinterList(run.desktop());
   requireAnswer();
   return printerTable(proxy, printers);
 }
 
-Outcome printerStatus(Call& call) {
-  PerixProxy& proxy = call.proxy();
-  const auto printers = proxy.GetPrinterStatus(call.arguments.number<uint16_t>("NUMBER"));
+Outcome printerStatus(Run& run) {
+  PerixProxy& proxy = run.proxy();
+  const auto printers = proxy.GetPrinterStatus(run.arguments.number<uint16_t>("NUMBER"));
   requireAnswer();
   if (printers.empty()) {
-    throw CommandError(ExitCode::NotFound, "no printer " + call.arguments.text("NUMBER"));
+    throw CommandError(ExitCode::NotFound, "no printer " + run.arguments.text("NUMBER"));
   }
   return printerTable(proxy, printers);
 }
 
-Outcome listNetworkPrinters(Call& call) {
-  PerixProxy& proxy = call.proxy();
+Outcome listNetworkPrinters(Run& run) {
+  PerixProxy& proxy = run.proxy();
   const auto printers = proxy.GetNetworkPrinterList();
   requireAnswer();
   return deviceTable(proxy, printers);
 }
 
-int addNetworkPrinter(Call& call) {
-  const Arguments& arguments = call.arguments;
+int addNetworkPrinter(Run& run) {
+  const Arguments& arguments = run.arguments;
   const std::string address = arguments.text("ADDRESS");
-  if (!arguments.has("NAME")) return call.proxy().AddNetworkPrinter(address.c_str());
-  return call.proxy().AddNetworkPrinter(address, arguments.text("NAME"),
-                                        arguments.text("DESCRIPTION"));
+  if (!arguments.has("NAME")) return run.proxy().AddNetworkPrinter(address.c_str());
+  return run.proxy().AddNetworkPrinter(address, arguments.text("NAME"),
+                                       arguments.text("DESCRIPTION"));
 }
 
-Outcome searchSharedPrinters(Call& call) {
+Outcome searchSharedPrinters(Run& run) {
   std::list<_SharePrinterDevice> printers;
-  requireDone(call.proxy().SearchSharePrinterDevice(call.arguments.text("HOST"), printers));
+  requireDone(run.proxy().SearchSharePrinterDevice(run.arguments.text("HOST"), printers));
   Json rows = Json::array();
   for (const _SharePrinterDevice& printer : printers) {
     rows.push_back({{"name", textIn(printer.name)},
@@ -53,22 +53,22 @@ Outcome searchSharedPrinters(Call& call) {
                  {{"name", "NAME"}, {"address", "ADDRESS"}, {"description", "DESCRIPTION"}});
 }
 
-_SharePrinterDevice sharedPrinter(Call& call) {
+_SharePrinterDevice sharedPrinter(Run& run) {
   _SharePrinterDevice printer{};
-  call.arguments.text("NAME").copy(printer.name, sizeof(printer.name) - 1);
-  call.arguments.text("ADDRESS").copy(printer.addr, sizeof(printer.addr) - 1);
-  call.arguments.text("DESCRIPTION").copy(printer.desc, sizeof(printer.desc) - 1);
+  setField(printer.name, run.arguments.text("NAME"));
+  setField(printer.addr, run.arguments.text("ADDRESS"));
   return printer;
 }
 
-int addSharedPrinter(Call& call) {
-  std::list<_SharePrinterDevice> printers{sharedPrinter(call)};
-  return call.proxy().AddSharePrinterDevice(printers);
+int addSharedPrinter(Run& run) {
+  std::list<_SharePrinterDevice> printers{sharedPrinter(run)};
+  setField(printers.front().desc, run.arguments.text("DESCRIPTION"));
+  return run.proxy().AddSharePrinterDevice(printers);
 }
 
-int deleteSharedPrinter(Call& call) {
-  _SharePrinterDevice printer = sharedPrinter(call);
-  return call.proxy().DeleteSharePrinterDevice(printer);
+int deleteSharedPrinter(Run& run) {
+  _SharePrinterDevice printer = sharedPrinter(run);
+  return run.proxy().DeleteSharePrinterDevice(printer);
 }
 
 // Texts that the service answers in JSON are shown as such.
@@ -81,9 +81,9 @@ Outcome serviceDocument(const std::string& text) {
 using LocalPrinterOperation = int (PerixProxy::*)(const std::string&, const std::string&,
                                                   const std::string&);
 
-int applyToLocalPrinter(Call& call, LocalPrinterOperation operation) {
-  return (call.proxy().*operation)(call.arguments.text("NAME"), call.arguments.text("ADDRESS"),
-                                   call.arguments.text("DRIVER"));
+int applyToLocalPrinter(Run& run, LocalPrinterOperation operation) {
+  return (run.proxy().*operation)(run.arguments.text("NAME"), run.arguments.text("ADDRESS"),
+                                  run.arguments.text("DRIVER"));
 }
 
 const Argument kNumber{"NUMBER", ArgumentKind::UInt16, "The printer's number"};
@@ -99,31 +99,30 @@ std::vector<Command> redirectionCommands() {
       {"printer connect",
        {desktopArgument(), kNumber},
        "Connect a printer into a desktop",
-       status([](Call& call) {
-         return call.proxy().ConnectPrinter(call.desktop(),
-                                            call.arguments.number<uint16_t>("NUMBER"));
+       status([](Run& run) {
+         return run.proxy().ConnectPrinter(run.desktop(), run.arguments.number<uint16_t>("NUMBER"));
        })},
       {"printer disconnect",
        {desktopArgument(), kNumber},
        "Take a printer out of a desktop",
-       status([](Call& call) {
-         return call.proxy().DisconnectPrinter(call.desktop(),
-                                               call.arguments.number<uint16_t>("NUMBER"));
+       status([](Run& run) {
+         return run.proxy().DisconnectPrinter(run.desktop(),
+                                              run.arguments.number<uint16_t>("NUMBER"));
        })},
       {"printer command",
        {desktopArgument(),
         sourceArgument(),
         {"COMMAND", ArgumentKind::UInt16, "The command, the service's number"}},
        "Send a command for a desktop's printer",
-       status([](Call& call) {
-         return call.proxy().ConfigPrinterCommand(call.desktop(),
-                                                  call.arguments.number<uint64_t>("SOURCE"),
-                                                  call.arguments.number<uint16_t>("COMMAND"));
+       status([](Run& run) {
+         return run.proxy().ConfigPrinterCommand(run.desktop(),
+                                                 run.arguments.number<uint64_t>("SOURCE"),
+                                                 run.arguments.number<uint16_t>("COMMAND"));
        })},
       {"printer summary",
        {},
        "Show a summary of all printers",
-       [](Call& call) { return serviceDocument(call.proxy().SearchAllPrinter()); }},
+       [](Run& run) { return serviceDocument(run.proxy().SearchAllPrinter()); }},
   };
 }
 
@@ -137,23 +136,23 @@ std::vector<Command> networkCommands() {
         kDescription},
        "Add a network printer",
        status(addNetworkPrinter)},
-      {"printer network delete", {kName}, "Delete a network printer", status([](Call& call) {
-         return call.proxy().DeleteNetworkPrinter(call.arguments.text("NAME"));
+      {"printer network delete", {kName}, "Delete a network printer", status([](Run& run) {
+         return run.proxy().DeleteNetworkPrinter(run.arguments.text("NAME"));
        })},
       {"printer network rename",
        {{"OLD", ArgumentKind::Name, "Its name so far"},
         {"NEW", ArgumentKind::Name, "Its new name"}},
        "Rename a network printer",
-       status([](Call& call) {
-         return call.proxy().RenameNetworkPrinter(call.arguments.text("OLD"),
-                                                  call.arguments.text("NEW"));
+       status([](Run& run) {
+         return run.proxy().RenameNetworkPrinter(run.arguments.text("OLD"),
+                                                 run.arguments.text("NEW"));
        })},
       {"printer shared search",
        {{"HOST", ArgumentKind::Host, "The host to search, as in 10.0.0.5"}},
        "Search a host for shared printers",
        searchSharedPrinters},
-      {"printer shared stop", {}, "Stop a search", status([](Call& call) {
-         return call.proxy().StopSearchSharePrinterDevice();
+      {"printer shared stop", {}, "Stop a search", status([](Run& run) {
+         return run.proxy().StopSearchSharePrinterDevice();
        })},
       {"printer shared add",
        {kAddress, kName, kDescription},
@@ -171,30 +170,27 @@ std::vector<Command> localCommands() {
       {"printer local add",
        {kName, kAddress, kDriver},
        "Add a printer of this machine",
-       status([](Call& call) { return applyToLocalPrinter(call, &PerixProxy::AddLocalPrinter); })},
+       status([](Run& run) { return applyToLocalPrinter(run, &PerixProxy::AddLocalPrinter); })},
       {"printer local auto-add",
        {kName, kAddress, kDriver},
        "Add a printer of this machine, the service choosing what it can",
-       status([](Call& call) { return applyToLocalPrinter(call, &PerixProxy::AutoAddPrinter); })},
-      {"printer local delete", {kName}, "Delete a printer of this machine", status([](Call& call) {
-         return call.proxy().DeletePrinter(call.arguments.text("NAME"));
+       status([](Run& run) { return applyToLocalPrinter(run, &PerixProxy::AutoAddPrinter); })},
+      {"printer local delete", {kName}, "Delete a printer of this machine", status([](Run& run) {
+         return run.proxy().DeletePrinter(run.arguments.text("NAME"));
        })},
       {"printer driver list",
        {{"QUERY", ArgumentKind::Text, "What to look for; everything without it",
          Presence::Optional}},
        "List printer drivers",
-       [](Call& call) {
-         return serviceDocument(call.proxy().GetPrinterDriverlList(call.arguments.text("QUERY")));
+       [](Run& run) {
+         return serviceDocument(run.proxy().GetPrinterDriverlList(run.arguments.text("QUERY")));
        }},
-      {"printer driver change",
-       {kName, kDriver},
-       "Change a printer's driver",
-       status([](Call& call) {
-         return call.proxy().ChangePrinterDriver(call.arguments.text("NAME"),
-                                                 call.arguments.text("DRIVER"));
+      {"printer driver change", {kName, kDriver}, "Change a printer's driver", status([](Run& run) {
+         return run.proxy().ChangePrinterDriver(run.arguments.text("NAME"),
+                                                run.arguments.text("DRIVER"));
        })},
-      {"printer test-page", {kName}, "Print a test page", status([](Call& call) {
-         return call.proxy().PrintTestPage(call.arguments.text("NAME"));
+      {"printer test-page", {kName}, "Print a test page", status([](Run& run) {
+         return run.proxy().PrintTestPage(run.arguments.text("NAME"));
        })},
   };
 }
@@ -205,4 +201,4 @@ std::vector<Command> printerCommands() {
   return joined({redirectionCommands(), networkCommands(), localCommands()});
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -3,12 +3,13 @@
 #include <csignal>
 #include <memory>
 
+#include "platform/text/hex.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/embedded_world.h"
 #include "zqbus/zqbus.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 constexpr const char* kControlService = "perixcontrol";
@@ -51,9 +52,9 @@ ExitCode codeOf(ZQBusFailure failure) {
 }
 
 // A command that is one method of the control interface, whose answer is a JSON text.
-std::function<Outcome(Call&)> control(const char* method, Present present, Append append) {
-  return [=](Call& call) {
-    const auto reply = askControl(method, append, call.arguments);
+std::function<Outcome(Run&)> control(const char* method, Present present, Append append) {
+  return [=](Run& run) {
+    const auto reply = askControl(method, append, run.arguments);
     std::string text;
     reply->readString(text, 0);
     if (reply->failure() != ZQBusFailure::None) {
@@ -71,7 +72,7 @@ void appendEvent(ZQBusMessage& message, const Arguments& arguments) {
   message.appendInt32(arguments.number<int32_t>("DESKTOP-ID"));
   message.appendInt32(arguments.number<int32_t>("KIND"));
   if (!arguments.has("PAYLOAD")) return;
-  const auto bytes = parseHex(arguments.text("PAYLOAD")).value_or(std::vector<uint8_t>{});
+  const auto bytes = fromHex(arguments.text("PAYLOAD")).value_or(std::vector<uint8_t>{});
   message.appendBytes(bytes.data(), static_cast<uint32_t>(bytes.size()));
 }
 
@@ -112,8 +113,8 @@ Outcome presentCalls(Json document) {
                  {{"method", "METHOD"}, {"sender", "SENDER"}, {"arguments", "ARGUMENTS"}});
 }
 
-Outcome serviceStatus(Call& call) {
-  PerixProxy& proxy = call.proxy();
+Outcome serviceStatus(Run& run) {
+  PerixProxy& proxy = run.proxy();
   const std::size_t desktops = proxy.GetVmList().size();
   requireAnswer();
   ZQBusSerivceManager* manager = ZQBusSerivceManager::initSync(-1);
@@ -122,19 +123,19 @@ Outcome serviceStatus(Call& call) {
 }
 
 // The service is expected to be gone before it can answer.
-Outcome crashService(Call& call) {
-  const auto reply = askControl("crash", appendNothing, call.arguments);
+Outcome crashService(Run& run) {
+  const auto reply = askControl("crash", appendNothing, run.arguments);
   if (reply->failure() == ZQBusFailure::PeerGone) return presentDone(Json::object());
   std::string text;
   throw CommandError(ExitCode::Refused, "the service lives: " + reply->readString(text, 0));
 }
 
-Outcome runProgram(Call& call) {
+Outcome runProgram(Run& run) {
   std::unique_ptr<EmbeddedWorld> world;
-  if (!call.globals.embedded) world = std::make_unique<EmbeddedWorld>("");
-  call.indicator.end();
+  if (!run.globals.embedded) world = std::make_unique<EmbeddedWorld>("");
+  run.indicator.end();
   ChildProcess::Options options;
-  options.arguments = call.arguments.texts("PROGRAM");
+  options.arguments = run.arguments.texts("PROGRAM");
   options.inheritInput = true;
   ChildProcess program(options);
   // The terminal interrupts the program too; what it leaves behind is taken down here.
@@ -219,8 +220,8 @@ std::vector<Command> faultCommands() {
 std::vector<Command> serviceCommands() {
   const std::vector<Command> ofEveryService = {
       {"service status", {}, "Show whether the service runs", serviceStatus},
-      {"service reset", {}, "Ask the service to reset itself", status([](Call& call) {
-         return call.proxy().ResetService();
+      {"service reset", {}, "Ask the service to reset itself", status([](Run& run) {
+         return run.proxy().ResetService();
        })},
       {"service run",
        {{"PROGRAM", ArgumentKind::Text, "The program and its arguments, behind --",
@@ -231,4 +232,4 @@ std::vector<Command> serviceCommands() {
   return joined({ofEveryService, worldCommands(), faultCommands()});
 }
 
-}  // namespace zq
+}  // namespace zq::ctl

@@ -1,4 +1,4 @@
-// What a command has at hand while it runs.
+// The surroundings of a command while it runs.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 #include "tools/perixctl/argument.h"
 #include "tools/perixctl/terminal.h"
 
-namespace zq {
+namespace zq::ctl {
 
 /// The options that every command takes.
 struct Globals {
@@ -18,10 +18,10 @@ struct Globals {
 };
 
 /// One run of one command. Lives on the main thread.
-class Call {
+class Run {
  public:
-  Call(const std::string& words, const Globals& globals, const Arguments& arguments,
-       Terminal& terminal, WaitIndicator& indicator)
+  Run(const std::string& words, const Globals& globals, const Arguments& arguments,
+      Terminal& terminal, WaitIndicator& indicator)
       : words(words),
         globals(globals),
         arguments(arguments),
@@ -44,4 +44,4 @@ class Call {
   std::string desktop();
 };
 
-}  // namespace zq
+}  // namespace zq::ctl

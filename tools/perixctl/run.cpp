@@ -1,11 +1,11 @@
-#include "tools/perixctl/call.h"
+#include "tools/perixctl/run.h"
 
 #include <cstdlib>
 #include <new>
 
 #include "tools/perixctl/command_error.h"
 
-namespace zq {
+namespace zq::ctl {
 namespace {
 
 std::string noServiceText() {
@@ -20,20 +20,20 @@ std::string noServiceText() {
 
 }  // namespace
 
-PerixProxy& Call::localProxy() {
+PerixProxy& Run::localProxy() {
   terminal.keepForeignOutputAway(globals.verbose);
   PerixProxy* proxy = PerixProxy::getInstance();
   if (proxy == nullptr) throw std::bad_alloc();
   return *proxy;
 }
 
-PerixProxy& Call::proxy() {
+PerixProxy& Run::proxy() {
   PerixProxy& proxy = localProxy();
   if (proxy.Init() != 0) throw CommandError(ExitCode::NoService, noServiceText());
   return proxy;
 }
 
-std::string Call::desktop() {
+std::string Run::desktop() {
   std::string name = arguments.text("DESKTOP");
   if (!name.empty() && proxy().GetVmIdInt(name) == 0) {
     requireAnswer();
@@ -42,4 +42,4 @@ std::string Call::desktop() {
   return name;
 }
 
-}  // namespace zq
+}  // namespace zq::ctl
