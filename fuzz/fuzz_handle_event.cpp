@@ -2,7 +2,7 @@
 // records as far as they may.
 #include <cstring>
 
-#include "fuzz/fake_bus.h"
+#include "fuzz/connected_proxy.h"
 #include "fuzz/input.h"
 
 namespace zq::fuzz {

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "fuzz/fake_bus.h"
+#include "fuzz/connected_proxy.h"
 #include "fuzz/input.h"
 
 namespace zq::fuzz {

@@ -38,14 +38,15 @@ ZQBusMessage anyListReply(FuzzedDataProvider& input) {
   }
   ZQBusMessage reply;
   if (input.ConsumeBool()) {
-    reply.append(anyArgument(input, true));
+    reply.append(anyArgument(input, false));
   } else {
     reply.appendInt32(input.ConsumeIntegralInRange(-2, kMostArguments + 2));
   }
   const int count = input.ConsumeIntegralInRange(0, kMostArguments);
   for (int i = 0; i < count; ++i) {
     const bool block = input.ConsumeIntegralInRange(0, 7) != 0;
-    reply.append(block ? ZQBusArgument(anyBytes(input, kLongestRecord)) : anyArgument(input, true));
+    reply.append(block ? ZQBusArgument(anyBytes(input, kLongestRecord))
+                       : anyArgument(input, false));
   }
   return reply;
 }

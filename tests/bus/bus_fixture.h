@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/bus_world.h"
+#include "tests/support/process.h"
+#include "tests/support/recording_service.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {

@@ -4,6 +4,7 @@
 
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/fake_bus.h"
+#include "tests/support/bus_world.h"
 
 namespace zq {
 namespace {

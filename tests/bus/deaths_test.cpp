@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tests/bus/bus_fixture.h"
+#include "tests/support/bus_world.h"
 
 namespace zq {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/support/bus_world.h"
+#include "tests/support/watched.h"
 
 namespace zq {
 

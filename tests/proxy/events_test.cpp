@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "tests/support/bus_world.h"
+#include "tests/support/recording_service.h"
 #include "zqbus/message.h"
 
 namespace zq {

@@ -5,7 +5,7 @@
 #include <future>
 
 #include "tests/proxy/wire_table.h"
-#include "tests/support/bus_world.h"
+#include "tests/support/recording_service.h"
 
 namespace zq {
 namespace {

@@ -1,7 +1,7 @@
 // How often the library slept, in programs that have their own Sleep.
 #pragma once
 
-#include "tests/support/bus_world.h"
+#include "tests/support/watched.h"
 
 namespace zq {
 

@@ -1,11 +1,8 @@
-// A bus beneath the proxy that has one service, in this process, whose answers the target sets.
-// Linking it takes the place of the real one.
+// The proxy, connected to a service in this process, whose answers the target sets.
 #pragma once
 
-#include <string>
-
 #include "perix/perix_proxy.h"
-#include "zqbus/zqbus.h"
+#include "zqbus/message.h"
 
 namespace zq::fuzz {
 
@@ -13,8 +10,8 @@ namespace zq::fuzz {
 inline constexpr char kDesktop[] = "desktop-of-a-rather-long-name-0123456789";
 inline constexpr int kDesktopId = 3;
 
-/// The proxy, connected to the fake service, with a log in a temporary directory that goes when
-/// the process ends. Single-threaded, as everything here.
+/// The proxy, with a log in a temporary directory that goes when the process ends. One thread
+/// alone may use it.
 PerixProxy& connectedProxy();
 
 /// What the service answers from now on; look-ups of ids aside.

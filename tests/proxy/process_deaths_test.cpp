@@ -1,0 +1,81 @@
+// Deaths of the service's process and of the bus, on a real bus.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "perix/perix_proxy.h"
+#include "tests/support/bus_world.h"
+
+namespace zq {
+namespace {
+
+constexpr int kDeaths = kSanitized ? 30 : 60;
+
+int countDeath(uint16_t, void*, void* userdata) {
+  static_cast<Watched<int>*>(userdata)->change([](int& deaths) { ++deaths; });
+  return 0;
+}
+
+/// Waits until the proxy is connected again; what asks without a connection fails at once.
+void awaitConnection() {
+  while (PerixProxy::getInstance()->GetVmList().empty()) std::this_thread::yield();
+}
+
+TEST(AProxy, FindsItsWayBackWhenTheBusReturns) {
+  auto service = startService();
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  Watched<int> deaths;
+  proxy.RegisterCallback("office-1", countDeath, &deaths);
+  testBus().kill();
+  if (usesDirectLines()) {
+    EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);  // a line needs no bus
+    service->kill();
+  } else {
+    EXPECT_EQ(service->wait(), 3);
+  }
+  EXPECT_EQ(proxy.ConnectDevice("office-1", 1), -1);
+  testBus().restart();
+  service = startService();
+  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
+}
+
+TEST(AProxy, SurvivesManyDeathsUnderLoad) {
+  auto service = startService();
+  std::atomic<bool> stop = false;
+  std::atomic<int> calls = 0;
+  const auto load = [&](auto operation) {
+    return std::thread([&stop, &calls, operation] {
+      for (; !stop; ++calls) operation(*PerixProxy::getInstance());
+    });
+  };
+  std::thread loads[] = {
+      load([](PerixProxy& proxy) { proxy.FreeDeviceList(proxy.GetDeviceList("office-1")); }),
+      load([](PerixProxy& proxy) { proxy.OnFocusChanged("lab-2", 1, 1); }),
+      load([](PerixProxy& proxy) { proxy.SetBwInfo("lab-2", 1, 1); }),
+  };
+  Watched<int> deaths;
+  int descriptors = 0;
+  long resident = 0;
+  for (int round = 1; round <= kDeaths; ++round) {
+    PerixProxy::getInstance()->RegisterCallback("office-1", countDeath, &deaths);
+    awaitConnection();
+    if (round == kDeaths / 4) {
+      descriptors = openDescriptors();
+      resident = residentKib();
+    }
+    service->kill();
+    service = startService();
+    ASSERT_TRUE(deaths.wait([&](int n) { return n >= round; }));
+    ASSERT_EQ(deaths.get(), round);
+  }
+  awaitConnection();
+  EXPECT_LE(openDescriptors(), descriptors + 4);  // the load opens some for a moment
+  EXPECT_LT(residentKib() - resident, 16 * 1024);
+  stop = true;
+  for (std::thread& one : loads) one.join();
+  EXPECT_GT(calls, kDeaths);
+}
+
+}  // namespace
+}  // namespace zq

@@ -1,0 +1,113 @@
+#include "recording_service.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "zqbus/zqbus.h"
+
+namespace zq {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The directory in which this process logs.
+class StateDirectory : public testing::Environment {
+ public:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "perix-test-XXXXXX").string();
+    path = ::mkdtemp(pattern.data());
+    ::setenv("XDG_STATE_HOME", path.c_str(), 1);
+  }
+  void TearDown() override {
+    // The library's threads go on until the process ends, and may still log.
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+  }
+
+  fs::path path;
+};
+
+auto* const directory =
+    static_cast<StateDirectory*>(testing::AddGlobalTestEnvironment(new StateDirectory));
+
+/// Waits until the bus, if there is one, has taken note that nobody owns the name any more.
+void waitUntilUnowned(const std::string& service) {
+  ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
+  if (manager == nullptr) return;
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (manager->isServiceRegistered(service)) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << service << " is still owned";
+  }
+}
+
+}  // namespace
+
+RecordingService::RecordingService() {
+  answerWith(message(int32_t{0}));
+  std::string error;
+  service_ = ZQBusService::claim(
+      "perix", {}, [this](const std::shared_ptr<ZQBusCall>& call) { handle(call); }, error);
+  if (service_ == nullptr) throw std::runtime_error(error);
+}
+
+RecordingService::~RecordingService() {
+  service_.reset();
+  waitUntilUnowned("perix");
+}
+
+void RecordingService::answerWith(Handler handler) {
+  state_.change([&](State& state) { state.handler = std::move(handler); });
+}
+
+void RecordingService::answerWith(const ZQBusMessage& reply) {
+  answerWith([reply](const std::shared_ptr<ZQBusCall>& call) { call->reply(reply); });
+}
+
+void RecordingService::handle(const std::shared_ptr<ZQBusCall>& call) {
+  if (call->message().name() == "getVmListSize") {
+    std::string name;
+    call->message().readString(name, 0);
+    state_.change([](State& state) { ++state.lookups; });
+    return call->reply(message(int32_t{numberAtEnd(name)}));
+  }
+  Handler handler;
+  state_.change([&](State& state) {
+    state.calls.push_back(call->message().toDebugString().substr(sizeof "call"));
+    handler = state.handler;
+  });
+  handler(call);
+}
+
+std::vector<std::string> RecordingService::takeCalls() {
+  std::vector<std::string> calls;
+  state_.change([&](State& state) { calls.swap(state.calls); });
+  return calls;
+}
+
+int RecordingService::idLookups() {
+  return state_.get().lookups;
+}
+
+void RecordingService::sendEvent(int desktop, int kind) {
+  service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}));
+}
+
+void RecordingService::sendEvent(int desktop, int kind, const void* payload, std::size_t size) {
+  const auto block = ZQBusBytes::copyOf(payload, static_cast<uint32_t>(size));
+  service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}, block));
+}
+
+std::string logText() {
+  std::ostringstream text;
+  for (const auto& entry : fs::recursive_directory_iterator(directory->path)) {
+    if (entry.is_regular_file()) text << std::ifstream(entry.path()).rdbuf();
+  }
+  return text.str();
+}
+
+}  // namespace zq
