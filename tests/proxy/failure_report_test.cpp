@@ -143,32 +143,7 @@ TEST(AReport, TellsAnAnswerThatLacksAnArgumentOrHasAnotherInItsPlace) {
   EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Unreadable);
 }
 
-TEST(AReport, TellsWhatWasRefusedOnThisSide) {
-  P proxy = *PerixProxy::getInstance();
-  std::list<_SharePrinterDevice> found;
-  const std::pair<const char*, std::function<int()>> rows[] = {
-      {"updateDriveToken", [&] { return proxy.UpdateDriveToken(""); }},
-      {"connectVm",
-       [&] {
-         return proxy.ConnectVm({"lab-2", 0, 0, 0, 0, 0, 0, 1});
-       }},
-      {"addNetworkPrinter", [&] { return proxy.AddNetworkPrinter("a", "", ""); }},
-      {"addNetworkPrinter", [&] { return proxy.AddNetworkPrinter(""); }},
-      {"renameNetworkPrinter", [&] { return proxy.RenameNetworkPrinter("", "b"); }},
-      {"searchSharePrinter", [&] { return proxy.SearchSharePrinterDevice("x", found); }},
-  };
-  for (const auto& [method, run] : rows) {
-    proxy.DoPerixTest("t");
-    EXPECT_NE(run(), 0);
-    const PerixFailureReport report = PerixLastFailure();
-    EXPECT_EQ(report.failure, PerixFailure::NotAsked);
-    EXPECT_EQ(report.method, method);
-    EXPECT_NE(report.text, "");
-  }
-}
-
 TEST(AReport, TellsWhereTheTimeWent) {
-  using Clock = std::chrono::steady_clock;
   P proxy = *PerixProxy::getInstance();
   BlockingPoint search;
   BlockingPoint lookUp;
@@ -186,23 +161,14 @@ TEST(AReport, TellsWhereTheTimeWent) {
     report = PerixLastFailure();
   });
   waiting.awaitBlocked();
-  const auto seenWaiting = Clock::now();
-  const auto searched = Clock::now();
   search.go();
   lookUp.awaitStop();
-  const auto seenLookingUp = Clock::now();
-  const auto lookedUp = Clock::now();
   lookUp.go();
   searching.join();
   waiting.join();
-  const auto atLeast = [](auto from, auto to) {
-    return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
-  };
-  EXPECT_GE(report.waiting, atLeast(seenWaiting, searched));
-  EXPECT_GE(report.lookUps, atLeast(seenLookingUp, lookedUp));
-  EXPECT_GE(report.total, report.waiting + report.lookUps);
   EXPECT_GT(report.waiting.count(), 0);
   EXPECT_GT(report.lookUps.count(), 0);
+  EXPECT_GE(report.total, report.waiting + report.lookUps);
   proxy.UpdateDriveToken("");
   EXPECT_EQ(PerixLastFailure().total.count(), 0);
 }

@@ -8,6 +8,7 @@
 
 #include "perix/perix_proxy.h"
 #include "tests/proxy/blocked_thread.h"
+#include "tests/proxy/callbacks.h"
 #include "tests/proxy/wire_table.h"
 #include "tests/support/bus_world.h"
 
@@ -62,22 +63,6 @@ struct EndChild : PerixDiagnoseNotify {
   }
 };
 
-int ignoreDesktop(uint16_t, void*, void*) {
-  return 0;
-}
-int ignoreDevice(uint16_t, CommonDevice*, void*) {
-  return 0;
-}
-int ignorePrinter(uint16_t, PrinterDevice*, void*) {
-  return 0;
-}
-int ignoreResult(uint16_t, _ConfigNewDeviceResult*, void*) {
-  return 0;
-}
-int ignoreJoystick(uint16_t, void*, void*) {
-  return 0;
-}
-
 void sendEvents(PerixProxy& proxy) {
   for (const int kind : {1, 4, 66, 9, 11}) {
     const auto event = std::make_shared<ZQBusMessage>();
@@ -93,17 +78,18 @@ std::string localFailures(PerixProxy& proxy) {
   _ConfigNewDeviceResult outcome{};
   const std::pair<const char*, int> results[] = {
       {"Init", proxy.Init()},
-      {"RegisterCallback", proxy.RegisterCallback("a", ignoreDesktop, &userdata)},
+      {"RegisterCallback", proxy.RegisterCallback("a", ignore<void>, &userdata)},
       {"UnregisterCallback", proxy.UnregisterCallback("a")},
-      {"RegisterPrinterCallback", proxy.RegisterPrinterCallback(ignorePrinter, &userdata)},
+      {"RegisterPrinterCallback", proxy.RegisterPrinterCallback(ignore<PrinterDevice>, &userdata)},
       {"UnregisterPrinterCallback", proxy.UnregisterPrinterCallback()},
-      {"RegisterDeviceCallback", proxy.RegisterDeviceCallback(ignoreDevice, &userdata)},
+      {"RegisterDeviceCallback", proxy.RegisterDeviceCallback(ignore<CommonDevice>, &userdata)},
       {"UnregisterDeviceCallback", proxy.UnregisterDeviceCallback(&userdata)},
       {"UnregisterDeviceCallback()", proxy.UnregisterDeviceCallback()},
-      {"RegisterConfig", proxy.RegisterConfigNewDevResultCallback(ignoreResult, &userdata)},
+      {"RegisterConfig",
+       proxy.RegisterConfigNewDevResultCallback(ignore<_ConfigNewDeviceResult>, &userdata)},
       {"UnregisterConfig", proxy.UnregisterConfigNewDevResultCallback(&userdata)},
       {"UnregisterConfig()", proxy.UnregisterConfigNewDevResultCallback()},
-      {"RegisterJoystickCallback", proxy.RegisterJoystickCallback(ignoreJoystick, &userdata)},
+      {"RegisterJoystickCallback", proxy.RegisterJoystickCallback(ignore<void>, &userdata)},
       {"UnregisterJoystickCallback", proxy.UnregisterJoystickCallback(&userdata)},
       {"DeviceBaseInfoNotify", proxy.DeviceBaseInfoNotify(4, &device)},
       {"ConfigNewDeviceResultNotify", proxy.ConfigNewDeviceResultNotify(11, &outcome)},

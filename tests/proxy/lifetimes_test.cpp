@@ -145,20 +145,6 @@ TEST(ACallback, IsWaitedForByWhatEndsIt) {
   }
 }
 
-TEST(ACallback, ThatThrowsAnythingStopsNothing) {
-  P proxy = *PerixProxy::getInstance();
-  Notify throws([] { throw 5; });
-  proxy.Diagnose("", &throws);
-  sendProgress();
-  int calls = 0;
-  std::function<void()> first = [&] { throw ++calls; };
-  std::function<void()> second = [&] { ++calls; };
-  proxy.RegisterDeviceCallback(runIt, &first);
-  proxy.RegisterDeviceCallback(runIt, &second);
-  service()->delivery(2, kDevice, devicePayload())();
-  EXPECT_EQ(calls, 2);
-}
-
 // --- Derived proxies -----------------------------------------------------------------------------
 
 /// Notes its events on the heap, so that a sanitizer sees one that comes after its end.
@@ -319,51 +305,46 @@ TEST(ADesktopId, StaysKnownAsLongAsItsProcessAnswers) {
   EXPECT_EQ(lookUps(), 2);
 }
 
-/// Connects to another process while a thread looks a desktop's id up at the first.
-void replaceDuring(P proxy, const std::function<void()>& operation) {
+/// Does `meanwhile` while a thread that runs `operation` looks a desktop's id up.
+void duringLookUp(const std::function<void()>& operation, const std::function<void()>& meanwhile) {
   BlockingPoint point;
   script().answersLookUps = true;
   script().answer = [&](const ZQBusMessage& call) {
-    if (call.name() != "getVmListSize") return message(int32_t{0});
-    point.stop();
+    if (call.name() == "getVmListSize") point.stop();
     return message(int32_t{7});
   };
   std::thread asking(operation);
   point.awaitStop();
-  proxy.ReleaseService();
-  script().owner = ":1.2";
-  ASSERT_EQ(proxy.Init(), 0);
+  meanwhile();
   point.go();
   asking.join();
   script().answer = [](const ZQBusMessage&) { return message(int32_t{7}); };
 }
 
-TEST(ADesktopId, OfAProcessThatWasReplacedMeanwhileIsNotRemembered) {
+/// Connects to another process.
+void replace(P proxy) {
+  proxy.ReleaseService();
+  script().owner = ":1.2";
+  ASSERT_EQ(proxy.Init(), 0);
+}
+
+TEST(ADesktopId, OfAProcessThatWasReplacedOrDiedMeanwhileIsNotRemembered) {
   P proxy = *PerixProxy::getInstance();
-  replaceDuring(proxy, [&] { EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 7U); });
+  duringLookUp([&] { EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 7U); }, [&] { replace(proxy); });
   EXPECT_EQ(proxy.GetVmIdString(7), "");
   const int before = lookUps();
   proxy.GetVmIdInt("lab-2");
   EXPECT_EQ(lookUps(), before + 1);
-}
 
-TEST(ADesktopId, OfAProcessThatDiedMeanwhileIsNotRemembered) {
-  P proxy = *PerixProxy::getInstance();
-  BlockingPoint lookUp;
   BlockingPoint recovery;
-  script().answersLookUps = true;
-  script().answer = [&](const ZQBusMessage&) {
-    lookUp.stop();
-    return message(int32_t{7});
-  };
   script().isRegistered = [] { return false; };
   script().sleep = [&] { recovery.stop(); };
-  std::thread asking([&] { proxy.GetVmIdInt("lab-2"); });
-  lookUp.awaitStop();
-  std::thread recovering(service()->death());
-  recovery.awaitStop();
-  lookUp.go();
-  asking.join();
+  std::thread recovering;
+  duringLookUp([&] { proxy.GetVmIdInt("lab-3"); },
+               [&] {
+                 recovering = std::thread(service()->death());
+                 recovery.awaitStop();
+               });
   EXPECT_EQ(proxy.GetVmIdString(7), "");
   script().isRegistered = [] { return true; };
   recovery.go();
@@ -380,10 +361,12 @@ TEST(ADesktopId, OfAnotherProcessIsNotSent) {
     script().owner = ":1.1";
     PerixProxy proxy;
     ASSERT_EQ(proxy.Init(), 0);
-    replaceDuring(proxy, [&, &run = run] {
-      EXPECT_EQ(run(proxy), -1);
-      EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Died);
-    });
+    duringLookUp(
+        [&, &run = run] {
+          EXPECT_EQ(run(proxy), -1);
+          EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Died);
+        },
+        [&] { replace(proxy); });
     for (const SentCall& call : history().calls) EXPECT_FALSE(call.text.starts_with(method));
     // A released service leaves nobody to send to.
     script().answer = [&](const ZQBusMessage&) {

@@ -11,6 +11,7 @@
 
 #include "perix/perix_proxy.h"
 #include "tests/proxy/blocked_thread.h"
+#include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
 #include "tests/proxy/wire_table.h"
 #include "tests/support/messages.h"
@@ -113,19 +114,6 @@ std::vector<NamedWireRow> rows() {
 INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperationWithoutMemory, testing::ValuesIn(rows()),
                          [](const auto& row) { return row.param.name; });
 
-int ignoreDesktop(uint16_t, void*, void*) {
-  return 0;
-}
-int ignoreDevice(uint16_t, CommonDevice*, void*) {
-  return 0;
-}
-int ignoreResult(uint16_t, _ConfigNewDeviceResult*, void*) {
-  return 0;
-}
-int ignoreJoystick(uint16_t, void*, void*) {
-  return 0;
-}
-
 TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
   PerixProxy& proxy = *PerixProxy::getInstance();
   const std::string longName(100, 'x');
@@ -144,9 +132,7 @@ TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
   std::string name;
   std::list<_CHANNEL_HANDLE> ownHandles;
   std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> send;
-  struct Notify : PerixDiagnoseNotify {
-    void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {}
-  } notify;
+  IgnoreProgress notify;
   proxy.Diagnose("", &notify);
   proxy.GetVmIdInt(longId);
   auto progress = std::make_shared<ZQBusMessage>();
@@ -163,11 +149,12 @@ TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
       {"GetPerixCmdHelp", [&] { proxy.GetPerixCmdHelp(); }},
       {"GetVmIdInt", [&] { proxy.GetVmIdInt(std::move(name)); }},
       {"GetVmIdString", [&] { EXPECT_LE(proxy.GetVmIdString(3).size(), longId.size()); }},
-      {"RegisterCallback", [&] { proxy.RegisterCallback(std::move(name), ignoreDesktop, &proxy); }},
-      {"RegisterDeviceCallback", [&] { proxy.RegisterDeviceCallback(ignoreDevice, &proxy); }},
+      {"RegisterCallback", [&] { proxy.RegisterCallback(std::move(name), ignore<void>, &proxy); }},
+      {"RegisterDeviceCallback",
+       [&] { proxy.RegisterDeviceCallback(ignore<CommonDevice>, &proxy); }},
       {"RegisterConfigNewDevResultCallback",
-       [&] { proxy.RegisterConfigNewDevResultCallback(ignoreResult, &proxy); }},
-      {"RegisterJoystickCallback", [&] { proxy.RegisterJoystickCallback(ignoreJoystick, &proxy); }},
+       [&] { proxy.RegisterConfigNewDevResultCallback(ignore<_ConfigNewDeviceResult>, &proxy); }},
+      {"RegisterJoystickCallback", [&] { proxy.RegisterJoystickCallback(ignore<void>, &proxy); }},
       {"HandleEvent", [&] { proxy.HandleEvent(progress); }},
       {"PortInit", [&] { proxy.PortInit(port, true, std::move(send)); }},
       {"SendPenData", [&] { proxy.SendPenData({}, &pen, 0, 1, 1); }},
@@ -236,7 +223,7 @@ TEST(TheFirstInstance, IsMadeWheneverThereIsMemoryForIt) {
 bool failsAsInAChild(PerixProxy& proxy) {
   return proxy.StartVm({}) == -1 && PerixLastFailure().failure == PerixFailure::Forked &&
          proxy.GetVmIdString(3).empty() && proxy.GetVmIdInt("x-3") == 0 &&
-         proxy.RegisterDeviceCallback(ignoreDevice, &proxy) == -1;
+         proxy.RegisterDeviceCallback(ignore<CommonDevice>, &proxy) == -1;
 }
 
 /// What is forked while a thread is at any of its allocations, under whichever locks.
@@ -247,7 +234,8 @@ TEST(AForkedChild, WaitsForNoLockOfAThreadInTheMiddleOfAnything) {
       {"getInstance", [] { PerixProxy::getInstance(); }},
       {"Init", [&] { proxy->Init(); }},
       {"GetVmIdInt", [&] { proxy->GetVmIdInt(longId); }},
-      {"RegisterDeviceCallback", [&] { proxy->RegisterDeviceCallback(ignoreDevice, proxy); }},
+      {"RegisterDeviceCallback",
+       [&] { proxy->RegisterDeviceCallback(ignore<CommonDevice>, proxy); }},
   };
   for (const auto& [name, run] : operations) {
     for (int number = 1;; ++number) {

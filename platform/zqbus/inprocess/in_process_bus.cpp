@@ -124,8 +124,9 @@ class Bus {
   const int generation_ = forkGeneration();
   std::string clientName_;
   DeliveryQueue* deliveries_ = nullptr;
-  std::mutex mutex_;  // of all that follows
-  std::condition_variable changed_;
+  std::mutex mutex_;                                      // of all that follows
+  std::condition_variable changed_;                       // for callers and services
+  std::condition_variable due_;                           // for the thread that runs the deliveries
   uint64_t names_ = 0;                                    // given so far
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by service
   std::vector<std::weak_ptr<Peer>> peers_;
@@ -218,6 +219,7 @@ void Bus::send(const std::shared_ptr<Call>& call, const ZQBusMessage& request) {
   switch (failure) {
     case ZQBusFailure::None:
       owners_.at(call->peer->service)->requests.push_back({std::move(arrived), call});
+      if (call->asynchronous) due_.notify_one();  // its deadline may be the next
       return changed_.notify_all();
     case ZQBusFailure::TooLarge:
       return finish(*call, tooLarge());
@@ -290,7 +292,7 @@ void Bus::publish(const std::string& owner, const std::string& event, const ZQBu
         memoryOf(*arrived));
     isDue_ = isDue_ || isIdle;
   }
-  changed_.notify_all();
+  due_.notify_one();
 }
 
 void Bus::connect(DeliveryQueue& deliveries) {
@@ -304,7 +306,7 @@ void Bus::connect(DeliveryQueue& deliveries) {
 void Bus::deliver(DeliveryQueue::Job job) {
   if (!job) return;
   isDue_ = deliveries_->post(std::move(job)) || isDue_;
-  changed_.notify_all();
+  due_.notify_one();
 }
 
 void Bus::runDeliveries() {
@@ -315,7 +317,7 @@ void Bus::runDeliveries() {
       deliveries_->run();
       lock.lock();
     } else {
-      changed_.wait_until(lock, next);
+      due_.wait_until(lock, next);
     }
   }
 }
