@@ -57,14 +57,14 @@ bool ProxyInterface::addEventListener(const std::string& event, ZQBusEventCallba
       event, [owned](std::shared_ptr<ZQBusMessage> message) { (*owned)(std::move(message)); },
       withinTimeLimit(ServiceWay::Clock::now() + kDefaultTimeout));
   if (subscription == nullptr) return false;
-  const std::lock_guard lock(listenersMutex_);
+  const MutexLock lock(listenersMutex_);
   listeners_.push_back({event, callback, std::move(subscription)});
   return true;
 }
 
 void ProxyInterface::removeEventListener(const std::string& event, ZQBusEventCallback* callback) {
   if (isInherited()) return;
-  const std::lock_guard lock(listenersMutex_);
+  const MutexLock lock(listenersMutex_);
   std::erase_if(listeners_, [&](const Listener& listener) {
     return listener.event == event && listener.callback == callback;
   });

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "carrier.h"
+#include "platform/util/mutex.h"
 
 namespace zq {
 
@@ -38,8 +38,8 @@ class ProxyInterface : public ZQBusProxyInterface {
   const int generation_;
   std::unique_ptr<ServiceWay> way_;
   const std::string owner_;
-  std::mutex listenersMutex_;
-  std::vector<Listener> listeners_;
+  Mutex listenersMutex_;
+  std::vector<Listener> listeners_ GUARDED_BY(listenersMutex_);
 };
 
 }  // namespace zq

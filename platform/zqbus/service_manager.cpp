@@ -1,7 +1,5 @@
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -11,6 +9,7 @@
 #include "carrier.h"
 #include "platform/util/fork_generation.h"
 #include "platform/util/library_thread.h"
+#include "platform/util/mutex.h"
 #include "proxy_interface.h"
 #include "time_limit.h"
 
@@ -52,10 +51,10 @@ class ServiceManager : public ZQBusSerivceManager {
     std::unique_ptr<Subscription> subscription;
   };
 
-  /// A thread's turn at connecting, which is empty when another thread's took until `deadline`.
+  /// A thread's turn at connecting; false when another thread's turn lasted until `deadline`.
   class Turn {
    public:
-    Turn(ServiceManager& manager, Clock::time_point deadline);
+    Turn(ServiceManager& manager, Clock::time_point deadline) EXCLUDES(manager.mutex_);
     ~Turn();
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
@@ -67,28 +66,29 @@ class ServiceManager : public ZQBusSerivceManager {
   };
 
   bool isInherited() const { return generation_ != forkGeneration(); }
-  std::shared_ptr<BusConnection> current();
-  std::shared_ptr<BusConnection> open(Clock::time_point deadline);
+  std::shared_ptr<BusConnection> current() EXCLUDES(mutex_);
+  std::shared_ptr<BusConnection> open(Clock::time_point deadline) EXCLUDES(mutex_);
   void subscribe(const std::shared_ptr<Broadcast>& broadcast,
-                 const std::shared_ptr<BusConnection>& connection, Clock::time_point deadline);
+                 const std::shared_ptr<BusConnection>& connection, Clock::time_point deadline)
+      EXCLUDES(mutex_);
   void reopenInBackground();
   void reopen();
 
   const int generation_ = forkGeneration();
   DeliveryQueue deliveries_;
   const std::unique_ptr<Carrier> carrier_ = makeCarrier(deliveries_);
-  std::string lastError_;  // of the thread that connects
+  std::string lastError_;  // used by the thread whose turn it is
   std::atomic<bool> reopening_ = false;
-  std::mutex mutex_;  // for what follows, never while the carrier is asked
-  bool connecting_ = false;
-  std::condition_variable connected_;  // or not, when a thread has tried
-  std::shared_ptr<BusConnection> connection_;
-  std::vector<std::shared_ptr<Broadcast>> broadcasts_;
+  Mutex mutex_;  // not held while the carrier is called
+  bool connecting_ GUARDED_BY(mutex_) = false;
+  ConditionVariable turnEnded_;
+  std::shared_ptr<BusConnection> connection_ GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<Broadcast>> broadcasts_ GUARDED_BY(mutex_);
 };
 
 ServiceManager& ServiceManager::instance() {
-  // Never destroyed: its threads may be at work until the process ends. Not a static object of this
-  // function: a child that is forked while a thread makes that could never have it.
+  // Never destroyed: its threads may run until the process ends. Not a static object of this
+  // function: a child that is forked during its construction would wait for it for ever.
   static std::atomic<ServiceManager*> manager = nullptr;
   if (ServiceManager* const made = manager.load()) return *made;
   auto* const made = new ServiceManager;
@@ -101,22 +101,23 @@ ServiceManager& ServiceManager::instance() {
 // --- The connection ------------------------------------------------------------------------------
 
 std::shared_ptr<BusConnection> ServiceManager::current() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return connection_;
 }
 
 ServiceManager::Turn::Turn(ServiceManager& manager, Clock::time_point deadline)
     : manager_(manager) {
-  std::unique_lock lock(manager.mutex_);
-  taken_ = manager.connected_.wait_until(lock, deadline, [&] { return !manager.connecting_; });
-  if (taken_) manager.connecting_ = true;
+  const MutexLock lock(manager.mutex_);
+  while (manager.connecting_ && manager.turnEnded_.waitUntil(manager.mutex_, deadline)) {
+  }
+  taken_ = !std::exchange(manager.connecting_, true);
 }
 
 ServiceManager::Turn::~Turn() {
   if (!taken_) return;
-  const std::lock_guard lock(manager_.mutex_);
+  const MutexLock lock(manager_.mutex_);
   manager_.connecting_ = false;
-  manager_.connected_.notify_all();
+  manager_.turnEnded_.notifyAll();
 }
 
 std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
@@ -131,7 +132,7 @@ std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
   return open(deadline);
 }
 
-/// Connects, and takes the subscriptions along. By one thread at a time.
+/// Connects, and subscribes to the broadcasts again. One thread at a time, by its Turn.
 std::shared_ptr<BusConnection> ServiceManager::open(Clock::time_point deadline) {
   std::string error;
   auto opened = carrier_->connect(
@@ -144,7 +145,7 @@ std::shared_ptr<BusConnection> ServiceManager::open(Clock::time_point deadline) 
   std::vector<std::shared_ptr<Broadcast>> broadcasts;
   std::shared_ptr<BusConnection> before;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     before = std::exchange(connection_, opened);
     broadcasts = broadcasts_;
   }
@@ -153,8 +154,8 @@ std::shared_ptr<BusConnection> ServiceManager::open(Clock::time_point deadline) 
   return opened;
 }
 
-/// Broadcasts and the owners of names are to be heard again when the bus returns, whether or not
-/// anybody asks meanwhile.
+/// Connects again when the bus returns, even if no thread uses it meanwhile: broadcasts and changes
+/// of names' owners must arrive again.
 void ServiceManager::reopenInBackground() {
   if (reopening_.exchange(true)) return;
   try {
@@ -171,7 +172,7 @@ void ServiceManager::reopen() {
     std::this_thread::sleep_for(delay);
   }
   reopening_ = false;
-  // A loss that was told before the line above started no thread.
+  // A loss that was reported before the line above has started no thread.
   if (current()->lost()) reopenInBackground();
 }
 
@@ -207,7 +208,7 @@ bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallba
   broadcast->trustedOnly = flags == ZQBusSecurityFlags::TrustedPeer;
   std::shared_ptr<BusConnection> connection;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     broadcasts_.push_back(broadcast);
     connection = connection_;
   }
@@ -217,7 +218,8 @@ bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallba
   return true;
 }
 
-/// Whoever sets or replaces a connection subscribes what was there by then.
+/// A subscription that a replaced connection made is dropped: the thread that replaced the
+/// connection subscribes to every broadcast that it found.
 void ServiceManager::subscribe(const std::shared_ptr<Broadcast>& broadcast,
                                const std::shared_ptr<BusConnection>& connection,
                                Clock::time_point deadline) {
@@ -229,7 +231,7 @@ void ServiceManager::subscribe(const std::shared_ptr<Broadcast>& broadcast,
         (*callback)(std::move(message));
       },
       deadline);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (connection_ != connection) return;
   broadcast->connection.swap(subscribed.connection);
   broadcast->subscription.swap(subscribed.subscription);

@@ -33,7 +33,7 @@ std::string joined(const std::vector<std::string>& lines) {
 }  // namespace
 
 void DevService::onControlCall(const std::shared_ptr<ZQBusCall>& call) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const std::string& name = call->message().name();
   if (control_.find(name) == nullptr) {
     return call->fail("no method " + name + "; there are: " + control_.names());
@@ -51,34 +51,39 @@ std::vector<Method> DevService::controlMethods() {
 
 std::vector<Method> DevService::modelMethods() {
   return {
-      {"plug", "device:s", "json:s", [this](const Call& call) { return plug(call); }},
+      {"plug", "device:s", "json:s",
+       [this](const Call& call) REQUIRES(mutex_) { return plug(call); }},
       {"unplug", "device:q", "json:s",
-       [this](const Call& call) { return doneOr(world_.devices.unplug(call.uint16(0))); }},
+       [this](const Call& call)
+           REQUIRES(mutex_) { return doneOr(world_.devices.unplug(call.uint16(0))); }},
       {"print", "printer:q document:s", "json:s",
-       [this](const Call& call) {
+       [this](const Call& call) REQUIRES(mutex_) {
          return doneOr(world_.activities.print(call.uint16(0), call.text(1)));
        }},
       {"sendEvent", "desktop:i kind:i ?payload:ay", "json:s",
-       [this](const Call& call) { return sendFromControl(call, Way::Event); }},
+       [this](const Call& call) REQUIRES(mutex_) { return sendFromControl(call, Way::Event); }},
       {"sendBroadcast", "desktop:i kind:i ?payload:ay", "json:s",
-       [this](const Call& call) { return sendFromControl(call, Way::Broadcast); }},
-      {"state", "", "json:s", [this](const Call&) { return document(stateAsJson(world_)); }},
+       [this](const Call& call) REQUIRES(mutex_) { return sendFromControl(call, Way::Broadcast); }},
+      {"state", "", "json:s",
+       [this](const Call&) REQUIRES(mutex_) { return document(stateAsJson(world_)); }},
   };
 }
 
 std::vector<Method> DevService::faultMethods() {
   return {
       {"setFault", "method:s kind:s value:x count:i", "json:s",
-       [this](const Call& call) { return setFault(call); }},
+       [this](const Call& call) REQUIRES(mutex_) { return setFault(call); }},
       {"clearFaults", "", "json:s",
-       [this](const Call&) {
+       [this](const Call&) REQUIRES(mutex_) {
          faults_.clear();
          return document(faults_.list());
        }},
-      {"listFaults", "", "json:s", [this](const Call&) { return document(faults_.list()); }},
-      {"listCalls", "", "json:s", [this](const Call&) { return document(calls_.list()); }},
+      {"listFaults", "", "json:s",
+       [this](const Call&) REQUIRES(mutex_) { return document(faults_.list()); }},
+      {"listCalls", "", "json:s",
+       [this](const Call&) REQUIRES(mutex_) { return document(calls_.list()); }},
       {"clearCalls", "", "json:s",
-       [this](const Call&) {
+       [this](const Call&) REQUIRES(mutex_) {
          calls_.clear();
          return done();
        }},
@@ -88,7 +93,7 @@ std::vector<Method> DevService::faultMethods() {
 std::vector<Method> DevService::lifeMethods() {
   return {
       {"reset", "", "json:s",
-       [this](const Call&) {
+       [this](const Call&) REQUIRES(mutex_) {
          world_.load(options_.scenario);
          return done();
        }},
@@ -98,7 +103,7 @@ std::vector<Method> DevService::lifeMethods() {
          return done();
        }},
       {"stop", "", "json:s",
-       [this](const Call&) {
+       [this](const Call&) REQUIRES(mutex_) {
          // The timer's task waits for the lock, and so until this call is answered.
          timer_.after(std::chrono::milliseconds(0), [this] { options_.onEnd(Ending::Stopped); });
          return done();

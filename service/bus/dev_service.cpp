@@ -33,7 +33,7 @@ std::shared_ptr<ZQBusCall> neverUnanswered(std::shared_ptr<ZQBusCall> call) {
 
 void DevService::LockingTimer::after(std::chrono::milliseconds delay, std::function<void()> task) {
   scheduler_.after(delay, [this, task = std::move(task)] {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     task();
   });
 }
@@ -51,12 +51,12 @@ DevService::~DevService() {
   std::unique_ptr<ZQBusService> perix;
   std::unique_ptr<ZQBusService> control;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     isEnding_ = true;
     perix = std::move(perixService_);
     control = std::move(controlService_);
   }
-  ending_.notify_all();
+  ending_.notifyAll();
   // Both wait for their handlers, which may want the lock.
   control.reset();
   perix.reset();
@@ -67,7 +67,7 @@ bool DevService::start(std::string& error) {
   std::unique_ptr<ZQBusService> perix;
   std::unique_ptr<ZQBusService> control;
   // Calls that arrive before both names are owned wait for the lock.
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   perix = ZQBusService::claim(
       "perix", describe(perix_, true),
       [this](const std::shared_ptr<ZQBusCall>& call) { onCall(call); }, error);
@@ -119,15 +119,17 @@ void DevService::flood(int64_t events) {
 // --- Calls of "perix" ----------------------------------------------------------------------------
 
 void DevService::onCall(const std::shared_ptr<ZQBusCall>& call) {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   note(*call);
   const FaultPlan plan = faults_.take(call->message().name());
   if (plan.crash) ::kill(::getpid(), SIGKILL);
   // This is the thread that reads the bus.
-  ending_.wait_for(lock, plan.stopReading, [this] { return isEnding_; });
+  const auto resumed = std::chrono::steady_clock::now() + plan.stopReading;
+  while (!isEnding_ && ending_.waitUntil(mutex_, resumed)) {
+  }
   if (plan.drop) return;
   if (plan.delay.count() > 0) {
-    timer_.after(plan.delay, [this, call, plan] { serve(call, plan); });
+    timer_.after(plan.delay, [this, call, plan]() REQUIRES(mutex_) { serve(call, plan); });
   } else {
     serve(call, plan);
   }
@@ -145,9 +147,8 @@ void DevService::serve(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& 
   const std::string& method = call->message().name();
   if (plan.error) return call->fail("injected fault");
   if (perix_.find(method) == nullptr) return call->failUnknownMethod();
-  perix_.handle(call->message(), [this, call = neverUnanswered(call), plan](const Answer& answer) {
-    respond(call, plan, answer);
-  });
+  perix_.handle(call->message(), [this, call = neverUnanswered(call), plan](const Answer& answer)
+                                     REQUIRES(mutex_) { respond(call, plan, answer); });
 }
 
 void DevService::respond(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan,

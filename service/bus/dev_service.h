@@ -2,13 +2,12 @@
 // behind them.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "platform/util/mutex.h"
 #include "service/bus/call_log.h"
 #include "service/bus/faults.h"
 #include "service/bus/method_table.h"
@@ -50,50 +49,49 @@ class DevService : private EventSink {
   /// Runs what the model has done later under the model's lock.
   class LockingTimer : public Timer {
    public:
-    LockingTimer(Scheduler& scheduler, std::mutex& mutex) : scheduler_(scheduler), mutex_(mutex) {}
+    LockingTimer(Scheduler& scheduler, Mutex& mutex) : scheduler_(scheduler), mutex_(mutex) {}
     void after(std::chrono::milliseconds delay, std::function<void()> task) override;
 
    private:
     Scheduler& scheduler_;
-    std::mutex& mutex_;
+    Mutex& mutex_;
   };
 
-  // All of these need the model's lock, unless they say otherwise.
-  void send(const Event& event) override;
-  void broadcast(const Event& event) override;
+  void send(const Event& event) override REQUIRES(mutex_);
+  void broadcast(const Event& event) override REQUIRES(mutex_);
   enum class Way { Event, Broadcast };
-  void sendRaw(Way way, uint32_t desktop, int32_t kind, const std::optional<ZQBusBytes>& payload);
+  void sendRaw(Way way, uint32_t desktop, int32_t kind, const std::optional<ZQBusBytes>& payload)
+      REQUIRES(mutex_);
 
-  /// Takes the lock.
-  void onCall(const std::shared_ptr<ZQBusCall>& call);
-  void note(const ZQBusCall& call);
-  void serve(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan);
-  void respond(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan, const Answer& answer);
-  void flood(int64_t events);
+  void onCall(const std::shared_ptr<ZQBusCall>& call) EXCLUDES(mutex_);
+  void note(const ZQBusCall& call) REQUIRES(mutex_);
+  void serve(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan) REQUIRES(mutex_);
+  void respond(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan, const Answer& answer)
+      REQUIRES(mutex_);
+  void flood(int64_t events) REQUIRES(mutex_);
 
-  /// Takes the lock.
-  void onControlCall(const std::shared_ptr<ZQBusCall>& call);
+  void onControlCall(const std::shared_ptr<ZQBusCall>& call) EXCLUDES(mutex_);
   std::vector<Method> controlMethods();
   std::vector<Method> modelMethods();
   std::vector<Method> faultMethods();
   std::vector<Method> lifeMethods();
-  Answer plug(const Call& call);
-  Answer sendFromControl(const Call& call, Way way);
-  Answer setFault(const Call& call);
+  Answer plug(const Call& call) REQUIRES(mutex_);
+  Answer sendFromControl(const Call& call, Way way) REQUIRES(mutex_);
+  Answer setFault(const Call& call) REQUIRES(mutex_);
 
   const Options options_;
-  std::mutex mutex_;  ///< the model's lock, for everything below that changes
-  std::condition_variable ending_;
-  bool isEnding_ = false;
+  Mutex mutex_;  ///< of the model
+  ConditionVariable ending_;
+  bool isEnding_ GUARDED_BY(mutex_) = false;
   Scheduler scheduler_;
   LockingTimer timer_;
-  World world_;
-  Faults faults_;
-  CallLog calls_;
+  World world_ GUARDED_BY(mutex_);
+  Faults faults_ GUARDED_BY(mutex_);
+  CallLog calls_ GUARDED_BY(mutex_);
   const MethodTable perix_;
   const MethodTable control_;
-  std::unique_ptr<ZQBusService> controlService_;
-  std::unique_ptr<ZQBusService> perixService_;
+  std::unique_ptr<ZQBusService> controlService_ GUARDED_BY(mutex_);
+  std::unique_ptr<ZQBusService> perixService_ GUARDED_BY(mutex_);
 };
 
 }  // namespace zq::devservice

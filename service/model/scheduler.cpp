@@ -8,28 +8,28 @@ Scheduler::Scheduler() : thread_([this] { run(); }) {}
 
 void Scheduler::stop() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ending_ = true;
   }
-  changed_.notify_one();
+  changed_.notifyOne();
   if (thread_.joinable()) thread_.join();
 }
 
 void Scheduler::after(std::chrono::milliseconds delay, std::function<void()> task) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     tasks_.emplace(Clock::now() + delay, std::move(task));
   }
-  changed_.notify_one();
+  changed_.notifyOne();
 }
 
 void Scheduler::run() {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   while (!ending_) {
     if (tasks_.empty()) {
-      changed_.wait(lock);
+      changed_.wait(mutex_);
     } else if (const auto due = tasks_.begin()->first; due > Clock::now()) {
-      changed_.wait_until(lock, due);
+      changed_.waitUntil(mutex_, due);
     } else {
       auto task = tasks_.extract(tasks_.begin());
       lock.unlock();

@@ -2,12 +2,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <thread>
 
+#include "platform/util/mutex.h"
 #include "service/model/timer.h"
 
 namespace zq::devservice {
@@ -21,19 +20,19 @@ class Scheduler : public Timer {
   Scheduler& operator=(const Scheduler&) = delete;
 
   /// Waits for the task that runs and forgets the others, and those that come later.
-  void stop();
+  void stop() EXCLUDES(mutex_);
 
-  void after(std::chrono::milliseconds delay, std::function<void()> task) override;
+  void after(std::chrono::milliseconds delay, std::function<void()> task) override EXCLUDES(mutex_);
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  void run();
+  void run() EXCLUDES(mutex_);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::multimap<Clock::time_point, std::function<void()>> tasks_;
-  bool ending_ = false;
+  Mutex mutex_;
+  ConditionVariable changed_;
+  std::multimap<Clock::time_point, std::function<void()>> tasks_ GUARDED_BY(mutex_);
+  bool ending_ GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

@@ -38,7 +38,7 @@ bool EventFeed::subscribe(PerixProxy& proxy) {
   // This waits for callbacks that run; from here to the next registration none can set died_.
   proxy.UnregisterCallback(kOwnKey);
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     died_ = false;
   }
   proxy.RegisterCallback(kOwnKey, onDesktop, slotOf(kOwnKey));
@@ -64,7 +64,7 @@ int EventFeed::onDesktop(uint16_t code, void* /*data*/, void* userdata) {
   const auto& slot = *static_cast<DesktopSlot*>(userdata);
   const bool own = slot.name == kOwnKey;
   if (own && code == SERVICE_DIED) {
-    const std::lock_guard lock(slot.feed->mutex_);
+    const MutexLock lock(slot.feed->mutex_);
     slot.feed->died_ = true;
   }
   slot.feed->put({own ? EventSource::Service : EventSource::Desktop, code, {}, slot.name});
@@ -72,19 +72,19 @@ int EventFeed::onDesktop(uint16_t code, void* /*data*/, void* userdata) {
 }
 
 std::deque<FeedEvent> EventFeed::take() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   uint64_t count;
   [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof(count));
   return std::exchange(events_, {});
 }
 
 bool EventFeed::serviceDied() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return died_;
 }
 
 void EventFeed::put(FeedEvent event) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   events_.push_back(std::move(event));
   const uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(wake_.get(), &one, sizeof(one));

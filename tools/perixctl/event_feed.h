@@ -4,11 +4,11 @@
 #include <chrono>
 #include <deque>
 #include <list>
-#include <mutex>
 #include <string>
 #include <variant>
 
 #include "perix/perix_proxy.h"
+#include "platform/util/mutex.h"
 #include "tools/embedded/child_process.h"
 
 namespace zq::ctl {
@@ -60,9 +60,9 @@ class EventFeed {
   static int onDesktop(uint16_t code, void* data, void* userdata);
 
   OwnedDescriptor wake_;
-  std::mutex mutex_;
-  std::deque<FeedEvent> events_;
-  bool died_ = false;
+  Mutex mutex_;
+  std::deque<FeedEvent> events_ GUARDED_BY(mutex_);
+  bool died_ GUARDED_BY(mutex_) = false;
   std::list<DesktopSlot> desktops_;  ///< grows with each new name: old ones may still be in use
 };
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <optional>
+
+#include "platform/util/mutex.h"
 
 namespace zq::ctl {
 
@@ -13,17 +13,18 @@ namespace zq::ctl {
 template <typename Letter>
 class Mailbox {
  public:
-  void put(Letter letter) {
-    const std::lock_guard lock(mutex_);
+  void put(Letter letter) EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
     letters_.push_back(std::move(letter));
-    arrived_.notify_one();
+    arrived_.notifyOne();
   }
 
   /// The next letter; nothing when none comes within `timeout`.
-  std::optional<Letter> take(std::chrono::milliseconds timeout) {
-    std::unique_lock lock(mutex_);
-    if (!arrived_.wait_for(lock, timeout, [this] { return !letters_.empty(); })) {
-      return std::nullopt;
+  std::optional<Letter> take(std::chrono::milliseconds timeout) EXCLUDES(mutex_) {
+    const auto deadline = ConditionVariable::Clock::now() + timeout;
+    const MutexLock lock(mutex_);
+    while (letters_.empty()) {
+      if (!arrived_.waitUntil(mutex_, deadline) && letters_.empty()) return std::nullopt;
     }
     std::optional<Letter> letter = std::move(letters_.front());
     letters_.pop_front();
@@ -31,9 +32,9 @@ class Mailbox {
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::deque<Letter> letters_;
+  Mutex mutex_;
+  ConditionVariable arrived_;
+  std::deque<Letter> letters_ GUARDED_BY(mutex_);
 };
 
 }  // namespace zq::ctl

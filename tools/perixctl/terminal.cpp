@@ -65,7 +65,7 @@ WaitIndicator::WaitIndicator() {
 
 void WaitIndicator::progress(unsigned percent, const std::string& text) {
   const unsigned filled = std::min(percent, 100U) * kBarWidth / 100;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   text_ = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
           std::to_string(percent) + " % " + escaped(text);
   changed_.notify_one();
@@ -78,8 +78,8 @@ void WaitIndicator::end() {
 }
 
 void WaitIndicator::run(const std::stop_token& stop) {
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, stop, kPatience, [this] { return !text_.empty(); });
+  MutexLock lock(mutex_);
+  changed_.wait_for(lock, stop, kPatience, [this]() REQUIRES(mutex_) { return !text_.empty(); });
   bool shown = false;
   for (std::size_t frame = 0; !stop.stop_requested(); ++frame) {
     const auto elapsed = std::chrono::steady_clock::now() - started_;

@@ -3,10 +3,10 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 #include <string>
 #include <thread>
 
+#include "platform/util/mutex.h"
 #include "tools/embedded/child_process.h"
 
 namespace zq::ctl {
@@ -46,9 +46,9 @@ class WaitIndicator {
  private:
   void run(const std::stop_token& stop);
 
-  std::mutex mutex_;
-  std::condition_variable_any changed_;
-  std::string text_;
+  Mutex mutex_;
+  std::condition_variable_any changed_;  // the kind that a stop request wakes
+  std::string text_ GUARDED_BY(mutex_);
   std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::jthread thread_;  ///< last: its thread uses the others
 };

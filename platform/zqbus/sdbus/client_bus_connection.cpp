@@ -14,14 +14,14 @@ namespace {
 
 constexpr std::chrono::seconds kPingTimeout{1};
 
-/// Never destroyed: the library's threads may ask the bus until the process has ended.
+/// Never destroyed: the library's threads may call the bus until the process has ended.
 const ClientConnection::Target& theBus() {
   static const auto* const target =
       new ClientConnection::Target{kBusName, kBusPath, kBusName, nullptr};
   return *target;
 }
 
-/// What is left of `longest` within this thread's time limit.
+/// `longest`, or the rest of this thread's time limit when that is shorter.
 ClientConnection::Duration timeLeft(ClientConnection::Duration longest) {
   const auto now = ClientConnection::Clock::now();
   const auto left =
@@ -67,8 +67,8 @@ std::shared_ptr<ZQBusMessage> ClientBusConnection::askAndWait(const char* method
 
 std::string ClientBusConnection::ownerOf(const std::string& service) {
   uint64_t changes = 0;
-  // Changes are subscribed to first and the owner asked for then: none is missed.
-  const auto subscribe = [&] {
+  // Subscribes to changes first and asks for the owner then: no change is missed.
+  const auto subscribe = [&]() REQUIRES(loop_->mutex()) {
     track(service);
     changes = owners_[service].changes;
   };
@@ -80,12 +80,12 @@ std::string ClientBusConnection::ownerOf(const std::string& service) {
   if (!answered) return {};
 
   const ConnectionLoop::Hold hold(*loop_);
-  // A change that was announced meanwhile is newer than the answer.
+  // A change that was signalled meanwhile is newer than the answer.
   if (owners_[service].changes == changes) setOwner(service, owner);
   return owners_[service].owner;
 }
 
-/// Subscribes to the changes of a name's owner; false when that was done before. Under the lock.
+/// Subscribes to the changes of a name's owner; false when that was done before.
 bool ClientBusConnection::track(const std::string& service) {
   if (!owners_.try_emplace(service).second) return false;
   struct Refusal : PendingCall {
@@ -129,13 +129,13 @@ std::shared_ptr<Peer> ClientBusConnection::bind(const std::string& service,
 
 // --- Services that are used on lines -------------------------------------------------------------
 
-/// Who owns a name that is followed.
+/// The daemon's answer to which connection owns a followed name.
 struct ClientBusConnection::OwnerAnswer : PendingCall {
   ClientBusConnection* connection;
   std::string service;
   uint64_t changes;
 
-  void onOutcome(sd_bus_message* answer) override {
+  void onOutcome(sd_bus_message* answer) override REQUIRES(connection->loop_->mutex()) {
     const char* owner = nullptr;
     if (answer == nullptr || sd_bus_message_is_method_error(answer, nullptr) > 0) return;
     if (sd_bus_message_read(answer, "s", &owner) <= 0) return;
@@ -143,13 +143,13 @@ struct ClientBusConnection::OwnerAnswer : PendingCall {
   }
 };
 
-/// Which process that owner is.
+/// The daemon's answer to which process that owner is.
 struct ClientBusConnection::ProcessAnswer : PendingCall {
   ClientBusConnection* connection;
   std::string service;
   std::string owner;
 
-  void onOutcome(sd_bus_message* answer) override {
+  void onOutcome(sd_bus_message* answer) override REQUIRES(connection->loop_->mutex()) {
     uint32_t process = 0;
     if (answer == nullptr || sd_bus_message_is_method_error(answer, nullptr) > 0) return;
     if (sd_bus_message_read(answer, "u", &process) <= 0) return;
@@ -171,7 +171,7 @@ void ClientBusConnection::follow(const std::string& service, pid_t process,
   loop_->afterSend();
 }
 
-/// Asks which process the owner is when a service that is followed has another one.
+/// Asks for the process of the owner when a followed service has another owner than before.
 void ClientBusConnection::checkFollowed(const std::string& service, const std::string& owner) {
   const bool isOther = std::any_of(followed_.begin(), followed_.end(), [&](const auto& followed) {
     return followed.service == service && followed.owner != owner;
@@ -187,7 +187,7 @@ void ClientBusConnection::checkFollowed(const std::string& service, const std::s
 
 void ClientBusConnection::compareProcess(const std::string& service, const std::string& owner,
                                          pid_t process) {
-  std::erase_if(followed_, [&](Followed& followed) {
+  std::erase_if(followed_, [&](Followed& followed) REQUIRES(loop_->mutex()) {
     if (followed.service != service) return false;
     if (followed.process == process) {
       followed.owner = owner;
@@ -209,10 +209,11 @@ bool ClientBusConnection::isTrusted(const std::string& uniqueName) {
   const auto deadline = Clock::now() + timeLeft(kDefaultTimeout);
   ConnectionLoop::Turn turn(*loop_, answer);
   if (loop_->lost()) return false;
-  const bool asked = trust_.check(loop_->bus(), uniqueName.c_str(), [this, answer](bool trusted) {
-    answer->trusted = trusted;
-    loop_->complete(answer);
-  });
+  const bool asked = trust_.check(loop_->bus(), uniqueName.c_str(),
+                                  [this, answer](bool trusted) REQUIRES(loop_->mutex()) {
+                                    answer->trusted = trusted;
+                                    loop_->complete(answer);
+                                  });
   if (asked) turn.waitUntil(deadline);
   return answer->done && answer->trusted;
 }

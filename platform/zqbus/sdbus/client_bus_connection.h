@@ -1,4 +1,4 @@
-// The client's connection to the bus: who owns which name, and who is to be trusted.
+// The client's connection to the bus: the owners of names, and which of them are trusted.
 #pragma once
 
 #include <sys/types.h>
@@ -17,7 +17,7 @@ class ClientBusConnection : public ClientConnection {
  public:
   /// Connects to the bus of ZQBUS_ADDRESS or to the user's session bus, blocking until `deadline`
   /// at most. Null, `error` in words, when that fails. `deliveries` outlives the connection.
-  /// `onLoss` is called under the connection's lock when that is lost; it must not wait.
+  /// `onLoss` is called under the loop's mutex when the connection is lost; it must not wait.
   static std::shared_ptr<ClientBusConnection> open(DeliveryQueue& deliveries,
                                                    Clock::time_point deadline,
                                                    std::function<void()> onLoss,
@@ -25,22 +25,22 @@ class ClientBusConnection : public ClientConnection {
   ClientBusConnection(SdBus connection, DeliveryQueue& deliveries, std::function<void()> onLoss);
   ~ClientBusConnection() override;
 
-  /// The unique name of the process that owns `service`, empty when nobody does; asks the bus, and
-  /// blocks for 25 s at most.
+  /// The unique name of the process that owns `service`, empty when no process does; asks the bus,
+  /// and blocks for 25 s at most.
   std::string ownerOf(const std::string& service);
-  /// Whether the process of that unique name runs as this user or as root; asks the bus when it did
-  /// not before, and blocks for 25 s at most.
+  /// Whether the process of that unique name runs as this user or as root; asks the bus the first
+  /// time, and blocks for 25 s at most.
   bool isTrusted(const std::string& uniqueName);
-  /// Whether the process of that unique name is still there, or at least nobody can tell that it is
-  /// not; asks the process, and blocks for 1 s at most.
+  /// Pings the process of that unique name, and blocks for 1 s at most. False when the bus reports
+  /// that it is gone.
   bool mayBeAlive(const std::string& uniqueName);
-  /// Binds to a service's owner, which dies when it loses the name; it is dead already when the
-  /// name has changed hands meanwhile.
+  /// Adds the owner of a service's name as a peer, which counts as dead once it loses the name; it
+  /// is dead already when it has lost the name since.
   std::shared_ptr<Peer> bind(const std::string& service, const std::string& owner);
 
-  /// From now on, `onTakenOver` is delivered once another process than `process` owns the name of
-  /// `service`. A name without an owner changes nothing, nor does `owner`, the unique name of
-  /// `process`; empty when that is not known. Does not block.
+  /// From now on, delivers `onTakenOver` once another process than `process` owns the name of
+  /// `service`. A name without an owner does not count. `owner` is the unique name of `process`, or
+  /// empty when it is not known. Does not block.
   void follow(const std::string& service, pid_t process, const std::string& owner,
               std::function<void()> onTakenOver);
 
@@ -52,26 +52,26 @@ class ClientBusConnection : public ClientConnection {
   struct Followed {
     std::string service;
     pid_t process;
-    std::string owner;  // the unique name of `process`, as far as it is known
+    std::string owner;  // the unique name of `process`; empty when it is not known
     std::function<void()> onTakenOver;
   };
   struct OwnerAnswer;
   struct ProcessAnswer;
   struct TrustAnswer;
 
-  void onDaemonSignal(sd_bus_message* signal) override;
-  void onConnectionLost() override;
-  void setOwner(const std::string& service, const std::string& owner);
-  void checkFollowed(const std::string& service, const std::string& owner);
-  void compareProcess(const std::string& service, const std::string& owner, pid_t process);
-  bool track(const std::string& service);
+  void onDaemonSignal(sd_bus_message* signal) override REQUIRES(loop_->mutex());
+  void onConnectionLost() override REQUIRES(loop_->mutex());
+  void setOwner(const std::string& service, const std::string& owner) REQUIRES(loop_->mutex());
+  void checkFollowed(const std::string& service, const std::string& owner) REQUIRES(loop_->mutex());
+  void compareProcess(const std::string& service, const std::string& owner, pid_t process)
+      REQUIRES(loop_->mutex());
+  bool track(const std::string& service) REQUIRES(loop_->mutex());
   std::shared_ptr<ZQBusMessage> askAndWait(const char* method, const std::string& name,
                                            const CallExtras& extras = {});
 
   const std::function<void()> onLoss_;
-  // Under the loop's lock.
-  std::map<std::string, NameOwner> owners_;
-  std::vector<Followed> followed_;
+  std::map<std::string, NameOwner> owners_ GUARDED_BY(loop_->mutex());
+  std::vector<Followed> followed_ GUARDED_BY(loop_->mutex());
 };
 
 }  // namespace zq

@@ -43,7 +43,7 @@ ZQBusMessage sendFailure(int result) {
   }
 }
 
-/// Whether an error reply is the bus's way of saying that nobody is there to answer.
+/// Whether an error reply of the bus means that the receiver of the call is gone.
 bool saysPeerGone(sd_bus_message* message) {
   static constexpr std::array kNames = {SD_BUS_ERROR_SERVICE_UNKNOWN,
                                         SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_NO_REPLY,
@@ -53,7 +53,7 @@ bool saysPeerGone(sd_bus_message* message) {
          });
 }
 
-/// A header field of a message, which may lack it.
+/// A header field of a message; empty when the message lacks it.
 std::string_view field(const char* value) {
   return value != nullptr ? value : "";
 }
@@ -71,9 +71,9 @@ struct ClientConnection::Call : PendingCall, ConnectionLoop::Waiter {
   std::weak_ptr<Call> self;
   ZQBusMessage reply;
 
-  void onOutcome(sd_bus_message* message) override {
+  void onOutcome(sd_bus_message* message) override REQUIRES(connection->loop_->mutex()) {
     connection->finish(*this, message != nullptr ? connection->outcomeOf(message, *this)
-                                                 : connection->withoutReply(*this));
+                                                 : connection->outcomeWithoutReply(*this));
   }
 };
 
@@ -83,7 +83,7 @@ struct ClientConnection::MatchAnswer : PendingCall, ConnectionLoop::Waiter {
   std::weak_ptr<MatchAnswer> self;
   bool refused = false;
 
-  void onOutcome(sd_bus_message* answer) override {
+  void onOutcome(sd_bus_message* answer) override REQUIRES(connection->loop_->mutex()) {
     refused = answer == nullptr || sd_bus_message_is_method_error(answer, nullptr) > 0;
     if (answer != nullptr) logRefusal(answer);
     if (const auto waiter = self.lock()) connection->loop_->complete(waiter);
@@ -94,6 +94,7 @@ ClientConnection::ClientConnection(SdBus connection, DeliveryQueue& deliveries, 
     : loop_(std::make_shared<ConnectionLoop>(
           std::move(connection), static_cast<ConnectionLoop::Listener&>(*this),
           [&deliveries] { deliveries.run(); }, ConnectionLoop::WhileWorking::Read)),
+      trust_(pending_),
       deliveries_(deliveries),
       onLoss_(onLoss),
       isBus_(sd_bus_is_bus_client(loop_->bus()) > 0) {}
@@ -104,10 +105,12 @@ ClientConnection::~ClientConnection() {
 
 int ClientConnection::start() {
   const int heard = startWithoutThread();
+  const ConnectionLoop::Hold hold(*loop_);
   return heard >= 0 ? loop_->start() : heard;
 }
 
 int ClientConnection::startWithoutThread() {
+  const ConnectionLoop::Hold hold(*loop_);
   return sd_bus_add_filter(loop_->bus(), nullptr, &onMessage, this);
 }
 
@@ -122,7 +125,7 @@ void ClientConnection::stop() {
 
 bool ClientConnection::lost() {
   const ConnectionLoop::Hold hold(*loop_);
-  // A send may have found the end before the loop has.
+  // A send may have noticed the loss before the loop does.
   return loop_->lost() || sd_bus_is_open(loop_->bus()) <= 0;
 }
 
@@ -131,10 +134,11 @@ void ClientConnection::cut() {
   if (!loop_->lost()) ::shutdown(sd_bus_get_fd(loop_->bus()), SHUT_RDWR);
 }
 
-/// Is asked about every message first. No exception may reach sd-bus: without memory for a message
-/// the connection goes on.
+/// The filter that receives every message. No exception may reach sd-bus: when memory for a message
+/// is short, the message is dropped and the connection goes on.
 int ClientConnection::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) try {
   ClientConnection& connection = *static_cast<ClientConnection*>(userdata);
+  connection.loop_->mutex().assertHeld();  // by the loop, which has sd-bus call this
   if (connection.pending_.take(message)) return 1;
   if (sd_bus_message_is_signal(message, nullptr, nullptr) <= 0) return 0;
   connection.onSignal(message);
@@ -171,7 +175,7 @@ void ClientConnection::callAsync(const Target& target, const ZQBusMessage& reque
   loop_->afterSend();
 }
 
-/// Sends a call, or finishes it when that cannot be.
+/// Sends a call, or finishes it when it cannot be sent.
 void ClientConnection::send(const std::shared_ptr<Call>& call, const Target& target,
                             const ZQBusMessage& request, int descriptor) {
   call->connection = this;
@@ -197,7 +201,7 @@ int ClientConnection::sendRequest(const std::shared_ptr<Call>& call, const Targe
     result = sd_bus_message_append_basic(message, SD_BUS_TYPE_UNIX_FD, &descriptor);
   }
   if (result < 0) return result;
-  // The deadline of a blocking call is its caller's.
+  // The caller of a blocking call watches the deadline itself.
   const auto deadline = call->asynchronous ? call->deadline : Clock::time_point::max();
   return pending_.send(loop_->bus(), message, call, deadline);
 }
@@ -213,20 +217,20 @@ ZQBusMessage ClientConnection::outcomeOf(sd_bus_message* reply, const Call& call
   return decoded >= 0 ? std::move(outcome) : unreadable(whyUnreadable(decoded));
 }
 
-/// What becomes of a call that ends without a reply.
-ZQBusMessage ClientConnection::withoutReply(const Call& call) const {
+/// The outcome of a call that ends without a reply.
+ZQBusMessage ClientConnection::outcomeWithoutReply(const Call& call) const {
   if (loop_->lost()) return lossOf(call);
   if (call.peer != nullptr && call.peer->gone()) return peerGone(call.peer->service);
   return Clock::now() >= call.deadline ? timedOut(call.timeout) : lossOf(call);
 }
 
-/// What the loss of the connection makes of a call.
+/// The outcome of a call that the loss of the connection ends.
 ZQBusMessage ClientConnection::lossOf(const Call& call) const {
   return onLoss_ == ZQBusFailure::PeerGone && call.peer != nullptr ? peerGone(call.peer->service)
                                                                    : busGone();
 }
 
-/// Ends a call with its one outcome. Under the lock.
+/// Ends a call with its one outcome.
 void ClientConnection::finish(Call& call, ZQBusMessage reply) {
   const std::shared_ptr<Call> owned = call.self.lock();
   call.peer.reset();  // the caller may keep the reply, and with it the call
@@ -265,7 +269,7 @@ ClientConnection::Subscription::Subscription(ClientConnection& connection, Signa
       listener_(std::make_shared<EventFunction>(std::move(listener))) {}
 
 ClientConnection::Subscription::~Subscription() {
-  if (!known_) return;
+  if (!active_) return;
   const ConnectionLoop::Hold hold(*connection_.loop_);
   std::erase(connection_.subscriptions_, this);
   if (!connection_.isBus_ || connection_.loop_->lost()) return;
@@ -273,7 +277,7 @@ ClientConnection::Subscription::~Subscription() {
   connection_.loop_->afterSend();
 }
 
-/// `sender` is null on a line, which has one sender only.
+/// `sender` is null on a line, which has one sender.
 bool ClientConnection::Subscription::hears(const char* interface, const char* member,
                                            const char* sender) const {
   return signal_.member == member && signal_.interface == interface &&
@@ -289,21 +293,21 @@ std::string ClientConnection::Subscription::match() const {
 
 std::unique_ptr<ClientConnection::Subscription> ClientConnection::subscribe(
     Signal signal, EventFunction listener, Clock::time_point deadline) {
-  // Outlives the turn: its end takes the lock itself.
+  // Outlives the turn: its destructor locks the mutex itself.
   auto subscription = std::make_unique<Subscription>(*this, std::move(signal), std::move(listener));
   const auto answer = std::make_shared<MatchAnswer>();
   answer->connection = this;
   answer->self = answer;
   ConnectionLoop::Turn turn(*loop_, answer);
   if (loop_->lost()) return nullptr;
-  subscription->known_ = true;
+  subscription->active_ = true;
   subscriptions_.push_back(subscription.get());
   if (!isBus_) return subscription;
   askDaemon("AddMatch", subscription->match(), answer);
   turn.waitUntil(deadline);
   if (!answer->refused) return subscription;
   std::erase(subscriptions_, subscription.get());
-  subscription->known_ = false;
+  subscription->active_ = false;
   return nullptr;
 }
 
@@ -316,7 +320,7 @@ void ClientConnection::onSignal(sd_bus_message* signal) {
   const char* member = sd_bus_message_get_member(signal);
   bool heard = false;
   bool trustMatters = false;
-  // A match does not keep away what another client sends to this connection directly.
+  // A match does not keep out signals that another client sends to this connection directly.
   for (const Subscription* subscription : subscriptions_) {
     if (!subscription->hears(interface, member, sender)) continue;
     heard = true;
@@ -325,17 +329,18 @@ void ClientConnection::onSignal(sd_bus_message* signal) {
   if (!heard) return;
   if (!trustMatters) return dispatch(signal, sender, false);
   const std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(signal), &sd_bus_message_unref);
-  const bool asked = trust_.check(loop_->bus(), sender, [this, kept](bool trusted) {
-    dispatch(kept.get(), sd_bus_message_get_sender(kept.get()), trusted);
-  });
-  if (!asked) noteDropped("too many wait until the bus has told who sent them", sender);
+  const bool asked =
+      trust_.check(loop_->bus(), sender, [this, kept](bool trusted) REQUIRES(loop_->mutex()) {
+        dispatch(kept.get(), sd_bus_message_get_sender(kept.get()), trusted);
+      });
+  if (!asked) logDropped("too many senders are being checked", sender);
 }
 
-/// Hands a signal to the subscriptions that hear it, once its sender is known.
+/// Hands a signal to its subscriptions, once its sender is checked.
 void ClientConnection::dispatch(sd_bus_message* signal, const char* sender, bool trusted) {
   const char* interface = sd_bus_message_get_interface(signal);
   const char* member = sd_bus_message_get_member(signal);
-  // A service sends bundles on a line alone, and on the bus anybody could.
+  // A service sends bundles on a line alone; on the bus any client could send one.
   if (!isBus_ && field(interface) == kDirectInterface && field(member) == kDirectEvents) {
     return dispatchBundle(signal);
   }
@@ -345,7 +350,7 @@ void ClientConnection::dispatch(sd_bus_message* signal, const char* sender, bool
     if (subscription->signal_.trustedOnly && !trusted) continue;
     if (event == nullptr) {
       event = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, member);
-      if (decodeArguments(signal, *event) < 0) return noteDropped(kUnreadable, sender);
+      if (decodeArguments(signal, *event) < 0) return logDropped(kUnreadable, sender);
     }
     deliverEvent(*subscription, event);
   }
@@ -353,7 +358,7 @@ void ClientConnection::dispatch(sd_bus_message* signal, const char* sender, bool
 
 void ClientConnection::dispatchBundle(sd_bus_message* signal) {
   ZQBusMessage bundle;
-  if (decodeArguments(signal, bundle) < 0) return noteDropped(kUnreadable, nullptr);
+  if (decodeArguments(signal, bundle) < 0) return logDropped(kUnreadable, nullptr);
   for (const auto& event : EventBundle::eventsOf(bundle)) {
     for (const Subscription* subscription : subscriptions_) {
       if (subscription->signal_.member == event->name()) deliverEvent(*subscription, event);
@@ -372,9 +377,8 @@ void ClientConnection::deliverEvent(const Subscription& subscription,
   if (idle) loop_->requestWork();
 }
 
-/// Logs the first dropped signal, the second, the fourth and so on: a sender of many must not fill
-/// the log.
-void ClientConnection::noteDropped(const char* why, const char* sender) {
+/// Logs the first dropped signal, the second, the fourth and so on: a flood must not fill the log.
+void ClientConnection::logDropped(const char* why, const char* sender) {
   if (!std::has_single_bit(++dropped_)) return;
   busLog(std::string("dropped a signal of ") + (sender != nullptr ? sender : "the service") + ": " +
          why + " (" + std::to_string(dropped_) + " so far)");

@@ -1,5 +1,5 @@
-// The client's end of a connection, to the bus or to a service directly: calls, asynchronous calls,
-// subscriptions, and the deaths of those behind it.
+// A client's connection, to the bus or to a service directly: calls, asynchronous calls,
+// subscriptions, and the deaths of services.
 #pragma once
 
 #include <memory>
@@ -14,10 +14,10 @@
 
 namespace zq {
 
-/// What a call may have beside its request.
+/// Options of a call.
 struct CallExtras {
-  int descriptor = -1;          ///< a copy of it goes along behind the arguments
-  std::function<void()> first;  ///< runs under the lock before the call is sent
+  int descriptor = -1;          ///< a copy of it is the last argument
+  std::function<void()> first;  ///< runs under the loop's mutex before the call is sent
 };
 
 class ClientConnection : private ConnectionLoop::Listener {
@@ -26,8 +26,8 @@ class ClientConnection : private ConnectionLoop::Listener {
   using Duration = std::chrono::microseconds;
   using ReplyFunction = ZQBusProxyInterface::ReplyFunction;
 
-  /// Where a call goes. `peer` is null for calls to the bus itself, `destination` empty on a direct
-  /// line.
+  /// The receiver of a call. `peer` is null for calls to the bus itself, `destination` is empty on
+  /// a direct line.
   struct Target {
     std::string destination;
     std::string path;
@@ -35,12 +35,12 @@ class ClientConnection : private ConnectionLoop::Listener {
     std::shared_ptr<Peer> peer;
   };
 
-  /// The signals that a subscription is for.
+  /// The signals that a subscription receives.
   struct Signal {
     std::string interface;
     std::string member;
-    std::string sender;        ///< the unique name that is heard; empty for everybody
-    bool trustedOnly = false;  ///< whether that is everybody of this user and root alone
+    std::string sender;        ///< a unique name; empty for every sender
+    bool trustedOnly = false;  ///< of every sender, those of this user and of root alone
   };
 
   class Subscription : public zq::Subscription {
@@ -58,17 +58,17 @@ class ClientConnection : private ConnectionLoop::Listener {
     ClientConnection& connection_;
     const Signal signal_;
     const std::shared_ptr<const EventFunction> listener_;
-    bool known_ = false;  // to the connection, and to the bus if there is one at the other end
+    bool active_ = false;  // the connection has it, and so does a bus at the other end
   };
 
-  /// Takes over a connection that is ready. `onLoss` is the failure of what its loss ends;
-  /// `deliveries` outlives the process's threads. Nothing is read before start(). Callbacks that
-  /// run when a connection ends run to their end, none begins afterwards.
+  /// Takes over a connection that is ready. Calls that its loss ends fail with `onLoss`.
+  /// `deliveries` outlives the process's threads. Nothing is read before start(). The destructor
+  /// does not wait for a running callback; no callback begins afterwards.
   ClientConnection(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss);
   ~ClientConnection() override;
   /// Starts the reading; 0 or a negative error number.
   [[nodiscard]] int start();
-  /// In place of start(), for a connection that only makes blocking calls: without a thread.
+  /// In place of start(), for a connection that makes blocking calls alone: starts no thread.
   [[nodiscard]] int startWithoutThread();
 
   /// As ZQBusProxyInterface::callWithReplyBlocking.
@@ -78,73 +78,74 @@ class ClientConnection : private ConnectionLoop::Listener {
   void callAsync(const Target& target, const ZQBusMessage& request, ReplyFunction onReply,
                  Duration timeout);
 
-  /// Subscribes to a signal. Blocks until the bus, if there is one at the other end, has the
-  /// subscription, or until `deadline`. `listener` is called from the delivery queue. Null when the
-  /// connection is lost and when the bus refuses.
+  /// Subscribes to a signal. On a connection to the bus it blocks until the bus has added the
+  /// match, or until `deadline`. The delivery queue calls `listener`. Null when the connection is
+  /// lost and when the bus refuses.
   std::unique_ptr<Subscription> subscribe(Signal signal, EventFunction listener,
                                           Clock::time_point deadline);
 
-  /// Adds a process that dies with this connection, if nothing else tells so earlier.
+  /// Adds a process that counts as dead when this connection is lost, or earlier.
   std::shared_ptr<Peer> addPeer(const std::string& service, const std::string& owner);
   void setDeathCallback(const std::shared_ptr<Peer>& peer, std::function<void()> onDeath);
 
   /// Whether the connection is of no further use.
   bool lost();
-  /// Cuts the connection, as if the other end had; what waits on it hears so soon.
+  /// Shuts the connection down, as if the peer had closed it; its calls fail soon.
   void cut();
 
  protected:
-  /// Ends the connection; for the destructor of a class that has handlers of its own.
-  void stop();
-  /// Declares those peers dead that a condition holds for. Under the lock.
+  /// Closes the connection; for the destructor of a derived class that has handlers of its own.
+  void stop() EXCLUDES(loop_->mutex());
+  /// Declares the peers dead for which `condition` holds.
   template <typename Condition>
-  void declareDeadIf(Condition condition);
-  void onConnectionLost() override;
-  /// Hears a signal of the bus daemon. Under the lock.
-  virtual void onDaemonSignal(sd_bus_message* /*signal*/) {}
-  /// Sends a call of the bus daemon with one text; `call` may be null. Under the lock, within which
-  /// `call` ends at once when it cannot be sent.
+  void declareDeadIf(Condition condition) REQUIRES(loop_->mutex());
+  void onConnectionLost() override REQUIRES(loop_->mutex());
+  /// Receives a signal of the bus daemon.
+  virtual void onDaemonSignal(sd_bus_message* /*signal*/) REQUIRES(loop_->mutex()) {}
+  /// Calls a method of the bus daemon with one text; `call` may be null. A call that cannot be sent
+  /// ends before the return.
   void askDaemon(const char* method, const std::string& argument,
-                 const std::shared_ptr<PendingCall>& call);
-  /// Has a callback run. Under the lock.
-  void deliver(DeliveryQueue::Job job);
+                 const std::shared_ptr<PendingCall>& call) REQUIRES(loop_->mutex());
+  /// Has a callback run.
+  void deliver(DeliveryQueue::Job job) REQUIRES(loop_->mutex());
 
   const std::shared_ptr<ConnectionLoop> loop_;
-  // Under the loop's lock.
-  PendingCalls pending_;
-  SenderTrust trust_{pending_};
+  PendingCalls pending_ GUARDED_BY(loop_->mutex());
+  SenderTrust trust_ GUARDED_BY(loop_->mutex());
 
  private:
   struct Call;
   struct MatchAnswer;
   static int onMessage(sd_bus_message* message, void* connection, sd_bus_error* error);
-  Clock::time_point nextDeadline() const override { return pending_.nextDeadline(); }
-  void onDeadline(Clock::time_point now) override { pending_.expire(now); }
+  Clock::time_point nextDeadline() const override REQUIRES(loop_->mutex()) {
+    return pending_.nextDeadline();
+  }
+  void onDeadline(Clock::time_point now) override REQUIRES(loop_->mutex()) { pending_.expire(now); }
 
   void send(const std::shared_ptr<Call>& call, const Target& target, const ZQBusMessage& request,
-            int descriptor = -1);
+            int descriptor = -1) REQUIRES(loop_->mutex());
   int sendRequest(const std::shared_ptr<Call>& call, const Target& target,
-                  const ZQBusMessage& request, int descriptor);
-  void finish(Call& call, ZQBusMessage reply);
-  ZQBusMessage withoutReply(const Call& call) const;
+                  const ZQBusMessage& request, int descriptor) REQUIRES(loop_->mutex());
+  void finish(Call& call, ZQBusMessage reply) REQUIRES(loop_->mutex());
+  ZQBusMessage outcomeWithoutReply(const Call& call) const REQUIRES(loop_->mutex());
   ZQBusMessage outcomeOf(sd_bus_message* reply, const Call& call) const;
   ZQBusMessage lossOf(const Call& call) const;
-  void declareDead(const std::shared_ptr<Peer>& peer);
-  void postDeath(const Peer& peer);
+  void declareDead(const std::shared_ptr<Peer>& peer) REQUIRES(loop_->mutex());
+  void postDeath(const Peer& peer) REQUIRES(loop_->mutex());
 
-  void onSignal(sd_bus_message* signal);
-  void dispatch(sd_bus_message* signal, const char* sender, bool trusted);
-  void dispatchBundle(sd_bus_message* signal);
-  void deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event);
-  void noteDropped(const char* why, const char* sender);
+  void onSignal(sd_bus_message* signal) REQUIRES(loop_->mutex());
+  void dispatch(sd_bus_message* signal, const char* sender, bool trusted) REQUIRES(loop_->mutex());
+  void dispatchBundle(sd_bus_message* signal) REQUIRES(loop_->mutex());
+  void deliverEvent(const Subscription& subscription, std::shared_ptr<ZQBusMessage> event)
+      REQUIRES(loop_->mutex());
+  void logDropped(const char* why, const char* sender) REQUIRES(loop_->mutex());
 
   DeliveryQueue& deliveries_;
   const ZQBusFailure onLoss_;
-  const bool isBus_;  // a bus is at the other end, not a service
-  // Under the loop's lock.
-  std::vector<std::weak_ptr<Peer>> peers_;
-  std::vector<const Subscription*> subscriptions_;
-  uint64_t dropped_ = 0;  // signals of which nobody heard
+  const bool isBus_;  // else a service is at the other end
+  std::vector<std::weak_ptr<Peer>> peers_ GUARDED_BY(loop_->mutex());
+  std::vector<const Subscription*> subscriptions_ GUARDED_BY(loop_->mutex());
+  uint64_t dropped_ GUARDED_BY(loop_->mutex()) = 0;  // signals
 };
 
 template <typename Condition>

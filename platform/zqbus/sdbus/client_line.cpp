@@ -18,9 +18,9 @@ namespace {
 
 constexpr std::chrono::milliseconds kOpenTimeout{3000};
 
-bool isWanted() {
-  const char* wish = std::getenv("ZQBUS_DIRECT");
-  return wish == nullptr || std::strcmp(wish, "0") != 0;
+bool isEnabled() {
+  const char* setting = std::getenv("ZQBUS_DIRECT");
+  return setting == nullptr || std::strcmp(setting, "0") != 0;
 }
 
 /// The two ends of a socket pair.
@@ -36,31 +36,31 @@ struct SocketPair {
   int ends[2] = {-1, -1};
 };
 
-/// The end of a line that has arrived on `socket`, if it is of a pair that `process` made; else
+/// The socket of the line, which has arrived on `handover`, if `process` made its pair; else
 /// negative.
-int takeEnd(int socket, pid_t process) {
-  const int end = receiveDescriptor(socket);
+int receiveLine(int handover, pid_t process) {
+  const int line = receiveDescriptor(handover);
   ucred maker{};
   socklen_t size = sizeof maker;
-  if (end < 0 ||
-      (::getsockopt(end, SOL_SOCKET, SO_PEERCRED, &maker, &size) == 0 && maker.pid == process)) {
-    return end;
+  if (line < 0 ||
+      (::getsockopt(line, SOL_SOCKET, SO_PEERCRED, &maker, &size) == 0 && maker.pid == process)) {
+    return line;
   }
-  ::close(end);
+  ::close(line);
   return -1;
 }
 
-/// Makes a connection of our end of a line, which it takes over whatever happens.
-SdBus greet(int end, ClientConnection::Clock::time_point deadline) {
+/// Makes a connection on a line's socket, which it takes over whatever happens.
+SdBus handshake(int socket, ClientConnection::Clock::time_point deadline) {
   sd_bus* made = nullptr;
-  int result = end >= 0 ? sd_bus_new(&made) : -ENOENT;
+  int result = socket >= 0 ? sd_bus_new(&made) : -ENOENT;
   SdBus line(made);
-  if (result >= 0) result = sd_bus_set_fd(made, end, end);
+  if (result >= 0) result = sd_bus_set_fd(made, socket, socket);
   if (result < 0) {
-    if (end >= 0) ::close(end);
+    if (socket >= 0) ::close(socket);
     return nullptr;
   }
-  // Nothing of ours carries descriptors, so a message that does breaks the line.
+  // No message on a line carries a descriptor; one that does ends the line.
   if (sd_bus_negotiate_fds(made, 0) < 0 || sd_bus_start(made) < 0 || waitReady(made, deadline) < 0)
     return nullptr;
   return line;
@@ -71,9 +71,9 @@ SdBus greet(int end, ClientConnection::Clock::time_point deadline) {
 DirectLine openDirectLine(const std::string& service, const std::string& owner,
                           DeliveryQueue& deliveries) {
   SocketPair handover;
-  if (!isWanted() || !handover.open()) return {};
+  if (!isEnabled() || !handover.open()) return {};
   const auto deadline = withinTimeLimit(ClientConnection::Clock::now() + kOpenTimeout);
-  // A connection for this call alone: no other of a client's takes descriptors.
+  // A connection for this call alone: the client's other connections carry no descriptors.
   std::string error;
   SdBus opened = openSdBus(deadline, Descriptors::Carried, error);
   if (opened == nullptr) return {};
@@ -86,7 +86,7 @@ DirectLine openDirectLine(const std::string& service, const std::string& owner,
                                {handover.ends[1], {}});
   if (answer->type() != 2) return {};
   const pid_t process = answer->readInt32(0);
-  SdBus connection = greet(takeEnd(handover.ends[0], process), deadline);
+  SdBus connection = handshake(receiveLine(handover.ends[0], process), deadline);
   if (connection == nullptr) {
     busLog("the direct line to " + service + " was given but does not work");
     return {};

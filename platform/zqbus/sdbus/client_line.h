@@ -1,4 +1,4 @@
-// The direct line: a connection to a service that does not go through the bus.
+// The client's side of a direct line: a connection to a service that bypasses the bus.
 #pragma once
 
 #include <sys/types.h>
@@ -12,14 +12,14 @@ namespace zq {
 
 struct DirectLine {
   std::shared_ptr<ClientConnection> connection;  ///< null without a line
-  pid_t process = 0;                             ///< at the other end
+  pid_t process = 0;                             ///< the service's
 };
 
-/// Opens a direct line to the owner of `service`: hands it one end of a socket pair in a call
-/// through the bus, which vouches for both, and takes the line from the other end. Blocks while it
-/// connects and for a round trip to the service, 3 s at most. Without a line when the service
-/// offers none, does not answer, or ZQBUS_DIRECT is 0; the service is used through the bus then.
-/// `deliveries` outlives the line.
+/// Opens a direct line to the owner of `service`: passes it the handover socket in a call through
+/// the bus, which vouches for both processes, and receives the line on that socket. Blocks while it
+/// connects and for a round trip to the service, 3 s at most. `connection` is null when the service
+/// offers no lines or does not answer, and when ZQBUS_DIRECT is 0; use the bus then. `deliveries`
+/// outlives the line.
 DirectLine openDirectLine(const std::string& service, const std::string& owner,
                           DeliveryQueue& deliveries);
 

@@ -1,10 +1,10 @@
 // D-Bus beneath the rules: connections to the bus, and services on it or on direct lines.
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include "client_bus_connection.h"
 #include "client_line.h"
+#include "platform/util/mutex.h"
 #include "platform/zqbus/bus_log.h"
 #include "platform/zqbus/carrier.h"
 #include "sd_bus_open.h"
@@ -46,11 +46,11 @@ class DirectLines {
  public:
   /// Notes a line that was opened through `bus`.
   void add(const DirectLine& line, const std::shared_ptr<Peer>& peer,
-           const std::shared_ptr<ClientBusConnection>& bus);
+           const std::shared_ptr<ClientBusConnection>& bus) EXCLUDES(mutex_);
   /// Whether the last line to a service has ended, and with it that owner.
-  bool ended(const std::string& service, const std::string& owner);
+  bool ended(const std::string& service, const std::string& owner) EXCLUDES(mutex_);
   /// Has a new connection to the bus follow the owners of all lines, those to come included.
-  void follow(const std::shared_ptr<ClientBusConnection>& bus);
+  void follow(const std::shared_ptr<ClientBusConnection>& bus) EXCLUDES(mutex_);
 
  private:
   struct Line {
@@ -60,9 +60,9 @@ class DirectLines {
   };
   static void follow(ClientBusConnection& bus, const Line& line, const std::string& owner);
 
-  std::mutex mutex_;
-  std::map<std::string, Line> lines_;  // by service, the last
-  std::weak_ptr<ClientBusConnection> bus_;
+  Mutex mutex_;
+  std::map<std::string, Line> lines_ GUARDED_BY(mutex_);  // the last line to each service
+  std::weak_ptr<ClientBusConnection> bus_ GUARDED_BY(mutex_);
 };
 
 void DirectLines::add(const DirectLine& line, const std::shared_ptr<Peer>& peer,
@@ -70,7 +70,7 @@ void DirectLines::add(const DirectLine& line, const std::shared_ptr<Peer>& peer,
   const Line used{line.connection, peer, line.process};
   std::shared_ptr<ClientBusConnection> current;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     lines_[peer->service] = used;
     current = bus_.lock();
   }
@@ -78,7 +78,7 @@ void DirectLines::add(const DirectLine& line, const std::shared_ptr<Peer>& peer,
 }
 
 bool DirectLines::ended(const std::string& service, const std::string& owner) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = lines_.find(service);
   if (found == lines_.end()) return false;
   const Peer& known = *found->second.peer;
@@ -88,14 +88,14 @@ bool DirectLines::ended(const std::string& service, const std::string& owner) {
 void DirectLines::follow(const std::shared_ptr<ClientBusConnection>& bus) {
   std::map<std::string, Line> lines;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     bus_ = bus;
     lines = lines_;
   }
   for (const auto& [service, line] : lines) follow(*bus, line, {});
 }
 
-/// The end of a line is not the only end of its service: another process may take the name.
+/// A service also ends when another process takes its name, while its line is still open.
 void DirectLines::follow(ClientBusConnection& bus, const Line& line, const std::string& owner) {
   if (line.connection.expired()) return;
   const std::string& service = line.peer->service;

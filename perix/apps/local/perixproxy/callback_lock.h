@@ -1,11 +1,11 @@
-// What holds while the client's callbacks run.
+// The state of a thread that runs the client's callbacks.
 #pragma once
 
 #include "forked_child.h"
 
 namespace zq {
 
-/// While one lives, this thread is inside a callback.
+/// While it lives, this thread is inside a callback.
 class InsideCallback {
  public:
   InsideCallback() { ++depth(); }

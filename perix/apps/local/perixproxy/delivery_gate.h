@@ -1,26 +1,26 @@
-// Who may call the proxy on the bus's threads, and when the last of them has left.
+// Decides whether a callback of the bus may still use the proxy, and waits until the last has
+// returned.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
 #include "callback_lock.h"
+#include "platform/util/mutex.h"
 
 namespace zq {
 
-/// The bus's callbacks hold it, not the proxy: one that begins late finds the gate closed where the
-/// proxy was. The bus itself can only say when the callbacks of all its users have ended, and the
-/// recovery of another proxy may last for a quarter of an hour.
+/// The bus's callbacks share the gate, and not the proxy: a callback that begins after the proxy is
+/// destroyed finds the gate closed. The bus can wait for the callbacks of all its users alone, and
+/// the recovery of another proxy may last for a quarter of an hour.
 class DeliveryGate {
  public:
-  /// Lets the deliveries of a connection in, and those of no other. False, and nothing changes,
-  /// while somebody waits for the last to leave.
-  bool open(uint64_t connection);
-  /// Lets nobody in any more.
-  void close();
+  /// From now on, admits the deliveries of `connection` alone. False, without effect, while a Wait
+  /// exists.
+  bool open(uint64_t connection) EXCLUDES(mutex_);
+  /// From now on, admits no delivery.
+  void close() EXCLUDES(mutex_);
 
-  /// Runs a delivery of a connection, unless that connection is over.
+  /// Runs `delivery` if the gate admits deliveries of `connection`.
   template <typename Delivery>
   void deliver(uint64_t connection, Delivery delivery) {
     const Visit visit(*this, connection);
@@ -29,7 +29,7 @@ class DeliveryGate {
     delivery();
   }
 
-  /// While one lives, the gate does not open again, and deliveries that can end early do.
+  /// While a Wait exists, the gate does not open again, and deliveries end early where they can.
   class Wait {
    public:
     explicit Wait(DeliveryGate& gate);
@@ -37,16 +37,17 @@ class DeliveryGate {
     Wait(const Wait&) = delete;
     Wait& operator=(const Wait&) = delete;
 
-    /// Waits until nobody is inside.
+    /// Waits until the running deliveries have returned.
     void untilEmpty();
 
    private:
     DeliveryGate& gate_;
   };
-  bool awaited();
+  /// Whether a Wait exists.
+  bool awaited() EXCLUDES(mutex_);
 
  private:
-  static constexpr uint64_t kNobody = 0;
+  static constexpr uint64_t kNone = 0;
 
   struct Visit {
     Visit(DeliveryGate& gate, uint64_t connection) : gate(gate), admitted(gate.enter(connection)) {}
@@ -56,14 +57,14 @@ class DeliveryGate {
     DeliveryGate& gate;
     const bool admitted;
   };
-  bool enter(uint64_t connection);
-  void leave();
+  bool enter(uint64_t connection) EXCLUDES(mutex_);
+  void leave() EXCLUDES(mutex_);
 
-  std::mutex mutex_;
-  std::condition_variable left_;
-  uint64_t connection_ = kNobody;
-  int inside_ = 0;
-  int waiters_ = 0;
+  Mutex mutex_;
+  ConditionVariable left_;
+  uint64_t connection_ GUARDED_BY(mutex_) = kNone;
+  int inside_ GUARDED_BY(mutex_) = 0;   // deliveries
+  int waiters_ GUARDED_BY(mutex_) = 0;  // Wait objects
 };
 
 }  // namespace zq

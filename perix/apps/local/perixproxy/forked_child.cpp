@@ -8,7 +8,8 @@ namespace zq {
 namespace {
 
 constexpr int kUnused = -1;
-std::atomic<int> user = kUnused;  // the process that used the library first, by its fork generation
+// The fork generation of the process that used the library first.
+std::atomic<int> user = kUnused;
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// What the proxy does not touch in a forked child.
+// A forked child must not use the proxy's locks and connection.
 #pragma once
 
 #include <mutex>
@@ -7,11 +7,12 @@ namespace zq {
 
 /// Notes that this process uses the library. Every use begins with it.
 void noteUse();
-/// Whether this process was forked by one that had used the library by then. Its locks may be held
-/// by threads that do not exist here, for ever. To be asked after noteUse() only.
+/// Whether this process was forked from a process that had used the library. Threads that do not
+/// exist here may hold the library's locks for ever. To be called after noteUse() only.
 bool inForkedChild();
 
-/// Holds a mutex until it goes; false, without touching the mutex, in a forked child.
+/// Holds a mutex while it lives; false, without using the mutex, in a forked child. A std::mutex,
+/// since the proxy's mutexes are members of a public class; Clang does not check those.
 class ProcessLock {
  public:
   explicit ProcessLock(std::mutex& mutex) : lock_(mutex, std::defer_lock) {
