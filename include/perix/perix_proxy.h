@@ -26,9 +26,9 @@ class ZQBusSerivceManager;
 #pragma GCC visibility push(default)
 
 /// The one object through which a client talks to the service. Get it with getInstance() before
-/// each operation: that is also what reconnects after the service was away.
+/// each operation: getInstance() also reconnects after the service was away.
 ///
-/// What holds for every operation below, unless its own text says otherwise:
+/// These rules hold for every operation below, unless its own text says otherwise:
 ///
 /// - Threads. Call from any thread. Calls are served one after the other: an operation waits for
 ///   the operations of other threads to end first, then for its own answer.
@@ -39,29 +39,31 @@ class ZQBusSerivceManager;
 ///   service it does not wait at all after that. The death of the service ends a wait at once.
 /// - Results. An `int` is the service's own result, 0 for success, or -1 when there is no service,
 ///   no answer in time or an error for an answer. Strings, lists and maps are empty then.
-///   PerixLastFailure() tells these apart, and where the time went; the log has a line for each. An
-///   argument that an answer lacks, or has of another type, reads as 0 or as empty; a count that
-///   promises more than came is cut to what came.
+///   PerixLastFailure() tells these apart, and how long each step took; the log has a line for
+///   each. An argument that is missing from an answer, or has another type, reads as 0 or as empty;
+///   a count that exceeds the records of an answer is reduced to their number.
 /// - Desktops. `vmId` names a desktop by its string id. An unknown id is not an error here: the
 ///   service gets the integer id 0 and decides. The same holds when the look-up of the id fails;
-///   the report tells. Ids are those of the process that told them: another is asked anew.
+///   PerixLastFailure() tells. An id holds for the process that gave it: a new process is asked
+///   again.
 /// - Lists. Each record is a `malloc` block of exactly the received length; list and records are
-///   the caller's, who releases them with the matching Free operation, or `free` where none is.
+///   the caller's, to be released with the matching Free operation, or with `free` where there is
+///   no such operation.
 ///   An empty record in the service's answer ends the list; the records before it are kept.
-/// - Exceptions. None leaves an operation, for lack of memory neither: it fails then. What copying
-///   an argument that is passed by value throws is the caller's.
+/// - Exceptions. No operation throws; out of memory, it fails. Copying an argument that is passed
+///   by value may throw in the caller.
 /// - Fork. In a child of a process that had used the library by then, every operation that asks the
-///   service, or waits for callbacks, fails at once, and each returns what it returns without a
-///   service; registering and unregistering return -1. A child that was forked before the first use
+///   service, or waits for callbacks, fails at once, with the result that it has without a service;
+///   registering and unregistering return -1. A child that was forked before the first use
 ///   uses the library like any process.
 /// - The process's end. Operations may be called from destructors of static objects and from atexit
 ///   handlers.
 ///
 /// A class may derive from this one and override; operations use each other through the virtual
-/// table. An override of GetVmIdInt runs under the lock of the calls: it may look at its own tables
-/// and call the one that it overrides, but an operation that waits for others would never return.
-/// So would one in an override of InitBroadcast. How the class grows without breaking binaries:
-/// docs/extending.md.
+/// table. An override of GetVmIdInt runs under the lock of the calls: it may use its own tables and
+/// call the function that it overrides, but an operation that waits for other operations would
+/// never return. The same holds for an override of InitBroadcast. How the class grows without
+/// breaking binaries: docs/extending.md.
 class PerixProxy {
  public:
   /// The process's proxy, created and connected at first use. Never destroyed. Reconnects when the
@@ -75,9 +77,9 @@ class PerixProxy {
   PerixProxy(const PerixProxy&) = delete;
   PerixProxy& operator=(const PerixProxy&) = delete;
 
-  /// Only objects of the client's own are ever destroyed, and not inside a callback. Drops the
-  /// connection and waits as AwaitDeliveries does. By then a derived class's part is gone, so the
-  /// owner of such an object calls AwaitDeliveries first.
+  /// For objects that the client made itself; not inside a callback. Drops the connection and waits
+  /// as AwaitDeliveries does. The part of a derived class is gone by then, so the owner of such an
+  /// object calls AwaitDeliveries first.
   virtual ~PerixProxy();
 
   // --- Connection -------------------------------------------------------------------------------
@@ -89,33 +91,33 @@ class PerixProxy {
   /// Asks the service to reset itself.
   virtual int ResetService();
   /// Drops the connection and the event subscription; registered callbacks stay, and so do desktop
-  /// ids until another process is connected to. No event and no death of that connection is taken
-  /// up any more; one that is being handled goes on. The next getInstance() connects again. Asks
-  /// nobody.
+  /// ids until another process is connected to. Events and a death of that connection are ignored
+  /// from then on; the handling of an earlier one goes on. The next getInstance() connects again.
+  /// Calls neither the service nor the bus.
   virtual void ReleaseService();
-  /// Takes one event of the service: desktop id, kind and record to the callbacks registered for
-  /// that kind. The bus calls it on its delivery thread.
+  /// Passes one event of the service, desktop id, kind and record, to the callbacks registered for
+  /// that kind. The bus calls it in its delivery context.
   virtual void HandleEvent(std::shared_ptr<ZQBusMessage> event);
-  /// Subscribes to the bus-wide "mountedEvent", whose messages HandleEvent takes too. Each new
+  /// Subscribes to the bus-wide "mountedEvent", whose messages HandleEvent receives too. Each new
   /// connection adds one subscription. Always 0.
   virtual int InitBroadcast();
 
   // --- Desktop sessions -------------------------------------------------------------------------
 
-  /// Announces a desktop session. Waits at most 2000 ms. A collaborator in somebody else's session
-  /// announces nothing: -1 without a call (PerixFailure::NotAsked).
+  /// Announces a desktop session. Waits at most 2000 ms. A collaborator in the session of another
+  /// user announces nothing: -1 without a call (PerixFailure::NotAsked).
   virtual int ConnectVm(VmInfo info);
-  /// Announces the end of a session, without waiting for an answer: 0 once sent, whatever the
-  /// service makes of it; -1 without a service.
+  /// Announces the end of a session, without waiting for an answer: 0 once sent, even if the
+  /// service refuses it; -1 without a service.
   virtual int DisconnectVm(std::string vmId);
   /// Starts the desktop's manager; waits and answers like DisconnectVm.
   virtual int StartVm(std::string vmId);
 
-  /// What the bus calls when the service has died, on a thread of its own: drops the connection,
-  /// waits for the service to return (500 checks, 2000 ms apart), reconnects, and tells every
-  /// desktop callback with SERVICE_DIED and forgets them all. Blocks for all that time, and holds
-  /// nobody up while it waits: other operations connect meanwhile when the service is back.
-  /// AwaitDeliveries ends it at its next check; then it reconnects and tells nobody.
+  /// The bus calls it when the service has died, on a thread of its own: it drops the connection,
+  /// waits for the service to return (500 checks, 2000 ms apart), reconnects, calls every desktop
+  /// callback with SERVICE_DIED and removes them all. Blocks for all that time, without blocking
+  /// other operations: they connect meanwhile when the service is back. AwaitDeliveries ends it at
+  /// its next check; then it does not reconnect and calls no callback.
   virtual void onServiceDeath();
 
   // --- Events -----------------------------------------------------------------------------------
@@ -126,15 +128,15 @@ class PerixProxy {
   virtual int ConfigNewDeviceResultNotify(uint16_t code, _ConfigNewDeviceResult* result);
 
   // --- Callbacks --------------------------------------------------------------------------------
-  // None of these asks the service. They wait while a callback runs, so never call them from
-  // inside one; when one has returned, the callback that it ended or replaced is not called any
-  // more. Registrations outlive the connection; those of desktops end with the service's death, of
-  // which they are told with SERVICE_DIED. `userdata` is the caller's, handed back as is. -1
-  // without memory and in a forked child.
+  // These operations do not call the service. They wait while a callback runs, so never use them
+  // inside a callback; once an operation has returned, the callback that it removed or replaced is
+  // no longer called. Registrations outlive the connection; the callbacks of desktops are removed
+  // at the service's death, after a call with SERVICE_DIED. `userdata` is the caller's and is
+  // passed back unchanged. -1 without memory and in a forked child.
 
-  /// Sets the callback of a desktop, in place of an earlier one. Null is taken as it is. 0.
+  /// Sets the callback of a desktop, in place of an earlier one. A null callback is stored too. 0.
   virtual int RegisterCallback(std::string vmId, DesktopCallback callback, void* userdata);
-  /// Ends it. 0, also when there was none.
+  /// Removes it. Returns 0 even if none was set.
   virtual int UnregisterCallback(std::string vmId);
   /// Sets the one printer callback, in place of an earlier one. -1 when either argument is null.
   virtual int RegisterPrinterCallback(PrinterCallback callback, void* userdata);
@@ -149,11 +151,11 @@ class PerixProxy {
   virtual int UnregisterDeviceCallback();
   /// The smallest userdata of a device callback, null without one. Never waits.
   virtual void* CheckDeviceCallback();
-  /// Sets the one callback for the answers of DoPerixCmd; null ends it. 0. Never waits, so that the
-  /// callback that was set before may still be running when this has returned.
+  /// Sets the one callback for the answers of DoPerixCmd; null removes it. 0. Never waits, so the
+  /// earlier callback may still be running when this has returned.
   virtual int RegisterCmdCallback(CmdCallback callback, void* userdata);
   /// Adds a callback for the outcome of new-device configurations; the rules of device callbacks.
-  /// It hears every kind of event that no other callback is for, those of joysticks too (code 16
+  /// It receives every kind of event that has no other callback, events of joysticks too (code 16
   /// and the service's others), with the kind as its code.
   virtual int RegisterConfigNewDevResultCallback(ConfigNewDevResultCallback callback,
                                                  void* userdata);
@@ -168,16 +170,18 @@ class PerixProxy {
   /// Tells that a window of the desktop gained (1) or lost (0) the focus. Waits at most 500 ms for
   /// the answer, after up to 3000 ms for an id that is not known yet, and not for other operations.
   virtual int OnFocusChanged(std::string vmId, uint64_t windowId, uint32_t gainFocus);
-  /// The integer id of a desktop, 0 when unknown. Asks the service once per desktop and remembers;
-  /// unknown ones are asked for each time. Does not wait for other operations, and does not
-  /// connect. PerixLastFailure() tells why there is no id, once the service had to be asked.
+  /// The integer id of a desktop, 0 when unknown. Asks the service once per desktop and remembers
+  /// the id; asks each time for an unknown desktop. Does not wait for other operations, and does
+  /// not connect. When the service was asked and there is no id, PerixLastFailure() tells the
+  /// cause.
   virtual unsigned int GetVmIdInt(std::string vmId);
-  /// The string id that GetVmIdInt learned for an integer id, else empty. Asks nobody.
+  /// The string id that GetVmIdInt learned for an integer id, else empty. Does not call the
+  /// service.
   virtual std::string GetVmIdString(unsigned int id);
 
   // --- Data channels ----------------------------------------------------------------------------
 
-  /// Creates the pipes that `handles` describe. Each handle's own vmId goes into its block.
+  /// Creates the pipes that `handles` describe. Each block holds its handle's own vmId.
   virtual int CreatePipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles);
   /// Destroys pipes; the arguments of CreatePipe.
   virtual int DestroyPipe(std::string vmId, std::list<_CHANNEL_HANDLE> handles);
@@ -186,22 +190,23 @@ class PerixProxy {
 
   /// Tells that a port channel exists. Only the pen's port counts, whose name contains
   /// "space.port.2": `sendFn` is kept and called by SendPenData with (port name, size, bytes), and
-  /// request numbers start anew. The bytes and the name are valid during that call only; what it
-  /// throws is logged; it may call any of these operations. Asks nobody, takes no lock: call the
-  /// three port operations and SendPenData from one thread, the user interface's.
+  /// request numbers start anew. The bytes and the name are valid during that call only; an
+  /// exception of it is logged; it may call any of these operations. Does not call the service and
+  /// takes no lock: call the three port operations and SendPenData from one thread, the user
+  /// interface's.
   virtual void PortInit(
       const std::string& name, bool opened,
       std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> sendFn);
   /// Tells that a port channel was opened or closed. As PortInit.
   virtual void PortStatus(const std::string& name, bool opened);
-  /// Passes a block that arrived on a port channel and stays the caller's. Its first 16 bytes are
-  /// read; the first block that announces a pen fixes the pen's id for good. As PortInit.
+  /// Passes a block that arrived on a port channel; the block stays the caller's. Its first 16
+  /// bytes are read; the first block that announces a pen sets the pen's id for good. As PortInit.
   virtual void PortData(const std::string& name, unsigned char* data, unsigned int size);
   /// Sends a pen event through the pen's port. `event` is a QTabletEvent that stays the caller's,
-  /// `type` is 0, the only kind there is; `x` and `y` in pixels, -1 takes the event's own position.
-  /// `vmId` is not used. 0 when a packet was built, sent or (while there is no open port or no pen
-  /// device) not; -1 for another `type` and for a null `event`. Asks nobody, takes no lock, as
-  /// PortInit.
+  /// `type` is 0, the only kind; `x` and `y` are in pixels, and -1 stands for the event's own
+  /// position. `vmId` is not used. 0 when a packet was built, even if it was not sent for lack of
+  /// an open port or a pen device; -1 for another `type` and for a null `event`. Does not call the
+  /// service and takes no lock, as PortInit.
   virtual int SendPenData(std::string vmId, void* event, int type, int x, int y);
 
   // --- Tokens and network quality ---------------------------------------------------------------
@@ -212,15 +217,15 @@ class PerixProxy {
   virtual void SetBwInfo(const std::string& vmId, unsigned long long value1,
                          unsigned long long value2);
   /// Reports a desktop's stream quality. For `type` 1, `info` points to a uint32_t to be sent, or
-  /// is null; for others it is not read. Does not wait for an answer.
+  /// is null; for other types it is not read. Does not wait for an answer.
   virtual void SetRtcQosInfo(const std::string& vmId, unsigned int type, void* info);
 
   // --- Devices ----------------------------------------------------------------------------------
 
-  /// The devices that can be used in a desktop. In the records of connected ones `vmIdText` holds
-  /// the string id of their desktop as far as it fits and is known, without a NUL of its own.
+  /// The devices that can be used in a desktop. In the records of connected devices `vmIdText`
+  /// holds the string id of their desktop, if it is known, cut to the field and without a NUL.
   virtual std::list<CommonDevice*> GetDeviceList(std::string vmId);
-  /// The records of one device, none when the service does not know it.
+  /// The records of one device; empty when the service does not know it.
   virtual std::list<CommonDevice*> GetDeviceStatus(unsigned short devNumber);
   /// The devices of the user's own machine: GetDeviceList of no desktop.
   virtual std::list<CommonDevice*> GetLocalDeviceList();
@@ -244,15 +249,15 @@ class PerixProxy {
   virtual int DeleteNetworkDevice(std::string& first, std::string& second);
   /// Reports the state of a USB redirection.
   virtual int SetUsbredirStatus(std::string vmId, UDevInfo info, unsigned short status);
-  /// Does nothing and asks nobody: 0. Kept for clients that still call it.
+  /// Does nothing: 0. Kept for clients that still call it.
   virtual int ConnectUsbredir(std::string vmId, UDevInfo info);
   /// As ConnectUsbredir.
   int DisconnectUsbredir(std::string vmId, UDevInfo info);
 
   // --- Device policies and properties -----------------------------------------------------------
 
-  /// Stores `localPolicy` as the device's policy; `devNumber`, `name` and `detail` say which
-  /// device. `dev` stays the caller's.
+  /// Stores `localPolicy` as the device's policy; `devNumber`, `name` and `detail` identify
+  /// the device. `dev` stays the caller's.
   virtual int SetDeviceLocalPolicy(CommonDevice* dev);
   virtual int SetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                           unsigned short property, int value);
@@ -275,8 +280,8 @@ class PerixProxy {
   virtual int FreePolicyList(std::list<CommonVidPidPolicy*> list);
 
   // --- New devices ------------------------------------------------------------------------------
-  // The answer only says that the service took the decision; its outcome follows as an event for
-  // the configuration-result callbacks.
+  // The answer means only that the service accepted the decision; its outcome follows as an event
+  // for the configuration-result callbacks.
 
   /// Connects a newly plugged device. Waits at most 10 s.
   virtual int ConfigNewDeviceAsConnect(const std::string& vmId, unsigned long long sourceId,
@@ -315,7 +320,7 @@ class PerixProxy {
                                        std::list<_SharePrinterDevice>& devices);
   /// Stops a search. Waits for other operations first, a search of this process among them.
   virtual int StopSearchSharePrinterDevice();
-  /// Adds shared printers to those the service keeps.
+  /// Adds shared printers to the service's list.
   virtual int AddSharePrinterDevice(std::list<_SharePrinterDevice>& devices);
   /// Deletes the shared printer of that address and name.
   virtual int DeleteSharePrinterDevice(_SharePrinterDevice& device);
@@ -327,7 +332,7 @@ class PerixProxy {
   /// Adds a printer of the user's machine; the service knows the texts: name, address, driver.
   virtual int AddLocalPrinter(const std::string& name, const std::string& address,
                               const std::string& driver);
-  /// As AddLocalPrinter, the service choosing what it can. Waits at most 30 s.
+  /// As AddLocalPrinter; an empty driver lets the service choose. Waits at most 30 s.
   virtual int AutoAddPrinter(const std::string& name, const std::string& address,
                              const std::string& driver);
   virtual int DeletePrinter(const std::string& name);
@@ -346,11 +351,10 @@ class PerixProxy {
   virtual std::string GetJoystickMappingList(unsigned short vid, unsigned short pid);
   virtual int SetJoystickMapping(unsigned short vid, unsigned short pid,
                                  const std::string& mapping);
-  /// Starts a calibration; its outcome follows as an event, which the configuration-result
-  /// callbacks hear.
+  /// Starts a calibration; its outcome follows as an event for the configuration-result callbacks.
   virtual int CalibrationJoystick(unsigned short vid, unsigned short pid);
   /// Adds a joystick callback, one per userdata, called in order of registration by
-  /// JoystickResultNotify. No event of today's service gets there: see CalibrationJoystick. The
+  /// JoystickResultNotify. No event of today's service reaches it: see CalibrationJoystick. The
   /// same userdata again replaces its callback. -1 when either argument is null.
   virtual int RegisterJoystickCallback(JoystickCallback callback, void* userdata);
   virtual int UnregisterJoystickCallback(void* userdata);
@@ -359,35 +363,36 @@ class PerixProxy {
 
   // --- Commands and diagnosis -------------------------------------------------------------------
 
-  /// Diagnoses a desktop. Waits at most 10 s. From the start of the operation `notify` hears of the
-  /// progress, of this diagnosis and of others, in place of an earlier one; null ends that. It
-  /// stays the caller's, who ends it with StopDiagnoseNotify before it is destroyed. When the
-  /// result is not 0, it is ended already (as StopDiagnoseNotify does), unless another has taken
-  /// its place. May be called inside a callback.
+  /// Diagnoses a desktop. Waits at most 10 s. From the start of the operation `notify` is called
+  /// with the progress, of this diagnosis and of others, in place of an earlier `notify`; null
+  /// removes that. It stays the caller's: remove it with StopDiagnoseNotify before it is destroyed.
+  /// When the result is not 0, it is removed already (as StopDiagnoseNotify does), unless another
+  /// object has taken its place. May be called inside a callback.
   virtual int Diagnose(std::string vmId, PerixDiagnoseNotify* notify);
   /// Diagnoses one device; as Diagnose.
   virtual int DiagnoseDevice(std::string vmId, unsigned long long srcId,
                              PerixDiagnoseNotify* notify);
   /// Runs one of the service's self-tests.
   virtual int DoPerixTest(const std::string& name);
-  /// Has the service run a command; what it answers goes to the command callback.
+  /// Has the service run a command; the answer goes to the command callback.
   virtual int DoPerixCmd(const std::string& command);
-  /// What DoPerixCmd understands, in words.
+  /// A text about the commands of DoPerixCmd.
   virtual std::string GetPerixCmdHelp();
 
   // --- Ends of lives ----------------------------------------------------------------------------
 
-  /// Ends the calls of `notify`; if another has taken its place, that one stays. 0; -1 in a forked
-  /// child. Waits for a running callback, so that `notify` may be destroyed when this has returned.
-  /// Inside a callback it does not wait: a running OnDiagnoseProgress goes on, and `notify` may be
-  /// destroyed when the callback has returned.
+  /// Removes `notify`; an object that has taken its place stays. 0; -1 in a forked child. Waits for
+  /// a running callback, so `notify` may be destroyed when this has returned. Inside a callback it
+  /// does not wait: a running OnDiagnoseProgress goes on, and `notify` may be destroyed when the
+  /// callback has returned.
   virtual int StopDiagnoseNotify(PerixDiagnoseNotify* notify);
 
   /// Drops the connection as ReleaseService does and waits until no event and no recovery of this
   /// object is running any more: then a derived object may be destroyed, provided that no other
   /// thread uses it. Waits for the operations of other threads, for a running callback for as long
   /// as that takes, and for a recovery until its next check (2 s, and 10 s for the bus's answer).
-  /// The object cannot connect meanwhile. Inside a callback it does not wait. Asks nobody.
+  /// The object cannot connect meanwhile. Inside a callback it does not wait. Does not call the
+  /// service.
   virtual void AwaitDeliveries();
 
  private:
@@ -406,7 +411,7 @@ class PerixProxy {
     void set(std::shared_ptr<ZQBusProxyInterface> interface);
 
    private:
-    mutable std::mutex mutex_;  // for no longer than a pointer's copy
+    mutable std::mutex mutex_;  // held while a pointer is copied
     std::shared_ptr<ZQBusProxyInterface> interface_;
     std::atomic<bool> set_ = false;
   };
@@ -446,14 +451,14 @@ class PerixProxy {
   std::unique_ptr<PenPort> penPort;
   std::atomic<CallbackSlot<CmdCallback>> cmdCallback;
   ZQBusEventCallback* eventCallback = nullptr;  // the bus library's
-  std::mutex callbackMutex;                     // the registries; held while callbacks run
-  std::mutex idMapMutex;                        // vmIdMap, idOwner; never held across a call
-  std::mutex callMutex;  // every call, across its wait; taken before idMapMutex
+  std::mutex callbackMutex;                     // of the registries; held while callbacks run
+  std::mutex idMapMutex;                        // of vmIdMap and idOwner; not held during calls
+  std::mutex callMutex;                         // held during every call; locked before idMapMutex
   std::map<void*, ConfigNewDevResultCallback> configResultCallbacks;
   std::list<CallbackSlot<JoystickCallback>> joystickCallbacks;
   std::atomic<PerixDiagnoseNotify*> diagnoseNotify = nullptr;  // the client's
-  std::string idOwner;                           // the process that told the ids of vmIdMap
-  std::atomic<uint64_t> connection = 0;          // how many were made so far
+  std::string idOwner;                           // the process that gave the ids of vmIdMap
+  std::atomic<uint64_t> connection = 0;          // the number of connections made so far
   std::atomic<unsigned int> failedAttempts = 0;  // to connect
   std::shared_ptr<DeliveryGate> deliveries;      // never null; shared with the bus's callbacks
 };

@@ -1,4 +1,4 @@
-// ZQBusMessage: what travels on the bus, as a plain value.
+// ZQBusMessage: a message of the bus, as a plain value.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,8 @@ namespace zq {
 /// The kind of a message. Two is a method's return; a caller treats everything else as a failure.
 enum class ZQBusMessageType : int { MethodCall = 1, MethodReturn = 2, Error = 3, Event = 4 };
 
-/// Why a message of type Error came to be. Everything but `Service` was decided on this side of
-/// the bus or by the bus itself; string 0 of the message says the same in words.
+/// The cause of a message of type Error. `Service` comes from the service, the others from this
+/// library or the bus; string 0 of the message says the same in words.
 enum class ZQBusFailure {
   None,        ///< not a failure
   Service,     ///< the service answered the call with an error
@@ -23,11 +23,11 @@ enum class ZQBusFailure {
   PeerGone,    ///< the service left the bus before it answered, or had left it already
   BusGone,     ///< the connection to the bus is lost
   TooLarge,    ///< an argument or the whole message is larger than the bus carries
-  Unusable,    ///< the connection cannot be used here (for one, after fork)
+  Unusable,    ///< the connection cannot be used here (after fork, for instance)
   Unreadable,  ///< the service answered, and the answer cannot be read
 };
 
-/// A byte block as an argument carries it: `size` bytes, and a zero byte behind them. `data` is
+/// The byte block of an argument: `size` bytes, and a zero byte behind them. `data` is
 /// aligned for every type.
 struct ZQBusBytes {
   std::shared_ptr<uint8_t[]> data;  ///< never null in a message
@@ -48,9 +48,9 @@ using ZQBusArgument =
 
 /// A message: a type, a name, and typed arguments in the order in which they were appended.
 ///
-/// A plain value: copying copies the arguments (byte blocks are shared, and nobody changes them),
-/// nothing refers to a connection, and no operation blocks. One thread at a time may change a
-/// message; any number may read one that nobody changes.
+/// A plain value: copying copies the arguments (byte blocks are shared, and never change), nothing
+/// refers to a connection, and no operation blocks. One thread at a time may change a message; any
+/// number of threads may read a message that no thread changes.
 ///
 /// Readers address arguments by index from 0, in any order. A wrong index and a wrong type read as
 /// 0, an empty string or an empty block; reading never fails otherwise.
@@ -60,7 +60,7 @@ class ZQBusMessage {
   /// `name` is a method's or an event's name, empty in a reply.
   ZQBusMessage(ZQBusMessageType type, std::string name) : type_(type), name_(std::move(name)) {}
 
-  /// A failed reply: type Error, without arguments yet; string 0 is to say what happened.
+  /// A failed reply: type Error, without arguments yet; string 0 is to tell the cause.
   static ZQBusMessage failed(ZQBusFailure failure);
   static ZQBusMessage failed(ZQBusFailure failure, std::string text);
 
@@ -78,12 +78,12 @@ class ZQBusMessage {
   virtual int32_t readInt32(std::size_t index) const;
   /// Sets `out` to string `index` and returns it.
   virtual std::string& readString(std::string& out, std::size_t index) const;
-  /// How many bytes of a block that readBytes() returned can be read, whatever its length.
+  /// The bytes that can be read of each block of readBytes(), whatever the block's length.
   static constexpr std::size_t kReadable = 1024;
-  /// Block `index`, never null, and its length. It lives as long as the pointer is held. Behind
-  /// its length it goes on with zero bytes: at least one, and as many as it takes to reach
-  /// `kReadable`. So a record of a fixed layout of up to `kReadable` bytes, and a text at the end
-  /// of a record, can be read in place, whatever the sender sent. Copies a block that is shorter.
+  /// Block `index`, never null, and its length. It lives as long as the pointer is held. Zero bytes
+  /// follow the block: at least one, and up to `kReadable` bytes in all. So a record of a fixed
+  /// layout of up to `kReadable` bytes, and a text at the end of a record, can be read in place,
+  /// whatever the sender sent. Copies a shorter block.
   virtual std::shared_ptr<uint8_t[]> readBytes(std::size_t index, uint32_t& size) const;
   virtual std::size_t argCount() const;
 
@@ -101,15 +101,15 @@ class ZQBusMessage {
   const std::string& name() const { return name_; }
   ZQBusFailure failure() const { return failure_; }
 
-  /// Block `index` as it lies in the message, without padding; null when there is none.
+  /// Block `index` in the message itself, without padding; null when `index` is not a block.
   const ZQBusBytes* bytesAt(std::size_t index) const;
   uint16_t readUInt16(std::size_t index) const;
   int64_t readInt64(std::size_t index) const;
   const std::vector<ZQBusArgument>& arguments() const { return arguments_; }
-  /// Appends an argument of any type, for who builds a message from another form.
+  /// Appends an argument of any type, for code that builds a message from another form.
   void append(ZQBusArgument argument);
   void reserve(std::size_t count) { arguments_.reserve(count); }
-  /// Gives back what memory the arguments do not need, if that is much.
+  /// Frees unused memory of the arguments, if it is much.
   void shrinkToFit();
 
  private:

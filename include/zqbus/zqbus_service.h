@@ -21,15 +21,15 @@ struct ZQBusMethod {
   std::vector<Argument> out;
 };
 
-/// What introspection shows of a service. Purely descriptive: calls of methods that are not listed
-/// reach the handler too.
+/// The methods and events that introspection shows. Descriptive only: calls of other methods reach
+/// the handler too.
 struct ZQBusServiceDescription {
   std::vector<ZQBusMethod> methods;
   std::vector<ZQBusMethod> events;  ///< `in` holds an event's arguments
 };
 
 /// One call to be answered. Answer it once, now or later, from any thread; a second answer is
-/// ignored, and one that is dropped without an answer leaves the caller to its time-out.
+/// ignored. The caller of a call that is dropped without an answer waits for its time-out.
 class ZQBusCall {
  public:
   virtual ~ZQBusCall() = default;
@@ -38,8 +38,8 @@ class ZQBusCall {
   virtual const ZQBusMessage& message() const = 0;
   /// The caller's unique name on the bus.
   virtual const std::string& sender() const = 0;
-  /// Answers with the arguments of `result`; its type and name do not matter. What is too large
-  /// for the bus reaches the caller as an error that says so.
+  /// Answers with the arguments of `result`; its type and name do not matter. The caller
+  /// of a result that is too large for the bus gets an error that says so.
   virtual void reply(const ZQBusMessage& result) = 0;
   /// Answers with an error; the caller reads `text` as string 0 of a reply of type 3.
   virtual void fail(const std::string& text) = 0;
@@ -48,17 +48,17 @@ class ZQBusCall {
 };
 
 /// A service on the bus, from claim() to its destruction, and on a direct line to each client that
-/// opens one, 64 at most. It serves clients of its own user and of root alone; others get the error
-/// AccessDenied. Threads of its own read the connections and run the handler, one call after the
-/// other; a handler that blocks stops the service's reading. A client that does not read has its
-/// line cut when 64 MiB wait for it. While calls of more than 64 MiB wait for their answers,
-/// further ones get the error LimitsExceeded; a call that cannot be read gets an error too, and the
-/// handler hears of neither. All operations may be used from any thread, from the handler too; none
-/// blocks.
+/// opens one, 64 at most. It serves clients of its own user and of root alone; other clients get
+/// the error AccessDenied. Threads of its own read the connections and run the handler, one call
+/// after the other; a handler that blocks stops the service's reading. The service cuts the line of
+/// a client whose backlog exceeds 64 MiB. While unanswered calls take more than 64 MiB, further
+/// calls get the error LimitsExceeded; a call that cannot be read gets an error too. The handler
+/// sees neither. All operations may be used from any thread, from the handler too, and do not
+/// block.
 ///
 /// When the bus is lost, the service connects again and claims its name, in the background and
-/// until it succeeds: at once, and then after pauses of 100 ms to 5 s. It gives that up, with a
-/// line in the log, when another process owns the name by then. Its lines are served all the while.
+/// until it succeeds: at once, and then after pauses of 100 ms to 5 s. It gives up, with a line in
+/// the log, when another process owns the name by then. It serves its lines all the while.
 class ZQBusService {
  public:
   using Handler = std::function<void(std::shared_ptr<ZQBusCall>)>;
@@ -69,19 +69,19 @@ class ZQBusService {
                                              ZQBusServiceDescription description, Handler handler,
                                              std::string& error);
 
-  /// Gives the name back and ends the threads. Waits for a running handler, so do not destroy the
-  /// service in its own handler, and a second at most for clients to take what is still to be sent.
+  /// Releases the name and ends the threads. Waits for a running handler, so do not destroy the
+  /// service in its own handler, and a second at most for clients to take unsent messages.
   virtual ~ZQBusService() = default;
 
-  /// Sends `event` with the arguments of `content` to everybody who listens: on every direct line,
-  /// and through the bus when somebody uses the service there or nobody has a line.
+  /// Sends `event` with the arguments of `content` to every listener: on every direct line, and
+  /// through the bus while a client uses the service there or no client has a line.
   virtual void sendEvent(const std::string& event, const ZQBusMessage& content) = 0;
   /// Sends a broadcast that belongs to no service.
   virtual void sendBroadcast(const std::string& event, const ZQBusMessage& content) = 0;
-  /// `onLost` is called once, on a thread of the service's, when the bus is gone and the last
-  /// direct line has ended: clients on a line are served without the bus. A bus that takes the
-  /// service back at once was never gone. When all of that is so already, `onLost` is called at
-  /// once, on the caller's thread.
+  /// `onLost` is called once, on a thread of the service, when the bus is gone and the last direct
+  /// line has ended: clients on a line are served without the bus. A loss does not count when the
+  /// service claims its name again at once. When the bus and the lines are gone already, `onLost`
+  /// is called at once, on the caller's thread.
   virtual void setLostCallback(std::function<void()> onLost) = 0;
 };
 

@@ -33,7 +33,7 @@ constexpr std::chrono::milliseconds kFlushAfter{900};
 constexpr std::size_t kLongestName = 64;
 constexpr std::size_t kLongestRefusal = 1024;
 
-// Held by feroxLogInit and around a fork: a child gets either no log or a whole one.
+// Held by feroxLogInit and around a fork: a child gets either no log or a complete log.
 std::mutex beginMutex;
 
 // Null until the log has a file.
@@ -68,7 +68,7 @@ void afterForkInChild() {
 [[maybe_unused]] const int registered =
     ::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
 
-// A thread of our own, not spdlog's registry: that is the program's, should it use spdlog too. It
+// A thread of our own, not spdlog's registry: the program may use that itself. It
 // sleeps while nothing is logged.
 void startFlushing() {
   startLibraryThread("perix-log", [] {
@@ -80,7 +80,7 @@ void startFlushing() {
   }).detach();
 }
 
-// Null when there is a log in `directory` now, else why not.
+// Null when there is a log in `directory` now, else the reason why not.
 const char* begin(const char* directory) {
   const std::filesystem::path path = std::filesystem::absolute(directory);
   if (!createPrivateDirectory(path)) return "the directory cannot be created";
@@ -92,7 +92,7 @@ const char* begin(const char* directory) {
   return nullptr;
 }
 
-// Not for a standard error that would block or is closed.
+// Does nothing when standard error is closed or would block.
 void sayOnce(std::string_view directory, const char* refusal) noexcept try {
   static std::atomic<bool> said = false;
   if (said.exchange(true)) return;

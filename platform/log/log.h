@@ -11,16 +11,16 @@ namespace zq {
 /// the three take 33 MiB at most, and 65 KiB more in each for every further process that writes at
 /// the same moment; less where RLIMIT_FSIZE is smaller.
 ///
-/// There is a log only in a regular file of the user's with no other name, in a directory that
-/// belongs to the user or to root and that nobody else may write to. The file may not be a symbolic
-/// link. Every opening checks this, also that after a rotation.
+/// The log is written only to a regular file of the user with no other name, in a directory that
+/// belongs to the user or to root and that no other user may write to. The file may not be a
+/// symbolic link. Every opening checks this, also that after a rotation.
 ///
 /// Called again, it goes on with the same file when the directory is the same, and moves to the new
-/// one when it is not. Nothing changes when there can be no log in the directory, so nothing is
-/// logged when that is the first call; the first such call of the process says so in one line on
-/// standard error, with the reason. Null is no directory, and nothing is said.
+/// one when it is not. A directory that cannot hold a log changes nothing, so nothing is
+/// logged if that is the first call; the first such call of the process writes one line with the
+/// reason to standard error. Null is ignored.
 ///
-/// Blocks for a few file operations, and not for anybody who reads the file or standard error. Any
+/// Blocks for a few file operations, and not for readers of the file or of standard error. Any
 /// thread; never throws; may change errno.
 void feroxLogInit(const char* directory);
 
@@ -29,16 +29,16 @@ void feroxLogInit(const char* directory);
 /// and ends in "... (N bytes left out)" then; a tag is cut after 64. `channel` is 0.
 ///
 /// Priorities, most severe first: 7 error, 6 warning, 5 debug, 3 information, 2 trace; others are
-/// written as information. An error, and whatever was logged before it, is in the file when this
-/// returns; everything else is within a second, and at once while the process ends and in a child
-/// after fork. Nothing runs in between: a program that logs nothing is not woken.
+/// written as information. An error, and all lines before it, are in the file when this
+/// returns; other lines are within a second, and at once while the process ends and in a child
+/// after fork. A program that logs nothing is not woken.
 ///
-/// A line that the file does not take, since the disk is full or the file is, is lost, and counted;
-/// the next that it takes are preceded by a warning, "lines lost here: N".
+/// A line that cannot be written, because the disk or the file is full, is lost and counted; a
+/// warning, "lines lost here: N", precedes the next lines that are written.
 ///
 /// Blocks as long as the disk does for an error and for every 32 KiB of lines, and for no other
 /// process. Any thread, but not a signal handler; never throws; leaves errno alone; raises no
-/// signal; nothing happens before feroxLogInit. Null for `tag` is an empty one.
+/// signal; does nothing before feroxLogInit. Null for `tag` is an empty one.
 [[gnu::format(printf, 4, 5)]] void orvaneLogPrint(int channel, int priority, const char* tag,
                                                   const char* format, ...);
 

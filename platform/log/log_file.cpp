@@ -18,10 +18,10 @@ namespace {
 constexpr rlim_t kFullAt = 10 * 1024 * 1024;
 constexpr rlim_t kLargest = kFullAt + 1024 * 1024;
 
-/// A descriptor, closed at the end of its life, or why there is none.
+/// An owned descriptor, or the reason why there is none.
 class Opened {
  public:
-  /// Takes `descriptor` over when `whyNot` has nothing against what it is of.
+  /// Takes `descriptor` over when `whyNot` has no objection to its file.
   Opened(int descriptor, const char* (*whyNot)(const struct stat&))
       : descriptor_(aboveStandardStreams(descriptor)) {
     struct stat status {};
@@ -41,8 +41,8 @@ class Opened {
   int release() { return std::exchange(descriptor_, -1); }
 
  private:
-  // Where the program has closed its standard output, that number would have what it prints go to
-  // the log.
+  // When the program has closed its standard output, a log with that number would receive the
+  // program's output.
   static int aboveStandardStreams(int descriptor) {
     if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
     const int above = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -70,12 +70,12 @@ const char* whyNotFile(const struct stat& status) {
   return status.st_nlink > 1 ? "it has another name, too" : nullptr;
 }
 
-// What these two look at is what is open, not what a name stands for a moment before or after.
+// These two look at the open file, and not at the file that has its name a moment later.
 Opened openDirectory(const std::string& path) {
   return {::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), whyNotDirectory};
 }
 
-// Does not wait for a reader, should the file be a pipe.
+// Does not wait for a reader if the file is a pipe.
 Opened openFile(int directory, const std::string& name, int create = O_CREAT) {
   constexpr int kFlags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   return {::openat(directory, name.c_str(), kFlags | create, S_IRUSR | S_IWUSR), whyNotFile};
@@ -91,7 +91,7 @@ bool exceeds(const struct stat& file, std::size_t more, rlim_t largest, rlim_t l
   return static_cast<rlim_t>(file.st_size) + more > std::min(largest, limit);
 }
 
-// An empty file is not full: another could not hold more.
+// An empty file is not full: a new file could not hold more.
 bool isFull(const struct stat& file, std::size_t more, rlim_t limit) {
   return file.st_size > 0 && exceeds(file, more, kFullAt, limit);
 }
@@ -146,27 +146,27 @@ std::size_t LogFile::append(std::string_view lines) noexcept {
     followName(lines.size(), limit);
     if (!isOpen(file) || isRemoved(file)) return 0;
   }
-  // Once it has refused lines, a file takes none, however short, until there is room again: so a
+  // Once a line did not fit, shorter lines are not written either until there is room again: so a
   // loss is one gap.
   hasRefused_ = exceeds(file, lines.size(), hasRefused_ ? kFullAt : kLargest, limit);
   return hasRefused_ ? 0 : writeWhole(descriptor_, lines, limit);
 }
 
-// False when the program has closed the descriptor, whatever the number is of now.
+// False when the program has closed the descriptor, even if its number is in use again.
 bool LogFile::isOpen(struct stat& file) const {
   return descriptor_ >= 0 && ::fstat(descriptor_, &file) == 0 && file.st_dev == device_ &&
          file.st_ino == inode_;
 }
 
-// Whether the open file still has the log's name: nobody rotated or removed it.
+// Whether the open file still has the log's name: no process has rotated or removed it.
 bool LogFile::hasName(const struct stat& file) const {
   struct stat named {};
   return ::lstat(path_.c_str(), &named) == 0 && named.st_ino == file.st_ino &&
          named.st_dev == file.st_dev;
 }
 
-// Nobody could read what such a file takes. The count alone does not tell: some file systems have 0
-// for every file.
+// A file without a name cannot be read later. The count of links alone does not tell: some file
+// systems have 0 for every file.
 bool LogFile::isRemoved(const struct stat& file) const {
   return file.st_nlink == 0 && !hasName(file);
 }
@@ -182,8 +182,8 @@ void LogFile::adopt(int descriptor) {
 }
 
 /// Allocates nothing. The oldest file is emptied first: another process may have it open, idle, and
-/// hold its blocks. And it goes by its own, since some file systems write a file out that is
-/// renamed onto another.
+/// hold its blocks. It is removed by itself, since some file systems write out a file that is
+/// renamed onto another file.
 void LogFile::shiftFiles(int directory) const {
   if (const Opened oldest = openFile(directory, names_.back(), 0)) ::ftruncate(oldest.get(), 0);
   ::unlinkat(directory, names_.back().c_str(), 0);
@@ -192,7 +192,7 @@ void LogFile::shiftFiles(int directory) const {
   }
 }
 
-/// Goes on in the file that has the log's name, which is a new one if that has no room for `size`
+/// Goes on in the file that has the log's name, or in a new file if that has no room for `size`
 /// bytes.
 void LogFile::followName(std::size_t size, rlim_t limit) {
   const Opened directory = openDirectory(directory_);
@@ -202,8 +202,8 @@ void LogFile::followName(std::size_t size, rlim_t limit) {
   adopt(current.release());
   struct stat file {};
   if (!isOpen(file) || !isFull(file, size, limit)) return;
-  // The lock is that of the opening just made: a forked child shares those that are older, and
-  // their locks.
+  // The lock belongs to the descriptor that was opened just now: a forked child shares older
+  // descriptors, and their locks.
   if (!lockAtOnce(descriptor_)) return;
   // Another process may have made room between the opening and the lock.
   if (hasName(file)) shiftFiles(directory.get());

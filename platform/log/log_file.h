@@ -1,4 +1,4 @@
-// The file of the log and the older ones beside it.
+// The file of the log and the older files beside it.
 #pragma once
 
 #include <sys/resource.h>
@@ -16,12 +16,12 @@ namespace zq {
 ///
 /// Several processes may write to the same file. Lines stay whole because each write(2) takes whole
 /// lines in one append. The process that finds the file full renames it, under a lock on the file;
-/// the others notice before their next write and follow to the new one. Nobody waits for the lock:
-/// while another process has it, and when renaming fails, the file may grow by another 1 MiB, and
-/// takes nothing more after that.
+/// the others notice before their next write and follow to the new one. No process waits for the
+/// lock: while another process has it, and when renaming fails, the file may grow by another 1 MiB
+/// and no further.
 ///
-/// The program may close the descriptor, and get the number for a file of its own: that is noticed,
-/// and its file neither written nor closed.
+/// The program may close the descriptor, and get the number for a file of its own: the log notices
+/// and neither writes nor closes that file.
 ///
 /// One thread at a time.
 class LogFile {
@@ -31,16 +31,15 @@ class LogFile {
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;
 
-  /// Goes on in `directory`, which must exist. Null when that is done, else why it is not, and
-  /// nothing has changed.
+  /// Goes on in `directory`, which must exist. Null, or the reason why it did not, without effect.
   ///
   /// Only a regular file with one name that belongs to this user is written, in a directory that
-  /// belongs to this user or to root and that nobody else can write. The directory may be reached
+  /// belongs to this user or to root and that no other user can write. The directory may be reached
   /// through a symbolic link, the file may not.
   [[nodiscard]] const char* moveTo(const std::filesystem::path& directory, const std::string& name);
 
-  /// Appends whole lines, at most 1 MiB. How many bytes the file took: fewer when the disk is full,
-  /// and none when the file is and cannot be renamed. Changes errno.
+  /// Appends whole lines, at most 1 MiB. The number of bytes written: fewer when the disk is
+  /// full, and 0 when the file is full and cannot be renamed. Changes errno.
   [[nodiscard]] std::size_t append(std::string_view lines) noexcept;
 
  private:
@@ -55,7 +54,7 @@ class LogFile {
   std::array<std::string, 3> names_;  // from the newest to the oldest
   std::string path_;                  // of the newest
   int descriptor_ = -1;
-  dev_t device_ = 0;  // what the descriptor is of
+  dev_t device_ = 0;  // of the file behind the descriptor
   ino_t inode_ = 0;
   bool hasRefused_ = false;
 };

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kWriteAt = 32 * 1024;
 
-// Local time less UTC. Under the sink's mutex.
+// Local time less UTC. Used under the sink's mutex.
 std::chrono::seconds utcOffset{0};
 
 void askForUtcOffset(std::time_t second) {
@@ -24,8 +24,8 @@ void askForUtcOffset(std::time_t second) {
   utcOffset = std::chrono::seconds(local.tm_gmtoff);
 }
 
-// Date and time to the second as one flag of the pattern, which is formatted once a second; as six
-// flags they are a third of the cost of a line.
+// Date and time to the second as one flag of the pattern, which is formatted once a second; six
+// flags would be a third of the cost of a line.
 class SecondFlag final : public spdlog::custom_flag_formatter {
  public:
   // A forked child keeps the offset that it had: the C library's lock on the time zone may be held
@@ -63,7 +63,7 @@ class SecondFlag final : public spdlog::custom_flag_formatter {
   }
 
   const bool asksForOffset_;
-  std::array<char, 80> text_ = {};  // room for what the types allow
+  std::array<char, 80> text_ = {};  // for the largest values of the types
   std::chrono::sys_seconds second_;
 };
 
@@ -114,8 +114,8 @@ void LogFileSink::afterForkInParent() {
   mutex_.unlock();
 }
 
-/// Allocates nothing: another thread of the parent's may hold the allocator, and many a child only
-/// calls exec.
+/// Allocates nothing: another thread of the parent may hold the allocator, and many children only
+/// call exec.
 void LogFileSink::afterForkInChild() {
   writesThrough_ = true;
   namesParent_ = true;

@@ -1,4 +1,4 @@
-// What gathers the log's lines for its file.
+// Collects the log's lines for its file.
 #pragma once
 
 #include <spdlog/sinks/base_sink.h>
@@ -12,10 +12,10 @@
 
 namespace zq {
 
-/// Gathers lines up to 32 KiB and appends them to the file. Lines that the file does not take are
-/// counted, and the next that it takes are preceded by one that tells how many.
+/// Gathers lines up to 32 KiB and appends them to the file. Lines that cannot be written
+/// are counted, and a line with their number precedes the next lines that are written.
 ///
-/// Fork. No line of the parent's comes out twice, and the child goes on with the log, writing every
+/// Fork. No line of the parent is written twice, and the child goes on with the log, writing every
 /// line at once, since it has no thread that flushes.
 ///
 /// Any thread, as every spdlog sink.
@@ -23,8 +23,7 @@ class LogFileSink final : public spdlog::sinks::base_sink<std::mutex> {
  public:
   LogFileSink();
 
-  /// Goes on in "<directory>/<name>.log". Null when that is done, else why it is not, and nothing
-  /// has changed.
+  /// Goes on in "<directory>/<name>.log". Null, or the reason why it did not, without effect.
   [[nodiscard]] const char* moveTo(const std::filesystem::path& directory, const std::string& name);
 
   /// Blocks until a line waits for flush(). For one thread.
@@ -33,7 +32,7 @@ class LogFileSink final : public spdlog::sinks::base_sink<std::mutex> {
   /// From now on every line is written at once.
   void writeThrough();
 
-  // What pthread_atfork calls around a fork.
+  // The handlers of pthread_atfork.
   void beforeFork();
   void afterForkInParent();
   void afterForkInChild();

@@ -8,7 +8,7 @@ namespace zq {
 namespace {
 
 // The path in an environment variable; empty unless it is absolute, as the XDG base directories
-// have it. A program that has more rights than who started it does not believe the environment.
+// have it. A program with more rights than its caller ignores the environment.
 std::filesystem::path absolutePathFrom(const char* variable) {
   const char* value = ::secure_getenv(variable);
   const std::filesystem::path path = value ? value : "";

@@ -1,10 +1,10 @@
-// Telling a process from the children that it forks.
+// Distinguishes a process from the children that it forks.
 #pragma once
 
 namespace zq {
 
-/// How many forks lie between this process and the program's first: differs between a process and
-/// its child, and takes no lock and no system call.
+/// The number of forks between the program's first process and this process: a child's number
+/// differs from its parent's. Takes no lock and no system call.
 int forkGeneration();
 
 }  // namespace zq

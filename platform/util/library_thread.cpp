@@ -10,8 +10,8 @@
 namespace zq {
 namespace {
 
-// All but those that a fault raises in the thread itself. The program's callbacks run on these
-// threads, and a fault whose signal is blocked ends the process past the program's handler.
+// All signals but those that a fault raises in the thread itself. The program's callbacks run on
+// these threads, and a fault whose signal is blocked ends the process past the program's handler.
 sigset_t programsSignals() {
   sigset_t signals;
   sigfillset(&signals);

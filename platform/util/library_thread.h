@@ -1,4 +1,4 @@
-// Threads of the library in somebody else's program.
+// The library's threads in a program that is not ours.
 #pragma once
 
 #include <functional>
@@ -6,10 +6,9 @@
 
 namespace zq {
 
-/// Starts a thread that handles no signals but those of its own faults: the others are the
-/// program's business. The caller's are as before, whether the thread starts or not. Throws
-/// std::system_error when there can be none. `name`, a literal of at most 15 characters, is
-/// what a debugger shows.
+/// Starts a thread that handles no signals but those of its own faults: other signals are for the
+/// program's threads. The caller's signal mask stays as it is. Throws std::system_error when no
+/// thread can be started. `name`, a literal of at most 15 characters, is shown by debuggers.
 std::thread startLibraryThread(const char* name, std::function<void()> run);
 
 }  // namespace zq

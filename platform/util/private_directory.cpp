@@ -6,7 +6,7 @@ namespace zq {
 
 bool createPrivateDirectory(const std::filesystem::path& directory) noexcept try {
   if (std::filesystem::is_directory(directory)) return true;
-  // mkdir(2) rather than std::filesystem: the mode holds from the first moment.
+  // mkdir(2) rather than std::filesystem: the directory has its mode from the first moment.
   std::filesystem::path made;
   for (const std::filesystem::path& part : directory) {
     made /= part;

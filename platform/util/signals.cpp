@@ -35,7 +35,7 @@ ssize_t writeWithoutSignal(int descriptor, std::string_view bytes) {
   const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
   if (written >= 0 || (errno != EFBIG && errno != EPIPE)) return written;
   const int error = errno;
-  // What waited before the call is the program's.
+  // A signal that was pending before the call is the program's.
   if (sigismember(&pending, SIGXFSZ)) sigdelset(&raised, SIGXFSZ);
   if (sigismember(&pending, SIGPIPE)) sigdelset(&raised, SIGPIPE);
   constexpr timespec kNoWait = {};

@@ -1,4 +1,4 @@
-// Signals and cancellation in somebody else's program.
+// Signals and cancellation in a program that is not ours.
 #pragma once
 
 #include <sys/types.h>
@@ -8,7 +8,8 @@
 
 namespace zq {
 
-/// Blocks `signals` in the calling thread while it lives, besides those that are blocked already.
+/// Blocks `signals` in the calling thread while it lives, besides the signals that are blocked
+/// already.
 class BlockedSignals {
  public:
   explicit BlockedSignals(const sigset_t& signals);

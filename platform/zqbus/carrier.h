@@ -3,7 +3,7 @@
 // The rules are written once, above the seam: one manager for each process, the fork rule, the
 // reconnecting, the broadcasts that outlive a connection, trust, the order of callbacks. A carrier
 // supplies the three classes of this header and makeCarrier(); ZQBusService::claim() is its
-// service side. No operation of these classes is called in a forked child.
+// service side. No function of these classes is called in a forked child.
 #pragma once
 
 #include <chrono>
@@ -18,15 +18,15 @@ namespace zq {
 
 using EventFunction = std::function<void(std::shared_ptr<ZQBusMessage>)>;
 
-/// A subscription ends with this object, which ends before the connection that it was made on. A
-/// delivery that is running then runs to its end, none begins afterwards.
+/// Its destructor ends a subscription, before the connection that it was made on is destroyed. It
+/// does not wait for a running delivery; no delivery begins afterwards.
 class Subscription {
  public:
   virtual ~Subscription() = default;
 };
 
-/// The way to the process that owned a service's name when the way was made. Its release ends the
-/// death callback.
+/// The way to the process that owned a service's name when the way was made. Its destructor removes
+/// the death callback.
 class ServiceWay {
  public:
   using Clock = std::chrono::steady_clock;
@@ -82,8 +82,7 @@ class Carrier {
                                                  std::string& error) = 0;
 };
 
-/// The carrier of this process. All that it has to deliver goes through `deliveries`, which
-/// outlives it.
+/// The carrier of this process. It runs every callback in `deliveries`, which outlives it.
 std::unique_ptr<Carrier> makeCarrier(DeliveryQueue& deliveries);
 
 }  // namespace zq

@@ -8,7 +8,7 @@
 namespace zq {
 namespace {
 
-// As many as a signature holds, whatever they are but for texts that D-Bus does not carry.
+// As many as fit a signature, of every type but texts that a D-Bus string cannot carry.
 constexpr std::size_t kMaxArguments = 126;
 constexpr std::size_t kMaxSize = std::size_t{1} << 20;
 constexpr std::size_t kOwnArguments = 2;  // name and number

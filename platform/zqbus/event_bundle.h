@@ -1,5 +1,5 @@
-// Several events in one message, as a direct line carries them while its client is behind: of each
-// its name, the number of its arguments, and those.
+// A batch of events in one message, as a direct line carries them while its client is behind: the
+// name of each event, the number of its arguments, and the arguments.
 #pragma once
 
 #include <memory>
@@ -12,14 +12,14 @@ namespace zq {
 
 class EventBundle {
  public:
-  /// False when there is no room for this one any more, or when it has to go by itself: it is
-  /// large, or cannot be sent at all.
+  /// False when the batch has no room for the event, or when the event has to be sent by itself: it
+  /// is large, or cannot be sent at all.
   [[nodiscard]] bool add(const std::string& event, const ZQBusMessage& content);
   bool empty() const { return message_.argCount() == 0; }
-  /// What to send; the bundle is empty then.
+  /// Returns the message to send, and leaves an empty batch.
   ZQBusMessage take();
 
-  /// The events of a bundle that was received, in order.
+  /// The events of a received batch, in order.
   static std::vector<std::shared_ptr<ZQBusMessage>> eventsOf(const ZQBusMessage& bundle);
 
  private:

@@ -1,4 +1,4 @@
-// The outcomes that are decided on this side of the bus, in words.
+// The failures that this library reports, in words.
 #pragma once
 
 #include <chrono>
@@ -10,7 +10,7 @@ namespace zq {
 
 ZQBusMessage timedOut(std::chrono::microseconds timeout);
 ZQBusMessage busGone();
-/// `service` is the service, or whatever else was asked.
+/// `service` is the receiver of the call.
 ZQBusMessage peerGone(const std::string& service);
 /// Of a connection in a forked child.
 ZQBusMessage inherited();

@@ -10,7 +10,7 @@ namespace zq {
 /// The bytes of an argument itself, without its record.
 std::size_t contentSize(const ZQBusArgument& argument);
 
-/// The memory that a message takes, closely enough to bound what is queued.
+/// The memory of a message, closely enough to limit a queue.
 std::size_t memoryOf(const ZQBusMessage& message);
 
 }  // namespace zq

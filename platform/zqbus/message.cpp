@@ -19,7 +19,7 @@ T valueAt(const std::vector<ZQBusArgument>& arguments, std::size_t index) {
   return value != nullptr ? *value : T{};
 }
 
-/// Room for `capacity` bytes, of which those behind the first `size` are zero.
+/// Memory for `capacity` bytes; the bytes behind the first `size` are zero.
 std::shared_ptr<uint8_t[]> zeroPadded(std::size_t size, std::size_t capacity) {
   // Units of the widest alignment: records are read in place.
   using Unit = std::max_align_t;
@@ -83,7 +83,7 @@ ZQBusMessage ZQBusMessage::failed(ZQBusFailure failure, std::string text) {
 }
 
 void ZQBusMessage::append(ZQBusArgument argument) {
-  // Room for what most messages hold, in one step.
+  // Memory for the arguments of most messages, at once.
   if (arguments_.capacity() == 0) arguments_.reserve(4);
   arguments_.push_back(std::move(argument));
 }

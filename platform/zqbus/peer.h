@@ -1,4 +1,4 @@
-// The process behind a service's name, and the rule of its death.
+// The process behind a service's name, and how its death is reported.
 #pragma once
 
 #include <atomic>
@@ -10,14 +10,14 @@
 
 namespace zq {
 
-/// The process behind a service's name, as one proxy interface sees it. Its death is told once, on
-/// a thread of its own, behind everything that arrived before. What is not said to be for any
-/// thread happens under one lock of the carrier.
+/// The process behind a service's name, as one proxy interface sees it. Its death is reported
+/// once, on a thread of its own, after everything that arrived before. Used under one mutex of the
+/// carrier, where a function does not say that any thread may call it.
 class Peer {
  public:
-  /// Shared with nobody but a running call of it: once it is reset, none begins.
+  /// Owned by the peer and by a running call of it alone: once the peer resets it, no call begins.
   using DeathCallback = std::shared_ptr<const std::function<void()>>;
-  /// What setDeathCallback() takes; null for an empty function.
+  /// The form that setDeathCallback() takes; null for an empty function.
   static DeathCallback shared(std::function<void()> onDeath);
 
   Peer(std::string serviceName, std::string uniqueName)
@@ -26,16 +26,16 @@ class Peer {
   const std::string service;
   const std::string owner;  ///< its unique name on the bus
 
-  /// Whether the process is gone; for any thread.
+  /// Whether the process is gone; any thread.
   bool gone() const { return gone_; }
-  /// Notes that the process is gone; false when that was known. The calls that wait for it are to
-  /// be ended then, and deathNotice() is to be posted behind their outcomes.
+  /// Marks the process as gone; false when it was marked before. After true, end the calls that
+  /// wait for it, and post deathNotice() behind their outcomes.
   bool leave() { return !gone_.exchange(true); }
 
-  /// Takes `callback` and leaves the former one there, which may hold anything: it goes after the
-  /// lock. When the process is gone already, deathNotice() is to be posted.
+  /// Swaps `callback` with the former callback; destroy that after unlocking, as its destructor is
+  /// the program's code. When the process is gone already, post deathNotice().
   void setDeathCallback(DeathCallback& callback) { onDeath_.swap(callback); }
-  /// The job that tells the death; empty when there is nobody to tell.
+  /// The job that calls the death callback; empty without a callback.
   DeliveryQueue::Job deathNotice(DeliveryQueue& deliveries) const;
 
  private:

@@ -14,7 +14,8 @@ void runHandler(const ZQBusService::Handler& handler, const std::shared_ptr<ZQBu
     busLog("the handler of " + call->message().name() + " threw: " + error.what());
     call->fail("internal error");
   } catch (...) {
-    busLog("the handler of " + call->message().name() + " threw what is no std::exception");
+    busLog("the handler of " + call->message().name() +
+           " threw something other than a std::exception");
     call->fail("internal error");
   }
 }

@@ -1,4 +1,4 @@
-// Running a service's handler.
+// Runs the handler of a service.
 #pragma once
 
 #include <memory>
@@ -7,7 +7,7 @@
 
 namespace zq {
 
-/// Runs `handler` with a call. An exception goes no further: it is logged, and the call fails.
+/// Runs `handler` with a call. An exception is caught and logged, and the call fails.
 void runHandler(const ZQBusService::Handler& handler, const std::shared_ptr<ZQBusCall>& call);
 
 }  // namespace zq

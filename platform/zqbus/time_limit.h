@@ -6,7 +6,7 @@
 
 namespace zq {
 
-/// What a time-out of -1 stands for.
+/// The time-out that -1 stands for.
 inline constexpr std::chrono::seconds kDefaultTimeout{25};
 
 /// The earlier of `deadline` and the end of this thread's time limit.

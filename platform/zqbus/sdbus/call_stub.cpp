@@ -6,7 +6,7 @@ SdBusMessage stubOf(sd_bus_message* call) {
   uint64_t cookie = 0;
   sd_bus_message* made = nullptr;
   int result = sd_bus_message_get_cookie(call, &cookie);
-  // Neither the path nor the name goes into an answer.
+  // An answer contains neither the path nor the name.
   if (result >= 0) {
     result = sd_bus_message_new_method_call(sd_bus_message_get_bus(call), &made, nullptr, "/",
                                             nullptr, "Stub");

@@ -1,13 +1,12 @@
-// What is kept of a call for its answer.
+// The part of a call that its answer needs.
 #pragma once
 
 #include "sd_bus_handles.h"
 
 namespace zq {
 
-/// A call without arguments, whose answer is the answer of `call`. It stands in for a call that is
-/// answered later: that holds the whole of its content, and as many descriptors as came with it.
-/// Null without memory for it.
+/// A call without arguments, whose answer is the answer of `call`. It takes the place of a call
+/// that is answered later, which would keep its content and its descriptors. Null without memory.
 SdBusMessage stubOf(sd_bus_message* call);
 
 }  // namespace zq

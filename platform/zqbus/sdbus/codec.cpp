@@ -14,12 +14,12 @@
 namespace zq {
 namespace {
 
-// D-Bus allows 255; sd-bus silently drops what it receives with exactly that many.
+// D-Bus allows 255; sd-bus silently drops messages that it receives with exactly 255.
 constexpr std::size_t kMaxSignature = 254;
 constexpr std::size_t kHeaderAllowance = 4096;
-// What an argument may need on the wire beside its content: length, signature, alignment.
+// The bytes of an argument on the wire beside its content: length, signature, alignment.
 constexpr std::size_t kArgumentAllowance = 24;
-// Room for as many arguments is made at once where a message begins with a list.
+// The arguments that memory is reserved for when a message begins with a list.
 constexpr std::size_t kListRoom = 128;
 
 /// Whether a D-Bus string of every library can hold the text: UTF-8 without NUL and noncharacters.
@@ -96,8 +96,8 @@ int encodeVariants(Arguments arguments, sd_bus_message* to) {
 
 // --- Decoding -----------------------------------------------------------------------------------
 
-/// The blocks of one message, many to an allocation: they live and die together as a rule. They lie
-/// in their order, in which a processor fetches memory ahead of time.
+/// The blocks of one message, many to an allocation: they are usually freed together. They
+/// lie in their order, in which a processor prefetches memory.
 class BlockPool {
  public:
   /// Room for `size` bytes and a zero byte behind them.
@@ -125,7 +125,7 @@ class BlockPool {
     return *none;
   }
 
-  /// Chunks double, so that what is not used is never more than what is.
+  /// Chunks double, so that the unused memory never exceeds the used memory.
   void grow(std::size_t units) {
     const std::size_t size = std::max(units, nextUnits_);
     nextUnits_ = std::min(2 * size, kMaxChunkUnits);
@@ -136,7 +136,7 @@ class BlockPool {
   static constexpr std::size_t kMaxChunkUnits = (std::size_t{32} << 10) / sizeof(Unit);
   std::size_t nextUnits_ = 1;
   std::shared_ptr<Unit[]> chunk_;
-  std::span<Unit> free_;  // what is left of the chunk
+  std::span<Unit> free_;  // the rest of the chunk
 };
 
 /// Reads the arguments of a message up to the first that cannot be read: sd-bus does not advance
@@ -151,7 +151,7 @@ class Decoder {
   }
 
  private:
-  /// Descriptors belong to no argument of ours, and a message that is kept would keep them.
+  /// No argument of ours is a descriptor, and a message that is kept would keep it open.
   static bool holdsDescriptors(const char* signature) {
     return std::strchr(signature, SD_BUS_TYPE_UNIX_FD) != nullptr;
   }
@@ -315,9 +315,9 @@ int Decoder::decodeVariants() {
 
 int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
   const Arguments all = from.arguments();
-  std::size_t leading = 0;    // those before the last run of blocks
-  std::size_t signature = 0;  // of them all, and
-  std::size_t head = 0;       // of the leading ones
+  std::size_t leading = 0;    // arguments before the last run of blocks
+  std::size_t signature = 0;  // the length of the signature of all arguments, and
+  std::size_t head = 0;       // of the leading arguments
   std::size_t size = kHeaderAllowance;
   for (std::size_t i = 0; i < all.size(); ++i) {
     const char* type = signatureOf(all[i]);

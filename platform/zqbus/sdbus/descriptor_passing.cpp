@@ -55,7 +55,7 @@ int receiveDescriptor(int socket) {
   Message message;
   if (::recvmsg(socket, &message.header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC) <= 0) return -1;
   const std::vector<int> all = descriptorsOf(message.header);
-  // What did not fit was dropped by the kernel, and there is room for more than one.
+  // The kernel dropped descriptors that did not fit; the buffer has room for more than one.
   const bool isOne = all.size() == 1 && (message.header.msg_flags & MSG_CTRUNC) == 0;
   if (isOne) return all[0];
   for (const int descriptor : all) ::close(descriptor);

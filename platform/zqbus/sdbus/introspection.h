@@ -1,4 +1,4 @@
-// What a service shows of itself to the tools of the desktop.
+// The description of a service for D-Bus tools.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Owning pointers for what sd-bus counts references of.
+// Owning pointers for the objects of sd-bus.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -14,7 +14,7 @@ struct SdBusRelease {
 };
 
 // A message and a slot share a reference count with their connection that is not atomic: create,
-// use and release them under the connection's lock. A slot that lives keeps its connection alive.
+// use and release them under the connection's mutex. A slot keeps its connection alive.
 using SdBus = std::unique_ptr<sd_bus, SdBusRelease>;
 using SdBusMessage = std::unique_ptr<sd_bus_message, SdBusRelease>;
 using SdBusSlot = std::unique_ptr<sd_bus_slot, SdBusRelease>;

@@ -16,7 +16,7 @@ std::string variable(const char* name) {
   return value != nullptr ? value : "";
 }
 
-/// A path as D-Bus addresses hold it.
+/// A path, escaped for a D-Bus address.
 std::string escaped(const std::string& path) {
   std::string result;
   for (const unsigned char character : path) {
@@ -63,7 +63,8 @@ int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
     if (ready && result == 0) return 0;
     const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
     if (left <= microseconds(0)) return ready ? 0 : -ETIMEDOUT;
-    if (result > 0) continue;  // once ready too: no thread is woken for what comes along
+    if (result > 0)
+      continue;  // once ready too: no thread is woken for messages that are read already
     result = sd_bus_wait(bus, static_cast<uint64_t>(left.count()));
     if (result < 0 && result != -EINTR) return result;
   }

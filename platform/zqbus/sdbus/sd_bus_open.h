@@ -1,4 +1,4 @@
-// Connecting to the bus, and the names of things on it.
+// Connecting to the bus, and the names of the objects on it.
 #pragma once
 
 #include <chrono>
@@ -9,29 +9,30 @@
 namespace zq {
 
 /// Whether messages on a connection may carry descriptors. sd-bus (252) never closes those of a
-/// message that it cannot parse, so that others can use up this process's.
+/// message that it cannot parse, so a peer could exhaust this process's descriptors.
 enum class Descriptors { Refused, Carried };
 
-/// Connects to the bus of ZQBUS_ADDRESS, or to the user's session bus without it, and waits until
-/// it has taken us in, until `deadline` at most. Null, `error` in words, when that fails.
+/// Connects to the bus of ZQBUS_ADDRESS, or to the user's session bus without it, and waits for
+/// its Hello, until `deadline` at most. Null, `error` in words, when that fails.
 SdBus openSdBus(std::chrono::steady_clock::time_point deadline, Descriptors descriptors,
                 std::string& error);
 
-/// Runs a connection that nobody else uses yet until it is ready. 0, or a negative error number.
+/// Runs a connection, which no other thread uses yet, until it is ready. 0, or a negative error
+/// number.
 [[nodiscard]] int waitReady(sd_bus* connection, std::chrono::steady_clock::time_point deadline);
 
 /// Whether the bus daemon sent a message. Only on a connection to a bus, which stamps the sender.
 bool isFromBus(sd_bus_message* message);
 
-/// Logs it when the bus's answer to a subscription is a refusal.
+/// Logs the bus's answer to a subscription if it is an error.
 void logRefusal(sd_bus_message* answer);
 
-/// A call of the bus daemon with one text as its argument; null without memory for it.
+/// A call of the bus daemon with one text as its argument; null without memory.
 SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument);
 
 /// The D-Bus name and interface of a service.
 std::string serviceName(const std::string& service);
-/// The object on which a service is.
+/// The path of a service's object.
 std::string servicePath(const std::string& service);
 
 inline constexpr char kBusName[] = "org.freedesktop.DBus";

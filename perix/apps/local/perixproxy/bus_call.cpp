@@ -25,7 +25,7 @@ PerixCall::PerixCall(PerixProxy& proxy, const char* method, Order order, LogSite
   if (service_ != nullptr && serialised) lock();
 }
 
-/// Takes the call lock. The service is the one that is connected then.
+/// Locks the call mutex. The service is the connected service at that time.
 void PerixCall::lock() {
   const auto before = Clock::now();
   lock_.lock();
@@ -44,7 +44,7 @@ void PerixCall::step(Step step) {
   }
 }
 
-/// Sees to it that there is a message to append to, and the lock where it is taken late.
+/// Makes the message to append to, and locks first where the order says so.
 bool PerixCall::begin() {
   if (message_ != nullptr || failed_ || service_ == nullptr) return message_ != nullptr;
   if (order_ == Order::IdBeforeLock && !lock_.owns_lock()) lock();
@@ -98,8 +98,8 @@ int32_t PerixCall::desktopId(const std::string& vmId) {
   return static_cast<int32_t>(id);
 }
 
-/// An id goes to the process that gave it and to no other. Without the lock another may have taken
-/// the service's place during the look-up.
+/// An id is sent to the process that gave it and to no other process. Without the lock another
+/// process may have become the service during the look-up.
 void PerixCall::stayWithTheProcessAsked() {
   const auto asked = service_;
   if (order_ == Order::IdBeforeLock) {
@@ -205,7 +205,7 @@ std::string PerixCall::answer() {
 
 int PerixCall::send() {
   if (!alive()) return -1;
-  // Nobody waits for what the service makes of it; -1 is the bus's own time-out.
+  // The reply is ignored; -1 is the bus's own time-out.
   step([&] {
     service_->callWithReply(
         message_, [](const std::shared_ptr<ZQBusMessage>&) {}, -1);

@@ -1,4 +1,4 @@
-// One operation's call of the service: the sequence that all of them share.
+// The call of the service that an operation makes: the sequence that all operations share.
 #pragma once
 
 #include <chrono>
@@ -16,13 +16,13 @@
 
 namespace zq {
 
-/// Made at the start of an operation, it reconnects when needed, takes the call lock and holds it
-/// until it goes; so the operation's results are read under the lock too. Without a service nothing
-/// is appended or sent, and the outcome is the failure value. No function throws: what a step
-/// throws ends the call. PerixLastFailure() tells each outcome.
+/// Made at the start of an operation, it reconnects when needed, locks the call mutex and holds it
+/// while it lives; so the operation's results are read under the mutex too. Without a service
+/// nothing is appended or sent, and the outcome is the failure value. No function throws: an
+/// exception in a step ends the call. PerixLastFailure() tells each outcome.
 class PerixCall {
  public:
-  /// What comes first, where the usual order does not do.
+  /// The order of the first steps.
   enum class Order {
     Usual,            ///< the lock, the message, the desktop's id
     IdBeforeMessage,  ///< the lock, the desktop's id, the message
@@ -33,12 +33,12 @@ class PerixCall {
   PerixCall(PerixProxy& proxy, const char* method, Order order = Order::Usual,
             LogSite site = here());
 
-  /// Whether there is a service; logs an error when there is none.
+  /// Whether there is a service; logs an error when there is not.
   bool alive();
 
   PerixCall& desktop(const std::string& vmId) { return int32(desktopId(vmId)); }
   int32_t desktopId(const std::string& vmId);  ///< for a desktop's id, to be appended
-  PerixCall& noDesktop() { return int32(0); }  ///< what stands there when none is concerned
+  PerixCall& noDesktop() { return int32(0); }  ///< for a call about no desktop
   PerixCall& uint16(uint16_t value);
   PerixCall& int32(int32_t value);
   PerixCall& int64(int64_t value);
@@ -57,7 +57,7 @@ class PerixCall {
   /// The operation's own words for "no service" and, before the reply's error text, "refused".
   PerixCall& words(const char* unavailable, const char* refused);
 
-  /// Calls and waits; the reply, or null after logging why there is none.
+  /// Calls and waits; the reply, or null after logging the reason.
   std::shared_ptr<ZQBusMessage> reply();
   /// Calls and waits; the service's result, or `failure`.
   int status(int failure = -1);
@@ -66,8 +66,8 @@ class PerixCall {
   /// Sends without waiting; 0, or -1 without a service.
   int send();
 
-  /// Whether argument `index` of a reply is of a type; if not, the answer counts as unreadable,
-  /// whatever is made of it.
+  /// Whether argument `index` of a reply is of a type; if not, PerixLastFailure() reports the
+  /// answer as unreadable.
   template <typename Type>
   bool has(const ZQBusMessage& reply, std::size_t index) const {
     return hasArgument<Type>(reply, index, method_);
@@ -102,7 +102,7 @@ class PerixCall {
   Clock::duration waiting_{};
   Clock::duration lookUps_{};
   std::unique_lock<std::mutex> lock_;
-  std::shared_ptr<ZQBusProxyInterface> service_;  // null without a service, and then for good
+  std::shared_ptr<ZQBusProxyInterface> service_;  // null without a service, and it stays null then
   std::shared_ptr<ZQBusMessage> message_;
   bool failed_ = false;  // on this side
   std::optional<LastFailure> lookUpFailure_;

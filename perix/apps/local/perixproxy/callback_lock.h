@@ -22,7 +22,7 @@ class InsideCallback {
   }
 };
 
-/// Holds the lock of the registries while callbacks are called; false in a forked child.
+/// Holds the mutex of the registries while callbacks are called; false in a forked child.
 class CallbackLock {
  public:
   explicit CallbackLock(std::mutex& registries) : lock_(registries) {}

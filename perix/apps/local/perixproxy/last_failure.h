@@ -1,4 +1,4 @@
-// What PerixLastFailure() tells, as this thread keeps it.
+// The report of PerixLastFailure(), of which each thread has its own.
 #pragma once
 
 #include <chrono>
@@ -23,23 +23,23 @@ struct LastFailure {
   /// Longer texts are cut. The times stay as they are.
   void set(PerixFailure kind, std::string_view busMethod, std::string_view words);
   void clear() { set(PerixFailure::None, "", ""); }
-  /// What a reply of `method` says; `words` are its error's, where it is one.
+  /// From a reply of `method`; `words` is the text of an error reply.
   void setFrom(const ZQBusMessage& reply, std::string_view busMethod, std::string_view words);
 };
 
-/// This thread's.
+/// The report of this thread.
 LastFailure& lastFailure();
 
-/// That the service was not asked, and why not.
+/// Notes that the service was not asked, and why not.
 void noteNotAsked(const char* method, const char* why);
-/// That there is no service to ask, `words` in the log's way; or that this process is a forked
-/// child.
+/// Notes that there is no service, `words` in the format of the log; or that this process is a
+/// forked child.
 void noteNoService(const char* method, const char* words);
 
-/// That an answer lacks an argument, or has another in its place.
+/// Notes that an argument of an answer is missing or has another type.
 void noteWrongArgument(const char* method, std::size_t index);
 
-/// Whether argument `index` of an answer is of a type; notes it when not.
+/// Whether argument `index` of an answer is of a type; if not, notes that.
 template <typename Type>
 bool hasArgument(const ZQBusMessage& answer, std::size_t index, const char* method) {
   const auto& arguments = answer.arguments();

@@ -14,10 +14,10 @@
 
 namespace zq {
 
-/// How an operation takes an empty block in a list.
+/// How an operation treats an empty block in a list.
 enum class EmptyBlock { Noted, AnError };
 
-/// The number is that of the list's records, not the block's length.
+/// `number` counts the list's records; it is not the block's length.
 inline void logEmptyBlock(EmptyBlock emptyBlock, const void* block, int count, LogSite site) {
   if (emptyBlock == EmptyBlock::AnError) {
     PERIX_ERROR_AT(site, "buf: %p, size: %d", block, count);
@@ -47,7 +47,7 @@ Record& appendCopy(const ZQBusBytes& block, std::list<Record*>& records) {
 
 /// Copies each record of a list reply, in order, and hands block and copy to `each(block, copy)`:
 /// of `copy` as many bytes exist as the block has. An empty block ends the list; so do a missing
-/// one and a lack of memory, of which PerixLastFailure() tells.
+/// block and a lack of memory, which PerixLastFailure() reports.
 template <typename Record, typename Each>
 std::list<Record*> readRecords(const PerixCall& call, const ZQBusMessage& reply,
                                EmptyBlock emptyBlock, Each each) {

@@ -7,7 +7,7 @@
 
 namespace zq {
 
-/// Where in the sources a line comes from.
+/// The place in the sources that writes a line.
 struct LogSite {
   const char* file;
   const char* function;
@@ -28,12 +28,12 @@ constexpr LogSite here(const char* operation = nullptr, const char* file = __bui
   return {fileName(file), operation != nullptr ? operation : function, line};
 }
 
-/// A line carries the name of the operation, which is that of the function that writes it. A
-/// function, or a class, that does a part of an operation's work declares a constant of this name,
-/// with the operation's: it hides this one.
+/// A line carries the name of the operation, as a rule that of the function that writes it. A
+/// function, or a class, that does a part of an operation declares a constant of this name with the
+/// name of the operation: it hides this constant.
 inline constexpr const char* kOperation = nullptr;
 
-/// The logger's priority for a level of ours; 0 for those that print nothing.
+/// The logger's priority for one of our levels; 0 for levels that print nothing.
 constexpr int logPriority(int level) {
   constexpr int kPriorities[] = {7, 6, 0, 3, 5, 2};
   return level >= 0 && level <= 5 ? kPriorities[level] : 0;

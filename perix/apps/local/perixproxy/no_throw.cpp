@@ -6,7 +6,7 @@ const char* currentException() {
   try {
     throw;
   } catch (const std::exception& error) {
-    return error.what();  // lives as long as the handler that calls
+    return error.what();  // valid until the calling handler ends
   } catch (...) {
     return "not a std::exception";
   }

@@ -1,4 +1,4 @@
-// Exceptions: those of the client's code stop at the call, those of the library's at the operation.
+// Exceptions of the client's code stop at the call, exceptions of the library at the operation.
 #pragma once
 
 #include <exception>
@@ -11,7 +11,7 @@ namespace zq {
 /// In words, the exception that is being handled.
 const char* currentException();
 
-/// Runs a call of the client's code. What it throws ends that call alone: other callbacks are
+/// Runs a call of the client's code. An exception ends that call alone: other callbacks are
 /// called, and events go on.
 template <typename Call>
 void guarded(Call call, LogSite site = here()) {
@@ -22,7 +22,7 @@ void guarded(Call call, LogSite site = here()) {
   }
 }
 
-/// For the handler around an operation: logs what was thrown.
+/// For the handler around an operation: logs the exception.
 inline void logThrown(LogSite site = here()) {
   PERIX_ERROR_AT(site, "gave up: %s", currentException());
 }
@@ -34,7 +34,7 @@ Result gaveUp(Result result, LogSite site = here()) {
   return result;
 }
 
-/// The same for an operation that asks the service by `method`: PerixLastFailure() tells it.
+/// The same for an operation that calls `method`: PerixLastFailure() reports it.
 template <typename Result>
 Result gaveUp(const char* method, Result result, LogSite site = here()) {
   lastFailure().set(PerixFailure::NoMemory, method, currentException());

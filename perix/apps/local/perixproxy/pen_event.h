@@ -1,4 +1,4 @@
-// What the proxy reads of a tablet event. The one place that knows Qt.
+// The fields of a tablet event that the proxy reads. The one place that uses Qt.
 #pragma once
 
 #include <optional>
@@ -17,7 +17,7 @@ struct PenEvent {
   int posY;
 };
 
-// The event types that mean something here.
+// The event types that the proxy handles.
 inline constexpr int kTabletMove = 87;
 inline constexpr int kTabletPress = 92;
 inline constexpr int kTabletRelease = 93;

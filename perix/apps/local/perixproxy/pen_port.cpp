@@ -29,7 +29,7 @@ constexpr uint32_t kVersion = 3;
 constexpr uint32_t kAxes = 15;
 constexpr double kFraction = 1024.0;
 
-/// Truncated toward zero; what no int32 holds is cut to what one does.
+/// Truncated toward zero, and limited to the range of int32.
 uint32_t scaled(double value) {
   constexpr double kLeast = std::numeric_limits<int32_t>::min();
   constexpr double kMost = std::numeric_limits<int32_t>::max();

@@ -1,4 +1,4 @@
-// The pen's port channel: which it is, whether it is open, and the packets that go through it.
+// The pen's port channel: its name, whether it is open, and the packets that are sent through it.
 #pragma once
 
 #include <array>
@@ -23,18 +23,18 @@ class PenPort {
   /// Whether a channel of that name is the pen's.
   static bool isPenPort(const std::string& name);
 
-  /// Begins anew with a channel. Which pen there is and whether it is down stays as it was.
+  /// Begins with a new channel. The pen and whether it is down stay as they were.
   void init(const std::string& name, bool opened, SendFunction send);
   void setOpened(bool opened) { opened_ = opened; }
 
   bool knowsPen() const { return penId_ != 0; }
-  /// Takes a block that arrived, of which it reads the header; a pen that it announces is the pen.
+  /// Reads the header of a block that arrived; a pen that it announces becomes the pen.
   PenPortHeader receive(const unsigned char* block);
 
   /// Makes the record of an event at a position.
   void record(const PenEvent& event, int x, int y);
-  /// Sends the last record. Its header, or nothing when it was dropped because there is no open
-  /// port or no pen yet. Throws what the client's function throws.
+  /// Sends the last record. Returns its header, or nothing when it was dropped because there is no
+  /// open port or no pen yet. Throws the exceptions of the client's function.
   std::optional<PenPortHeader> send();
 
  private:
@@ -43,7 +43,7 @@ class PenPort {
   uint32_t eventCode(int type);
   void setSlot(std::size_t slot, uint32_t value, std::size_t offset = 0);
 
-  // What a packet in flight holds on to: the client's function may begin a new channel meanwhile.
+  // Shared with a packet in flight: the client's function may begin a new channel meanwhile.
   struct Client {
     std::string port;
     SendFunction send;

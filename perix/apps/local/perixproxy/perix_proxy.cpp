@@ -1,5 +1,4 @@
-// The proxy's core: the singleton, its connection to the service and what happens when the service
-// dies.
+// The proxy's core: the singleton, its connection to the service, and the service's death.
 #include "perix/perix_proxy.h"
 
 #include <cstdio>
@@ -25,10 +24,10 @@ constexpr char kBroadcast[] = "mountedEvent";
 constexpr int kInterfaceVersion = 1;
 constexpr unsigned int kRecoveryWaitMs = 2000;
 constexpr int kRecoveryChecks = 500;
-// What connecting, or a look whether the service is there, may take of the bus in all.
+// The longest time for connecting, and for a check whether the service is registered.
 constexpr std::chrono::seconds kConnectLimit{10};
 
-// Guards the creation. Never destroyed: it has no destructor that does anything.
+// Guards the creation. Its destructor does nothing, so it may be used until the process ends.
 constinit std::mutex instanceMutex;
 
 void logBusLine(const char* line) {
@@ -86,7 +85,7 @@ PerixProxy::~PerixProxy() {
   PerixProxy::AwaitDeliveries();
 }
 
-/// What every use of the proxy begins with; returns at once while connected.
+/// Every use of the proxy begins with this; returns at once while connected.
 void PerixProxy::reconnect() {
   static constexpr const char* kOperation = "getInstance";
   if (Init() == -1) PERIX_ERROR("retry to get zqbus interface failed");
@@ -101,7 +100,7 @@ std::shared_ptr<ZQBusProxyInterface> PerixProxy::ServiceHandle::get() const {
 
 void PerixProxy::ServiceHandle::set(std::shared_ptr<ZQBusProxyInterface> interface) {
   const std::lock_guard lock(mutex_);
-  interface_.swap(interface);  // the old one goes with the parameter, after the lock
+  interface_.swap(interface);  // the parameter destroys the old pointer after unlocking
   set_ = interface_ != nullptr;
 }
 
@@ -111,7 +110,7 @@ int PerixProxy::Init() {
   const unsigned int failedBefore = failedAttempts;
   const std::lock_guard lock(callMutex);
   if (serviceProxy) return 0;
-  // Another thread's attempt failed while this one waited; its own would fare no better.
+  // Another thread's attempt failed while this thread waited; a second attempt would fail too.
   if (failedAttempts != failedBefore) return -1;
   const ZQBusTimeLimit limit(kConnectLimit);
   if (connectToService()) return InitBroadcast();
@@ -119,7 +118,7 @@ int PerixProxy::Init() {
   return -1;
 }
 
-/// What Init does under callMutex, up to the broadcasts.
+/// The part of Init under callMutex, up to the broadcasts.
 bool PerixProxy::connectToService() try {
   static constexpr const char* kOperation = "Init";
   std::string path;
@@ -128,7 +127,7 @@ bool PerixProxy::connectToService() try {
   PERIX_DEBUG("logPath:%s", path.c_str());
   ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
   if (manager == nullptr) {
-    // The one that is known stays known: it is what finds the bus again.
+    // serviceManager keeps its value: that manager finds the bus again.
     PERIX_ERROR("ZQBusSerivceManager::initSync failed");
     return false;
   }
@@ -148,8 +147,8 @@ bool PerixProxy::connectToService() try {
   return gaveUp(false, here("Init"));
 }
 
-/// Hears the service, then makes it the connection. What is done so far is undone when the last
-/// pointer to the service goes.
+/// Subscribes to the service's events, then makes it the connection. On failure the release of the
+/// last pointer to the service undoes the steps so far.
 bool PerixProxy::useService(const std::shared_ptr<ZQBusProxyInterface>& service) {
   static constexpr const char* kOperation = "Init";
   ownIds(service->owner());
@@ -174,7 +173,7 @@ bool PerixProxy::useService(const std::shared_ptr<ZQBusProxyInterface>& service)
   return true;
 }
 
-/// From now on, the ids are those that this process tells; those of another are forgotten.
+/// From now on, the ids are those of this process; the ids of another process are forgotten.
 void PerixProxy::ownIds(const std::string& owner) {
   const std::lock_guard lock(idMapMutex);
   if (idOwner == owner) return;
@@ -185,8 +184,8 @@ void PerixProxy::ownIds(const std::string& owner) {
 int PerixProxy::InitBroadcast() try {
   ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
   if (manager == nullptr) return 0;
-  // Each connection adds a subscription that stays; clients rely on hearing a mount once for every
-  // connection made since the start.
+  // Each connection adds a subscription that stays; clients rely on receiving a mount once for
+  // every connection made since the start.
   manager->addEventListener(kBroadcast, new (std::nothrow) ZQBusEventCallback(&BroadcastCallback),
                             ZQBusSecurityFlags::TrustedPeer);
   return 0;
@@ -240,14 +239,14 @@ void PerixProxy::onServiceDeath() {
     PERIX_DEBUG("wait for perixservice ....");
     Sleep(kRecoveryWaitMs);
   }
-  // Somebody waits for this to end, and the proxy may be gone soon.
+  // A thread waits for this to end, and the proxy may be destroyed soon.
   if (deliveries->awaited()) return;
   PERIX_DEBUG("wait for perixservice ...., waiting cnt=%d", count);
   Init();
   tellDesktopsOfDeath(count);
 }
 
-/// A look-up that is under way enters nothing either.
+/// A look-up that is in progress does not add its id either.
 void PerixProxy::forgetIds() {
   const std::lock_guard lock(idMapMutex);
   idOwner.clear();
@@ -267,7 +266,7 @@ bool PerixProxy::isServiceRegistered() try {
   return gaveUp(false, here("onServiceDeath"));
 }
 
-/// Tells every desktop, and forgets them all: they register again.
+/// Calls the callback of every desktop, and removes them all: clients register again.
 void PerixProxy::tellDesktopsOfDeath(int count) {
   static constexpr const char* kOperation = "onServiceDeath";
   const bool registered = isServiceRegistered();  // before the lock: it asks the bus

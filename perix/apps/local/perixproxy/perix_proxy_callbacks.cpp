@@ -1,4 +1,4 @@
-// Callback registries, and the calls of all callbacks of a kind.
+// The callback registries, and calls of all callbacks of a kind.
 #include "callback_lock.h"
 #include "log_line.h"
 #include "no_throw.h"
@@ -130,7 +130,7 @@ int PerixProxy::UnregisterDeviceCallback() {
   return result;
 }
 
-/// Keeps what CheckDeviceCallback reads without a lock. Under callbackMutex.
+/// Stores the value that CheckDeviceCallback reads without a lock. Under callbackMutex.
 void PerixProxy::noteFirstDeviceUserdata() {
   firstDeviceUserdata = deviceCallbacks.empty() ? nullptr : deviceCallbacks.begin()->first;
 }

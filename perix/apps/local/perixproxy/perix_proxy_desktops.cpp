@@ -19,7 +19,7 @@ constexpr int kIdTimeoutMs = 3000;
 constexpr int kDiagnoseTimeoutMs = 10000;
 constexpr uint32_t kBandwidthQos = 1;
 
-/// A channel as it travels.
+/// A channel as it is sent.
 struct ChannelBlock {
   int32_t desktop;
   uint32_t param1;
@@ -29,7 +29,7 @@ struct ChannelBlock {
 };
 static_assert(sizeof(ChannelBlock) == 268);
 
-/// What the log shows of a port's name: it goes without the path in front.
+/// A port's name for the log: without the path.
 const char* shownPort(const std::string& name) {
   const auto at = name.find("space.port");
   return at != std::string::npos ? name.c_str() + at : "(no port)";
@@ -47,7 +47,7 @@ void appendChannels(PerixCall& call, const std::list<_CHANNEL_HANDLE>& handles) 
   }
 }
 
-/// Calls and waits; the service's result, of which the log has only failures.
+/// Calls and waits; the service's result. Only failures are logged.
 int pipeResult(PerixCall& call) {
   const auto reply = call.reply();
   if (reply == nullptr) return -1;
@@ -121,7 +121,7 @@ std::map<std::string, int> PerixProxy::GetVmList() try {
   std::map<std::string, int> desktops;
   const int32_t count = call.integer(*reply, 0);
   PERIX_DEBUG("vm list size: %d", count);
-  // Pairs of name and id; a count that promises more than came is cut to what came.
+  // Pairs of name and id; a count that exceeds the pairs that came is reduced to them.
   const std::size_t pairs = count > 0 ? static_cast<std::size_t>(count) : 0;
   for (std::size_t i = 0;
        i < 2 * pairs && call.has<std::string>(*reply, i + 1) && call.has<int32_t>(*reply, i + 2);
@@ -158,7 +158,8 @@ unsigned int PerixProxy::GetVmIdInt(std::string vmId) try {
   return gaveUp(kIdMethod, 0U);
 }
 
-/// The id of a desktop that the service, or without one the last, has told before; else 0.
+/// The id of a desktop that the service, or without a service the last service, has told before;
+/// else 0.
 unsigned int PerixProxy::knownId(const std::string& vmId) {
   const ProcessLock lock(idMapMutex);
   if (!lock) return 0;
@@ -168,7 +169,7 @@ unsigned int PerixProxy::knownId(const std::string& vmId) {
   return 0;
 }
 
-/// Nothing when another process has taken the service's place during the look-up.
+/// Does nothing when another process has become the service during the look-up.
 void PerixProxy::rememberId(const ZQBusProxyInterface& service, unsigned int id,
                             const std::string& vmId) {
   const ProcessLock lock(idMapMutex);
@@ -292,7 +293,7 @@ void PerixProxy::SetRtcQosInfo(const std::string& vmId, unsigned int type, void*
 
 int PerixProxy::Diagnose(std::string vmId, PerixDiagnoseNotify* notify) {
   diagnoseNotify = notify;
-  // The call lock is free again when a callback is waited for: that one may make a call.
+  // The call mutex is free again while this waits for a callback: the callback may make a call.
   const int result = PerixCall(*this, "diagnose", PerixCall::Order::IdBeforeLock)
                          .desktop(vmId)
                          .within(kDiagnoseTimeoutMs)
@@ -318,7 +319,7 @@ int PerixProxy::StopDiagnoseNotify(PerixDiagnoseNotify* notify) {
   return inForkedChild() ? -1 : 0;
 }
 
-/// Unregisters a notifier, if it is the one, and waits until it is not called any more.
+/// Removes a notifier, if it is the registered one, and waits until it is no longer called.
 void PerixProxy::forgetDiagnoseNotify(PerixDiagnoseNotify* notify) {
   diagnoseNotify.compare_exchange_strong(notify, nullptr);
   // It is read and called under this lock, which this thread holds inside a callback.

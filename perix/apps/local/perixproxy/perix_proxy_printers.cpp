@@ -13,8 +13,8 @@ namespace {
 
 constexpr int kInvalidAddress = 1;
 
-/// The shared printer whose three texts begin at an argument; they travel in another order than
-/// they lie in the record.
+/// The shared printer whose three texts begin at an argument; their order on the
+/// wire differs from their order in the record.
 _SharePrinterDevice readSharedPrinter(const PerixCall& call, const ZQBusMessage& reply,
                                       std::size_t index) {
   _SharePrinterDevice device{};
@@ -24,7 +24,8 @@ _SharePrinterDevice readSharedPrinter(const PerixCall& call, const ZQBusMessage&
   return device;
 }
 
-/// The printers that a search found; a count that promises more than came is cut to what came.
+/// The printers that a search found; a count that exceeds the printers that came is reduced to
+/// their number.
 std::list<_SharePrinterDevice> readSharedPrinters(const PerixCall& call,
                                                   const ZQBusMessage& reply) {
   std::list<_SharePrinterDevice> found;
