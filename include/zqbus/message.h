@@ -27,6 +27,13 @@ enum class ZQBusFailure {
   Unreadable,  ///< the service answered, and the answer cannot be read
 };
 
+/// How the messages travel.
+enum class ZQBusWay {
+  Broker,     ///< through the bus
+  Direct,     ///< on a line of their own between client and service
+  InProcess,  ///< within this process
+};
+
 /// The byte block of an argument: `size` bytes, and a zero byte behind them. `data` is
 /// aligned for every type.
 struct ZQBusBytes {
@@ -74,6 +81,10 @@ class ZQBusMessage {
   virtual void appendString(std::string text);
   /// Appends a copy of `size` bytes at `data`; `data` may be null when `size` is 0.
   virtual void appendBytes(const void* data, uint32_t size);
+  /// Marks the argument that was appended last as secret: traces and toDebugString() show its size
+  /// alone. The mark does not travel.
+  void markSecret();
+  bool isSecret(std::size_t index) const;
 
   virtual int32_t readInt32(std::size_t index) const;
   /// Sets `out` to string `index` and returns it.
@@ -115,6 +126,7 @@ class ZQBusMessage {
  private:
   ZQBusMessageType type_ = ZQBusMessageType::MethodReturn;
   ZQBusFailure failure_ = ZQBusFailure::None;
+  uint32_t secrets_ = 0;  // a bit for each argument; the last bit for all arguments from there on
   std::string name_;
   std::vector<ZQBusArgument> arguments_;
 };

@@ -85,6 +85,9 @@ class ZQBusProxyInterface {
   /// gets it for as long as the bus runs.
   virtual const std::string& owner() const = 0;
 
+  /// The way that calls and events of this interface take, for as long as it lives.
+  virtual ZQBusWay way() const { return ZQBusWay::Broker; }
+
   /// Sends `message` and returns without waiting. `onReply` (may be empty) is called exactly once,
   /// in the delivery context, with the reply that callWithReplyBlocking would have returned; in a
   /// forked child, which has no delivery context, before this returns.

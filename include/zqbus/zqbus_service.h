@@ -19,6 +19,7 @@ struct ZQBusMethod {
   std::string name;
   std::vector<Argument> in;
   std::vector<Argument> out;
+  bool secret = false;  ///< traces show its arguments by their sizes alone
 };
 
 /// The methods and events that introspection shows. Descriptive only: calls of other methods reach
@@ -38,6 +39,8 @@ class ZQBusCall {
   virtual const ZQBusMessage& message() const = 0;
   /// The caller's unique name on the bus.
   virtual const std::string& sender() const = 0;
+  /// The way that the call came.
+  virtual ZQBusWay way() const { return ZQBusWay::Broker; }
   /// Answers with the arguments of `result`; its type and name do not matter. The caller
   /// of a result that is too large for the bus gets an error that says so.
   virtual void reply(const ZQBusMessage& result) = 0;

@@ -36,6 +36,7 @@ class ServiceWay {
   virtual ~ServiceWay() = default;
   /// The unique name of that process.
   virtual const std::string& owner() const = 0;
+  virtual ZQBusWay way() const = 0;
   /// As ZQBusProxyInterface::callWithReplyBlocking.
   virtual std::shared_ptr<ZQBusMessage> call(const ZQBusMessage& request, Duration timeout) = 0;
   /// As ZQBusProxyInterface::callWithReply.

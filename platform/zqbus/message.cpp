@@ -58,6 +58,10 @@ void show(std::string& out, const ZQBusBytes& bytes) {
   if (bytes.size > kShownBytes) out += "...";
 }
 
+uint32_t secretBit(std::size_t index) {
+  return uint32_t{1} << std::min<std::size_t>(index, 31);
+}
+
 }  // namespace
 
 ZQBusBytes ZQBusBytes::uninitialized(uint32_t size) {
@@ -80,6 +84,14 @@ ZQBusMessage ZQBusMessage::failed(ZQBusFailure failure, std::string text) {
   ZQBusMessage message = failed(failure);
   message.appendString(std::move(text));
   return message;
+}
+
+void ZQBusMessage::markSecret() {
+  if (!arguments_.empty()) secrets_ |= secretBit(arguments_.size() - 1);
+}
+
+bool ZQBusMessage::isSecret(std::size_t index) const {
+  return (secrets_ & secretBit(index)) != 0;
 }
 
 void ZQBusMessage::append(ZQBusArgument argument) {
@@ -153,9 +165,13 @@ std::string ZQBusMessage::toDebugString() const {
   std::string out = kTypes[type()];
   if (!name_.empty()) out += ' ' + name_;
   out += '(';
-  for (const ZQBusArgument& argument : arguments_) {
+  for (std::size_t i = 0; i < arguments_.size(); ++i) {
     if (out.back() != '(') out += ", ";
-    std::visit([&out](const auto& value) { show(out, value); }, argument);
+    if (isSecret(i)) {
+      out += "secret[" + std::to_string(contentSize(arguments_[i])) + ']';
+    } else {
+      std::visit([&out](const auto& value) { show(out, value); }, arguments_[i]);
+    }
   }
   return out += ')';
 }

@@ -17,6 +17,7 @@ class ProxyInterface : public ZQBusProxyInterface {
 
   std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override;
   const std::string& owner() const override { return owner_; }
+  ZQBusWay way() const override { return way_->way(); }
   std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
                                                       int timeoutMs) override;
   void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,

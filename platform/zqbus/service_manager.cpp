@@ -12,6 +12,7 @@
 #include "platform/util/mutex.h"
 #include "proxy_interface.h"
 #include "time_limit.h"
+#include "trace.h"
 
 namespace zq {
 namespace {
@@ -73,6 +74,8 @@ class ServiceManager : public ZQBusSerivceManager {
       EXCLUDES(mutex_);
   void reopenInBackground();
   void reopen();
+  std::shared_ptr<ZQBusProxyInterface> findService(const std::string& service,
+                                                   ZQBusSecurityFlags flags);
 
   const int generation_ = forkGeneration();
   DeliveryQueue deliveries_;
@@ -139,9 +142,11 @@ std::shared_ptr<BusConnection> ServiceManager::open(Clock::time_point deadline) 
       deadline, [this] { reopenInBackground(); }, error);
   if (opened == nullptr) {
     if (error != std::exchange(lastError_, error)) busLog(error);
+    traceConnection({}, {}, ZQBusWay::Broker, error);
     return nullptr;
   }
   lastError_.clear();
+  traceConnection({}, {}, ZQBusWay::Broker, {});
   std::vector<std::shared_ptr<Broadcast>> broadcasts;
   std::shared_ptr<BusConnection> before;
   {
@@ -185,12 +190,22 @@ bool ServiceManager::isServiceRegistered(const std::string& service) {
 
 std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
     const std::string& service, ZQBusSecurityFlags flags, int) {
+  return traced(findService(service, flags), service);
+}
+
+std::shared_ptr<ZQBusProxyInterface> ServiceManager::findService(const std::string& service,
+                                                                 ZQBusSecurityFlags flags) {
   const auto connection = connect(-1);
   if (connection == nullptr) return nullptr;
   const std::string owner = connection->ownerOf(service);
-  if (owner.empty()) return nullptr;
+  if (owner.empty()) {
+    traceConnection(service, {}, {}, "nobody owns the name");
+    return nullptr;
+  }
   if (flags == ZQBusSecurityFlags::TrustedPeer && !connection->isTrusted(owner)) {
-    busLog("the owner of " + service + " is neither this user nor root");
+    const std::string problem = " is neither this user nor root";
+    busLog("the owner of " + service + problem);
+    traceConnection(service, owner, {}, "the owner" + problem);
     return nullptr;
   }
   return std::make_shared<ProxyInterface>(connection->wayTo(service, owner));
@@ -202,7 +217,7 @@ bool ServiceManager::addEventListener(const std::string& event, ZQBusEventCallba
                                       ZQBusSecurityFlags flags) {
   if (callback == nullptr) return false;
   const auto broadcast = std::make_shared<Broadcast>();
-  broadcast->callback.reset(callback);
+  broadcast->callback.reset(tracedBroadcast(event, callback));
   if (isInherited()) return false;
   broadcast->event = event;
   broadcast->trustedOnly = flags == ZQBusSecurityFlags::TrustedPeer;

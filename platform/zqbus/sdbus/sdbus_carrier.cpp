@@ -21,6 +21,9 @@ class WayOnConnection : public ServiceWay {
   ~WayOnConnection() override { connection_->setDeathCallback(target_.peer, {}); }
 
   const std::string& owner() const override { return target_.peer->owner; }
+  ZQBusWay way() const override {
+    return target_.destination.empty() ? ZQBusWay::Direct : ZQBusWay::Broker;
+  }
   std::shared_ptr<ZQBusMessage> call(const ZQBusMessage& request, Duration timeout) override {
     return connection_->call(target_, request, timeout);
   }

@@ -8,6 +8,7 @@
 #include "platform/zqbus/bus_log.h"
 #include "platform/zqbus/run_handler.h"
 #include "platform/zqbus/time_limit.h"
+#include "platform/zqbus/trace.h"
 #include "sd_bus_open.h"
 #include "service_bus_connection.h"
 #include "service_line.h"
@@ -30,7 +31,9 @@ constexpr std::chrono::milliseconds kAttemptTime{1000};
 class Service : public ZQBusService, public ServiceConnection::Owner {
  public:
   Service(const std::string& service, const ZQBusServiceDescription& description, Handler handler)
-      : object_(std::make_shared<ServedObject>()), handler_(std::move(handler)) {
+      : name_(service),
+        object_(std::make_shared<ServedObject>()),
+        handler_(traced(std::move(handler), service, description)) {
     object_->path = servicePath(service);
     object_->interface = serviceName(service);
     object_->introspection = introspectionXml(object_->interface, description);
@@ -59,6 +62,7 @@ class Service : public ZQBusService, public ServiceConnection::Owner {
   std::size_t readyLines() const REQUIRES(mutex_);
   void stopEnded() EXCLUDES(mutex_);
 
+  const std::string name_;
   const std::shared_ptr<ServedObject> object_;
   Mutex handlerMutex_;  // one call after the other, on whichever connection they come
   const Handler handler_;
@@ -266,6 +270,7 @@ int Service::openLine(int handover, const std::string& client) {
 // --- Events --------------------------------------------------------------------------------------
 
 void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
+  traceSent(ZQBusTraceEntry::Kind::Event, name_, event, content);
   Lines lines;
   std::shared_ptr<ServiceBusConnection> bus;
   {
@@ -283,6 +288,7 @@ void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
 }
 
 void Service::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
+  traceSent(ZQBusTraceEntry::Kind::Broadcast, name_, event, content);
   std::shared_ptr<ServiceBusConnection> bus;
   {
     const MutexLock lock(mutex_);

@@ -145,6 +145,13 @@ PerixCall& PerixCall::block(const void* data, std::size_t size) {
       [=](ZQBusMessage& message) { message.appendBytes(data, static_cast<uint32_t>(size)); });
 }
 
+PerixCall& PerixCall::secret(std::string_view value) {
+  return append([=](ZQBusMessage& message) {
+    message.appendBytes(value.data(), static_cast<uint32_t>(value.size()));
+    message.markSecret();
+  });
+}
+
 PerixCall& PerixCall::sourceId(unsigned long long id) {
   return block(&id, sizeof id);
 }

@@ -269,7 +269,7 @@ int PerixProxy::UpdateDriveToken(std::string token) {
     return -1;
   }
   PERIX_DEBUG("token:%s", token.c_str());
-  return PerixCall(*this, "updateDriveToken").block(token).status();
+  return PerixCall(*this, "updateDriveToken").secret(token).status();
 }
 
 void PerixProxy::SetBwInfo(const std::string& vmId, unsigned long long value1,

@@ -1,0 +1,125 @@
+#include "trace_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "platform/util/library_thread.h"
+
+namespace zq {
+namespace {
+
+constexpr std::size_t kMaxWaiting = std::size_t{8} << 20;
+constexpr std::chrono::seconds kLongestEnd{1};
+
+}  // namespace
+
+struct TraceFile::Shared {
+  explicit Shared(int opened) : descriptor(opened) {}
+  ~Shared() { ::close(descriptor); }
+
+  void write(std::string_view lines);
+  void run();
+
+  const int descriptor;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::string waiting;
+  bool isEnding = false;
+  bool hasEnded = false;
+  uint64_t dropped = 0;
+  // Of the writing thread.
+  uint64_t written = 0;
+  uint64_t refused = 0;   // by the disk
+  bool isInLine = false;  // the disk took a part of a line
+};
+
+int TraceFile::open(const std::string& file, std::string& error) {
+  // Does not wait for the reader of a pipe, which is then refused.
+  const int descriptor =
+      ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+             S_IRUSR | S_IWUSR);
+  if (descriptor < 0) {
+    error = file + ": " + std::strerror(errno);
+    return -1;
+  }
+  struct stat status {};
+  if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+      status.st_uid == ::geteuid()) {
+    return descriptor;
+  }
+  ::close(descriptor);
+  error = file + " is not a regular file of this user";
+  return -1;
+}
+
+TraceFile::TraceFile(int descriptor) : shared_(std::make_shared<Shared>(descriptor)) {
+  startLibraryThread("zqbus-trace", [shared = shared_] { shared->run(); }).detach();
+}
+
+TraceFile::~TraceFile() {
+  std::unique_lock lock(shared_->mutex);
+  shared_->isEnding = true;
+  shared_->changed.notify_all();
+  shared_->changed.wait_for(lock, kLongestEnd, [this] { return shared_->hasEnded; });
+}
+
+void TraceFile::add(std::string_view line) {
+  const std::lock_guard lock(shared_->mutex);
+  if (shared_->waiting.size() + line.size() >= kMaxWaiting) {
+    ++shared_->dropped;
+    return;
+  }
+  if (shared_->waiting.empty()) shared_->changed.notify_all();
+  shared_->waiting.append(line).push_back('\n');
+}
+
+void TraceFile::Shared::run() {
+  std::string lines;
+  std::unique_lock lock(mutex);
+  while (!isEnding || !waiting.empty()) {
+    changed.wait(lock, [this] { return isEnding || !waiting.empty(); });
+    lines.swap(waiting);
+    lock.unlock();
+    write(lines);
+    lines.clear();
+    lock.lock();
+  }
+  const uint64_t lost = dropped;
+  lock.unlock();
+  const std::string last = R"({"kind":"end","written":)" + std::to_string(written) +
+                           R"(,"dropped":)" + std::to_string(lost + refused) + "}\n";
+  write(last);
+  lock.lock();
+  hasEnded = true;
+  changed.notify_all();
+}
+
+void TraceFile::Shared::write(std::string_view lines) {
+  const auto append = [this](std::string_view& rest) {
+    const ssize_t taken = ::write(descriptor, rest.data(), rest.size());
+    if (taken > 0) rest.remove_prefix(static_cast<std::size_t>(taken));
+    return taken > 0 || (taken < 0 && errno == EINTR);
+  };
+  if (std::string_view end = "\n"; isInLine && append(end)) isInLine = false;
+  std::string_view rest = lines;
+  while (!rest.empty() && append(rest)) {
+  }
+  const auto taken = lines.substr(0, lines.size() - rest.size());
+  written += static_cast<uint64_t>(std::count(taken.begin(), taken.end(), '\n'));
+  refused += static_cast<uint64_t>(std::count(rest.begin(), rest.end(), '\n'));
+  if (!taken.empty()) isInLine = taken.back() != '\n';
+}
+
+}  // namespace zq
