@@ -16,6 +16,7 @@
 #include "service/bus/dev_service.h"
 #include "service/cups/cups.h"
 #include "service/model/host_devices.h"
+#include "service/replay/replay_service.h"
 #include "service/scenario/scenario.h"
 
 namespace zq::devservice {
@@ -27,6 +28,8 @@ struct CommandLine {
   std::string scenario;
   bool check = false;
   bool hostDevices = false;
+  std::string trace;  ///< to replay, in place of a scenario
+  double speed = 1;
   std::optional<std::string> cupsServer;  ///< empty for the machine's own
   bool verbose = false;
   int readyDescriptor = -1;
@@ -54,6 +57,14 @@ void define(CLI::App& app, CommandLine& line) {
       ->type_name("SERVER")
       ->expected(0, 1)
       ->default_str("");
+  app.add_option("--replay", line.trace,
+                 "Answer as the service did whose trace this is, in place of a scenario")
+      ->type_name("TRACE")
+      ->excludes("--scenario", "--host-devices", "--cups");
+  app.add_option("--speed", line.speed, "How many times faster to replay; 0 for at once")
+      ->type_name("N")
+      ->check(CLI::NonNegativeNumber)
+      ->needs("--replay");
   app.add_flag("--verbose", line.verbose, "Write each call to standard error");
   app.add_option("--ready-fd", line.readyDescriptor,
                  "Write \"ready\" to this descriptor once the service can be called")
@@ -95,6 +106,29 @@ int cannotStart(const std::string& reason) {
   return kCannotStart;
 }
 
+int replay(const CommandLine& line) {
+  std::vector<ZQBusTraceEntry> trace;
+  std::string error;
+  if (!readZQBusTrace(line.trace, trace, error)) {
+    std::cerr << "perix-devservice: " << error << '\n';
+    return kBadScenario;
+  }
+  Recording recording(trace);
+  if (recording.empty()) {
+    std::cerr << "perix-devservice: " << line.trace << ": no call of the service is recorded\n";
+    return kBadScenario;
+  }
+  if (line.check) return kDone;
+  const sigset_t signals = blockEndingSignals();
+  ReplayService service(std::move(recording), line.speed);
+  if (!service.start(error)) return cannotStart(error);
+  tellReady(line.readyDescriptor);
+  int signal = 0;
+  sigwait(&signals, &signal);
+  for (const std::string& difference : service.report()) std::cerr << difference << '\n';
+  return kDone;
+}
+
 int serve(const CommandLine& line, Scenario scenario) {
   const sigset_t signals = blockEndingSignals();
   std::atomic<int> exitCode = kDone;
@@ -127,6 +161,7 @@ int run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kDone : kCannotStart;
   }
+  if (!line.trace.empty()) return replay(line);
   Scenario scenario;
   if (!load(line, scenario)) return kBadScenario;
   return line.check ? kDone : serve(line, std::move(scenario));

@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "zqbus/message.h"
 
@@ -54,6 +55,11 @@ std::string toJson(const ZQBusTraceEntry& entry);
 /// wrong with it, and `entry` is unchanged. What was cut comes back at its full size, filled with
 /// zeros, and a secret as an empty text that is marked as secret.
 [[nodiscard]] bool fromJson(std::string_view line, ZQBusTraceEntry& entry, std::string& error);
+
+/// Reads a whole trace, in the order in which things began. False when the file cannot be read or
+/// holds anything else; `error` is "FILE:LINE: MISTAKE" then, and `entries` is unchanged.
+[[nodiscard]] bool readZQBusTrace(const std::string& file, std::vector<ZQBusTraceEntry>& entries,
+                                  std::string& error);
 
 /// Writes entries to `file` from now on, in place of the file so far, until stopZQBusTrace() or the
 /// end of the process. Creates it for this user alone, or appends to it; only a regular file of

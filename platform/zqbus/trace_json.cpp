@@ -1,7 +1,11 @@
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -16,6 +20,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Kind = ZQBusTraceEntry::Kind;
 
+constexpr char kEndOfTrace[] = R"({"kind":"end",)";
 constexpr std::size_t kShownBytes = 4096;
 constexpr std::size_t kShownText = 65536;
 // What a cut argument of a foreign file may make of itself.
@@ -258,6 +263,31 @@ std::string toJson(const ZQBusTraceEntry& entry) {
   }
   if (!text.empty()) document["text"] = text;
   return document.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+bool readZQBusTrace(const std::string& file, std::vector<ZQBusTraceEntry>& entries,
+                    std::string& error) {
+  std::error_code ignored;
+  std::ifstream in(file);
+  if (!in || !std::filesystem::is_regular_file(file, ignored)) {
+    error = file + ": " + (in ? "not a regular file" : std::strerror(errno));
+    return false;
+  }
+  std::vector<ZQBusTraceEntry> read;
+  std::size_t number = 0;
+  for (std::string line; std::getline(in, line);) {
+    ++number;
+    if (line.starts_with(kEndOfTrace)) continue;
+    std::string mistake;
+    if (!fromJson(line, read.emplace_back(), mistake)) {
+      error = file + ':' + std::to_string(number) + ": " + mistake;
+      return false;
+    }
+  }
+  std::stable_sort(read.begin(), read.end(),
+                   [](const auto& a, const auto& b) { return a.monotonic < b.monotonic; });
+  entries = std::move(read);
+  return true;
 }
 
 bool fromJson(std::string_view line, ZQBusTraceEntry& entry, std::string& error) try {
