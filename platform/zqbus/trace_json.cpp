@@ -12,6 +12,8 @@
 #include <utility>
 
 #include "memory_of.h"
+#include "platform/text/hex.h"
+#include "platform/text/utf8.h"
 #include "zqbus/trace.h"
 
 namespace zq {
@@ -63,24 +65,6 @@ Value valueOf(const Words<Value, size>& words, const std::string& word) {
 
 // --- Writing -------------------------------------------------------------------------------------
 
-std::string inHex(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  for (const char byte : bytes) {
-    hex += kDigits[static_cast<unsigned char>(byte) >> 4];
-    hex += kDigits[static_cast<unsigned char>(byte) & 15];
-  }
-  return hex;
-}
-
-bool isUtf8(const std::string& text) {
-  try {
-    return !Json(text).dump().empty();
-  } catch (const Json::type_error&) {
-    return false;
-  }
-}
-
 Json cut(const char* key, std::string shown, std::size_t size, std::size_t most) {
   Json argument{{key, std::move(shown)}};
   if (size > most) argument["size"] = size;
@@ -127,24 +111,11 @@ std::string utcText(std::chrono::system_clock::time_point time) {
 
 // --- Reading -------------------------------------------------------------------------------------
 
-std::string fromHex(const std::string& hex) {
-  const auto digit = [](char c) -> unsigned {
-    static constexpr std::string_view kDigits = "0123456789abcdef";
-    const auto value = kDigits.find(c);
-    if (value == std::string_view::npos) throw std::invalid_argument("a digit is not hexadecimal");
-    return static_cast<unsigned>(value);
-  };
-  if (hex.size() % 2 != 0) throw std::invalid_argument("a half byte is missing");
-  std::string bytes;
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    bytes += static_cast<char>(digit(hex[i]) << 4 | digit(hex[i + 1]));
-  }
-  return bytes;
-}
-
 /// The bytes of an argument, filled with zeros up to the size that it had.
 std::string wholeBytes(const Json& argument, const char* key) {
-  std::string bytes = fromHex(argument.at(key).get<std::string>());
+  const auto shown = fromHex(argument.at(key).get_ref<const std::string&>());
+  if (!shown) throw std::invalid_argument("a block is not hexadecimal");
+  std::string bytes(shown->begin(), shown->end());
   const auto size = argument.value("size", bytes.size());
   if (size > kMostBytes) throw std::invalid_argument("an argument is too large");
   bytes.resize(std::max(size, bytes.size()));

@@ -155,8 +155,7 @@ std::string MethodTable::mismatch(const Row& row, const ZQBusMessage& call) {
 std::vector<ZQBusMethod> MethodTable::description() const {
   std::vector<ZQBusMethod> methods;
   for (const auto& [name, row] : rows_) {
-    methods.push_back(
-        {name, row.arguments, parseArguments(row.method.out), row.method.secret});
+    methods.push_back({name, row.arguments, parseArguments(row.method.out), row.method.secret});
   }
   return methods;
 }

@@ -51,7 +51,8 @@ bool isSameArgument(const ZQBusArgument& recorded, const ZQBusArgument& asked) {
 std::size_t equalArguments(const ZQBusMessage& recorded, const ZQBusMessage& asked) {
   std::size_t equal = 0;
   for (std::size_t i = 0; i < std::min(recorded.argCount(), asked.argCount()); ++i) {
-    if (recorded.isSecret(i) || isSameArgument(recorded.arguments()[i], asked.arguments()[i])) ++equal;
+    if (recorded.isSecret(i) || isSameArgument(recorded.arguments()[i], asked.arguments()[i]))
+      ++equal;
   }
   return equal;
 }

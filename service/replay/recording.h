@@ -13,8 +13,8 @@ class Recording {
  public:
   /// Something that the recorded service did by itself.
   struct Happening {
-    ZQBusTraceEntry::Kind kind;        ///< Event, Broadcast or Death
-    std::chrono::nanoseconds delay;    ///< from the beginning of the call before it
+    ZQBusTraceEntry::Kind kind;      ///< Event, Broadcast or Death
+    std::chrono::nanoseconds delay;  ///< from the beginning of the call before it
     ZQBusMessage content;
   };
   /// One recorded call. What happened until the next call belongs to it.

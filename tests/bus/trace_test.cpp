@@ -122,7 +122,7 @@ TEST(Trace, ReadsBackEachLineThatItWrites) {
       {head + R"("call","name":"m","arguments":[{"i":2147483648}]})", "out of range"},
       {head + R"("call","name":"m","arguments":[{"q":-1}]})", "out of range"},
       {head + R"("call","name":"m","arguments":[{"i":"1"}]})", "a number is expected"},
-      {head + R"("call","name":"m","arguments":[{"ay":"0"}]})", "half byte"},
+      {head + R"("call","name":"m","arguments":[{"ay":"0"}]})", "not hexadecimal"},
       {head + R"("call","name":"m","arguments":[{"ay":"0g"}]})", "not hexadecimal"},
       {head + R"("call","name":"m","arguments":[{"ay":"00","size":99999999999}]})", "too large"},
       {head + R"("call","name":"m","arguments":[{"h":0}]})", "unknown type"},

@@ -26,7 +26,7 @@ class ReceivedCall : public ZQBusCall {
   const ZQBusMessage& message() const override { return call_; }
   const std::string& sender() const override { return sender_; }
   ZQBusWay way() const override {
-    return endpoint_->peer().empty() ? ZQBusWay::Broker : ZQBusWay::Direct;
+    return connection_->peer().empty() ? ZQBusWay::Broker : ZQBusWay::Direct;
   }
   void reply(const ZQBusMessage& result) override;
   void fail(const std::string& text) override;
