@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "memory_of.h"
+#include "platform/text/escape.h"
 #include "platform/text/hex.h"
 #include "platform/text/utf8.h"
 #include "zqbus/trace.h"
@@ -266,8 +267,11 @@ bool fromJson(std::string_view line, ZQBusTraceEntry& entry, std::string& error)
   if (!document.is_object()) throw std::invalid_argument("a trace holds one object a line");
   entry = entryOf(document);
   return true;
+} catch (const Json::parse_error& problem) {
+  error = "not JSON from byte " + std::to_string(problem.byte) + " on";
+  return false;
 } catch (const std::exception& problem) {
-  error = plain(problem.what());
+  error = escaped(plain(problem.what()));
   return false;
 }
 

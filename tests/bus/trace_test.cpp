@@ -114,7 +114,8 @@ TEST(Trace, ReadsBackEachLineThatItWrites) {
 
   const std::string head = R"({"time":"2026-02-28T00:00:01.234567Z","ns":1,"process":1,"kind":)";
   const std::pair<std::string, std::string> mistakes[] = {
-      {"", "parse error"},
+      {"", "not JSON"},
+      {R"({"kind":"call\u001b[2J"})", R"(call\x1b[2J)"},
       {"[]", "one object a line"},
       {"{}", "key 'kind' not found"},
       {R"({"kind":"end"})", "unknown word"},
