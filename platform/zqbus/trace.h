@@ -27,9 +27,9 @@ ZQBusEventCallback* tracedBroadcast(const std::string& event, ZQBusEventCallback
 /// A service's handler, traced when somebody wants that.
 ZQBusService::Handler traced(ZQBusService::Handler handler, const std::string& service,
                              const ZQBusServiceDescription& description);
-/// Tells what a service sends.
-void traceSent(ZQBusTraceEntry::Kind kind, const std::string& service, const std::string& event,
-               const ZQBusMessage& content);
+/// A service whose events are traced when somebody wants that. `made` may be null.
+std::unique_ptr<ZQBusService> traced(std::unique_ptr<ZQBusService> made,
+                                     const std::string& service);
 /// Tells the outcome of connecting to the bus, empty `service`, or to a service. `problem` is empty
 /// when there is a connection.
 void traceConnection(const std::string& service, const std::string& owner,

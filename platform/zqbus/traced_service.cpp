@@ -69,7 +69,43 @@ class TracedCall : public ZQBusCall {
   std::atomic<bool> isTold_ = false;
 };
 
+class TracedService : public ZQBusService {
+ public:
+  TracedService(std::unique_ptr<ZQBusService> made, const std::string& service)
+      : made_(std::move(made)), service_(service) {}
+
+  void sendEvent(const std::string& event, const ZQBusMessage& content) override {
+    traceSent(Kind::Event, event, content);
+    made_->sendEvent(event, content);
+  }
+  void sendBroadcast(const std::string& event, const ZQBusMessage& content) override {
+    traceSent(Kind::Broadcast, event, content);
+    made_->sendBroadcast(event, content);
+  }
+  void setLostCallback(std::function<void()> onLost) override {
+    made_->setLostCallback(std::move(onLost));
+  }
+
+ private:
+  void traceSent(Kind kind, const std::string& event, const ZQBusMessage& content) const {
+    ZQBusTraceEntry entry = beginTraceEntry(kind, service_);
+    entry.isSent = true;
+    entry.content = ZQBusMessage(ZQBusMessageType::Event, event);
+    for (const ZQBusArgument& argument : content.arguments()) entry.content.append(argument);
+    trace(std::move(entry));
+  }
+
+  const std::unique_ptr<ZQBusService> made_;
+  const std::string service_;
+};
+
 }  // namespace
+
+std::unique_ptr<ZQBusService> traced(std::unique_ptr<ZQBusService> made,
+                                     const std::string& service) {
+  if (made == nullptr || !isTracing()) return made;
+  return std::make_unique<TracedService>(std::move(made), service);
+}
 
 ZQBusService::Handler traced(ZQBusService::Handler handler, const std::string& service,
                              const ZQBusServiceDescription& description) {
@@ -82,16 +118,6 @@ ZQBusService::Handler traced(ZQBusService::Handler handler, const std::string& s
     const bool isSecret = secrets.contains(call->message().name());
     handler(std::make_shared<TracedCall>(std::move(call), service, isSecret));
   };
-}
-
-void traceSent(Kind kind, const std::string& service, const std::string& event,
-               const ZQBusMessage& content) {
-  if (!isTracing()) return;
-  ZQBusTraceEntry entry = beginTraceEntry(kind, service);
-  entry.isSent = true;
-  entry.content = ZQBusMessage(ZQBusMessageType::Event, event);
-  for (const ZQBusArgument& argument : content.arguments()) entry.content.append(argument);
-  trace(std::move(entry));
 }
 
 }  // namespace zq

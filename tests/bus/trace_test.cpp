@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "tests/bus/bus_fixture.h"
+#include "tests/support/bus_world.h"
 #include "zqbus/trace.h"
 
 namespace zq {

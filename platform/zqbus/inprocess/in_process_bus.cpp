@@ -22,6 +22,7 @@
 #include "platform/zqbus/memory_of.h"
 #include "platform/zqbus/peer.h"
 #include "platform/zqbus/run_handler.h"
+#include "platform/zqbus/trace.h"
 
 namespace zq {
 namespace {
@@ -344,6 +345,7 @@ class Way : public ServiceWay {
   ~Way() override { Bus::instance().setDeathCallback(*peer_, {}); }
 
   const std::string& owner() const override { return peer_->owner; }
+  ZQBusWay way() const override { return ZQBusWay::InProcess; }
   std::shared_ptr<ZQBusMessage> call(const ZQBusMessage& request, Duration timeout) override {
     const std::shared_ptr<Call> call(new Call{peer_, timeout, false, {}});
     Bus::instance().send(call, request);
@@ -404,6 +406,7 @@ class ReceivedCall : public ZQBusCall {
 
   const ZQBusMessage& message() const override { return request_.message; }
   const std::string& sender() const override { return Bus::instance().clientName(); }
+  ZQBusWay way() const override { return ZQBusWay::InProcess; }
   void reply(const ZQBusMessage& result) override {
     ZQBusMessage arrived;
     const ZQBusFailure failure = carry(result, arrived);
@@ -462,11 +465,13 @@ std::unique_ptr<Carrier> makeCarrier(DeliveryQueue& deliveries) {
 }
 
 std::unique_ptr<ZQBusService> ZQBusService::claim(const std::string& service,
-                                                  ZQBusServiceDescription, Handler handler,
-                                                  std::string& error) {
+                                                  ZQBusServiceDescription description,
+                                                  Handler handler, std::string& error) {
   auto owner = Bus::instance().claim(service);
   if (owner != nullptr) {
-    return std::make_unique<Service>(service, std::move(owner), std::move(handler));
+    return traced(std::make_unique<Service>(service, std::move(owner),
+                                            traced(std::move(handler), service, description)),
+                  service);
   }
   error = service + " is owned by another service";
   return nullptr;

@@ -31,9 +31,7 @@ constexpr std::chrono::milliseconds kAttemptTime{1000};
 class Service : public ZQBusService, public ServiceConnection::Owner {
  public:
   Service(const std::string& service, const ZQBusServiceDescription& description, Handler handler)
-      : name_(service),
-        object_(std::make_shared<ServedObject>()),
-        handler_(traced(std::move(handler), service, description)) {
+      : object_(std::make_shared<ServedObject>()), handler_(std::move(handler)) {
     object_->path = servicePath(service);
     object_->interface = serviceName(service);
     object_->introspection = introspectionXml(object_->interface, description);
@@ -62,7 +60,6 @@ class Service : public ZQBusService, public ServiceConnection::Owner {
   std::size_t readyLines() const REQUIRES(mutex_);
   void stopEnded() EXCLUDES(mutex_);
 
-  const std::string name_;
   const std::shared_ptr<ServedObject> object_;
   Mutex handlerMutex_;  // one call after the other, on whichever connection they come
   const Handler handler_;
@@ -270,7 +267,6 @@ int Service::openLine(int handover, const std::string& client) {
 // --- Events --------------------------------------------------------------------------------------
 
 void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
-  traceSent(ZQBusTraceEntry::Kind::Event, name_, event, content);
   Lines lines;
   std::shared_ptr<ServiceBusConnection> bus;
   {
@@ -288,7 +284,6 @@ void Service::sendEvent(const std::string& event, const ZQBusMessage& content) {
 }
 
 void Service::sendBroadcast(const std::string& event, const ZQBusMessage& content) {
-  traceSent(ZQBusTraceEntry::Kind::Broadcast, name_, event, content);
   std::shared_ptr<ServiceBusConnection> bus;
   {
     const MutexLock lock(mutex_);
@@ -302,8 +297,10 @@ void Service::sendBroadcast(const std::string& event, const ZQBusMessage& conten
 std::unique_ptr<ZQBusService> ZQBusService::claim(const std::string& service,
                                                   ZQBusServiceDescription description,
                                                   Handler handler, std::string& error) {
-  auto made = std::make_unique<Service>(service, description, std::move(handler));
-  return made->claim(Clock::now() + kDefaultTimeout, error) >= 0 ? std::move(made) : nullptr;
+  auto made = std::make_unique<Service>(service, description,
+                                        traced(std::move(handler), service, description));
+  if (made->claim(Clock::now() + kDefaultTimeout, error) < 0) return nullptr;
+  return traced(std::move(made), service);
 }
 
 }  // namespace zq
