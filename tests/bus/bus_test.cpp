@@ -44,6 +44,17 @@ TEST_F(BusTest, ACallCarriesEveryArgumentWhole) {
   EXPECT_EQ(reply->toDebugString(), "return" + sent.toDebugString().substr(6));
 }
 
+TEST_F(BusTest, ABlockThatTheServiceChangesStaysAsTheClientMadeIt) {
+  recorder->answerWith([](const std::shared_ptr<ZQBusCall>& received) {
+    uint32_t size = 0;
+    received->message().readBytes(0, size)[0] = 'y';
+    received->reply(message(int32_t{0}));
+  });
+  const ZQBusMessage sent = message(bytes(std::string(ZQBusMessage::kReadable, 'x')));
+  call(*service, "change", sent);
+  EXPECT_EQ(sent.bytesAt(0)->data[0], 'x');
+}
+
 TEST_F(BusTest, AListArrivesWholeAndInOrderWhateverItsLength) {
   for (const int count : {0, 1, 126, 127, 128, 1000, 20000}) {
     ZQBusMessage list;
