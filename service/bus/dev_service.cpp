@@ -13,6 +13,8 @@ namespace {
 
 constexpr char kEvent[] = "perixevent";
 constexpr char kBroadcast[] = "mountedEvent";
+// Arguments of an answer that the list of calls shows.
+constexpr std::size_t kShownAnswer = 8;
 
 ZQBusServiceDescription describe(const MethodTable& methods, bool events) {
   ZQBusServiceDescription description{methods.description(), {}};
@@ -120,7 +122,7 @@ void DevService::flood(int64_t events) {
 
 void DevService::onCall(const std::shared_ptr<ZQBusCall>& call) {
   const MutexLock lock(mutex_);
-  note(*call);
+  const NotedCall noted = note(call);
   const FaultPlan plan = faults_.take(call->message().name());
   if (plan.crash) ::kill(::getpid(), SIGKILL);
   // This is the thread that reads the bus.
@@ -129,36 +131,54 @@ void DevService::onCall(const std::shared_ptr<ZQBusCall>& call) {
   }
   if (plan.drop) return;
   if (plan.delay.count() > 0) {
-    timer_.after(plan.delay, [this, call, plan]() REQUIRES(mutex_) { serve(call, plan); });
+    timer_.after(plan.delay, [this, noted, plan]() REQUIRES(mutex_) { serve(noted, plan); });
   } else {
-    serve(call, plan);
+    serve(noted, plan);
   }
 }
 
-void DevService::note(const ZQBusCall& call) {
-  const Method* method = perix_.find(call.message().name());
+DevService::NotedCall DevService::note(const std::shared_ptr<ZQBusCall>& call) {
+  const Method* method = perix_.find(call->message().name());
   const bool shown = method != nullptr && !method->secret;
-  const auto& noted = calls_.note(call.message(), call.sender(),
-                                  shown ? Disclosure::Everything : Disclosure::SizesOnly);
-  if (options_.verbose) std::fprintf(stderr, "%s\n", asText(noted).c_str());
+  return {call, calls_.note(call->message(), call->sender(),
+                            shown ? Disclosure::Everything : Disclosure::SizesOnly)};
 }
 
-void DevService::serve(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan) {
+void DevService::noteAnswer(const NotedCall& noted, const Answer& answer) {
+  if (answer.isError()) {
+    calls_.noteAnswer(noted.number, "error", answer.errorText());
+  } else {
+    calls_.noteAnswer(noted.number, "answer",
+                      argumentsAsJson(answer.arguments(), Disclosure::Everything, kShownAnswer));
+  }
+  const Json* const whole = calls_.find(noted.number);
+  if (options_.verbose && whole != nullptr) std::fprintf(stderr, "%s\n", asText(*whole).c_str());
+}
+
+void DevService::serve(const NotedCall& noted, const FaultPlan& plan) {
+  const auto& call = noted.call;
   const std::string& method = call->message().name();
-  if (plan.error) return call->fail("injected fault");
-  if (perix_.find(method) == nullptr) return call->failUnknownMethod();
-  perix_.handle(call->message(), [this, call = neverUnanswered(call), plan](const Answer& answer)
-                                     REQUIRES(mutex_) { respond(call, plan, answer); });
+  if (plan.error) {
+    noteAnswer(noted, Answer::error("injected fault"));
+    return call->fail("injected fault");
+  }
+  if (perix_.find(method) == nullptr) {
+    noteAnswer(noted, Answer::error("no method " + method));
+    return call->failUnknownMethod();
+  }
+  const NotedCall answered{neverUnanswered(call), noted.number};
+  perix_.handle(call->message(),
+                [this, answered, plan](const Answer& answer) { respond(answered, plan, answer); });
 }
 
-void DevService::respond(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan,
-                         const Answer& answer) {
+void DevService::respond(const NotedCall& noted, const FaultPlan& plan, const Answer& answer) {
   flood(plan.flood);
   const Answer sent = plan.distort(answer);
+  noteAnswer(noted, sent);
   if (plan.late.count() > 0) {
-    timer_.after(plan.late, [call, sent] { sent.sendTo(*call); });
+    timer_.after(plan.late, [call = noted.call, sent] { sent.sendTo(*call); });
   } else {
-    sent.sendTo(*call);
+    sent.sendTo(*noted.call);
   }
 }
 

@@ -63,10 +63,16 @@ class DevService : private EventSink {
   void sendRaw(Way way, uint32_t desktop, int32_t kind, const std::optional<ZQBusBytes>& payload)
       REQUIRES(mutex_);
 
+  /// A call under its number in the list of calls.
+  struct NotedCall {
+    std::shared_ptr<ZQBusCall> call;
+    uint64_t number;
+  };
   void onCall(const std::shared_ptr<ZQBusCall>& call) EXCLUDES(mutex_);
-  void note(const ZQBusCall& call) REQUIRES(mutex_);
-  void serve(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan) REQUIRES(mutex_);
-  void respond(const std::shared_ptr<ZQBusCall>& call, const FaultPlan& plan, const Answer& answer)
+  NotedCall note(const std::shared_ptr<ZQBusCall>& call) REQUIRES(mutex_);
+  void noteAnswer(const NotedCall& noted, const Answer& answer) REQUIRES(mutex_);
+  void serve(const NotedCall& noted, const FaultPlan& plan) REQUIRES(mutex_);
+  void respond(const NotedCall& noted, const FaultPlan& plan, const Answer& answer)
       REQUIRES(mutex_);
   void flood(int64_t events) REQUIRES(mutex_);
 

@@ -95,7 +95,7 @@ Device readDeviceItself(TableReader& reader) {
   requireText(reader, "name", device.name, kDeviceNameLimit);
   reader.text("detail", device.detail, kDeviceDetailLimit);
   reader.number("devNumber", device.number, 1, kUInt16Most);
-  reader.number("sourceId", device.sourceId, 1, kInt64Most);
+  reader.number64("sourceId", device.sourceId);
   reader.word("type", device.type, kDeviceTypeWords);
   device.id = readVidPid(reader);
   reader.word("policy", device.policy, kPolicyWords);

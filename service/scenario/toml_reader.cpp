@@ -1,5 +1,7 @@
 #include "service/scenario/toml_reader.h"
 
+#include <charconv>
+
 namespace zq::devservice {
 namespace {
 
@@ -58,6 +60,26 @@ bool TableReader::integer(std::string_view key, int64_t& out, int64_t least, int
     return true;
   }
   return false;
+}
+
+bool TableReader::number64(std::string_view key, uint64_t& out) {
+  const toml::node* node = take(key);
+  if (node == nullptr) return false;
+  uint64_t number = 0;
+  if (const auto* digits = node->as_string()) {
+    const std::string& text = digits->get();
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || stop != text.data() + text.size()) number = 0;
+  } else if (const auto* integer = node->as_integer(); integer != nullptr && integer->get() > 0) {
+    number = static_cast<uint64_t>(integer->get());
+  }
+  if (number == 0) {
+    complain(key, std::string(key) +
+                      " is out of range; it goes from 1 to 2^64-1, beyond 2^63-1 as a text");
+    return false;
+  }
+  out = number;
+  return true;
 }
 
 std::vector<const toml::node*> TableReader::list(std::string_view key) {

@@ -36,6 +36,8 @@ class TableReader {
   bool text(std::string_view key, std::string& out,
             std::size_t longest = std::numeric_limits<std::size_t>::max());
   bool flag(std::string_view key, bool& out);
+  /// A number from 1 to 2^64-1; those beyond TOML's integers are texts of decimal digits.
+  bool number64(std::string_view key, uint64_t& out);
   template <typename Integer>
   bool number(std::string_view key, Integer& out, int64_t least, int64_t most) {
     int64_t value = 0;

@@ -86,14 +86,17 @@ TEST(ACallLog, ShowsSecretArgumentsBySizeAndKeepsTheLastCalls) {
   }
   log.note(callOf("secret", "qsa"), ":1.2", Disclosure::SizesOnly);
   log.note(callOf("open", "qsa"), ":1.3", Disclosure::Everything);
-  const Json calls = log.list();
+  log.noteAnswer(CallLog::kLength + 1, "answer", {7});
+  log.noteAnswer(0, "answer", "to a call that is forgotten");
+  Json calls = log.list();
   ASSERT_EQ(calls.size(), CallLog::kLength);
+  for (Json& call : calls) EXPECT_EQ(call.erase("time"), 1U);
   EXPECT_EQ(
       asText(calls[CallLog::kLength - 2]),
       R"({"method":"secret","sender":":1.2","arguments":[{"size":2},{"size":4},{"size":5}]})");
   EXPECT_EQ(asText(calls[CallLog::kLength - 1]),
             R"({"method":"open","sender":":1.3","arguments":[1,"text",)"
-            R"({"size":5,"hex":"6279746573"}]})");
+            R"({"size":5,"hex":"6279746573"}],"answer":[7]})");
 }
 
 TEST(ACallLog, CutsLongCallsSoThatAllOfThemFitAMessage) {
@@ -102,7 +105,7 @@ TEST(ACallLog, CutsLongCallsSoThatAllOfThemFitAMessage) {
   ZQBusMessage call(ZQBusMessageType::MethodCall, "long");
   call.appendString(std::string(300, 'x'));
   for (int i = 0; i < 999; ++i) call.appendString(std::string(10'000, '\1'));
-  const Json& noted = log.note(call, ":1.1", Disclosure::Everything);
+  const Json& noted = *log.find(log.note(call, ":1.1", Disclosure::Everything));
   const Json& arguments = noted["arguments"];
   EXPECT_EQ(asText(arguments[0]), R"({"size":300,"text":")" + std::string(256, 'x') + R"("})");
   EXPECT_EQ(asText(arguments.back()), R"({"more":968})");
