@@ -1,10 +1,20 @@
 #include "tools/embedded/private_bus.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 namespace zq {
 namespace {
@@ -39,49 +49,133 @@ constexpr const char* kConfiguration = R"(<busconfig>
 </busconfig>
 )";
 
-std::filesystem::path makeDirectory() {
-  std::string pattern = "/tmp/perix-bus-XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(), "making " + pattern);
+constexpr std::string_view kDirectoryName = "perix-bus-";
+constexpr const char* kLockName = "lock";
+
+// The directories of this process. The lock is held while one is made or removed.
+std::mutex directoriesMutex;
+std::vector<std::filesystem::path> directories;
+
+std::filesystem::path parentDirectory() {
+  const char* directory = std::getenv("TMPDIR");
+  return directory != nullptr && *directory != '\0' ? directory : "/tmp";
+}
+
+void removeQuietly(const std::filesystem::path& directory) {
+  std::error_code ignored;
+  std::filesystem::remove_all(directory, ignored);
+}
+
+OwnedDescriptor openLock(const std::filesystem::path& directory, int flags) {
+  return OwnedDescriptor(
+      open((directory / kLockName).c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600));
+}
+
+// Whether nobody holds the lock of the directory. One without a lock is being made just now.
+bool isStale(const std::filesystem::path& directory) {
+  const OwnedDescriptor lock = openLock(directory, O_RDWR);
+  return lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+// Those whose process was killed. Other users' are not touched: their locks cannot be opened.
+void removeStaleDirectories() {
+  std::error_code error;
+  std::filesystem::directory_iterator entries(parentDirectory(), error);
+  for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
+    const std::filesystem::path& path = entries->path();
+    if (path.filename().string().starts_with(kDirectoryName) && isStale(path)) removeQuietly(path);
   }
+}
+
+std::filesystem::path makeDirectory() {
+  const std::lock_guard lock(directoriesMutex);
+  std::string pattern = parentDirectory() / (std::string(kDirectoryName) + "XXXXXX");
+  if (mkdtemp(pattern.data()) == nullptr) {
+    throw std::system_error(errno, std::generic_category(), "cannot make " + pattern);
+  }
+  directories.emplace_back(pattern);
   return pattern;
+}
+
+void forget(const std::filesystem::path& directory) {
+  const std::lock_guard lock(directoriesMutex);
+  std::erase(directories, directory);
+  removeQuietly(directory);
+}
+
+OwnedDescriptor lockDirectory(const std::filesystem::path& directory) {
+  OwnedDescriptor lock = openLock(directory, O_RDWR | O_CREAT);
+  if (!lock || flock(lock.get(), LOCK_EX) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot lock " + directory.string());
+  }
+  return lock;
+}
+
+// A path as a D-Bus address has it; such a text stands for itself in XML.
+std::string inAddress(const std::string& path) {
+  std::string text;
+  for (const char character : path) {
+    if (std::isalnum(static_cast<unsigned char>(character)) != 0 ||
+        std::string_view("-_/.").find(character) != std::string_view::npos) {
+      text += character;
+      continue;
+    }
+    char code[4];
+    std::snprintf(code, sizeof(code), "%%%02x", static_cast<unsigned char>(character));
+    text += code;
+  }
+  return text;
 }
 
 void writeConfiguration(const std::filesystem::path& file, const std::filesystem::path& socket) {
   const std::string placeholder = "@SOCKET@";
   std::string text = kConfiguration;
-  text.replace(text.find(placeholder), placeholder.size(), socket.string());
+  text.replace(text.find(placeholder), placeholder.size(), inAddress(socket.string()));
   std::ofstream out(file);
   out << text;
   if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
 }
 
-// A child that did not get ready, in its own words.
-[[noreturn]] void throwNotReady(ChildProcess& child, const std::string& name) {
-  const std::string what = child.running() ? name + " was not ready after 10 seconds"
-                                           : name + " ended before it was ready (status " +
-                                                 std::to_string(child.wait()) + ")";
-  child.kill();
-  const std::string words = child.errorText();
-  throw std::runtime_error(words.empty() ? what : what + ": " + words);
+// A child that closes its readiness descriptor ends as soon as it can.
+[[noreturn]] void throwNotReady(ChildProcess& child, const std::string& name,
+                                std::chrono::steady_clock::time_point deadline) {
+  const auto left =
+      std::chrono::ceil<ChildProcess::Milliseconds>(deadline - std::chrono::steady_clock::now());
+  const bool late = left.count() <= 0;
+  const ChildProcess::Result result =
+      child.finish(std::max(left, ChildProcess::Milliseconds::zero()));
+  const std::string what =
+      late ? name + " was not ready after 10 seconds"
+           : name + " ended before it was ready (status " + std::to_string(result.status) + ")";
+  throw NotReady(result.error.empty() ? what : what + ": " + result.error,
+                 late ? std::nullopt : std::optional(result.status), result.error);
+}
+
+std::string readinessOf(ChildProcess& child, const std::string& name) {
+  const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
+  const auto line = child.readinessLine(kStartTimeout);
+  if (!line) throwNotReady(child, name, deadline);
+  return *line;
 }
 
 }  // namespace
 
-PrivateBus::PrivateBus() : directory_(makeDirectory()) {
+PrivateBus::PrivateBus() {
+  removeStaleDirectories();
+  directory_ = makeDirectory();
   try {
+    lock_ = lockDirectory(directory_);
     writeConfiguration(directory_ / "bus.conf", directory_ / "bus");
     start();
   } catch (...) {
-    std::filesystem::remove_all(directory_);
+    forget(directory_);
     throw;
   }
 }
 
 PrivateBus::~PrivateBus() {
   daemon_.reset();
-  std::error_code ignored;
-  std::filesystem::remove_all(directory_, ignored);
+  forget(directory_);
 }
 
 void PrivateBus::kill() {
@@ -93,6 +187,11 @@ void PrivateBus::restart() {
   start();
 }
 
+void PrivateBus::removeAll() {
+  directoriesMutex.lock();
+  std::for_each(directories.begin(), directories.end(), removeQuietly);
+}
+
 void PrivateBus::start() {
   std::filesystem::remove(directory_ / "bus");
   ChildProcess::Options options;
@@ -102,10 +201,9 @@ void PrivateBus::start() {
   options.error = ChildProcess::Stream::Capture;
   options.readiness = true;
   daemon_ = std::make_unique<ChildProcess>(options);
-  const auto line = daemon_->readinessLine(kStartTimeout);
-  if (!line) throwNotReady(*daemon_, "dbus-daemon");
-  // Behind the comma stands the identity of this very daemon; a later one has another.
-  address_ = line->substr(0, line->find(','));
+  const std::string line = readinessOf(*daemon_, "dbus-daemon");
+  // Behind the comma stands the identity of this daemon; a later one has another.
+  address_ = line.substr(0, line.find(','));
 }
 
 std::unique_ptr<ChildProcess> startDevelopmentService(const std::string& busAddress,
@@ -119,7 +217,7 @@ std::unique_ptr<ChildProcess> startDevelopmentService(const std::string& busAddr
   options.error = ChildProcess::Stream::Capture;
   options.readiness = true;
   auto service = std::make_unique<ChildProcess>(options);
-  if (!service->readinessLine(kStartTimeout)) throwNotReady(*service, program);
+  readinessOf(*service, program);
   return service;
 }
 

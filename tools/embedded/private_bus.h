@@ -1,22 +1,42 @@
-// A message bus of one's own, and the development service on it.
+// A private message bus, and the development service on it.
 #pragma once
 
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/embedded/child_process.h"
 
 namespace zq {
 
-/// A dbus-daemon that only this process (and whom it tells the address) knows, with a socket in a
-/// new directory of mode 0700 under /tmp. It dies with its parent, as ChildProcess says; the
-/// directory goes with the object.
+/// A program that was started and did not get ready: what() is for people.
+class NotReady : public std::runtime_error {
+ public:
+  NotReady(const std::string& text, std::optional<int> status, std::string words)
+      : std::runtime_error(text), status_(status), words_(std::move(words)) {}
+
+  /// The status with which it ended; nothing when it was killed for being late.
+  const std::optional<int>& status() const { return status_; }
+  /// The text that it wrote to standard error.
+  const std::string& words() const { return words_; }
+
+ private:
+  std::optional<int> status_;
+  std::string words_;
+};
+
+/// A dbus-daemon that is known to this process only, and to those that it tells the address, with a
+/// socket in a new directory of mode 0700 under TMPDIR, or under /tmp without it. It dies with its
+/// parent, as ChildProcess says; the directory goes with the object. A directory whose process was
+/// killed goes when the next object of any process is made.
 class PrivateBus {
  public:
   /// Starts the daemon and waits until it listens. Throws std::runtime_error, in words, when there
-  /// is no dbus-daemon or it does not come up within 10 s.
+  /// is no dbus-daemon, and NotReady when it does not come up within 10 s.
   PrivateBus();
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
@@ -32,18 +52,23 @@ class PrivateBus {
   /// the constructor does.
   void restart();
 
+  /// Removes the directories of all objects of this process, which ends now: no object can be made
+  /// or destroyed any more, its thread waits for ever. Any thread.
+  static void removeAll();
+
  private:
   void start();
 
   std::filesystem::path directory_;
+  OwnedDescriptor lock_;  ///< held for as long as the directory is in use
   std::string address_;
   std::unique_ptr<ChildProcess> daemon_;
 };
 
 /// Starts the development service `program` on the bus at `busAddress` and waits, at most 10 s,
-/// until it is ready. `arguments` follow the program's name. What the service writes to its
-/// standard error is captured; its standard output is discarded. Throws std::runtime_error that
-/// quotes the service's own words when it does not come up.
+/// until it is ready. `arguments` follow the program's name. The service's standard error is
+/// captured, its standard output is discarded. Throws NotReady when it does not come up, and
+/// std::system_error when it cannot be run.
 std::unique_ptr<ChildProcess> startDevelopmentService(const std::string& busAddress,
                                                       const std::string& program,
                                                       const std::vector<std::string>& arguments);

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <vector>
 
 #include "tools/perixctl/command_error.h"
 
@@ -10,6 +9,8 @@ namespace zq::ctl {
 namespace {
 
 constexpr const char* kServiceProgram = "perix-devservice";
+// With which the service ends when its scenario is wrong.
+constexpr int kBadScenario = 2;
 
 std::string serviceProgram() {
   std::error_code error;
@@ -17,6 +18,11 @@ std::string serviceProgram() {
   const auto beside = self.parent_path() / kServiceProgram;
   if (!error && std::filesystem::exists(beside, error)) return beside;
   return kServiceProgram;
+}
+
+std::string withoutLineEnd(std::string text) {
+  while (text.ends_with('\n')) text.pop_back();
+  return text;
 }
 
 }  // namespace
@@ -27,6 +33,10 @@ EmbeddedWorld::EmbeddedWorld(const std::string& scenario) try {
   std::vector<std::string> arguments;
   if (!scenario.empty()) arguments = {"--scenario", scenario};
   service_ = startDevelopmentService(bus_->address(), serviceProgram(), arguments);
+} catch (const NotReady& error) {
+  const bool scenarioIsBad = error.status() == kBadScenario && !error.words().empty();
+  throw CommandError(scenarioIsBad ? ExitCode::Usage : ExitCode::NoService,
+                     withoutLineEnd(scenarioIsBad ? error.words() : error.what()));
 } catch (const std::runtime_error& error) {
   throw CommandError(ExitCode::NoService, error.what());
 }

@@ -35,10 +35,11 @@ Record recordOf(const ZQBusBytes& block) {
   return record;
 }
 
-/// Appends a copy of a block, a `malloc` block of its own, to a list.
+/// Appends a copy of a block, a `malloc` block of its own, to a list. The few bytes by which the
+/// allocator rounds its length up are zero: a program that asks for the usable size may read them.
 template <typename Record>
 Record& appendCopy(const ZQBusBytes& block, std::list<Record*>& records) {
-  std::unique_ptr<void, decltype(&std::free)> copy(std::malloc(block.size), &std::free);
+  std::unique_ptr<void, decltype(&std::free)> copy(std::calloc(1, block.size), &std::free);
   if (copy == nullptr) throw std::bad_alloc();
   std::memcpy(copy.get(), block.data.get(), block.size);
   records.push_back(static_cast<Record*>(copy.get()));
