@@ -25,7 +25,9 @@ void require(bool done) {
 
 void addColumns(libscols_table* table, const TextTable& text) {
   for (const std::string& heading : text.headings) {
-    libscols_column* column = scols_table_new_column(table, heading.c_str(), 0, SCOLS_FL_TRUNC);
+    // A heading takes its width also when it is not shown.
+    const char* shown = text.showHeadings ? heading.c_str() : "";
+    libscols_column* column = scols_table_new_column(table, shown, 0, SCOLS_FL_TRUNC);
     require(column != nullptr);
     if (text.colours) scols_cell_set_color(scols_column_get_header(column), "\033[1m");
   }

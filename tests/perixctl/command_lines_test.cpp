@@ -5,11 +5,16 @@
 #include <chrono>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include "tests/perixctl/tool_world.h"
 #include "tools/perixctl/command.h"
+#include "tools/perixctl/command_line.h"
+#include "tools/perixctl/completion.h"
+#include "tools/perixctl/help.h"
 
 namespace zq::ctl {
 namespace {
@@ -19,13 +24,16 @@ struct Line {
   int exitCode;
   /// Stands somewhere in standard output, or in standard error when the command fails as text.
   const char* expected;
+  /// The last call that the service saw, its arguments as text; null for any.
+  const char* call = nullptr;
 };
 
 // One after the other in one world, so each may build on those before.
 const std::vector<Line> kLines = {
     // Desktops.
-    {"desktop list", 0, "DESKTOP  ID\ndebian   2\nwin10    1\n"},
-    {"desktop list --json", 0, R"([{"desktop":"debian","id":2},{"desktop":"win10","id":1}])"},
+    {"desktop list", 0, "DESKTOP  ID  DEVICES  PRINTERS\ndebian   2   -        -\n"},
+    {"desktop list --json", 0,
+     R"([{"desktop":"debian","id":2,"devices":[],"printers":[]},{"desktop":"win10")"},
     {"--json desktop connect debian --system-type 3 --share-mode 1 --connect-param 9", 0,
      R"({"result":0})"},
     {"desktop start debian", 0, "desktop start: sent"},
@@ -34,25 +42,32 @@ const std::vector<Line> kLines = {
     {"desktop connect win12", 10, "no desktop is called 'win12'"},
     {"desktop focus debian 1 maybe", 2, "'maybe' is not on or off"},
     // Devices.
-    {"device list", 0, "1       Desk camera  idle"},
-    {"device connect win10 1", 0, "done"},
+    {"device list", 0,
+     "1       Desk camera  camera    idle     -        ask     046d:0825  4294967297  front"},
+    {"device connect win10 1", 0, "done", "connectDevice [1, 1] → 0"},
     {"device list win10 --json", 0, R"("connected":true,"vmId":1,"desktop":"win10")"},
-    {"device connect win10 1", 1, "already connected to this desktop"},
+    {"device connect win10 1", 1, "already connected to this desktop (result 4)"},
     {"device connect win10 1 --json", 1, R"("exitCode":1,"text":"the service refused: already)"},
     {"device connect debian 2", 1, "the desktop is not connected"},
     {"device connect win10 77", 10, "unknown device"},
-    {"device connect win10", 2, "give exactly one of NUMBER or --source-id"},
-    {"device connect win10 2 --source-id 3", 2, "give exactly one of NUMBER or --source-id"},
-    {"device connect win10 65536 --json", 2, "'65536' is not a number from 0 to 65535"},
+    {"device connect win10", 2, "give exactly one of DEVICE or --source-id"},
+    {"device connect win10 2 --source-id 3", 2, "give exactly one of DEVICE or --source-id"},
+    {"device connect win10 65536 --json", 10, R"("result":2)"},
     {"device disconnect win10 1", 0, "done"},
     {"device connect win10 --source-id 0x100000001", 0, "done"},
     {"device disconnect win10 --source-id 4294967297", 0, "done"},
-    {"device redirect win10 2 1", 0, "done"},
-    {"device status 2", 0, "connected"},
+    {"device connect win10 'desk CAMERA'", 0, "done", "connectDevice [1, 1] → 0"},
+    {"device disconnect win10 0x100000001", 0, "done",
+     "disconnectDeviceBySrcId [1, 4294967297] → 0"},
+    {"device connect win10 Stikc", 10, "no device is called 'Stikc'; did you mean 'Stick'?"},
+    {"device redirect win10 Stick in", 0, "done", "redirectDevice [1, 2, 1] → 0"},
+    {"desktop list", 0, "win10    1   Stick    -"},
+    {"device status Stick", 0, "connected"},
     {"device status 2 --json", 0, R"("devNumber":2,"name":"Stick")"},
     {"device status 99", 10, "no device 99"},
-    {"device autoconnect set 3 on", 0, "done"},
-    {"device autoconnect get 3 --json", 0, R"({"autoConnect":1})"},
+    {"device autoconnect set camera on", 0, "done", "setAutoConnect [0, 3, 1] → 0"},
+    {"device autoconnect get camera", 0, "camera connect by themselves: on"},
+    {"device autoconnect get 3 --json", 0, R"({"autoConnect":1,"switch":"on"})"},
     {"device autoconnect set 3 off", 0, "done"},
     {"device network add 4 scan@10.0.0.9", 0, "done"},
     {"device network remove scan ''", 0, "done"},
@@ -60,22 +75,26 @@ const std::vector<Line> kLines = {
     {"device usbredir connect win10 0102030405060708", 0, "done"},
     {"device usbredir disconnect win10 0102030405060708", 0, "done"},
     {"device usbredir set win10 01020304 1", 2, "eight bytes"},
-    {"device configure win10 0x100000004 --type 4 --no-popup", 0, "done"},
-    {"device ignore 0x100000005", 0, "done"},
+    {"device configure win10 'New scanner' --type scanner --no-popup", 0, "done",
+     "configNewDeviceAsConnect [1, 0400000001000000, 4, 0, 0] → 0"},
+    {"device ignore 5 --no-popup --auto-connect", 0, "done",
+     "configNewDeviceAsIgnore [0500000001000000, 0, 1, 0] → 0"},
     {"device ignore 0x100000002", 1, "does not wait for its configuration"},
-    {"disk command win10 0x100000002 1", 0, "done"},
+    {"disk command win10 Stick mount", 0, "done",
+     "ConfigUdisks2Command [1, 0200000001000000, 1] → 0"},
     {"disk command win10 0x100000001 1", 1, "not a disk"},
     // Printers.
     {"printer list", 0, "1       Front office  idle"},
-    {"printer connect win10 1", 0, "done"},
+    {"printer connect win10 'Front office'", 0, "done", "connectPrinter [1, 1] → 0"},
     {"printer list win10 --json", 0,
      R"([{"devNum":1,"name":"Front office","status":2,"state":"connected")"},
     {"printer disconnect win10 1", 0, "done"},
     {"printer status 1", 0, "Front office"},
     {"printer status 44", 10, "no printer 44"},
     {"printer command win10 1 1", 0, "done"},
-    {"printer command win10 1 2", 0, "done"},
-    {"printer summary --json", 0, R"("name":"Front office")"},
+    {"printer command win10 'front office' resume", 0, "done",
+     "ConfigPrinterCommand [1, 0100000000000000, 2] → 0"},
+    {"printer summary", 0, "1       Front office  local   idle    Laser"},
     {"printer network add 10.0.0.7", 0, "done"},
     {"printer network add 10.0.0.8 Copy 'third floor'", 0, "done"},
     {"printer network list", 0, "Copy"},
@@ -92,7 +111,7 @@ const std::vector<Line> kLines = {
     {"printer local add Desk usb:1 Laser", 0, "done"},
     {"printer local add Desk2 usb:1 Ink", 10, "unknown driver"},
     {"printer local auto-add Desk3 usb:2 ''", 0, "done"},
-    {"printer driver list laser --json", 0, R"("name":"Laser")"},
+    {"printer driver list laser", 0, "NAME   MAKER\nLaser  Maker\n"},
     {"printer driver change Desk Laser", 0, "done"},
     {"printer test-page Desk", 0, "done"},
     {"printer local delete Desk", 0, "done"},
@@ -109,11 +128,15 @@ const std::vector<Line> kLines = {
     {"token update <<< s3cret", 0, "done"},
     {"token update --file <(echo s3cret)", 0, "done"},
     {"token update < /dev/null", 2, "the token is empty"},
+    {"token update --file /tmp", 2, "cannot read /tmp: Is a directory"},
+    {"token update < <(head -c 70000 /dev/zero)", 2, "more than 65536 bytes"},
     {"quality bandwidth win10 1000 2000", 0, "sent"},
     {"quality rtc win10 1 7", 0, "sent"},
     // Policies and properties.
-    {"policy list", 0, "045e:028e  1       A gamepad of many buttons\n"},
-    {"policy set 1 2", 0, "done"},
+    {"policy list", 0, "045e:028e  allow   A gamepad of many buttons\n"},
+    {"policy set 'Desk camera' forbid", 0, "done",
+     R"(setLocalPolicy [1, 2, "Desk camera", "front"] → 0)"},
+    {"policy set 1 forbit", 2, "did you mean 'forbid'?"},
     {"device disconnect win10 1", 0, "done"},
     {"device connect win10 1", 1, "forbidden by the device's policy"},
     {"policy set 99 1", 10, "no device 99"},
@@ -124,14 +147,18 @@ const std::vector<Line> kLines = {
     {"property get 46d:825 7", 2, "vendor and product"},
     {"turbo set 046d:0825 fps=60", 0, "done"},
     {"turbo get 046d:0825", 0, "fps=60\n"},
-    {"camera status --json", 0, R"({"status":1})"},
+    {"turbo get 1111:2222", 0, "no turbo configuration\n"},
+    {"camera status", 0, "cameras are authorised"},
+    {"camera status --json", 0, R"({"status":1,"state":"authorised"})"},
     {"joystick list", 0, "Gamepad"},
     {"joystick mapping set 045e:028e b=2", 0, "done"},
     {"joystick mapping get 045e:028e --json", 0, R"({"text":"b=2"})"},
     {"joystick calibrate 045e:028e", 0, "done"},
     // What the service says about itself.
-    {"diagnose desktop win10", 0, "100      0      no fault found"},
-    {"diagnose device win10 0x100000001 --json", 0, R"({"progress":100,"value":4294967297)"},
+    {"diagnose desktop win10", 0, "100      no fault found"},
+    {"diagnose device win10 1 --json", 0,
+     R"({"progress":100,"value":4294967297,"valueText":"4294967297")",
+     "diagnoseDevice [1, 4294967297] → 0"},
     {"command run version", 0, "version 7\n"},
     {"command run break", 1, "the command failed: broken"},
     {"command run nonsense", 10, "unknown command"},
@@ -144,14 +171,25 @@ const std::vector<Line> kLines = {
     {"service plug type=camera name='Second camera'", 0, "devNumber"},
     {R"(service plug name=$'\e[31mred')", 0, "devNumber"},
     {"device list", 0, R"(\x1b[31mred)"},
-    {"service plug type=teapot name=x", 1, "type is one of"},
+    {"service plug name=x type=teapot", 2, "'type=teapot': type is one of: usb"},
+    {"service plug sourceId=0xffffffffffffffff vid=46D pid=0x825 name=Far", 0,
+     "18446744073709551615"},
+    {"device list", 0, "046d:0825  18446744073709551615"},
+    {"service plug name=x bogus=1", 2, "'bogus=1': unknown key"},
+    {R"(service plug name=$'x\xff')", 2, "not UTF-8"},
     {"service unplug 6", 0, "done"},
-    {"service unplug 66", 1, "unknown device"},
+    {"service unplug 66", 10, "unknown device (result 2)"},
     {"service print 1 letter", 0, "done"},
+    {"service print 99 letter", 10, "unknown printer"},
     {"service event 1 6 0102", 0, "done"},
     {"service broadcast 1 64", 0, "done"},
     {"service state --json", 0, R"("desktops":)"},
     {"service fault set noSuchMethod error", 1, "noSuchMethod"},
+    {"service fault set getVmList delay", 2, "'delay' needs a VALUE"},
+    {"service fault set getVmListSize drop 0 1", 0, "drop"},
+    {"desktop start win10", 3, "did not answer in time"},
+    {"service fault set getVmListSize error 0 1", 0, "error"},
+    {"desktop start win10", 1, "injected fault"},
     {"service fault set onFocusChanged drop 0 1", 0, "onFocusChanged"},
     {"service fault list --json", 0, R"("method":"onFocusChanged","kind":"drop")"},
     {"desktop focus win10 1 off", 3, "did not answer in time"},
@@ -159,6 +197,8 @@ const std::vector<Line> kLines = {
     {"desktop list --json", 1, R"({"error":{"kind":"refused","exitCode":1)"},
     {"service fault set getDeviceList short-record 5", 0, "short-record"},
     {"device list --json", 0, R"("devNumber":1,"name":"")"},
+    {"service fault set getDeviceList short-record 10", 0, "short-record"},
+    {"device list", 0, "1             camera    idle     -        ask     046d:0825  0\n"},
     {"service fault set getPrinterList short-record 24", 0, "short-record"},
     {"printer list --json", 0, R"("name":"Front of")"},
     {"service fault set getPolicyListByVidPid short-record 24", 0, "short-record"},
@@ -171,11 +211,33 @@ const std::vector<Line> kLines = {
     {"device --help", 0, "autoconnect"},
     {"", 2, "required"},
     {"device bogus --json", 2, R"({"error":{"kind":"usage","exitCode":2)"},
-    {"completion bash", 0, R"(["x device autoconnect"]="get set")"},
+    {"device conect", 2, "did you mean 'device connect'? (perixctl device --help)"},
+    {"dev netw --help", 0, "Usage: perixctl device network COMMAND"},
+    {"dev li --no-headings --fields number,sourceIdText", 0, "1  4294967297\n"},
+    {"device --fields nonsense", 2, "no field 'nonsense'"},
+    {"d", 2, "may be any of desktop, device, disk, diagnose"},
+    {"device list --jsn", 2, "did you mean '--json'?"},
+    {"device connect win10 1 2", 2,
+     "'2' is too much; usage: perixctl device connect DESKTOP {DEVICE"},
+    {"--quiet policy set 1 allow | wc -c", 0, "0\n"},
+    {"device list > /dev/full", 1, "the output cannot be written: No space left on device"},
+    {"device list >&-", 1, "the output cannot be written: Bad file descriptor"},
+    {"monitor > /dev/full", 1, "cannot be written"},
+    {"service fault set searchSharePrinter drop 0 1", 0, "drop"},
+    {"--timeout 1 printer shared search 10.0.0.5", 3, "not done after 1 s"},
+    {"complete -- device connect win10 'De'", 0, "Desk camera\tnumber 1\n"},
+    {"complete -- policy set 1 f", 0, "forbid\t\n"},
+    {"complete -- service plug type=cam", 0, "type=camera\t\n"},
+    {"complete -- service fault set getVmL", 0, "getVmListSize\t\n"},
+    {"complete -- --ver", 0, "--version\t"},
+    {"completion bash", 0, "complete -F _perixctl perixctl"},
+    {"completion zsh", 0, "compdef"},
+    {"completion fish", 0, "complete -c perixctl"},
     {"man | man -l - | cat", 0, "device autoconnect set TYPE SWITCH"},
     {"service run -- bash -c 'echo $ZQBUS_ADDRESS; exit 7'", 7, ""},
+    {"service run -- /nonexistent", 127, "cannot run /nonexistent"},
     {"--embedded=" SCENARIO " desktop list", 0, "win10"},
-    {"--embedded=/nonexistent desktop list", 8, "/nonexistent"},
+    {"--embedded=/nonexistent desktop list", 2, "perixctl: /nonexistent:1:1: cannot be read\n"},
     {"monitor --for 0", 0, ""},
     {"monitor --count 1 --ready-fd 99", 2, "descriptor 99"},
     {"service clear-calls", 0, "done"},
@@ -195,6 +257,12 @@ void check(const Line& line, const ChildProcess::Result& result) {
   if (!isJson(line)) return;
   EXPECT_FALSE(Json::parse(result.output, nullptr, false).is_discarded()) << "not one document";
   EXPECT_EQ(result.error, "");
+}
+
+void expectLastCall(const ToolWorld& world, const Line& line) {
+  const std::string calls = world.run("service calls --fields call").output;
+  const std::size_t last = calls.rfind('\n', calls.size() - 2) + 1;
+  EXPECT_EQ(calls.substr(last), std::string(line.call) + "\n") << line.words;
 }
 
 // The bus methods that introspection shows.
@@ -227,6 +295,7 @@ TEST(APerixctlCommand, DoesWhatItSaysAndEndsWithItsExitCode) {
       }
     }
     check(line, world.run(line.words));
+    if (line.call != nullptr) expectLastCall(world, line);
   }
   EXPECT_EQ(called, methods) << "some method of the service is not reached";
 }
@@ -242,6 +311,47 @@ TEST(TheCommandTable, HasNoCommandThatTheseTestsDoNotRunWithSuccess) {
                  std::string::npos;
     });
     EXPECT_TRUE(run) << command.words;
+  }
+}
+
+// The words of an example, which has quotes around some of them.
+std::vector<std::string> wordsOf(const std::string& line) {
+  std::vector<std::string> words;
+  bool quoted = false;
+  bool begins = true;
+  for (const char character : line) {
+    quoted = quoted != (character == '\'');
+    if (character == '\'') continue;
+    if (character == ' ' && !quoted) {
+      begins = true;
+      continue;
+    }
+    if (std::exchange(begins, false)) words.emplace_back();
+    words.back() += character;
+  }
+  return words;
+}
+
+TEST(TheCommandTable, MakesParserHelpManualAndCompletionAgree) {
+  std::map<std::string, bool> optionTakesValue;
+  std::string manual = manualPage();
+  std::erase(manual, '\\');
+  for (const Command& command : commandTable()) {
+    SCOPED_TRACE(command.words);
+    std::vector<std::string> example = wordsOf(exampleOf(command));
+    example.erase(example.begin());
+    EXPECT_EQ(parseCommandLine(example).command, &command) << exampleOf(command);
+    const std::string help = helpFor(command.words);
+    for (const Argument& argument : command.arguments) {
+      EXPECT_NE(help.find("\n  " + argument.name), std::string::npos) << argument.name;
+      if (!argument.isOption()) continue;
+      // The parser tells options from values before it knows the command.
+      const auto known = optionTakesValue.try_emplace(argument.name, argument.takesValue()).first;
+      EXPECT_EQ(known->second, argument.takesValue()) << argument.name;
+    }
+    if (command.hidden) continue;
+    EXPECT_NE(manual.find("fB" + command.words + "fR"), std::string::npos) << "not in the manual";
+    EXPECT_FALSE(candidatesFor(wordsOf(command.words)).empty()) << "not offered";
   }
 }
 
@@ -287,7 +397,7 @@ TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
   }
   EXPECT_EQ(all.find(secret), std::string::npos) << all;
   EXPECT_EQ(all.find(secretInHex), std::string::npos) << all;
-  EXPECT_NE(all.find(R"({"size":14})"), std::string::npos) << all;
+  EXPECT_NE(all.find("updateDriveToken [14 bytes] → 0"), std::string::npos) << all;
 }
 
 }  // namespace

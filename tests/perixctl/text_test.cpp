@@ -37,7 +37,7 @@ TEST(ATable, IsAlignedByCharactersAndShowsMissingValuesAsADash) {
   const Outcome outcome =
       tableOf({{{"name", "e\u0301"}, {"id", 1}}, {{"name", "日本"}, {"id", nullptr}}},
               {{"name", "NAME"}, {"id", "ID"}});
-  EXPECT_EQ(renderText(outcome, false), "NAME  ID\ne\u0301     1\n日本  -\n");
+  EXPECT_EQ(renderText(outcome, {}), "NAME  ID\ne\u0301     1\n日本  -\n");
 }
 
 TEST(ADocument, IsOneLineOfJsonWhateverBytesTheServiceSent) {

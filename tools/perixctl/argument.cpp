@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "platform/text/hex.h"
+#include "tools/perixctl/suggestion.h"
 
 namespace zq::ctl {
 namespace {
@@ -35,34 +36,89 @@ bool isUsbDevice(const std::string& text) {
   return bytes && bytes->size() == 8;
 }
 
-struct KindRule {
+bool isSwitch(const std::string& text) {
+  return text == "on" || text == "off" || text == "1" || text == "0";
+}
+
+bool isNotEmpty(const std::string& text) {
+  return !text.empty();
+}
+
+// Words are checked against those of the argument.
+bool isAnything(const std::string& /*text*/) {
+  return true;
+}
+
+struct KindRow {
   ArgumentKind kind;
   bool (*holds)(const std::string&);
   const char* expected;
+  const char* sample;
 };
 
-const std::array kRules = {
-    KindRule{ArgumentKind::Name, [](const std::string& text) { return !text.empty(); },
-             "a text that is not empty"},
-    KindRule{ArgumentKind::UInt16, isNumber<uint16_t>, "a number from 0 to 65535"},
-    KindRule{ArgumentKind::UInt32, isNumber<uint32_t>, "a number from 0 to 4294967295"},
-    KindRule{ArgumentKind::UInt64, isNumber<uint64_t>, "a number from 0 to 2^64-1"},
-    KindRule{ArgumentKind::Int32, isNumber<int32_t>, "a number from -2^31 to 2^31-1"},
-    KindRule{ArgumentKind::Int64, isNumber<int64_t>, "a number from -2^63 to 2^63-1"},
-    KindRule{ArgumentKind::Switch,
-             [](const std::string& text) { return text == "on" || text == "off"; }, "on or off"},
-    KindRule{ArgumentKind::VidPid,
-             [](const std::string& text) { return parseVidPid(text).has_value(); },
-             "vendor and product as in 046d:c52b"},
-    KindRule{ArgumentKind::Hex, [](const std::string& text) { return fromHex(text).has_value(); },
-             "bytes as pairs of hexadecimal digits"},
-    KindRule{ArgumentKind::UsbDevice, isUsbDevice, "eight bytes as pairs of hexadecimal digits"},
-    KindRule{ArgumentKind::Host, isHost, "an address as in 10.0.0.5 or 10.0.0.5:9100"},
-    KindRule{ArgumentKind::KeyValue, isKeyValue, "KEY=VALUE"},
-    KindRule{ArgumentKind::Pipe,
-             [](const std::string& text) { return parsePipe(text).has_value(); },
-             "PARAM1:PARAM2:LABEL1:LABEL2 with labels of up to 127 characters"},
+constexpr const char* kNotEmpty = "a text that is not empty";
+constexpr std::array kKinds = {
+    KindRow{ArgumentKind::Text, isAnything, "", "text"},
+    KindRow{ArgumentKind::Name, isNotEmpty, kNotEmpty, "name"},
+    KindRow{ArgumentKind::Flag, isAnything, "", ""},
+    KindRow{ArgumentKind::UInt16, isNumber<uint16_t>, "a number from 0 to 65535", "1"},
+    KindRow{ArgumentKind::UInt32, isNumber<uint32_t>, "a number from 0 to 4294967295", "1"},
+    KindRow{ArgumentKind::UInt64, isNumber<uint64_t>, "a number from 0 to 2^64-1", "1"},
+    KindRow{ArgumentKind::Int32, isNumber<int32_t>, "a number from -2^31 to 2^31-1", "1"},
+    KindRow{ArgumentKind::Int64, isNumber<int64_t>, "a number from -2^63 to 2^63-1", "1"},
+    KindRow{ArgumentKind::Word, isNumber<uint16_t>, "a number from 0 to 65535", ""},
+    KindRow{ArgumentKind::Switch, isSwitch, "on or off", "on"},
+    KindRow{ArgumentKind::Choice, isAnything, "", ""},
+    KindRow{ArgumentKind::VidPid,
+            [](const std::string& text) { return parseVidPid(text).has_value(); },
+            "vendor and product as in 046d:c52b", "046d:0825"},
+    KindRow{ArgumentKind::Hex, [](const std::string& text) { return fromHex(text).has_value(); },
+            "bytes as pairs of hexadecimal digits", "0102"},
+    KindRow{ArgumentKind::UsbDevice, isUsbDevice, "eight bytes as pairs of hexadecimal digits",
+            "0102030405060708"},
+    KindRow{ArgumentKind::Host, isHost, "an address as in 10.0.0.5 or 10.0.0.5:9100", "10.0.0.5"},
+    KindRow{ArgumentKind::Pipe, [](const std::string& text) { return parsePipe(text).has_value(); },
+            "PARAM1:PARAM2:LABEL1:LABEL2 with labels of up to 127 characters", "1:2:audio:main"},
+    KindRow{ArgumentKind::Desktop, isNotEmpty, kNotEmpty, "office-1"},
+    KindRow{ArgumentKind::Device, isNotEmpty, kNotEmpty, "3"},
+    KindRow{ArgumentKind::Printer, isNotEmpty, kNotEmpty, "'Desk printer'"},
+    KindRow{ArgumentKind::PrinterName, isNotEmpty, kNotEmpty, "'Desk printer'"},
+    KindRow{ArgumentKind::Driver, isAnything, "", "'Generic PostScript'"},
+    KindRow{ArgumentKind::FaultMethod, isNotEmpty, kNotEmpty, "getVmList"},
+    KindRow{ArgumentKind::FaultKind, isNotEmpty, kNotEmpty, "error"},
+    KindRow{ArgumentKind::PlugKey, isKeyValue, "KEY=VALUE", "type=camera name='Desk camera'"},
+    KindRow{ArgumentKind::Scenario, isAnything, "", "world.toml"},
+    KindRow{ArgumentKind::Stroke, isNotEmpty, kNotEmpty, "examples/strokes/signature.jsonl"},
+    KindRow{ArgumentKind::File, isNotEmpty, kNotEmpty, "token.txt"},
 };
+
+constexpr bool standInOrder() {
+  for (std::size_t i = 0; i < kKinds.size(); ++i) {
+    if (kKinds[i].kind != static_cast<ArgumentKind>(i)) return false;
+  }
+  return kKinds.size() == static_cast<std::size_t>(ArgumentKind::File) + 1;
+}
+static_assert(standInOrder());
+
+const KindRow& rowOf(ArgumentKind kind) {
+  return kKinds.at(static_cast<std::size_t>(kind));
+}
+
+std::string quoted(const std::string& text) {
+  return "'" + text + "'";
+}
+
+std::string complaintAboutWord(Words words, const std::string& text) {
+  return quoted(text) + " is not " + listed(words) + didYouMean(text, wordsOf(words));
+}
+
+// Any of the words, with commas between.
+std::string complaintAboutChoice(Words words, const std::string& text) {
+  for (const std::string& part : splitAtCommas(text)) {
+    if (!numberFor(words, part)) return complaintAboutWord(words, part);
+  }
+  return {};
+}
 
 }  // namespace
 
@@ -90,17 +146,38 @@ std::optional<PipeDescription> parsePipe(std::string_view text) {
   return PipeDescription{*param1, *param2, std::string(parts[2]), std::string(parts[3])};
 }
 
-std::string complaintAbout(ArgumentKind kind, const std::string& text) {
-  const auto rule = std::find_if(kRules.begin(), kRules.end(),
-                                 [kind](const KindRule& row) { return row.kind == kind; });
-  if (rule == kRules.end() || rule->holds(text)) return {};
-  return "'" + text + "' is not " + rule->expected;
+std::vector<std::string> splitAtCommas(std::string_view text) {
+  std::vector<std::string> parts;
+  while (!text.empty()) {
+    const std::size_t comma = std::min(text.find(','), text.size());
+    parts.emplace_back(text.substr(0, comma));
+    text.remove_prefix(std::min(comma + 1, text.size()));
+  }
+  return parts;
 }
 
-const std::vector<std::string>& Arguments::texts(const std::string& name) const {
+std::string complaintAbout(const Argument& argument, const std::string& text) {
+  if (argument.kind == ArgumentKind::Choice) return complaintAboutChoice(argument.words, text);
+  if (numberFor(argument.words, text)) return {};
+  const KindRow& row = rowOf(argument.kind);
+  if (row.holds(text)) return {};
+  if (!argument.words.empty()) return complaintAboutWord(argument.words, text);
+  return quoted(text) + " is not " + row.expected;
+}
+
+std::string sampleOf(const Argument& argument) {
+  if (argument.sample != nullptr) return argument.sample;
+  return argument.words.empty() ? rowOf(argument.kind).sample : argument.words.front().word;
+}
+
+const Arguments::Values& Arguments::valuesOf(const std::string& name) const {
   const auto found = values_.find(name);
   if (found == values_.end()) throw std::logic_error("the command declares no argument " + name);
   return found->second;
+}
+
+const std::vector<std::string>& Arguments::texts(const std::string& name) const {
+  return valuesOf(name).texts;
 }
 
 }  // namespace zq::ctl

@@ -15,6 +15,7 @@ constexpr std::array kExitCodes = {
     Word{ExitCode::TimedOut, "timed-out"},
     Word{ExitCode::NoService, "no-service"},
     Word{ExitCode::NotFound, "not-found"},
+    Word{ExitCode::CannotRun, "cannot-run"},
 };
 
 struct FailureRow {
@@ -88,13 +89,25 @@ void requireAnswer() {
 void requireDone(int result) {
   requireAnswer();
   if (result == 0) return;
+  const std::string number = " (result " + std::to_string(result) + ")";
   for (const ResultRow& row : kResults) {
     if (row.result == result) {
-      throw CommandError(row.code, std::string("the service refused: ") + row.text, result);
+      throw CommandError(row.code, std::string("the service refused: ") + row.text + number,
+                         result);
     }
   }
-  throw CommandError(ExitCode::Refused, "the service refused with result " + std::to_string(result),
-                     result);
+  throw CommandError(ExitCode::Refused, "the service refused" + number, result);
+}
+
+CommandError refusalInWords(const std::string& text) {
+  for (const ResultRow& row : kResults) {
+    if (row.text == text) {
+      return {row.code,
+              "the service refused: " + text + " (result " + std::to_string(row.result) + ")",
+              row.result};
+    }
+  }
+  return {ExitCode::Refused, text};
 }
 
 }  // namespace zq::ctl

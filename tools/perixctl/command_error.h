@@ -1,4 +1,4 @@
-// How a command ends, and the failures that end it early.
+// The ends of commands, and the failures that end them early.
 #pragma once
 
 #include <optional>
@@ -10,17 +10,18 @@ namespace zq::ctl {
 /// The tool's exit codes; scripts rely on the numbers.
 enum class ExitCode : int {
   Done = 0,
-  Refused = 1,    ///< the service answered, and the answer is no
-  Usage = 2,      ///< the command line is wrong; nothing was asked
-  TimedOut = 3,   ///< no answer in time
-  NoService = 8,  ///< there is no bus or no service, or it went away during the call
-  NotFound = 10,  ///< the service does not know the desktop, device or printer
+  Refused = 1,      ///< the service answered, and the answer is no; or the output cannot be written
+  Usage = 2,        ///< the command line, or a file that it names, is wrong
+  TimedOut = 3,     ///< no answer in time
+  NoService = 8,    ///< there is no bus or no service, or it went away during the call
+  NotFound = 10,    ///< the service does not know the desktop, device or printer
+  CannotRun = 127,  ///< the program of 'service run' cannot be run
 };
 
 /// The code's word in `--json` errors: "refused", "usage" and so on.
 const char* wordOf(ExitCode code);
 
-/// Ends a command: the exit code and, in words, what happened.
+/// Ends a command: the exit code, and the failure in words.
 class CommandError : public std::runtime_error {
  public:
   CommandError(ExitCode code, const std::string& text) : std::runtime_error(text), code_(code) {}
@@ -42,5 +43,8 @@ void requireAnswer();
 
 /// Throws unless the last operation got an answer and `result`, which it returned, is 0.
 void requireDone(int result);
+
+/// The error for a refusal that came as a text. The text of a known result counts as the result.
+CommandError refusalInWords(const std::string& text);
 
 }  // namespace zq::ctl

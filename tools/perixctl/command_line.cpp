@@ -1,135 +1,262 @@
 #include "tools/perixctl/command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <deque>
-#include <map>
-#include <memory>
-#include <sstream>
+#include <cctype>
 
 #include "tools/perixctl/command_error.h"
+#include "tools/perixctl/help.h"
+#include "tools/perixctl/suggestion.h"
 
 namespace zq::ctl {
 namespace {
 
-constexpr const char* kDescription = "Commands the service that redirects devices into desktops.";
-constexpr const char* kFooter =
-    "Exit codes: 0 done, 1 the service refused, 2 usage, 3 time-out, 8 no service, 10 not found.";
+using Texts = std::vector<std::string>;
 
-// A command's place in the parser, with room for its values.
-struct Leaf {
-  const Command* command;
-  CLI::App* app;
-  Arguments::Values values;
-};
-
-// The parser's tree of nouns and verbs, grown word by word.
-class CommandTree {
- public:
-  explicit CommandTree(CLI::App& root) { apps_[""] = &root; }
-
-  CLI::App* at(const std::string& words) {
-    CLI::App*& app = apps_[words];
-    if (app == nullptr) {
-      const std::size_t blank = words.rfind(' ');
-      CLI::App* parent = at(blank == std::string::npos ? "" : words.substr(0, blank));
-      parent->require_subcommand(1);
-      app = parent->add_subcommand(words.substr(blank + 1));
-    }
-    return app;
-  }
-
- private:
-  std::map<std::string, CLI::App*> apps_;
-};
-
-void addArgument(Leaf& leaf, const Argument& argument) {
-  std::vector<std::string>& values = leaf.values[argument.name];
-  if (argument.kind == ArgumentKind::Flag) {
-    leaf.app->add_flag_callback(
-        argument.name, [&values] { values.assign(1, "on"); }, argument.help);
-    return;
-  }
-  CLI::Option* option = leaf.app->add_option(argument.name, values, argument.help);
-  option->required(argument.presence == Presence::Required ||
-                   argument.presence == Presence::Repeated);
-  if (argument.presence == Presence::Repeated) {
-    option->expected(-1);
-  } else {
-    option->expected(1)->allow_extra_args(false)->multi_option_policy(
-        CLI::MultiOptionPolicy::Throw);
-  }
-  const ArgumentKind kind = argument.kind;
-  option->check([kind](const std::string& text) { return complaintAbout(kind, text); });
-  option->type_name(argument.isOption() ? "VALUE" : "");
+[[noreturn]] void complain(const std::string& text) {
+  throw CommandError(ExitCode::Usage, text);
 }
 
-std::deque<Leaf> addCommands(CLI::App& app) {
-  CommandTree tree(app);
-  for (const Family& family : commandFamilies()) tree.at(family.words)->description(family.help);
-  std::deque<Leaf> leaves;  // the parser refers to the values in place
+// "(perixctl device --help)"
+std::string helpHint(const std::string& words) {
+  return " (perixctl " + words + (words.empty() ? "" : " ") + "--help)";
+}
+
+std::string joinedWords(const std::string& words, const std::string& word) {
+  return words.empty() ? word : words + " " + word;
+}
+
+// --- Options and other words --------------------------------------------------------------------
+
+// The arguments of the tool that are options, of all commands. An option has the same form wherever
+// it is taken.
+const Argument* optionCalled(const std::string& name) {
+  const auto find = [&name](const std::vector<Argument>& arguments) -> const Argument* {
+    const auto found = std::find_if(arguments.begin(), arguments.end(),
+                                    [&](const Argument& option) { return option.name == name; });
+    return found == arguments.end() ? nullptr : &*found;
+  };
+  if (const Argument* global = find(globalOptions())) return global;
   for (const Command& command : commandTable()) {
-    Leaf& leaf = leaves.emplace_back(Leaf{&command, tree.at(command.words), {}});
-    leaf.app->description(command.help);
-    for (const Argument& argument : command.arguments) addArgument(leaf, argument);
+    if (const Argument* option = find(command.arguments)) return option;
   }
-  return leaves;
+  return nullptr;
 }
 
-CLI::Option* addGlobals(CLI::App& app, Globals& globals) {
-  app.add_flag("--json", globals.json, "Write one JSON document (monitor, pen replay: one a line)");
-  app.add_flag("--verbose", globals.verbose, "Say where the log is and why an operation failed");
-  app.set_version_flag("--version", "perixctl " PERIXCTL_VERSION);
-  return app
-      .add_option("--embedded", globals.scenario,
-                  "Run against a private bus and a development service with that scenario")
-      ->expected(0, 1)
-      ->type_name("[SCENARIO]");
+bool takesNextWord(const std::string& name) {
+  const Argument* option = optionCalled(name);
+  return option != nullptr && option->takesValue() && option->kind != ArgumentKind::Scenario;
 }
 
-void requireExactlyOneAlternative(const Leaf& leaf) {
+// Words like -5 are numbers.
+bool isOption(const std::string& word) {
+  return word.size() > 1 && word[0] == '-' &&
+         std::isdigit(static_cast<unsigned char>(word[1])) == 0;
+}
+
+// --- The values of a command ---------------------------------------------------------------------
+
+const Argument* argumentCalled(const Command& command, const std::string& name) {
+  const auto found = std::find_if(command.arguments.begin(), command.arguments.end(),
+                                  [&](const Argument& argument) { return argument.name == name; });
+  return found == command.arguments.end() ? nullptr : &*found;
+}
+
+void takeValue(Arguments& arguments, const Argument& argument, const std::string& text) {
+  const std::string complaint = complaintAbout(argument, text);
+  if (!complaint.empty()) complain(argument.name + ": " + complaint);
+  arguments.add(argument.name, text);
+}
+
+void takeOption(Arguments& arguments, const Argument& argument, const SplitLine::Option& option) {
+  if (arguments.has(argument.name)) complain(argument.name + " is given twice");
+  if (!argument.takesValue()) {
+    if (option.value) complain(argument.name + " takes no value");
+    arguments.add(argument.name, "on");
+  } else if (argument.kind == ArgumentKind::Scenario) {
+    arguments.add(argument.name, option.value.value_or(""));
+  } else if (option.value) {
+    takeValue(arguments, argument, *option.value);
+  } else {
+    complain(argument.name + " needs a value");
+  }
+}
+
+[[noreturn]] void complainAboutOption(const std::string& words, const Command* command,
+                                      const std::string& name) {
+  Texts known = {"--help", "--version"};
+  for (const Argument& option : globalOptions()) known.push_back(option.name);
+  if (command != nullptr) {
+    for (const Argument& argument : command->arguments) {
+      if (argument.isOption()) known.push_back(argument.name);
+    }
+  }
+  const std::string whose = words.empty() ? "there is" : "'" + words + "' has";
+  complain(whose + " no option '" + name + "'" + didYouMean(name, known) + helpHint(words));
+}
+
+void takePositionals(const Command& command, Arguments& arguments, const Texts& words) {
+  std::size_t next = 0;
+  for (const Argument& argument : command.arguments) {
+    if (argument.isOption()) continue;
+    const std::size_t end = argument.presence == Presence::Repeated ? words.size() : next + 1;
+    for (; next < std::min(end, words.size()); ++next) {
+      takeValue(arguments, argument, words[next]);
+    }
+    if (argument.isRequired() && !arguments.has(argument.name)) {
+      complain(argument.name + " is missing; usage: " + usageOf(command));
+    }
+  }
+  if (next < words.size()) {
+    complain("'" + words[next] + "' is too much; usage: " + usageOf(command));
+  }
+}
+
+void requireExactlyOneAlternative(const Command& command, const Arguments& arguments) {
   std::string names;
   std::size_t given = 0;
-  for (const Argument& argument : leaf.command->arguments) {
+  for (const Argument& argument : command.arguments) {
     if (argument.presence != Presence::OneOf) continue;
     names += (names.empty() ? "" : " or ") + argument.name;
-    given += leaf.values.at(argument.name).empty() ? 0 : 1;
+    given += arguments.has(argument.name) ? 1 : 0;
   }
-  if (!names.empty() && given != 1) {
-    throw CommandError(ExitCode::Usage, "give exactly one of " + names);
+  if (!names.empty() && given != 1) complain("give exactly one of " + names);
+}
+
+Globals globalsOf(const Arguments& arguments) {
+  Globals globals;
+  globals.json = arguments.has("--json");
+  globals.verbose = arguments.has("--verbose");
+  globals.quiet = arguments.has("--quiet");
+  globals.noHeadings = arguments.has("--no-headings");
+  globals.embedded = arguments.has("--embedded");
+  globals.scenario = arguments.text("--embedded");
+  globals.fields = splitAtCommas(arguments.text("--fields"));
+  if (arguments.has("--timeout")) {
+    globals.timeout = std::chrono::seconds(arguments.number<uint32_t>("--timeout"));
   }
+  return globals;
+}
+
+// Takes the options of the line; of those for help and version, it only returns the name.
+std::string takeOptions(const SplitLine& split, const ResolvedCommand& resolved,
+                        CommandLine& line) {
+  std::string information;
+  Arguments globals;
+  for (const Argument& option : globalOptions()) globals.declare(option);
+  for (const SplitLine::Option& option : split.options) {
+    const Argument* own =
+        resolved.command == nullptr ? nullptr : argumentCalled(*resolved.command, option.name);
+    const Argument* known = own != nullptr ? own : optionCalled(option.name);
+    const bool global = own == nullptr && known != nullptr &&
+                        std::any_of(globalOptions().begin(), globalOptions().end(),
+                                    [&](const Argument& other) { return &other == known; });
+    if (option.name == "--help" || option.name == "-h" || option.name == "--version") {
+      information = option.name;
+    } else if (own == nullptr && !global) {
+      complainAboutOption(resolved.words, resolved.command, option.name);
+    } else {
+      takeOption(own != nullptr ? line.arguments : globals, *known, option);
+    }
+  }
+  line.globals = globalsOf(globals);
+  return information;
 }
 
 }  // namespace
 
-CommandLine parseCommandLine(int argc, const char* const* argv) {
-  CommandLine line;
-  CLI::App app(kDescription, "perixctl");
-  app.footer(kFooter)->fallthrough();
-  const CLI::Option* embedded = addGlobals(app, line.globals);
-  std::deque<Leaf> leaves = addCommands(app);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    std::ostringstream out;
-    std::ostringstream complaint;
-    if (app.exit(error, out, complaint) == 0) {
-      line.information = out.str();
-      return line;
+SplitLine splitLine(const Texts& words) {
+  SplitLine split;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string& word = words[i];
+    if (word == "--") {
+      split.words.insert(split.words.end(), words.begin() + static_cast<std::ptrdiff_t>(i) + 1,
+                         words.end());
+      break;
     }
-    throw CommandError(ExitCode::Usage, error.what());
+    if (!isOption(word)) {
+      split.words.push_back(word);
+      continue;
+    }
+    const std::size_t equals = word.find('=');
+    SplitLine::Option& option = split.options.emplace_back();
+    option.name = word.substr(0, equals);
+    if (equals != std::string::npos) {
+      option.value = word.substr(equals + 1);
+    } else if (takesNextWord(option.name)) {
+      split.lacksValue = i + 1 == words.size();
+      if (!split.lacksValue) option.value = words[++i];
+    }
   }
-  line.globals.embedded = embedded->count() > 0;
-  const auto chosen = std::find_if(leaves.begin(), leaves.end(),
-                                   [](const Leaf& leaf) { return leaf.app->parsed(); });
-  requireExactlyOneAlternative(*chosen);
-  line.command = chosen->command;
-  line.arguments = Arguments(std::move(chosen->values));
-  return line;
+  return split;
 }
 
-bool asksForJson(int argc, const char* const* argv) {
-  return std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+ResolvedCommand resolveCommand(const Texts& words) {
+  ResolvedCommand resolved;
+  while (resolved.command == nullptr && resolved.used < words.size()) {
+    const std::string& word = words[resolved.used];
+    Texts exact;
+    Texts begun;
+    Texts all;
+    for (const Continuation& next : continuationsOf(resolved.words)) {
+      all.push_back(next.word);
+      if (next.word == word) exact.push_back(next.word);
+      if (!word.empty() && next.word.starts_with(word)) begun.push_back(next.word);
+    }
+    const Texts& fitting = exact.empty() ? begun : exact;
+    const std::string asked = joinedWords(resolved.words, word);
+    if (const Command* command = commandOf(asked)) {  // a hidden one, too
+      resolved = {asked, command, resolved.used + 1};
+      break;
+    }
+    if (fitting.size() > 1) {
+      std::string list;
+      for (const std::string& each : fitting) list += (list.empty() ? "" : ", ") + each;
+      complain("'" + asked + "' may be any of " + list + helpHint(resolved.words));
+    }
+    if (fitting.empty()) {
+      const std::string meant = nearest(word, all);
+      const std::string suggestion =
+          meant.empty() ? "" : "; did you mean '" + joinedWords(resolved.words, meant) + "'?";
+      complain("no command '" + asked + "'" + suggestion + helpHint(resolved.words));
+    }
+    resolved.words = joinedWords(resolved.words, fitting.front());
+    resolved.command = commandOf(resolved.words);
+    ++resolved.used;
+  }
+  return resolved;
+}
+
+CommandLine parseCommandLine(const Texts& words) {
+  const SplitLine split = splitLine(words);
+  ResolvedCommand resolved = resolveCommand(split.words);
+  CommandLine line;
+  const bool noun = resolved.command == nullptr;
+  const Command* list =
+      noun && !resolved.words.empty() ? commandOf(resolved.words + " list") : nullptr;
+  if (list != nullptr) resolved.command = list;
+  if (resolved.command != nullptr) {
+    for (const Argument& argument : resolved.command->arguments) line.arguments.declare(argument);
+  }
+  const std::string information = takeOptions(split, resolved, line);
+  if (!information.empty()) {
+    line.information = information == "--version" ? versionText() : helpFor(resolved.words);
+    return line;
+  }
+  if (resolved.command == nullptr) {
+    std::string next;
+    for (const Continuation& each : continuationsOf(resolved.words)) {
+      next += (next.empty() ? "" : ", ") + each.word;
+    }
+    complain((resolved.words.empty() ? "a command is required: "
+                                     : "'" + resolved.words + "' needs one of ") +
+             next + helpHint(resolved.words));
+  }
+  takePositionals(
+      *resolved.command, line.arguments,
+      {split.words.begin() + static_cast<std::ptrdiff_t>(resolved.used), split.words.end()});
+  requireExactlyOneAlternative(*resolved.command, line.arguments);
+  line.command = resolved.command;
+  return line;
 }
 
 }  // namespace zq::ctl

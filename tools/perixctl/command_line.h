@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "tools/perixctl/command.h"
 
@@ -14,10 +15,31 @@ struct CommandLine {
   std::string information;  ///< help or version, ready to be written
 };
 
-/// Parses the arguments of main(). Throws CommandError (Usage) with a text that says what is wrong.
-CommandLine parseCommandLine(int argc, const char* const* argv);
+/// A command line whose options are told from its other words, before anything is checked.
+struct SplitLine {
+  struct Option {
+    std::string name;
+    std::optional<std::string> value;
+  };
+  std::vector<Option> options;
+  std::vector<std::string> words;
+  /// The last word is an option that still waits for its value.
+  bool lacksValue = false;
+};
+SplitLine splitLine(const std::vector<std::string>& words);
 
-/// Whether the words ask for JSON, well-formed or not.
-bool asksForJson(int argc, const char* const* argv);
+/// A command and how many of the words name it. Words may be cut as long as they stay unambiguous,
+/// and a noun alone stands for its list.
+struct ResolvedCommand {
+  std::string words;  ///< in full, also when they name a noun alone
+  const Command* command = nullptr;
+  std::size_t used = 0;
+};
+/// Throws CommandError (Usage), with a suggestion, for a word that leads nowhere.
+ResolvedCommand resolveCommand(const std::vector<std::string>& words);
+
+/// Parses the words behind the program's name. Throws CommandError (Usage) with a text that names
+/// the mistake.
+CommandLine parseCommandLine(const std::vector<std::string>& words);
 
 }  // namespace zq::ctl

@@ -1,56 +1,54 @@
 // completion and man: the command table in other forms.
-#include <map>
-#include <set>
-#include <sstream>
+#include <fcntl.h>
+#include <sys/time.h>
+#include <unistd.h>
 
+#include <csignal>
+
+#include "platform/text/escape.h"
 #include "tools/perixctl/command.h"
+#include "tools/perixctl/command_error.h"
+#include "tools/perixctl/completion.h"
+#include "tools/perixctl/help.h"
 
 namespace zq::ctl {
 namespace {
 
-constexpr const char* kGlobalOptions = "--json --verbose --embedded --help";
-
-// For every beginning of a command, what may follow it.
-std::map<std::string, std::set<std::string>> continuations() {
-  std::map<std::string, std::set<std::string>> next;
-  for (const Command& command : commandTable()) {
-    std::string path;
-    std::istringstream words(command.words);
-    for (std::string word; words >> word;) {
-      next[path].insert(word);
-      path += " " + word;
-    }
-    for (const Argument& argument : command.arguments) {
-      if (argument.isOption()) next[path].insert(argument.name);
-    }
-  }
-  return next;
-}
-
-constexpr const char* kCompletionBody = R"(
-_perixctl() {
-  local path="" word
-  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-    [[ " ${_perixctl_next[x$path]:-} " == *" $word "* ]] && path+=" $word"
-  done
-  COMPREPLY=($(compgen -W "${_perixctl_next[x$path]:-} $_perixctl_global" -- "${COMP_WORDS[COMP_CWORD]}"))
-}
-complete -o default -F _perixctl perixctl
-)";
+// A shell waits for its completion, and so does the user.
+constexpr suseconds_t kLongestCompletionUs = 90'000;
 
 Outcome printed(std::string text) {
   return {.document = {{"text", text}}, .text = std::move(text)};
 }
 
-Outcome bashCompletion(Run& /*run*/) {
-  std::string script = "# bash completion for perixctl\ndeclare -gA _perixctl_next=(\n";
-  for (const auto& [path, words] : continuations()) {
-    std::string list;
-    for (const std::string& word : words) list += (list.empty() ? "" : " ") + word;
-    script += "  [\"x" + path + "\"]=\"" + list + "\"\n";
+std::function<Outcome(Run&)> completionFor(const char* shell) {
+  return [shell](Run& /*run*/) { return printed(completionScript(shell)); };
+}
+
+void endSilently(int /*signal*/) {
+  _exit(0);
+}
+
+void limitTheTime() {
+  std::signal(SIGALRM, endSilently);
+  const itimerval limit{{}, {0, kLongestCompletionUs}};
+  setitimer(ITIMER_REAL, &limit, nullptr);
+}
+
+Outcome complete(Run& run) {
+  limitTheTime();
+  run.indicator.end();
+  run.terminal.keepForeignOutputAway(false);
+  const OwnedDescriptor null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  dup2(null.get(), STDERR_FILENO);
+  std::string lines;
+  for (const Candidate& candidate : candidatesFor(run.arguments.texts("WORD"))) {
+    // A name that would not come back as it is, is none to offer.
+    if (escaped(candidate.word) != candidate.word) continue;
+    lines += candidate.word + "\t" + escaped(candidate.help) + "\n";
   }
-  script += std::string(")\n_perixctl_global=\"") + kGlobalOptions + "\"\n";
-  return printed(script + kCompletionBody);
+  run.terminal.write(lines);
+  return {.written = true};
 }
 
 // A leading dot or quote would be a command to the formatter, and a plain dash a hyphen.
@@ -66,26 +64,19 @@ std::string troff(const std::string& text) {
   return result;
 }
 
-std::string synopsisOf(const Argument& argument) {
-  const bool optional = argument.presence == Presence::Optional;
-  std::string text = "\\fI" + troff(argument.name) + "\\fR";
-  if (argument.isOption()) {
-    text = "\\fB" + troff(argument.name) + "\\fR";
-    if (argument.kind != ArgumentKind::Flag) text += " \\fIVALUE\\fR";
-  }
-  if (argument.presence == Presence::Repeated) text += " ...";
-  if (argument.presence == Presence::OneOf) return "{" + text + "}";
-  return optional ? "[" + text + "]" : text;
+std::string manualItem(const std::string& term, const std::string& text) {
+  return ".TP\n\\fB" + troff(term) + "\\fR\n" + troff(text) + "\n";
 }
 
 std::string manualEntry(const Command& command) {
-  std::string entry = ".TP\n\\fB" + troff(command.words) + "\\fR";
-  for (const Argument& argument : command.arguments) entry += " " + synopsisOf(argument);
-  entry += "\n" + troff(command.help) + ".\n";
+  std::string entry = ".TP\n\\fB" + troff(command.words) + "\\fR" + troff(argumentsOf(command)) +
+                      "\n" + troff(command.help) + ".\n";
   for (const Argument& argument : command.arguments) {
-    entry += ".br\n" + synopsisOf(argument) + ": " + troff(argument.help) + ".\n";
+    entry += ".br\n\\fI" + troff(bareSynopsisOf(argument)) + "\\fR: " + troff(argument.help);
+    if (!argument.words.empty()) entry += ": " + troff(listed(argument.words));
+    entry += ".\n";
   }
-  return entry;
+  return entry + ".br\nExample: " + troff(exampleOf(command)) + "\n";
 }
 
 constexpr const char* kManualHead = R"(.TH PERIXCTL 1
@@ -97,24 +88,16 @@ perixctl \- command the service that redirects devices into desktops
 .SH DESCRIPTION
 Does one thing with the peripheral service and ends. Results go to standard output, as text for
 people or, with \fB\-\-json\fR, as one JSON document; everything else goes to standard error.
-Numbers are decimal, or hexadecimal behind 0x. Of arguments in braces exactly one is given.
+.PP
+Words may be cut as long as they stay unambiguous, and a noun alone lists. Numbers are decimal, or
+hexadecimal behind 0x. A device is given by its number, its source id or its name, a printer by its
+number or its name; wherever the service takes a number with a meaning, the tool takes its word,
+too. Of arguments in braces exactly one is given.
 .SH OPTIONS
-.TP
-\fB\-\-json\fR
-Write one JSON document, errors included; \fBmonitor\fR and \fBpen replay\fR write one on
-each line.
-.TP
-\fB\-\-embedded\fR[=\fISCENARIO\fR]
-Bring up a private bus and a development service for this one command.
-.TP
-\fB\-\-verbose\fR
-Say on standard error where the log is and why an operation failed.
-.SH COMMANDS
 )";
 
-constexpr const char* kManualTail = R"(.SH EXIT STATUS
-0 done, 1 the service refused, 2 usage, 3 time\-out, 8 no service, 10 not found.
-\fBservice run\fR ends with the exit status of its program.
+constexpr const char* kManualTail = R"(.PP
+\fBservice run\fR ends with the exit status of its program, with 127 when it cannot be run.
 .SH ENVIRONMENT
 .TP
 ZQBUS_ADDRESS
@@ -123,22 +106,60 @@ The bus to use, as a D\-Bus address; the user's session bus without it.
 NO_COLOR
 No colours when set.
 .TP
+TMPDIR
+Where the directory of a private bus lies; /tmp without it.
+.TP
 XDG_STATE_HOME
 Where the log's directory, perix, lies; ~/.local/state without it.
 )";
 
 Outcome manual(Run& /*run*/) {
-  std::string page = kManualHead;
-  for (const Command& command : commandTable()) page += manualEntry(command);
-  return printed(page + kManualTail);
+  return printed(manualPage());
 }
 
 }  // namespace
 
+std::string manualPage() {
+  std::string page = kManualHead;
+  for (const Argument& option : globalOptions()) {
+    page += manualItem(bareSynopsisOf(option), option.help + ".");
+  }
+  page += ".SH COMMANDS\n";
+  for (const Command& command : commandTable()) {
+    if (!command.hidden) page += manualEntry(command);
+  }
+  page += ".SH EXIT STATUS\n";
+  for (const ExitCodeHelp& row : exitCodesOf(Asks::Service)) {
+    page += manualItem(std::to_string(row.code), std::string(row.help) + ".");
+  }
+  return page + kManualTail;
+}
+
 std::vector<Command> documentationCommands() {
   return {
-      {"completion bash", {}, "Print the completion for bash, to be sourced", bashCompletion},
-      {"man", {}, "Print the manual page", manual},
+      {"completion bash",
+       {},
+       "Print the completion for bash, to be sourced",
+       completionFor("bash"),
+       Asks::Nobody},
+      {"completion zsh",
+       {},
+       "Print the completion for zsh, to be sourced or put into fpath",
+       completionFor("zsh"),
+       Asks::Nobody},
+      {"completion fish",
+       {},
+       "Print the completion for fish, to be sourced",
+       completionFor("fish"),
+       Asks::Nobody},
+      {.words = "complete",
+       .arguments = {{"WORD", ArgumentKind::Text, "The words of a command line, the last one cut",
+                      Presence::Repeated}},
+       .help = "Print the words with which a command line may go on",
+       .execute = complete,
+       .asks = Asks::Nobody,
+       .hidden = true},
+      {"man", {}, "Print the manual page", manual, Asks::Nobody},
   };
 }
 

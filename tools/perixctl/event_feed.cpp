@@ -1,7 +1,6 @@
 #include "tools/perixctl/event_feed.h"
 
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
@@ -9,8 +8,8 @@
 namespace zq::ctl {
 namespace {
 
-// The key of the feed's own desktop callback: no desktop has an empty id. It hears of the service's
-// death even when there is no desktop.
+// The key of the feed's own desktop callback: no desktop has an empty id. It is told of the
+// service's death even when there is no desktop.
 const std::string kOwnKey;
 
 }  // namespace
@@ -20,7 +19,7 @@ EventFeed& EventFeed::instance() {
   return feed;
 }
 
-EventFeed::EventFeed() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+EventFeed::EventFeed() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), watch_(*this) {}
 
 template <EventSource Source, typename Record>
 int EventFeed::forward(uint16_t code, Record* record, void* userdata) {
@@ -35,11 +34,12 @@ int EventFeed::forwardJoystick(uint16_t code, void* result, void* userdata) {
 }
 
 bool EventFeed::subscribe(PerixProxy& proxy) {
-  // This waits for callbacks that run; from here to the next registration none can set died_.
+  watch_.Init();
+  // This waits for callbacks that run; from here to the next registration none can set forgotten_.
   proxy.UnregisterCallback(kOwnKey);
   {
     const MutexLock lock(mutex_);
-    died_ = false;
+    forgotten_ = false;
   }
   proxy.RegisterCallback(kOwnKey, onDesktop, slotOf(kOwnKey));
   proxy.RegisterDeviceCallback(forward<EventSource::Device, CommonDevice>, this);
@@ -62,32 +62,41 @@ EventFeed::DesktopSlot* EventFeed::slotOf(const std::string& name) {
 
 int EventFeed::onDesktop(uint16_t code, void* /*data*/, void* userdata) {
   const auto& slot = *static_cast<DesktopSlot*>(userdata);
-  const bool own = slot.name == kOwnKey;
-  if (own && code == SERVICE_DIED) {
+  if (slot.name != kOwnKey) {
+    slot.feed->put({EventSource::Desktop, code, {}, slot.name});
+  } else if (code == SERVICE_DIED) {
     const MutexLock lock(slot.feed->mutex_);
-    slot.feed->died_ = true;
+    slot.feed->forgotten_ = true;
+    slot.feed->wake();
   }
-  slot.feed->put({own ? EventSource::Service : EventSource::Desktop, code, {}, slot.name});
   return 0;
+}
+
+void EventFeed::DeathWatch::onServiceDeath() {
+  ReleaseService();
+  feed_.put({EventSource::Service, SERVICE_DIED, {}, {}});
 }
 
 std::deque<FeedEvent> EventFeed::take() {
   const MutexLock lock(mutex_);
-  uint64_t count;
-  [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof(count));
+  eventfd_t count;
+  eventfd_read(wake_.get(), &count);
   return std::exchange(events_, {});
 }
 
-bool EventFeed::serviceDied() {
+bool EventFeed::mustSubscribe() {
   const MutexLock lock(mutex_);
-  return died_;
+  return forgotten_;
 }
 
 void EventFeed::put(FeedEvent event) {
   const MutexLock lock(mutex_);
   events_.push_back(std::move(event));
-  const uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = write(wake_.get(), &one, sizeof(one));
+  wake();
+}
+
+void EventFeed::wake() {
+  eventfd_write(wake_.get(), 1);
 }
 
 }  // namespace zq::ctl

@@ -1,4 +1,4 @@
-// What a command yields: one document for programs, and the same as text for people.
+// The result of a command: one document for programs, and the same as text for people.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -12,17 +12,19 @@ using Json = nlohmann::ordered_json;
 
 struct Column {
   std::string key;    ///< the member of each row
-  std::string title;  ///< what stands above it
+  std::string title;  ///< the heading
 };
 
 struct Outcome {
   Json document;
-  /// How people read it: as a table of these columns when the document is an array, ...
+  /// People read it as a table of these columns when the document is an array, ...
   std::vector<Column> columns;
-  /// ... else this text, ...
+  /// ... else as this text, ...
   std::string text;
-  /// ... and neither when the command has already written what there is.
+  /// ... and not at all when the command has already written everything.
   bool written = false;
+  /// It only tells that the operation was done, so that --quiet leaves it out.
+  bool confirmation = false;
   int exitCode = 0;  ///< of a program that the command ran
 };
 
@@ -30,13 +32,30 @@ struct Outcome {
 Outcome tableOf(Json rows, std::vector<Column> columns);
 /// One object, shown as lines of member and value.
 Outcome factsOf(Json object);
+/// An object, shown as a sentence.
+Outcome sentenceOf(Json object, const std::string& sentence);
+/// The operation was done.
+Outcome doneOf(Json document, const std::string& text);
 /// A text of the service's: itself for people, {"text": ...} for programs.
 Outcome textOf(const std::string& text);
 /// A document in the service's own format, indented for people.
 Outcome documentOf(Json document);
 
-/// The outcome as it is written: `--json` one line, else text in lines.
+/// The form of tables for people.
+struct TableStyle {
+  bool colours = false;
+  bool headings = true;
+  std::size_t width = 0;            ///< of the terminal; 0 does not cut
+  std::vector<std::string> fields;  ///< members or headings to show; empty for the usual ones
+};
+
+/// The outcome as it is written: `--json` one line, else text in lines. Throws CommandError (Usage)
+/// for a field that the rows lack.
 std::string renderJson(const Json& document);
-std::string renderText(const Outcome& outcome, bool colour);
+std::string renderText(const Outcome& outcome, const TableStyle& style);
+
+/// Adds to every object with a 64-bit id the id as a text: programs that keep numbers as floating
+/// point would change it.
+Json withIdTexts(Json document);
 
 }  // namespace zq::ctl

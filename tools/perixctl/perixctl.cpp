@@ -1,8 +1,10 @@
 #include "tools/perixctl/perixctl.h"
 
+#include <algorithm>
 #include <clocale>
 #include <iostream>
 #include <memory>
+#include <new>
 
 #include "perix/failure.h"
 #include "platform/text/escape.h"
@@ -28,33 +30,56 @@ void explainFailure() {
   std::cerr << "perixctl: bus method " << report.method << ": " << escaped(report.text) << "\n";
 }
 
-int fail(const CommandError& error, bool json, bool verbose, const Terminal& terminal) {
-  if (verbose) explainFailure();
-  if (json) {
-    terminal.write(renderJson(errorDocument(error)));
-  } else {
-    std::cerr << "perixctl: " << escapedLines(error.what()) << "\n";
-    if (error.code() == ExitCode::Usage) std::cerr << "perixctl: --help says more\n";
-  }
-  return static_cast<int>(error.code());
-}
-
 // The widths of characters are those of the character set, and the service's texts are UTF-8.
 void useUtf8() {
   std::setlocale(LC_CTYPE, "C.UTF-8");
 }
 
+void complain(const std::string& text) {
+  std::cerr << "perixctl: " << escapedLines(text) << "\n";
+}
+
+int fail(const CommandError& error, const Globals& globals, const Terminal& terminal) {
+  if (globals.verbose) explainFailure();
+  if (globals.json) {
+    try {
+      terminal.write(renderJson(errorDocument(error)));
+    } catch (const CommandError& unwritable) {
+      complain(unwritable.what());
+    }
+  } else {
+    complain(error.what());
+  }
+  return static_cast<int>(error.code());
+}
+
+TableStyle styleFor(const Globals& globals, const Terminal& terminal) {
+  return {terminal.colour(), !globals.noHeadings, terminal.width(), globals.fields};
+}
+
+void write(const Outcome& outcome, const Globals& globals, const Terminal& terminal) {
+  if (outcome.written || (globals.quiet && outcome.confirmation && !globals.json)) return;
+  terminal.write(globals.json ? renderJson(outcome.document)
+                              : renderText(outcome, styleFor(globals, terminal)));
+}
+
 int runCommand(const CommandLine& line, Terminal& terminal) {
-  WaitIndicator indicator;
+  const auto tellTimeOut = [&] {
+    const auto seconds = std::to_string(line.globals.timeout->count());
+    fail({ExitCode::TimedOut, "not done after " + seconds + " s (--timeout)"},
+         {.json = line.globals.json}, terminal);
+  };
+  EarlyEnd earlyEnd(line.globals.timeout, tellTimeOut);
+  WaitIndicator indicator(line.globals.quiet);
   std::unique_ptr<EmbeddedWorld> world;
-  if (line.globals.embedded) world = std::make_unique<EmbeddedWorld>(line.globals.scenario);
-  Run run(line.command->words, line.globals, line.arguments, terminal, indicator);
+  if (line.globals.embedded) {
+    earlyEnd.before(PrivateBus::removeAll);
+    world = std::make_unique<EmbeddedWorld>(line.globals.scenario);
+  }
+  Run run(line.command->words, line.globals, line.arguments, terminal, indicator, earlyEnd);
   const Outcome outcome = line.command->execute(run);
   indicator.end();
-  if (!outcome.written) {
-    terminal.write(line.globals.json ? renderJson(outcome.document)
-                                     : renderText(outcome, terminal.colour()));
-  }
+  write(outcome, line.globals, terminal);
   return outcome.exitCode;
 }
 
@@ -63,17 +88,23 @@ int runCommand(const CommandLine& line, Terminal& terminal) {
 int runPerixctl(int argc, const char* const* argv) {
   useUtf8();
   Terminal terminal;
+  const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
   CommandLine line;
-  line.globals.json = asksForJson(argc, argv);
+  // Also for a command line that is wrong.
+  line.globals.json = std::find(words.begin(), words.end(), "--json") != words.end();
   try {
-    line = parseCommandLine(argc, argv);
+    line = parseCommandLine(words);
     if (line.command != nullptr) return runCommand(line, terminal);
     terminal.write(line.information);
     return static_cast<int>(ExitCode::Done);
   } catch (const CommandError& error) {
-    return fail(error, line.globals.json, line.globals.verbose, terminal);
+    return fail(error, line.globals, terminal);
+  } catch (const std::bad_alloc&) {
+    return fail({ExitCode::Refused, "there is no memory"}, line.globals, terminal);
   } catch (const std::exception& error) {
-    return fail(CommandError(ExitCode::Refused, error.what()), line.globals.json, false, terminal);
+    // No text of a library is for users, but for those that ask for more.
+    const std::string more = line.globals.verbose ? std::string(": ") + error.what() : "";
+    return fail({ExitCode::Refused, "an internal error" + more}, line.globals, terminal);
   }
 }
 

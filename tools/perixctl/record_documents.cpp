@@ -1,18 +1,17 @@
 #include "tools/perixctl/record_documents.h"
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 
 namespace zq::ctl {
 namespace {
 
-// What today's service puts into the bytes of a device record that the layout leaves to it.
+// The values that today's service puts into the bytes of a device record that the layout leaves to
+// it.
 struct DeviceExtras {
   uint16_t type;
   uint16_t vid;
   uint16_t pid;
-  uint64_t sourceId;
 };
 
 DeviceExtras extrasOf(const CommonDevice& device) {
@@ -20,7 +19,6 @@ DeviceExtras extrasOf(const CommonDevice& device) {
   std::memcpy(&extras.type, device.reserved1, sizeof(extras.type));
   std::memcpy(&extras.vid, device.reserved1 + 2, sizeof(extras.vid));
   std::memcpy(&extras.pid, device.reserved1 + 4, sizeof(extras.pid));
-  std::memcpy(&extras.sourceId, device.reserved2, sizeof(extras.sourceId));
   return extras;
 }
 
@@ -38,16 +36,7 @@ std::string vidPidText(uint16_t vid, uint16_t pid) {
   return text;
 }
 
-// What the service's states of devices and printers mean, as far as they are known.
-constexpr std::array kDeviceStates = {"idle", "waiting", "connected", "ignored"};
 static_assert(kDeviceConnected == 2);
-constexpr std::array kPrinterStates = {"idle", "paused", "connected", "printing"};
-
-// The state's word; its number where there is none.
-Json stateIn(const std::array<const char*, 4>& words, int64_t status) {
-  const bool known = status >= 0 && status < static_cast<int64_t>(words.size());
-  return known ? Json(words[static_cast<std::size_t>(status)]) : Json(status);
-}
 
 }  // namespace
 
@@ -60,27 +49,41 @@ Json DesktopNames::nameOf(uint32_t id) const {
   return found == names_.end() ? Json() : Json(found->second);
 }
 
+uint64_t sourceIdOf(const CommonDevice& device) {
+  uint64_t sourceId = 0;
+  std::memcpy(&sourceId, device.reserved2, sizeof(sourceId));
+  return sourceId;
+}
+
+Json wordOrNumber(Words words, int64_t number) {
+  const char* word = wordFor(words, number, nullptr);
+  return word != nullptr ? Json(word) : Json(number);
+}
+
 Json deviceDocument(const CommonDevice& device, const DesktopNames& names) {
   const DeviceExtras extras = extrasOf(device);
   return {{"devNumber", device.devNumber},
           {"name", textIn(device.name)},
           {"detail", textIn(device.detail)},
           {"status", device.status},
-          {"state", stateIn(kDeviceStates, device.status)},
+          {"state", wordOrNumber(kDeviceStates, device.status)},
           {"connected", device.status == kDeviceConnected},
           {"vmId", device.vmId},
           {"desktop", names.nameOf(device.vmId)},
           {"vmIdText", textIn(device.vmIdText)},
           {"localPolicy", device.localPolicy},
+          {"policy", wordOrNumber(kPolicies, device.localPolicy)},
           {"type", extras.type},
+          {"typeWord", wordOrNumber(kDeviceTypes, extras.type)},
           {"vidPid", vidPidText(extras.vid, extras.pid)},
-          {"sourceId", extras.sourceId}};
+          {"sourceId", sourceIdOf(device)},
+          {"sourceIdText", std::to_string(sourceIdOf(device))}};
 }
 
 Json printerDocument(const PrinterDevice& printer, const DesktopNames& names) {
   return {
       {"devNum", printer.devNum}, {"name", textIn(printer.name)},
-      {"status", printer.status}, {"state", stateIn(kPrinterStates, printer.status)},
+      {"status", printer.status}, {"state", wordOrNumber(kPrinterStates, printer.status)},
       {"vmId", printer.vmId},     {"desktop", names.nameOf(static_cast<uint32_t>(printer.vmId))}};
 }
 
@@ -105,8 +108,10 @@ Outcome deviceTable(PerixProxy& proxy, const std::list<CommonDevice*>& devices) 
   proxy.FreeDeviceList(devices);
   return tableOf(std::move(rows), {{"devNumber", "NUMBER"},
                                    {"name", "NAME"},
+                                   {"typeWord", "TYPE"},
                                    {"state", "STATUS"},
                                    {"desktop", "DESKTOP"},
+                                   {"policy", "POLICY"},
                                    {"vidPid", "VID:PID"},
                                    {"sourceId", "SOURCE"},
                                    {"detail", "DETAIL"}});
@@ -130,10 +135,12 @@ Outcome policyTable(PerixProxy& proxy, const std::list<CommonVidPidPolicy*>& pol
     const auto record = recordIn<PolicyRecord>(policy);
     rows.push_back({{"vidPid", vidPidText(record.vid, record.pid)},
                     {"policy", record.policy},
+                    {"policyWord", wordOrNumber(kPolicies, record.policy)},
                     {"name", textIn(record.name)}});
   }
   proxy.FreePolicyList(policies);
-  return tableOf(std::move(rows), {{"vidPid", "VID:PID"}, {"policy", "POLICY"}, {"name", "NAME"}});
+  return tableOf(std::move(rows),
+                 {{"vidPid", "VID:PID"}, {"policyWord", "POLICY"}, {"name", "NAME"}});
 }
 
 }  // namespace zq::ctl

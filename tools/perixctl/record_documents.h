@@ -1,7 +1,7 @@
 // The service's records as documents, and lists of them.
 //
-// A record is as long as the service made it. Nothing here reads behind its end: what is missing
-// counts as zero, and a text ends with its field at the latest.
+// A record is as long as the service made it. Nothing here reads behind its end: a field that is
+// missing counts as zero, and a text ends with its field at the latest.
 #pragma once
 
 #include <malloc.h>
@@ -15,6 +15,7 @@
 #include "perix/perix_proxy.h"
 #include "platform/text/field.h"
 #include "tools/perixctl/outcome.h"
+#include "tools/perixctl/service_words.h"
 
 namespace zq::ctl {
 
@@ -44,6 +45,12 @@ Record recordIn(const void* block) {
               std::min(sizeof(Record), malloc_usable_size(const_cast<void*>(block))));
   return record;
 }
+
+/// The service's 64-bit id of a device.
+uint64_t sourceIdOf(const CommonDevice& device);
+
+/// The word for a number of the service's, the number itself where there is none.
+Json wordOrNumber(Words words, int64_t number);
 
 Json deviceDocument(const CommonDevice& device, const DesktopNames& names);
 Json printerDocument(const PrinterDevice& printer, const DesktopNames& names);

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "tools/perixctl/choice.h"
 #include "tools/perixctl/command_error.h"
 
 namespace zq::ctl {
@@ -40,6 +41,37 @@ std::string Run::desktop() {
     throw CommandError(ExitCode::NotFound, "no desktop is called '" + name + "'");
   }
   return name;
+}
+
+uint16_t Run::deviceNumber() {
+  const std::string text = arguments.text("DEVICE");
+  if (const auto number = parseNumber<uint16_t>(text)) return *number;
+  const std::vector<Choice> devices = deviceChoices(proxy());
+  if (const auto source = parseNumber<uint64_t>(text)) {
+    for (const Choice& device : devices) {
+      if (device.sourceId == *source) return device.number;
+    }
+    throw CommandError(ExitCode::NotFound, "no device has the source id " + text);
+  }
+  return chosen("device", devices, text).number;
+}
+
+uint64_t Run::deviceSource() {
+  const std::string text = arguments.text("DEVICE");
+  const auto number = parseNumber<uint64_t>(text);
+  if (number && *number > UINT16_MAX) return *number;
+  const std::vector<Choice> devices = deviceChoices(proxy());
+  if (!number) return chosen("device", devices, text).sourceId;
+  for (const Choice& device : devices) {
+    if (device.number == *number) return device.sourceId;
+  }
+  return *number;
+}
+
+uint16_t Run::printerNumber() {
+  const std::string text = arguments.text("PRINTER");
+  if (const auto number = parseNumber<uint16_t>(text)) return *number;
+  return chosen("printer", printerChoices(proxy()), text).number;
 }
 
 }  // namespace zq::ctl

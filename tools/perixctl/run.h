@@ -1,10 +1,14 @@
 // The surroundings of a command while it runs.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "perix/perix_proxy.h"
 #include "tools/perixctl/argument.h"
+#include "tools/perixctl/early_end.h"
 #include "tools/perixctl/terminal.h"
 
 namespace zq::ctl {
@@ -13,35 +17,50 @@ namespace zq::ctl {
 struct Globals {
   bool json = false;
   bool verbose = false;
+  bool quiet = false;
+  bool noHeadings = false;
   bool embedded = false;
-  std::string scenario;  ///< of the embedded service; empty for its default
+  std::string scenario;             ///< of the embedded service; empty for its default
+  std::vector<std::string> fields;  ///< of tables; empty for the usual ones
+  std::optional<std::chrono::seconds> timeout;
 };
 
 /// One run of one command. Lives on the main thread.
 class Run {
  public:
   Run(const std::string& words, const Globals& globals, const Arguments& arguments,
-      Terminal& terminal, WaitIndicator& indicator)
+      Terminal& terminal, WaitIndicator& indicator, EarlyEnd& earlyEnd)
       : words(words),
         globals(globals),
         arguments(arguments),
         terminal(terminal),
-        indicator(indicator) {}
+        indicator(indicator),
+        earlyEnd(earlyEnd) {}
 
   const std::string& words;  ///< the command's
   const Globals& globals;
   const Arguments& arguments;
   Terminal& terminal;
   WaitIndicator& indicator;
+  EarlyEnd& earlyEnd;
 
   /// The proxy, connected or not: for operations that ask nobody.
   PerixProxy& localProxy();
   /// The proxy, connected. Throws CommandError (NoService) when it cannot be.
   PerixProxy& proxy();
 
-  /// The DESKTOP argument, which the service knows; throws CommandError (NotFound) when it does
-  /// not. Empty when the argument was not given.
+  /// The DESKTOP argument, which the service knows. Throws CommandError (NotFound) when it does
+  /// not, and the error of the look-up when that fails. Empty when the argument was not given.
   std::string desktop();
+
+  /// The DEVICE argument as a device's number: itself up to 65535, else looked up by source id or
+  /// by name. Throws CommandError (NotFound) when no device, or more than one, is meant.
+  uint16_t deviceNumber();
+  /// The DEVICE argument as a source id: looked up by number or by name. A number that no device
+  /// has is taken for a source id, and the service decides.
+  uint64_t deviceSource();
+  /// The PRINTER argument as a printer's number, looked up by name. Throws as deviceNumber.
+  uint16_t printerNumber();
 };
 
 }  // namespace zq::ctl

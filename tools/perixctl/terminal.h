@@ -16,24 +16,37 @@ class Terminal {
  public:
   Terminal();
 
-  /// Writes all of `text` to standard output at once. What cannot be written is lost.
+  /// Writes all of `text` to standard output at once. Throws CommandError (Refused) when it cannot.
   void write(const std::string& text) const;
+  /// Throws as write() does, when it is known already that nothing can be written.
+  void requireWritable() const;
+  /// Standard output itself, for poll(2): an error there says that its reader is gone.
+  int descriptor() const { return output_.get(); }
   /// From now on, whatever else in this process prints to standard output goes to standard error,
   /// or nowhere. For the connection's own line about its log.
   void keepForeignOutputAway(bool toStandardError);
+  /// Whether standard output is a terminal.
+  bool isInteractive() const;
   /// Whether results may be coloured: on a terminal, unless NO_COLOR is set.
   bool colour() const;
+  /// The columns of the terminal, 0 for anything else.
+  std::size_t width() const;
 
  private:
   OwnedDescriptor output_;
   bool foreignOutputAway_ = false;
 };
 
+/// Reads a line from the terminal that is standard input, without showing what is typed. The
+/// terminal shows it again afterwards; `restoreEcho` does the same, from any thread.
+std::string readHidden(const std::string& prompt);
+void restoreEcho();
+
 /// The line on a terminal's standard error that says that something takes long: from its second
 /// second on, or as soon as there is progress to show. Nothing on anything but a terminal.
 class WaitIndicator {
  public:
-  WaitIndicator();
+  explicit WaitIndicator(bool quiet);
   ~WaitIndicator() { end(); }
   WaitIndicator(const WaitIndicator&) = delete;
   WaitIndicator& operator=(const WaitIndicator&) = delete;

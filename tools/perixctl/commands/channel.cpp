@@ -1,14 +1,19 @@
-// pipe, port, token and quality: what belongs to a desktop's stream.
-#include <fstream>
-#include <iostream>
-#include <iterator>
+// pipe, port, token and quality: the stream of a desktop.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <list>
 
+#include "platform/text/field.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 
 namespace zq::ctl {
 namespace {
+
+constexpr std::size_t kLongestToken = std::size_t{64} << 10;
 
 std::list<_CHANNEL_HANDLE> pipeHandles(Run& run) {
   std::list<_CHANNEL_HANDLE> handles;
@@ -19,24 +24,55 @@ std::list<_CHANNEL_HANDLE> pipeHandles(Run& run) {
     handle.vmId = desktop;
     handle.param1 = pipe.param1;
     handle.param2 = pipe.param2;
-    pipe.label1.copy(handle.label1, sizeof(handle.label1) - 1);
-    pipe.label2.copy(handle.label2, sizeof(handle.label2) - 1);
+    setField(handle.label1, pipe.label1);
+    setField(handle.label2, pipe.label2);
   }
   return handles;
 }
 
-// From standard input or a file, never from the command line, which every process can read.
+[[noreturn]] void throwUnreadable(const std::string& source) {
+  throw CommandError(ExitCode::Usage, "cannot read " + source + ": " + std::strerror(errno));
+}
+
+std::string readBounded(int descriptor, const std::string& source) {
+  std::string content;
+  ssize_t got;
+  do {
+    char chunk[4096];
+    got = read(descriptor, chunk, sizeof(chunk));
+    if (got > 0) content.append(chunk, static_cast<std::size_t>(got));
+    if (content.size() > kLongestToken) {
+      throw CommandError(ExitCode::Usage,
+                         "the token has more than " + std::to_string(kLongestToken) + " bytes");
+    }
+  } while (got > 0 || (got < 0 && errno == EINTR));
+  if (got < 0) throwUnreadable(source);
+  return content;
+}
+
+std::string readFile(const std::string& path) {
+  const OwnedDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file) throwUnreadable(path);
+  return readBounded(file.get(), path);
+}
+
+std::string askForToken(Run& run) {
+  run.indicator.end();
+  run.earlyEnd.before(restoreEcho);
+  std::string token = readHidden("Token: ");
+  run.earlyEnd.forgetLatest();
+  return token;
+}
+
+// From standard input or a file, never from the command line, which every process can read. The
+// end of a line is not the token's.
 std::string readToken(Run& run) {
-  std::string token;
   const std::string path = run.arguments.text("--file");
-  if (path.empty()) {
-    token.assign(std::istreambuf_iterator<char>(std::cin), {});
-  } else {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw CommandError(ExitCode::Usage, "cannot read " + path);
-    token.assign(std::istreambuf_iterator<char>(file), {});
-  }
+  std::string token = !path.empty()               ? readFile(path)
+                      : isatty(STDIN_FILENO) == 1 ? askForToken(run)
+                                                  : readBounded(STDIN_FILENO, "standard input");
   if (token.ends_with('\n')) token.pop_back();
+  if (token.ends_with('\r')) token.pop_back();
   if (token.empty()) throw CommandError(ExitCode::Usage, "the token is empty");
   return token;
 }
@@ -83,7 +119,7 @@ std::vector<Command> channelCommands() {
                                                  run.arguments.number<int32_t>("STATUS"));
        })},
       {"token update",
-       {{"--file", ArgumentKind::Name, "Read the token from this file", Presence::Optional}},
+       {{"--file", ArgumentKind::File, "Read the token from this file", Presence::Optional}},
        "Hand over the token of the redirected drives, read from standard input",
        status(updateToken)},
       {"quality bandwidth",

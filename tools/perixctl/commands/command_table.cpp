@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 
@@ -6,23 +8,15 @@ namespace zq::ctl {
 std::function<Outcome(Run&)> status(int (*operation)(Run&)) {
   return [operation](Run& run) {
     requireDone(operation(run));
-    return Outcome{.document = {{"result", 0}}, .text = run.words + ": done\n"};
+    return doneOf({{"result", 0}}, run.words + ": done");
   };
 }
 
-std::function<Outcome(Run&)> answer(std::string (*operation)(Run&)) {
-  return [operation](Run& run) {
+std::function<Outcome(Run&)> answer(std::string (*operation)(Run&), const char* none) {
+  return [operation, none](Run& run) {
     const std::string text = operation(run);
     requireAnswer();
-    return textOf(text);
-  };
-}
-
-std::function<Outcome(Run&)> value(const char* member, int (*operation)(Run&)) {
-  return [member, operation](Run& run) {
-    const int number = operation(run);
-    requireAnswer();
-    return factsOf({{member, number}});
+    return text.empty() ? sentenceOf({{"text", text}}, none) : textOf(text);
   };
 }
 
@@ -32,7 +26,7 @@ std::function<Outcome(Run&)> report(void (*operation)(Run&)) {
     // The bus keeps the order: once this is answered, the service has taken what was sent before.
     run.proxy().GetVmList();
     requireAnswer();
-    return Outcome{.document = {{"sent", true}}, .text = run.words + ": sent\n"};
+    return doneOf({{"sent", true}}, run.words + ": sent");
   };
 }
 
@@ -49,6 +43,43 @@ const std::vector<Command>& commandTable() {
               penCommands(), policyCommands(), joystickCommands(), diagnoseCommands(),
               serviceCommands(), monitorCommands(), documentationCommands()});
   return table;
+}
+
+const std::vector<Argument>& globalOptions() {
+  static const std::vector<Argument> options = {
+      {"--json", ArgumentKind::Flag, "Write one JSON document (monitor, pen replay: one a line)"},
+      {"--fields", ArgumentKind::Name, "Show these fields of a table, with commas between"},
+      {"--no-headings", ArgumentKind::Flag, "Show a table without its headings"},
+      {"--quiet", ArgumentKind::Flag, "Write nothing that only says that it is done"},
+      {"--timeout", ArgumentKind::UInt32, "End after that many seconds, with exit code 3"},
+      {"--verbose", ArgumentKind::Flag, "Say where the log is and why an operation failed"},
+      {"--embedded", ArgumentKind::Scenario,
+       "Run against a private bus and a development service with that scenario"},
+  };
+  return options;
+}
+
+std::vector<Continuation> continuationsOf(const std::string& words) {
+  std::vector<Continuation> next;
+  const std::string begin = words.empty() ? "" : words + " ";
+  for (const Command& command : commandTable()) {
+    if (command.hidden || !command.words.starts_with(begin)) continue;
+    const std::string rest = command.words.substr(begin.size());
+    const std::string word = rest.substr(0, rest.find(' '));
+    if (!next.empty() && next.back().word == word) continue;
+    std::string help = command.help;
+    for (const Family& family : commandFamilies()) {
+      if (family.words == begin + word) help = family.help;
+    }
+    next.push_back({word, help});
+  }
+  return next;
+}
+
+const Command* commandOf(const std::string& words) {
+  const auto found = std::find_if(commandTable().begin(), commandTable().end(),
+                                  [&](const Command& command) { return command.words == words; });
+  return found == commandTable().end() ? nullptr : &*found;
 }
 
 const std::vector<Family>& commandFamilies() {
@@ -69,7 +100,7 @@ const std::vector<Family>& commandFamilies() {
       {"pen", "Pen strokes"},
       {"token", "The token of the redirected drives"},
       {"quality", "Reports about a desktop's stream"},
-      {"policy", "What devices may do"},
+      {"policy", "Permissions of devices"},
       {"property", "Properties per vendor and product"},
       {"turbo", "Turbo configuration per vendor and product"},
       {"camera", "The camera authorisation"},
@@ -78,7 +109,7 @@ const std::vector<Family>& commandFamilies() {
       {"diagnose", "Diagnosis with its progress"},
       {"command", "The service's own commands"},
       {"test", "The service's self-tests"},
-      {"service", "The service itself, and what a development service can be made to do"},
+      {"service", "The service itself, and the controls of a development service"},
       {"service fault", "Calls that go wrong"},
       {"completion", "Completion for shells"},
   };
@@ -86,20 +117,24 @@ const std::vector<Family>& commandFamilies() {
 }
 
 Argument desktopArgument() {
-  return {"DESKTOP", ArgumentKind::Name, "The desktop's id"};
+  return {"DESKTOP", ArgumentKind::Desktop, "The desktop's id"};
 }
 
 Argument optionalDesktopArgument() {
-  return {"DESKTOP", ArgumentKind::Name, "The desktop's id; none for the user's own machine",
+  return {"DESKTOP", ArgumentKind::Desktop, "The desktop's id; none for the user's own machine",
           Presence::Optional};
+}
+
+Argument deviceArgument() {
+  return {"DEVICE", ArgumentKind::Device, "The device: its number, its source id or its name"};
+}
+
+Argument printerArgument() {
+  return {"PRINTER", ArgumentKind::Printer, "The printer: its number or its name"};
 }
 
 Argument vidPidArgument() {
   return {"VID:PID", ArgumentKind::VidPid, "USB vendor and product, as in 046d:c52b"};
-}
-
-Argument sourceArgument() {
-  return {"SOURCE", ArgumentKind::UInt64, "The service's 64-bit source id of the device"};
 }
 
 }  // namespace zq::ctl

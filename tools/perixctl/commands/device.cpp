@@ -5,6 +5,7 @@
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/record_documents.h"
+#include "tools/perixctl/service_words.h"
 
 namespace zq::ctl {
 namespace {
@@ -18,11 +19,12 @@ Outcome listDevices(Run& run) {
 }
 
 Outcome deviceStatus(Run& run) {
+  const uint16_t number = run.deviceNumber();
   PerixProxy& proxy = run.proxy();
-  const auto devices = proxy.GetDeviceStatus(run.arguments.number<uint16_t>("NUMBER"));
+  const auto devices = proxy.GetDeviceStatus(number);
   requireAnswer();
   if (devices.empty()) {
-    throw CommandError(ExitCode::NotFound, "no device " + run.arguments.text("NUMBER"));
+    throw CommandError(ExitCode::NotFound, "no device " + std::to_string(number));
   }
   return deviceTable(proxy, devices);
 }
@@ -36,10 +38,13 @@ struct DeviceOperation {
 int apply(Run& run, const DeviceOperation& operation) {
   PerixProxy& proxy = run.proxy();
   const std::string desktop = run.desktop();
-  if (run.arguments.has("NUMBER")) {
-    return (proxy.*operation.byNumber)(desktop, run.arguments.number<uint16_t>("NUMBER"));
+  const Arguments& arguments = run.arguments;
+  if (arguments.has("--source-id")) {
+    return (proxy.*operation.bySource)(desktop, arguments.number<uint64_t>("--source-id"));
   }
-  return (proxy.*operation.bySource)(desktop, run.arguments.number<uint64_t>("--source-id"));
+  const auto source = parseNumber<uint64_t>(arguments.text("DEVICE"));
+  if (source && *source > UINT16_MAX) return (proxy.*operation.bySource)(desktop, *source);
+  return (proxy.*operation.byNumber)(desktop, run.deviceNumber());
 }
 
 int connectDevice(Run& run) {
@@ -51,8 +56,18 @@ int disconnectDevice(Run& run) {
 }
 
 int redirectDevice(Run& run) {
-  return run.proxy().RedirectDevice(run.desktop(), run.arguments.number<uint16_t>("NUMBER"),
+  return run.proxy().RedirectDevice(run.desktop(), run.deviceNumber(),
                                     run.arguments.number<uint16_t>("MODE"));
+}
+
+Outcome showAutoConnect(Run& run) {
+  const auto type = run.arguments.number<uint16_t>("TYPE");
+  const int value = run.proxy().GetAutoConnect(type);
+  requireAnswer();
+  const char* word = wordFor(kSwitches, value, "?");
+  return sentenceOf(
+      {{"autoConnect", value}, {"switch", word}},
+      "devices of type " + run.arguments.text("TYPE") + " connect by themselves: " + word);
 }
 
 int setAutoConnect(Run& run) {
@@ -62,7 +77,7 @@ int setAutoConnect(Run& run) {
 
 int addNetworkDevice(Run& run) {
   std::string text = run.arguments.text("TEXT");
-  return run.proxy().AddNetworkDevice(run.arguments.number<int32_t>("KIND"), text);
+  return run.proxy().AddNetworkDevice(run.arguments.number<int32_t>("TYPE"), text);
 }
 
 int removeNetworkDevice(Run& run) {
@@ -86,32 +101,35 @@ int setUsbredirStatus(Run& run) {
 int configureDevice(Run& run) {
   const Arguments& arguments = run.arguments;
   return run.proxy().ConfigNewDeviceAsConnect(
-      run.desktop(), arguments.number<uint64_t>("SOURCE"), arguments.number<uint16_t>("--type"),
+      run.desktop(), run.deviceSource(), arguments.number<uint16_t>("--type"),
       arguments.has("--auto-connect") ? 1 : 0, arguments.has("--no-popup") ? 0 : 1);
 }
 
 int ignoreDevice(Run& run) {
   const Arguments& arguments = run.arguments;
   return run.proxy().ConfigNewDeviceAsIgnore(
-      arguments.number<uint64_t>("SOURCE"), arguments.number<uint16_t>("--type"),
+      run.deviceSource(), arguments.number<uint16_t>("--type"),
       arguments.has("--auto-connect") ? 1 : 0, arguments.has("--no-popup") ? 0 : 1);
 }
 
 int diskCommand(Run& run) {
-  return run.proxy().ConfigUdisks2Command(run.desktop(), run.arguments.number<uint64_t>("SOURCE"),
+  return run.proxy().ConfigUdisks2Command(run.desktop(), run.deviceSource(),
                                           run.arguments.number<uint16_t>("COMMAND"));
 }
 
-const Argument kNumber{"NUMBER", ArgumentKind::UInt16, "The device's number"};
-const Argument kNumberOrSource{"NUMBER", ArgumentKind::UInt16, "The device's number",
+const Argument kDeviceOrSource{"DEVICE", ArgumentKind::Device,
+                               "The device: its number, its source id or its name",
                                Presence::OneOf};
 const Argument kSourceOption{"--source-id", ArgumentKind::UInt64,
-                             "The device's 64-bit source id, in place of its number",
-                             Presence::OneOf};
-const Argument kType{"TYPE", ArgumentKind::UInt16, "The type of device, the service's number"};
+                             "The device's source id, also one below 65536", Presence::OneOf};
+const Argument kType{.name = "TYPE",
+                     .kind = ArgumentKind::Word,
+                     .help = "The type of device",
+                     .words = kDeviceTypes,
+                     .sample = "camera"};
 const Argument kUsbBytes{"BYTES", ArgumentKind::UsbDevice, "The device's eight bytes, in hex"};
-const Argument kTypeOption{"--type", ArgumentKind::UInt16, "The type of device, 0 for its own",
-                           Presence::Optional};
+const Argument kTypeOption{"--type", ArgumentKind::Word, "The type of device", Presence::Optional,
+                           kConfiguredTypes};
 const Argument kAutoConnect{"--auto-connect", ArgumentKind::Flag,
                             "Connect such devices automatically from now on", Presence::Optional};
 const Argument kNoPopup{"--no-popup", ArgumentKind::Flag, "Announce such devices no more",
@@ -123,20 +141,23 @@ std::vector<Command> connectionCommands() {
        {optionalDesktopArgument()},
        "List the devices that a desktop can use",
        listDevices},
-      {"device status", {kNumber}, "Show one device", deviceStatus},
+      {"device status", {deviceArgument()}, "Show one device", deviceStatus},
       {"device connect",
-       {desktopArgument(), kNumberOrSource, kSourceOption},
+       {desktopArgument(), kDeviceOrSource, kSourceOption},
        "Connect a device into a desktop",
        status(connectDevice)},
       {"device disconnect",
-       {desktopArgument(), kNumberOrSource, kSourceOption},
+       {desktopArgument(), kDeviceOrSource, kSourceOption},
        "Take a device out of a desktop",
        status(disconnectDevice)},
       {"device redirect",
        {desktopArgument(),
-        kNumber,
-        {"MODE", ArgumentKind::UInt16, "The service's number of a mode"}},
-       "Redirect a device in a mode of the service's",
+        deviceArgument(),
+        {.name = "MODE",
+         .kind = ArgumentKind::Word,
+         .help = "The direction",
+         .words = kRedirectionModes}},
+       "Take a device into a desktop, or out of it",
        status(redirectDevice)},
   };
 }
@@ -144,8 +165,16 @@ std::vector<Command> connectionCommands() {
 std::vector<Command> networkAndUsbCommands() {
   return {
       {"device network add",
-       {{"KIND", ArgumentKind::Int32, "The kind of device, the service's number"},
-        {"TEXT", ArgumentKind::Text, "NAME@ADDRESS, or an address"}},
+       {{.name = "TYPE",
+         .kind = ArgumentKind::Word,
+         .help = "The type of device",
+         .words = kDeviceTypes},
+        {"TEXT",
+         ArgumentKind::Text,
+         "NAME@ADDRESS, or an address",
+         Presence::Required,
+         {},
+         "scanner@10.0.0.9"}},
        "Add a device reached over the network",
        status(addNetworkDevice)},
       {"device network remove",
@@ -159,11 +188,11 @@ std::vector<Command> networkAndUsbCommands() {
        status(setUsbredirStatus)},
       {"device usbredir connect",
        {desktopArgument(), kUsbBytes},
-       "Does nothing, as its operation does; kept for old scripts",
+       "Do nothing, as the operation does; kept for old scripts",
        status([](Run& run) { return run.proxy().ConnectUsbredir(run.desktop(), usbDevice(run)); })},
       {"device usbredir disconnect",
        {desktopArgument(), kUsbBytes},
-       "Does nothing, as its operation does; kept for old scripts",
+       "Do nothing, as the operation does; kept for old scripts",
        status(
            [](Run& run) { return run.proxy().DisconnectUsbredir(run.desktop(), usbDevice(run)); })},
   };
@@ -174,26 +203,26 @@ std::vector<Command> configurationCommands() {
       {"device autoconnect get",
        {kType},
        "Show whether a type of devices connects automatically",
-       value("autoConnect",
-             [](Run& run) {
-               return run.proxy().GetAutoConnect(run.arguments.number<uint16_t>("TYPE"));
-             })},
+       showAutoConnect},
       {"device autoconnect set",
        {kType, {"SWITCH", ArgumentKind::Switch, "on or off"}},
        "Switch automatic connection of a type of devices",
        status(setAutoConnect)},
       {"device configure",
-       {desktopArgument(), sourceArgument(), kTypeOption, kAutoConnect, kNoPopup},
+       {desktopArgument(), deviceArgument(), kTypeOption, kAutoConnect, kNoPopup},
        "Connect a newly plugged device; the outcome follows as an event",
        status(configureDevice)},
       {"device ignore",
-       {sourceArgument(), kTypeOption, kAutoConnect, kNoPopup},
+       {deviceArgument(), kTypeOption, kAutoConnect, kNoPopup},
        "Ignore a newly plugged device; the outcome follows as an event",
        status(ignoreDevice)},
       {"disk command",
        {desktopArgument(),
-        sourceArgument(),
-        {"COMMAND", ArgumentKind::UInt16, "The service's number: 1 mount, 2 unmount, 3 eject"}},
+        deviceArgument(),
+        {.name = "COMMAND",
+         .kind = ArgumentKind::Word,
+         .help = "The command",
+         .words = kDiskCommands}},
        "Send a command to a disk",
        status(diskCommand)},
   };

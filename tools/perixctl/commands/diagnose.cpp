@@ -1,4 +1,4 @@
-// diagnose, command and test: what the service says about itself.
+// diagnose, command and test: the service about itself.
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/mailbox.h"
@@ -48,10 +48,11 @@ Outcome followDiagnosis(Run& run, ProgressListener& listener) {
     run.indicator.progress(progress, step->text);
     rows.push_back({{"progress", progress},
                     {"value", step->value},
+                    {"valueText", std::to_string(step->value)},
                     {"desktop", step->desktop},
                     {"text", step->text}});
   }
-  return tableOf(std::move(rows), {{"progress", "PERCENT"}, {"value", "VALUE"}, {"text", "STEP"}});
+  return tableOf(std::move(rows), {{"progress", "PERCENT"}, {"text", "STEP"}});
 }
 
 Outcome diagnoseDesktop(Run& run) {
@@ -61,9 +62,9 @@ Outcome diagnoseDesktop(Run& run) {
 }
 
 Outcome diagnoseDevice(Run& run) {
+  const uint64_t source = run.deviceSource();
   ProgressListener listener(run.proxy());
-  requireDone(run.proxy().DiagnoseDevice(run.desktop(), run.arguments.number<uint64_t>("SOURCE"),
-                                         &listener));
+  requireDone(run.proxy().DiagnoseDevice(run.desktop(), source, &listener));
   return followDiagnosis(run, listener);
 }
 
@@ -100,18 +101,24 @@ std::vector<Command> diagnoseCommands() {
        "Diagnose a desktop, showing the progress",
        diagnoseDesktop},
       {"diagnose device",
-       {desktopArgument(), sourceArgument()},
+       {desktopArgument(), deviceArgument()},
        "Diagnose one device, showing the progress",
        diagnoseDevice},
       {"command run",
-       {{"COMMAND", ArgumentKind::Name, "The command, in the service's words"}},
+       {{"COMMAND",
+         ArgumentKind::Name,
+         "The command, in the service's words",
+         Presence::Required,
+         {},
+         "version"}},
        "Have the service run a command and show its answer",
        runServiceCommand},
-      {"command help", {}, "Show what 'command run' understands", answer([](Run& run) {
-         return run.proxy().GetPerixCmdHelp();
-       })},
+      {"command help",
+       {},
+       "Show what 'command run' understands",
+       answer([](Run& run) { return run.proxy().GetPerixCmdHelp(); }, "no commands")},
       {"test run",
-       {{"NAME", ArgumentKind::Name, "The test's name"}},
+       {{"NAME", ArgumentKind::Name, "The test's name", Presence::Required, {}, "selftest"}},
        "Run one of the service's self-tests",
        status([](Run& run) { return run.proxy().DoPerixTest(run.arguments.text("NAME")); })},
   };

@@ -21,12 +21,20 @@ std::vector<Command> joystickCommands() {
       {"joystick mapping get",
        {vidPidArgument()},
        "Show a joystick's button mapping",
-       answer([](Run& run) {
-         const VidPid id = run.arguments.vidPid("VID:PID");
-         return run.proxy().GetJoystickMappingList(id.vid, id.pid);
-       })},
+       answer(
+           [](Run& run) {
+             const VidPid id = run.arguments.vidPid("VID:PID");
+             return run.proxy().GetJoystickMappingList(id.vid, id.pid);
+           },
+           "no button mapping")},
       {"joystick mapping set",
-       {vidPidArgument(), {"MAPPING", ArgumentKind::Text, "The mapping, in the service's format"}},
+       {vidPidArgument(),
+        {"MAPPING",
+         ArgumentKind::Text,
+         "The mapping, in the service's format",
+         Presence::Required,
+         {},
+         "b=2"}},
        "Set a joystick's button mapping",
        status([](Run& run) {
          const VidPid id = run.arguments.vidPid("VID:PID");

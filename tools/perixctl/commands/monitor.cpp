@@ -12,6 +12,7 @@
 #include <set>
 
 #include "platform/text/escape.h"
+#include "tools/perixctl/bus.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/event_feed.h"
@@ -22,7 +23,11 @@ namespace zq::ctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+// Between two looks whether the service, or the bus, is there again.
 constexpr std::chrono::milliseconds kRetryInterval{1000};
+
+// News of the bus come from no callback.
+constexpr int64_t kBus = -1;
 
 constexpr std::array kSources = {
     Word{EventSource::Device, "device"},
@@ -32,9 +37,13 @@ constexpr std::array kSources = {
     Word{EventSource::Joystick, "joystick"},
     Word{EventSource::Desktop, "desktop"},
     Word{EventSource::Service, "service"},
+    Word{kBus, "bus"},
 };
 
-// What the codes mean, as far as they are known.
+constexpr const char* kReturned = "returned";
+constexpr const char* kGone = "gone";
+
+// The meanings of the codes that are known.
 struct CodeWord {
   EventSource source;
   uint16_t code;
@@ -59,7 +68,21 @@ constexpr std::array kCodeWords = {
     CodeWord{EventSource::Service, SERVICE_DIED, "died"},
 };
 
-// Of a record's members, those that a line for people shows; JSON has them all.
+// The words with which a monitor may end, by their codes. News that are no events have none.
+Words eventWords() {
+  static const std::vector<Word> words = [] {
+    std::vector<Word> all;
+    for (const CodeWord& row : kCodeWords) {
+      if (!numberFor(all, row.word)) all.emplace_back(row.code, row.word);
+    }
+    all.emplace_back(-1, kReturned);
+    all.emplace_back(-1, kGone);
+    return all;
+  }();
+  return words;
+}
+
+// The members of records that a line for people shows; JSON has them all.
 constexpr std::array kMembersForPeople = {"devNumber", "devNum",    "name", "state",  "desktop",
                                           "sourceId",  "isSuccess", "code", "result", "text"};
 
@@ -130,13 +153,16 @@ class Monitor {
 
  private:
   void subscribe();
-  bool mustSubscribe() { return !subscribed_ || feed_.serviceDied(); }
+  bool mustSubscribe() { return !subscribed_ || feed_.mustSubscribe(); }
   void signalReady();
+  void lookForBus();
+  bool isWanted(const char* source, const Json& document) const;
   void printEvents();
   void print(const FeedEvent& event);
+  void tell(const char* source, const char* word, const std::string& explanation);
   void write(const Json& document, const std::string& text);
   void learnDesktop(const FeedEvent& event);
-  bool finished() const { return interrupted_ || lines_ >= limit_ || Clock::now() >= end_; }
+  bool finished() const { return interrupted_ || met_ || lines_ >= limit_ || Clock::now() >= end_; }
   void wait();
 
   Run& run_;
@@ -146,20 +172,25 @@ class Monitor {
   OwnedDescriptor interrupts_;
   DesktopNames names_;
   std::set<uint32_t> asked_;  ///< ids that the service was asked for since it was subscribed to
+  std::vector<std::string> only_;  ///< sources; empty for all
+  std::string desktop_;            ///< of which events are shown; empty for all
+  std::string until_;              ///< the word of the last event; empty for none
   uint64_t lines_ = 0;
   uint64_t limit_;
   Clock::time_point end_ = Clock::time_point::max();
+  Clock::time_point nextLook_ = Clock::now() + kRetryInterval;
+  bool busIsThere_ = true;
   bool subscribed_ = false;
   bool interrupted_ = false;
+  bool met_ = false;  ///< the event that was waited for has come
 };
 
-// Taken by the descriptor instead of a handler. All threads that are started later inherit this.
-OwnedDescriptor interruptDescriptor() {
+// The signals that interrupt the command, which are blocked already.
+OwnedDescriptor interruptDescriptor(EarlyEnd& earlyEnd) {
+  earlyEnd.leaveSignals();
   sigset_t signals;
   sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
   return OwnedDescriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
@@ -179,7 +210,10 @@ OwnedDescriptor readyDescriptor(const Arguments& arguments) {
 Monitor::Monitor(Run& run)
     : run_(run),
       ready_(readyDescriptor(run.arguments)),
-      interrupts_(interruptDescriptor()),
+      interrupts_(interruptDescriptor(run.earlyEnd)),
+      only_(splitAtCommas(run.arguments.text("--only"))),
+      desktop_(run.arguments.text("--desktop")),
+      until_(run.arguments.text("--until")),
       limit_(run.arguments.number<uint64_t>("--count", UINT64_MAX)) {
   if (run.arguments.has("--for")) {
     end_ = Clock::now() + std::chrono::seconds(run.arguments.number<uint32_t>("--for"));
@@ -187,15 +221,21 @@ Monitor::Monitor(Run& run)
 }
 
 void Monitor::run() {
+  run_.terminal.requireWritable();
   proxy_ = &run_.proxy();
   subscribed_ = feed_.subscribe(*proxy_);
   if (!subscribed_) requireAnswer();
   names_.learn(*proxy_);
+  if (run_.terminal.isInteractive() && !run_.globals.json && !run_.globals.quiet) {
+    run_.terminal.write("waiting for events; Ctrl-C ends\n");
+  }
   signalReady();
   while (!finished()) {
     wait();
     printEvents();
-    if (mustSubscribe() && !finished()) subscribe();
+    if (finished()) return;
+    lookForBus();
+    if (mustSubscribe()) subscribe();
   }
 }
 
@@ -205,11 +245,27 @@ void Monitor::subscribe() {
   if (!subscribed_) return;
   names_.learn(*proxy_);
   asked_.clear();
-  printEvents();  // what the death still told stands before its end
-  if (finished()) return;
+  printEvents();  // the events of the death stand before its end
+  if (!finished()) tell("service", kReturned, "returned; subscribed again");
+}
+
+// Calls and events on a direct line go on without the bus, so nothing else tells of its loss.
+void Monitor::lookForBus() {
+  if (Clock::now() < nextLook_) return;
+  nextLook_ = Clock::now() + kRetryInterval;
+  if (busIsThere_ == busIsThere()) return;
+  busIsThere_ = !busIsThere_;
+  tell("bus", busIsThere_ ? kReturned : kGone, busIsThere_ ? kReturned : kGone);
+}
+
+void Monitor::tell(const char* source, const char* word, const std::string& explanation) {
   const auto now = std::chrono::system_clock::now();
-  write({{"time", isoTime(now)}, {"event", "service"}, {"word", "returned"}},
-        clockTime(now) + "  service        returned; subscribed again");
+  char head[64];
+  std::snprintf(head, sizeof(head), "%s  %-13s  ", clockTime(now).c_str(), source);
+  const Json document = {{"time", isoTime(now)}, {"event", source}, {"word", word}};
+  if (!isWanted(source, document)) return;
+  met_ = until_ == word;
+  write(document, head + explanation);
 }
 
 void Monitor::signalReady() {
@@ -219,21 +275,21 @@ void Monitor::signalReady() {
 }
 
 void Monitor::wait() {
-  std::array<pollfd, 2> sources = {pollfd{feed_.descriptor(), POLLIN, 0},
-                                   pollfd{interrupts_.get(), POLLIN, 0}};
-  int timeout = mustSubscribe() ? static_cast<int>(kRetryInterval.count()) : -1;
-  if (end_ != Clock::time_point::max()) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
-    const int bound = static_cast<int>(std::clamp<int64_t>(left, 0, INT32_MAX));
-    timeout = timeout < 0 ? bound : std::min(timeout, bound);
-  }
-  poll(sources.data(), sources.size(), timeout);
+  std::array<pollfd, 3> sources = {pollfd{feed_.descriptor(), POLLIN, 0},
+                                   pollfd{interrupts_.get(), POLLIN, 0},
+                                   pollfd{run_.terminal.descriptor(), 0, 0}};
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(std::min(end_, nextLook_) - Clock::now());
+  poll(sources.data(), sources.size(), static_cast<int>(std::max<int64_t>(left.count(), 0)));
   interrupted_ = (sources[1].revents & POLLIN) != 0;
+  if ((sources[2].revents & POLLERR) != 0) {
+    throw CommandError(ExitCode::Refused, "the output cannot be written: its reader is gone");
+  }
 }
 
 void Monitor::printEvents() {
   for (const FeedEvent& event : feed_.take()) {
-    if (lines_ >= limit_) return;
+    if (met_ || lines_ >= limit_) return;
     learnDesktop(event);
     print(event);
   }
@@ -255,6 +311,8 @@ void Monitor::print(const FeedEvent& event) {
   if (!event.desktop.empty()) document["desktop"] = event.desktop;
   if (!record.is_null()) document["record"] = record;
 
+  if (!isWanted(source, document)) return;
+  met_ = until_ == word || until_ == std::to_string(event.code);
   char head[64];
   std::snprintf(head, sizeof(head), "%s  %-13s  %2d %s", clockTime(event.time).c_str(), source,
                 event.code, word);
@@ -265,6 +323,18 @@ void Monitor::print(const FeedEvent& event) {
     if (!value.is_null()) text += std::string("  ") + member + "=" + dumped(value);
   }
   write(document, text);
+}
+
+// Events of the service and of the bus are of all desktops.
+bool Monitor::isWanted(const char* source, const Json& document) const {
+  if (!only_.empty() && std::find(only_.begin(), only_.end(), source) == only_.end()) return false;
+  if (desktop_.empty() || source == std::string_view("service") ||
+      source == std::string_view("bus")) {
+    return true;
+  }
+  const Json record = document.value("record", Json::object());
+  return document.value("desktop", "") == desktop_ ||
+         record.value("desktop", Json()) == Json(desktop_);
 }
 
 void Monitor::write(const Json& document, const std::string& text) {
@@ -283,7 +353,12 @@ Outcome runMonitor(Run& run) {
 std::vector<Command> monitorCommands() {
   return {
       {"monitor",
-       {{"--count", ArgumentKind::UInt64, "End after that many lines", Presence::Optional},
+       {{"--only", ArgumentKind::Choice, "Show the events of these sources", Presence::Optional,
+         kSources},
+        {"--desktop", ArgumentKind::Desktop, "Show the events of this desktop", Presence::Optional},
+        {"--count", ArgumentKind::UInt64, "End after that many lines", Presence::Optional},
+        {"--until", ArgumentKind::Word, "End after the first event of this kind",
+         Presence::Optional, eventWords()},
         {"--for", ArgumentKind::UInt32, "End after that many seconds", Presence::Optional},
         {"--ready-fd", ArgumentKind::UInt16,
          "Write a line to this descriptor once events are heard", Presence::Optional}},

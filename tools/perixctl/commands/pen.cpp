@@ -59,11 +59,12 @@ Outcome replayStroke(Run& run) {
 std::vector<Command> penCommands() {
   return {
       {"pen replay",
-       {{"FILE", ArgumentKind::Name, "The recorded stroke: JSON lines, one event on each"},
+       {{"FILE", ArgumentKind::Stroke, "The recorded stroke: JSON lines, one event on each"},
         {"--fast", ArgumentKind::Flag, "Do not wait between the events", Presence::Optional}},
        "Show the packets that a recorded stroke makes; no desktop gets them, for the tool has no "
        "channel to one, and no service is needed",
-       replayStroke},
+       replayStroke,
+       Asks::Nobody},
   };
 }
 

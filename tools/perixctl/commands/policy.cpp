@@ -1,9 +1,8 @@
-// policy, property, turbo and camera: how the service treats devices.
-#include <memory>
-
+// policy, property, turbo and camera: the settings by which the service treats devices.
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/record_documents.h"
+#include "tools/perixctl/service_words.h"
 
 namespace zq::ctl {
 namespace {
@@ -16,11 +15,12 @@ Outcome listPolicies(Run& run) {
 }
 
 int setPolicy(Run& run) {
+  const uint16_t number = run.deviceNumber();
   PerixProxy& proxy = run.proxy();
-  const auto devices = proxy.GetDeviceStatus(run.arguments.number<uint16_t>("NUMBER"));
+  const auto devices = proxy.GetDeviceStatus(number);
   requireAnswer();
   if (devices.empty()) {
-    throw CommandError(ExitCode::NotFound, "no device " + run.arguments.text("NUMBER"));
+    throw CommandError(ExitCode::NotFound, "no device " + std::to_string(number));
   }
   auto device = recordIn<CommonDevice>(devices.front());
   proxy.FreeDeviceList(devices);
@@ -35,12 +35,22 @@ int setProperty(Run& run) {
                                                  run.arguments.number<int32_t>("VALUE"));
 }
 
-int getProperty(Run& run) {
+Outcome getProperty(Run& run) {
   const VidPid id = run.arguments.vidPid("VID:PID");
   const auto property = run.arguments.number<uint16_t>("PROPERTY");
-  return run.arguments.has("--local")
-             ? run.proxy().GetLocalDevicePropertyWithVidPid(id.vid, id.pid, property)
-             : run.proxy().GetDevicePropertyWithVidPid(id.vid, id.pid, property);
+  const int value = run.arguments.has("--local")
+                        ? run.proxy().GetLocalDevicePropertyWithVidPid(id.vid, id.pid, property)
+                        : run.proxy().GetDevicePropertyWithVidPid(id.vid, id.pid, property);
+  requireAnswer();
+  return factsOf({{"value", value}});
+}
+
+Outcome cameraStatus(Run& run) {
+  const int status = run.proxy().CheckCameraAuthStat();
+  requireAnswer();
+  const std::string word = wordFor(kCameraStates, status, "unknown");
+  return sentenceOf({{"status", status}, {"state", word}},
+                    "cameras are " + word + " (status " + std::to_string(status) + ")");
 }
 
 const Argument kProperty{"PROPERTY", ArgumentKind::UInt16, "The property, the service's number"};
@@ -51,8 +61,8 @@ std::vector<Command> policyCommands() {
   return {
       {"policy list", {}, "List the policies per vendor and product", listPolicies},
       {"policy set",
-       {{"NUMBER", ArgumentKind::UInt16, "The device's number"},
-        {"POLICY", ArgumentKind::UInt16, "The service's number: 0 ask, 1 allow, 2 forbid"}},
+       {deviceArgument(),
+        {.name = "POLICY", .kind = ArgumentKind::Word, .help = "The policy", .words = kPolicies}},
        "Set the local policy of a device",
        status(setPolicy)},
       {"property get",
@@ -61,7 +71,7 @@ std::vector<Command> policyCommands() {
         {"--local", ArgumentKind::Flag, "The property as stored on this machine",
          Presence::Optional}},
        "Show a property of a vendor and product",
-       value("value", getProperty)},
+       getProperty},
       {"property set",
        {vidPidArgument(), kProperty, {"VALUE", ArgumentKind::Int32, "The new value"}},
        "Set a property of a vendor and product",
@@ -72,22 +82,26 @@ std::vector<Command> policyCommands() {
       {"turbo get",
        {vidPidArgument()},
        "Show the turbo configuration of a vendor and product",
-       answer([](Run& run) {
-         const VidPid id = run.arguments.vidPid("VID:PID");
-         return run.proxy().GetTurboConfigWithVidPid(id.vid, id.pid);
-       })},
+       answer(
+           [](Run& run) {
+             const VidPid id = run.arguments.vidPid("VID:PID");
+             return run.proxy().GetTurboConfigWithVidPid(id.vid, id.pid);
+           },
+           "no turbo configuration")},
       {"turbo set",
        {vidPidArgument(),
-        {"TEXT", ArgumentKind::Text, "The configuration, in the service's format"}},
+        {"TEXT",
+         ArgumentKind::Text,
+         "The configuration, in the service's format",
+         Presence::Required,
+         {},
+         "fps=60"}},
        "Set the turbo configuration of a vendor and product",
        status([](Run& run) {
          const VidPid id = run.arguments.vidPid("VID:PID");
          return run.proxy().SetTurboConfigWithVidPid(id.vid, id.pid, run.arguments.text("TEXT"));
        })},
-      {"camera status",
-       {},
-       "Show the state of the camera authorisation",
-       value("status", [](Run& run) { return run.proxy().CheckCameraAuthStat(); })},
+      {"camera status", {}, "Show the state of the camera authorisation", cameraStatus},
   };
 }
 

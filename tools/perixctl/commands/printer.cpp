@@ -1,9 +1,11 @@
 // printer: lists, connecting, network, shared and local printers.
+#include <algorithm>
 #include <list>
 
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/record_documents.h"
+#include "tools/perixctl/service_words.h"
 
 namespace zq::ctl {
 namespace {
@@ -16,13 +18,22 @@ Outcome listPrinters(Run& run) {
 }
 
 Outcome printerStatus(Run& run) {
+  const uint16_t number = run.printerNumber();
   PerixProxy& proxy = run.proxy();
-  const auto printers = proxy.GetPrinterStatus(run.arguments.number<uint16_t>("NUMBER"));
+  const auto printers = proxy.GetPrinterStatus(number);
   requireAnswer();
   if (printers.empty()) {
-    throw CommandError(ExitCode::NotFound, "no printer " + run.arguments.text("NUMBER"));
+    throw CommandError(ExitCode::NotFound, "no printer " + std::to_string(number));
   }
   return printerTable(proxy, printers);
+}
+
+// Today's service takes a printer's number for its source id.
+int commandPrinter(Run& run) {
+  const auto number = parseNumber<uint64_t>(run.arguments.text("PRINTER"));
+  const uint64_t source = number ? *number : run.printerNumber();
+  return run.proxy().ConfigPrinterCommand(run.desktop(), source,
+                                          run.arguments.number<uint16_t>("COMMAND"));
 }
 
 Outcome listNetworkPrinters(Run& run) {
@@ -40,9 +51,20 @@ int addNetworkPrinter(Run& run) {
                                        arguments.text("DESCRIPTION"));
 }
 
+// The process ends early, and the service need not search on. The proxy of the search is waiting
+// for it, so another asks.
+void stopSearch() {
+  PerixProxy other;
+  if (other.Init() == 0) other.StopSearchSharePrinterDevice();
+}
+
 Outcome searchSharedPrinters(Run& run) {
   std::list<_SharePrinterDevice> printers;
-  requireDone(run.proxy().SearchSharePrinterDevice(run.arguments.text("HOST"), printers));
+  run.proxy();
+  run.earlyEnd.before(stopSearch);
+  const int result = run.proxy().SearchSharePrinterDevice(run.arguments.text("HOST"), printers);
+  run.earlyEnd.forgetLatest();
+  requireDone(result);
   Json rows = Json::array();
   for (const _SharePrinterDevice& printer : printers) {
     rows.push_back({{"name", textIn(printer.name)},
@@ -71,11 +93,33 @@ int deleteSharedPrinter(Run& run) {
   return run.proxy().DeleteSharePrinterDevice(printer);
 }
 
-// Texts that the service answers in JSON are shown as such.
-Outcome serviceDocument(const std::string& text) {
+// The list that the service answers with in JSON as a table; a text of any other form stays as it
+// is.
+Outcome serviceList(const std::string& text, const char* list, std::vector<Column> columns) {
   requireAnswer();
   Json document = Json::parse(text, nullptr, false);
-  return document.is_discarded() ? textOf(text) : documentOf(std::move(document));
+  if (document.is_discarded()) return textOf(text);
+  const Json rows = document.is_object() ? document.value(list, Json()) : Json();
+  const bool isTable =
+      rows.is_array() &&
+      std::all_of(rows.begin(), rows.end(), [](const Json& row) { return row.is_object(); });
+  if (!isTable) return documentOf(std::move(document));
+  return tableOf(rows, std::move(columns));
+}
+
+Outcome summarizePrinters(Run& run) {
+  return serviceList(run.proxy().SearchAllPrinter(), "printers",
+                     {{"number", "NUMBER"},
+                      {"name", "NAME"},
+                      {"origin", "ORIGIN"},
+                      {"status", "STATUS"},
+                      {"driver", "DRIVER"},
+                      {"address", "ADDRESS"}});
+}
+
+Outcome listDrivers(Run& run) {
+  return serviceList(run.proxy().GetPrinterDriverlList(run.arguments.text("QUERY")), "drivers",
+                     {{"name", "NAME"}, {"maker", "MAKER"}});
 }
 
 using LocalPrinterOperation = int (PerixProxy::*)(const std::string&, const std::string&,
@@ -86,43 +130,38 @@ int applyToLocalPrinter(Run& run, LocalPrinterOperation operation) {
                                   run.arguments.text("DRIVER"));
 }
 
-const Argument kNumber{"NUMBER", ArgumentKind::UInt16, "The printer's number"};
-const Argument kName{"NAME", ArgumentKind::Name, "The printer's name"};
-const Argument kAddress{"ADDRESS", ArgumentKind::Name, "The printer's address"};
+const Argument kName{"NAME", ArgumentKind::PrinterName, "The printer's name"};
+const Argument kAddress{"ADDRESS", ArgumentKind::Name, "The printer's address", Presence::Required,
+                        {},        "10.0.0.7"};
 const Argument kDescription{"DESCRIPTION", ArgumentKind::Text, "Free text", Presence::Optional};
-const Argument kDriver{"DRIVER", ArgumentKind::Text, "The driver's name"};
+const Argument kDriver{"DRIVER", ArgumentKind::Driver, "The driver's name"};
 
 std::vector<Command> redirectionCommands() {
   return {
       {"printer list", {optionalDesktopArgument()}, "List the printers of a desktop", listPrinters},
-      {"printer status", {kNumber}, "Show one printer", printerStatus},
+      {"printer status", {printerArgument()}, "Show one printer", printerStatus},
       {"printer connect",
-       {desktopArgument(), kNumber},
+       {desktopArgument(), printerArgument()},
        "Connect a printer into a desktop",
        status([](Run& run) {
-         return run.proxy().ConnectPrinter(run.desktop(), run.arguments.number<uint16_t>("NUMBER"));
+         return run.proxy().ConnectPrinter(run.desktop(), run.printerNumber());
        })},
       {"printer disconnect",
-       {desktopArgument(), kNumber},
+       {desktopArgument(), printerArgument()},
        "Take a printer out of a desktop",
        status([](Run& run) {
-         return run.proxy().DisconnectPrinter(run.desktop(),
-                                              run.arguments.number<uint16_t>("NUMBER"));
+         return run.proxy().DisconnectPrinter(run.desktop(), run.printerNumber());
        })},
       {"printer command",
        {desktopArgument(),
-        sourceArgument(),
-        {"COMMAND", ArgumentKind::UInt16, "The command, the service's number"}},
+        printerArgument(),
+        {.name = "COMMAND",
+         .kind = ArgumentKind::Word,
+         .help = "The command",
+         .words = kPrinterCommands}},
        "Send a command for a desktop's printer",
-       status([](Run& run) {
-         return run.proxy().ConfigPrinterCommand(run.desktop(),
-                                                 run.arguments.number<uint64_t>("SOURCE"),
-                                                 run.arguments.number<uint16_t>("COMMAND"));
-       })},
-      {"printer summary",
-       {},
-       "Show a summary of all printers",
-       [](Run& run) { return serviceDocument(run.proxy().SearchAllPrinter()); }},
+       status(commandPrinter)},
+      {"printer summary", {}, "Show a summary of all printers", summarizePrinters},
   };
 }
 
@@ -140,7 +179,7 @@ std::vector<Command> networkCommands() {
          return run.proxy().DeleteNetworkPrinter(run.arguments.text("NAME"));
        })},
       {"printer network rename",
-       {{"OLD", ArgumentKind::Name, "Its name so far"},
+       {{"OLD", ArgumentKind::PrinterName, "Its name so far"},
         {"NEW", ArgumentKind::Name, "Its new name"}},
        "Rename a network printer",
        status([](Run& run) {
@@ -173,18 +212,16 @@ std::vector<Command> localCommands() {
        status([](Run& run) { return applyToLocalPrinter(run, &PerixProxy::AddLocalPrinter); })},
       {"printer local auto-add",
        {kName, kAddress, kDriver},
-       "Add a printer of this machine, the service choosing what it can",
+       "Add a printer of this machine, with the service's choice of a driver",
        status([](Run& run) { return applyToLocalPrinter(run, &PerixProxy::AutoAddPrinter); })},
       {"printer local delete", {kName}, "Delete a printer of this machine", status([](Run& run) {
          return run.proxy().DeletePrinter(run.arguments.text("NAME"));
        })},
       {"printer driver list",
-       {{"QUERY", ArgumentKind::Text, "What to look for; everything without it",
+       {{"QUERY", ArgumentKind::Text, "A part of the names; all drivers without it",
          Presence::Optional}},
        "List printer drivers",
-       [](Run& run) {
-         return serviceDocument(run.proxy().GetPrinterDriverlList(run.arguments.text("QUERY")));
-       }},
+       listDrivers},
       {"printer driver change", {kName, kDriver}, "Change a printer's driver", status([](Run& run) {
          return run.proxy().ChangePrinterDriver(run.arguments.text("NAME"),
                                                 run.arguments.text("DRIVER"));
