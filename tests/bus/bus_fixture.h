@@ -39,9 +39,9 @@ inline ZQBusEventCallback* counter(Watched<int>& heard) {
 }
 
 /// Answers "echo" with its arguments, keeps "hang" until it is released, fails "fail".
-class BusTest : public testing::Test {
+class Bus : public testing::Test {
  protected:
-  BusTest() {
+  Bus() {
     recorder->answerWith([this](const std::shared_ptr<ZQBusCall>& received) {
       const std::string& name = received->message().name();
       if (name == "hang") return hanging.change([&](auto& calls) { calls.push_back(received); });

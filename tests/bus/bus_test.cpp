@@ -8,7 +8,7 @@
 namespace zq {
 namespace {
 
-TEST(AMessage, ReadsAWrongIndexOrTypeAsNothing) {
+TEST(Message, ReadsWrongIndexOrTypeAsNothing) {
   const ZQBusMessage made = message(int32_t{-5}, std::string("text"), bytes("abc"));
   std::string out = "before";
   uint32_t size = 9;
@@ -24,7 +24,7 @@ TEST(AMessage, ReadsAWrongIndexOrTypeAsNothing) {
   EXPECT_EQ(padded[ZQBusMessage::kReadable - 1], 0);
 }
 
-TEST_F(BusTest, ACallCarriesEveryArgumentWhole) {
+TEST_F(Bus, CallCarriesEveryArgument) {
   const ZQBusMessage sent = message(
       uint16_t{65535}, int32_t{INT32_MIN}, int64_t{INT64_MIN}, std::string(), std::string("plain"),
       std::string("na\xC3\xAFve \xF0\x9F\x96\xA8"), std::string("\xFF\xFEnot text"),
@@ -44,7 +44,7 @@ TEST_F(BusTest, ACallCarriesEveryArgumentWhole) {
   EXPECT_EQ(reply->toDebugString(), "return" + sent.toDebugString().substr(6));
 }
 
-TEST_F(BusTest, ABlockThatTheServiceChangesStaysAsTheClientMadeIt) {
+TEST_F(Bus, BlockIsReceiversOwnCopy) {
   recorder->answerWith([](const std::shared_ptr<ZQBusCall>& received) {
     uint32_t size = 0;
     received->message().readBytes(0, size)[0] = 'y';
@@ -55,7 +55,7 @@ TEST_F(BusTest, ABlockThatTheServiceChangesStaysAsTheClientMadeIt) {
   EXPECT_EQ(sent.bytesAt(0)->data[0], 'x');
 }
 
-TEST_F(BusTest, AListArrivesWholeAndInOrderWhateverItsLength) {
+TEST_F(Bus, ListOfAnyLengthArrivesInOrder) {
   for (const int count : {0, 1, 126, 127, 128, 1000, 20000}) {
     ZQBusMessage list;
     list.appendInt32(count);
@@ -69,7 +69,7 @@ TEST_F(BusTest, AListArrivesWholeAndInOrderWhateverItsLength) {
   }
 }
 
-TEST_F(BusTest, ALongListOfAnyTypesArrivesWholeToo) {
+TEST_F(Bus, LongListOfAnyTypesArrives) {
   ZQBusMessage list;
   for (int i = 0; i < 300; ++i) {
     list.appendInt32(i);
@@ -80,7 +80,7 @@ TEST_F(BusTest, ALongListOfAnyTypesArrivesWholeToo) {
   EXPECT_EQ(reply->toDebugString(), "return" + list.toDebugString().substr(6));
 }
 
-TEST_F(BusTest, WhatIsTooLargeFailsAndTheConnectionLivesOn) {
+TEST_F(Bus, TooLargeMessageFailsAlone) {
   const std::string tooLong((std::size_t{64} << 20) + 1, 'x');
   EXPECT_EQ(call(*service, "echo", message(bytes(tooLong)))->failure(), ZQBusFailure::TooLarge);
   EXPECT_EQ(call(*service, "echo", message(tooLong))->failure(), ZQBusFailure::TooLarge);
@@ -90,7 +90,7 @@ TEST_F(BusTest, WhatIsTooLargeFailsAndTheConnectionLivesOn) {
   EXPECT_EQ(call(*service, "echo", {})->readInt32(0), 7);
 }
 
-TEST_F(BusTest, FailuresSayWhatHappened) {
+TEST_F(Bus, FailuresTellTheirCause) {
   const Reply refused = call(*service, "fail", {});
   EXPECT_EQ(refused->type(), 3);
   EXPECT_EQ(refused->failure(), ZQBusFailure::Service);
@@ -104,7 +104,7 @@ TEST_F(BusTest, FailuresSayWhatHappened) {
   EXPECT_EQ(call(*service, "echo", message(int32_t{3}))->readInt32(0), 3);
 }
 
-TEST_F(BusTest, AnAsynchronousCallEndsOnceHoweverItEnds) {
+TEST_F(Bus, AsynchronousCallHasOneOutcome) {
   Watched<std::vector<ZQBusFailure>> ends;
   const auto note = [&](const Reply& reply) {
     ends.change([&](auto& all) { all.push_back(reply->failure()); });
@@ -121,7 +121,7 @@ TEST_F(BusTest, AnAsynchronousCallEndsOnceHoweverItEnds) {
   EXPECT_EQ(ends.get(), want);
 }
 
-TEST_F(BusTest, ATimeOutOfNothingEndsAtOnceAndTheCallIsSentAllTheSame) {
+TEST_F(Bus, CallWithTimeOutOfZeroIsSent) {
   EXPECT_EQ(call(*service, "zero", {}, 0)->failure(), ZQBusFailure::TimedOut);
   Watched<ZQBusFailure> end;
   service->callWithReply(
@@ -136,7 +136,7 @@ TEST_F(BusTest, ATimeOutOfNothingEndsAtOnceAndTheCallIsSentAllTheSame) {
 /// Who sleeps on the connection when a call with an early deadline is made, and must wake for it.
 enum class Sleeper { LibraryThread, Caller, CallerThatLeaves };
 
-TEST_F(BusTest, AnEarlierTimeOutWakesWhoeverSleeps) {
+TEST_F(Bus, EarlierDeadlineWakesSleeper) {
   constexpr int kBeyondPatienceMs = 100000;
   for (const auto sleeper : {Sleeper::LibraryThread, Sleeper::Caller, Sleeper::CallerThatLeaves}) {
     std::future<Reply> hung;
@@ -152,7 +152,7 @@ TEST_F(BusTest, AnEarlierTimeOutWakesWhoeverSleeps) {
   }
 }
 
-TEST_F(BusTest, AShortCallPassesALongOne) {
+TEST_F(Bus, ShortCallOvertakesLongCall) {
   auto hung = hang();
   for (int i = 0; i < 100; ++i) EXPECT_EQ(call(*service, "echo", message(i), 500)->readInt32(0), i);
   EXPECT_EQ(hung.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
@@ -160,7 +160,7 @@ TEST_F(BusTest, AShortCallPassesALongOne) {
   EXPECT_EQ(hung.get()->readInt32(0), 1);
 }
 
-TEST_F(BusTest, ManyThreadsEachGetTheirOwnReply) {
+TEST_F(Bus, ThreadsGetTheirOwnReplies) {
   constexpr int kThreads = 8;
   constexpr int kCalls = 300;
   std::vector<std::future<int>> wrong;
@@ -182,7 +182,7 @@ TEST_F(BusTest, ManyThreadsEachGetTheirOwnReply) {
 
 // --- Events --------------------------------------------------------------------------------------
 
-TEST_F(BusTest, EventsArriveWhileACallWaitsAndACallbackMayCall) {
+TEST_F(Bus, EventsArriveDuringCallAndCallbackMayCall) {
   Watched<std::vector<int>> answers;
   service->addEventListener(
       "perixevent", new ZQBusEventCallback([&](const Reply& event) {
@@ -199,7 +199,7 @@ TEST_F(BusTest, EventsArriveWhileACallWaitsAndACallbackMayCall) {
   EXPECT_EQ(hung.get()->readInt32(0), 1);
 }
 
-TEST_F(BusTest, AFloodDuringACallIsDeliveredInOrderOrCounted) {
+TEST_F(Bus, FloodIsDeliveredInOrderOrCounted) {
   constexpr int kEvents = 100000;
   ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
   Watched<bool> open;
@@ -223,7 +223,7 @@ TEST_F(BusTest, AFloodDuringACallIsDeliveredInOrderOrCounted) {
   EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
 }
 
-TEST_F(BusTest, EventsOfAnyShapeArriveInOrderThoughTheClientIsBehind) {
+TEST_F(Bus, EventsOfAnyShapeArriveInOrder) {
   ZQBusMessage many;
   for (int i = 0; i < 150; ++i) many.appendInt32(i);
   const std::vector<ZQBusMessage> shapes = {
@@ -254,7 +254,7 @@ TEST_F(BusTest, EventsOfAnyShapeArriveInOrderThoughTheClientIsBehind) {
   EXPECT_EQ(heard.get(), want);
 }
 
-TEST_F(BusTest, NoEventIsDeliveredAfterItsListenerWasRemoved) {
+TEST_F(Bus, RemovedListenerReceivesNoEvent) {
   Watched<int> first;
   Watched<int> second;
   auto* const removed =

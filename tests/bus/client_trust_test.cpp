@@ -18,10 +18,10 @@ Message mount(int32_t number) {
 }
 
 /// The bus of these tests has one connection, and a line takes another to open.
-class AClientOfTheBus : public testing::Test {
+class ClientTrust : public testing::Test {
  protected:
-  AClientOfTheBus() { ::setenv("ZQBUS_DIRECT", "0", 1); }
-  ~AClientOfTheBus() override { ::setenv("ZQBUS_DIRECT", before_.c_str(), 1); }
+  ClientTrust() { ::setenv("ZQBUS_DIRECT", "0", 1); }
+  ~ClientTrust() override { ::setenv("ZQBUS_DIRECT", before_.c_str(), 1); }
 
  private:
   const std::string before_ = usesDirectLines() ? "1" : "0";
@@ -31,7 +31,7 @@ std::future<std::shared_ptr<ZQBusProxyInterface>> connectSoon() {
   return std::async(std::launch::async, [] { return connect(); });
 }
 
-TEST_F(AClientOfTheBus, UsesTheServiceOfATrustedOwnerAlone) {
+TEST_F(ClientTrust, UsesServiceOfTrustedOwnerAlone) {
   FakeBus bus;
   int number = 10;
   for (const Verdict& verdict : verdicts()) {
@@ -53,7 +53,7 @@ TEST_F(AClientOfTheBus, UsesTheServiceOfATrustedOwnerAlone) {
   }
 }
 
-TEST_F(AClientOfTheBus, HearsBroadcastsOfTrustedSendersAloneAndInOrder) {
+TEST_F(ClientTrust, DeliversBroadcastsOfTrustedSendersInOrder) {
   constexpr int kMost = 32;
   FakeBus bus;
   auto connecting =
@@ -88,7 +88,7 @@ TEST_F(AClientOfTheBus, HearsBroadcastsOfTrustedSendersAloneAndInOrder) {
   EXPECT_EQ(heard.get(), want);
 }
 
-TEST_F(AClientOfTheBus, IsToldWhenTheBusRefusesASubscription) {
+TEST_F(ClientTrust, ReportsRefusedSubscription) {
   FakeBus bus;
   auto adding = std::async(std::launch::async, [] {
     const auto service = connect();

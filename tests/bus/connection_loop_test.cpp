@@ -50,7 +50,7 @@ struct Counter {
   }
 };
 
-TEST(AReader, LetsOthersInThoughThereIsMuchToRead) {
+TEST(ConnectionLoop, LetsOtherThreadsInDuringFlood) {
   constexpr int kMessages = 4000;
   auto [server, client] = connectedPair();
   Counter counter;
@@ -76,7 +76,7 @@ TEST(AReader, LetsOthersInThoughThereIsMuchToRead) {
   loop->join();
 }
 
-TEST(TheTrustInASender, IsAskedForAgainWhenTheDaemonWasLate) {
+TEST(SenderTrust, AsksAgainAfterLateAnswer) {
   auto [server, client] = connectedPair();
   PendingCalls calls;
   SenderTrust trust(calls);

@@ -32,9 +32,7 @@ bool failsAtOnce(ZQBusProxyInterface& service, ZQBusSerivceManager& manager) {
          !add(service) && !add(manager) && manager.droppedEvents() == 0;
 }
 
-TEST(TheBus, IsOfNoUseToAForkedChildWhichLeavesItToItsParent) {
-  RecordingService owner;
-  auto service = connect();
+TEST_F(Bus, CallsFailInForkedChild) {
   auto* const manager = ZQBusSerivceManager::initSync(-1);
   Watched<int> heard;
   service->addEventListener("perixevent", counter(heard), ZQBusSecurityFlags::TrustedPeer);
@@ -61,22 +59,13 @@ TEST(TheBus, IsOfNoUseToAForkedChildWhichLeavesItToItsParent) {
   stop = true;
   busy.join();
   asking.join();
-  owner.sendEvent(0, 1);
+  recorder->sendEvent(0, 1);
   EXPECT_TRUE(heard.wait([](int n) { return n == 1; }));
 }
 
 // --- Deaths --------------------------------------------------------------------------------------
 
-TEST(TheBus, LetsANameBeClaimedOnce) {
-  const RecordingService owner;
-  std::string error;
-  EXPECT_EQ(ZQBusService::claim(
-                "perix", {}, [](const auto&) {}, error),
-            nullptr);
-  EXPECT_EQ(error, "org.zqbus.perix is owned by another process");
-}
-
-TEST(TheBus, TellsADeadServiceFromASlowOne) {
+TEST(ServiceDeath, DiffersFromSlowness) {
   const auto process = startService();
   const auto service = connect();
   ASSERT_NE(service, nullptr);
@@ -101,7 +90,7 @@ TEST(TheBus, TellsADeadServiceFromASlowOne) {
   EXPECT_EQ(deaths.get(), 1);
 }
 
-TEST_F(BusTest, ADeathIsToldBehindWhatCameBeforeAndHoldsUpNothing) {
+TEST_F(Bus, DeathIsReportedInOrderAndBlocksNothing) {
   Watched<std::vector<std::string>> order;
   const auto note = [&](const std::string& what) {
     order.change([&](auto& all) { all.push_back(what); });
@@ -135,7 +124,7 @@ TEST_F(BusTest, ADeathIsToldBehindWhatCameBeforeAndHoldsUpNothing) {
 /// Which callback runs while its interface is released.
 enum class Running { Event, Death };
 
-TEST_F(BusTest, AReleasedInterfaceCallsNobodyOnceItsRunningCallbackHasEnded) {
+TEST_F(Bus, ReleasedInterfaceCallsNoCallback) {
   auto* const manager = ZQBusSerivceManager::initSync(-1);
   for (const auto running : {Running::Event, Running::Death}) {
     if (recorder == nullptr) recorder = std::make_unique<RecordingService>();
@@ -173,7 +162,7 @@ TEST_F(BusTest, AReleasedInterfaceCallsNobodyOnceItsRunningCallbackHasEnded) {
   }
 }
 
-TEST(TheBus, AsksNoLongerThanItsTimeLimitAllowsInAll) {
+TEST(TimeLimit, HoldsForAllQuestionsTogether) {
   RecordingService owner;
   auto* const manager = ZQBusSerivceManager::initSync(-1);
   testBus().process().pause();
@@ -205,7 +194,7 @@ void countReconnections(const char* line) {
   reconnections().change([](int& n) { ++n; });
 }
 
-TEST(TheBus, IsFoundAgainByAClientThatAsksNothing) {
+TEST(LostBus, IsFoundAgainByIdleClient) {
   setZQBusLogSink(&countReconnections);
   const auto owner = startService();
   const auto service = connect();
@@ -224,20 +213,7 @@ TEST(TheBus, IsFoundAgainByAClientThatAsksNothing) {
   EXPECT_TRUE(mounts.wait([](int n) { return n == 1; }));
 }
 
-TEST(TheBus, IsFoundAgainByTheServiceWhoseLinesGoOn) {
-  RecordingService owner;
-  const auto service = connect();
-  Watched<int> deaths;
-  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
-  testBus().restart();
-  auto* const manager = ZQBusSerivceManager::initSync(-1);
-  while (!manager->isServiceRegistered("perix")) std::this_thread::yield();
-  EXPECT_EQ(call(*connect(), "echo", {})->type(), 2);
-  EXPECT_EQ(call(*service, "echo", {})->type() == 2, usesDirectLines());
-  EXPECT_EQ(deaths.get() == 0, usesDirectLines());
-}
-
-TEST(TheBus, IsFoundAgainAfterItsLoss) {
+TEST(LostBus, IsFoundAgainByClient) {
   auto owner = std::make_unique<RecordingService>();
   const auto service = connect();
   Watched<int> deaths;

@@ -17,24 +17,9 @@ using wire::Type;
 using wire::Writer;
 
 constexpr char kBus[] = "org.freedesktop.DBus";
-constexpr char kPath[] = "/org/zqbus/perix";
 constexpr char kServiceName[] = ":1.1";
 
 }  // namespace
-
-Message perixMethod(const std::string& method) {
-  return Message::call(kPath, "org.zqbus.perix", method);
-}
-
-LineRequest::LineRequest() : call(Message::call(kPath, "org.zqbus.Direct", "Open")) {
-  call.with("h", Writer().number(4, 0).bytes()).announcedDescriptors = 1;
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-    throw std::runtime_error("no socket pair");
-  }
-  ours = OwnedDescriptor(ends[0]);
-  theirs = OwnedDescriptor(ends[1]);
-}
 
 FakeBus::FakeBus() : directory_("/tmp/perix-fake-bus-XXXXXX") {
   if (::mkdtemp(directory_.data()) == nullptr) throw std::runtime_error("no directory");

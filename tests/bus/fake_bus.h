@@ -1,5 +1,5 @@
-// A bus whose daemon is the test, and which has the service or a client as its one connection: the
-// test says what the daemon answers and what others send, in an order of its own.
+// A bus whose daemon is the test, and whose one connection is the service or a client: the test
+// chooses the daemon's answers and other clients' messages, and their order.
 #pragma once
 
 #include <functional>
@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/bus/peers.h"
 #include "tests/support/bus_world.h"
 #include "tests/support/wire_peer.h"
 #include "zqbus/zqbus_service.h"
@@ -56,7 +57,7 @@ class FakeBus {
   wire::Message signal();
   /// Returns when the service has dealt with what was sent to it before, calls that it keeps aside.
   void ping();
-  /// Opens a line for a client of this user, who has called before or not. The client's end.
+  /// Opens a line for a client of this user, which has called before or not. The client's socket.
   wire::Peer openLine(const std::string& client, bool isKnown = false);
   /// Has a client of this user call, which has not called before.
   void introduce(const wire::Message& call, const std::string& client);
@@ -71,22 +72,36 @@ class FakeBus {
   uint32_t serial_ = 100;
 };
 
-/// What the daemon and others say of a connection when they are asked for its user, and whether it
-/// may be trusted then.
+/// Keeps the calls to "hang" and answers others with their arguments.
+class Keeper {
+ public:
+  ZQBusService::Handler handler() {
+    return [this](const std::shared_ptr<ZQBusCall>& call) {
+      if (call->message().name() != "hang") return FakeBus::echo(call);
+      kept_.change([&](auto& calls) { calls.push_back(call); });
+    };
+  }
+  [[nodiscard]] bool waitFor(std::size_t count) {
+    return kept_.wait([count](const auto& calls) { return calls.size() == count; });
+  }
+  void release() {
+    kept_.change([](auto& calls) {
+      for (const auto& call : calls) call->reply(message(int32_t{1}));
+      calls.clear();
+    });
+  }
+
+ private:
+  Watched<std::vector<std::shared_ptr<ZQBusCall>>> kept_;
+};
+
+/// The daemon's and other clients' answers to a question for a connection's user, and whether the
+/// connection is trusted then.
 struct Verdict {
   const char* name;
   std::function<void(FakeBus&, const wire::Message& question)> give;
   bool trusted;
 };
 const std::vector<Verdict>& verdicts();
-
-wire::Message perixMethod(const std::string& method);
-/// A request for a direct line, and the two ends of the socket pair that goes with it.
-struct LineRequest {
-  LineRequest();
-  wire::Message call;
-  OwnedDescriptor ours;
-  OwnedDescriptor theirs;
-};
 
 }  // namespace zq

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include "tests/bus/hostile_peers.h"
+#include "tests/bus/peers.h"
 
 namespace zq {
 namespace {
@@ -90,6 +90,32 @@ const OddFrame kFrames[] = {
      }},
 };
 
+/// Calls and other messages that a service answers or drops, and goes on.
+const OddFrame kCalls[] = {
+    {"call to the bus", Fate::Unreadable,
+     [](Message good) {
+       good.path = "/org/freedesktop/DBus";
+       good.interface = good.destination = "org.freedesktop.DBus";
+       return wire::bytesOf(good);
+     }},
+    {"call to another object", Fate::Unreadable,
+     [](Message good) {
+       good.path = "/x";
+       return wire::bytesOf(good);
+     }},
+    {"sender that the client wrote", Fate::Read,
+     [](Message good) {
+       good.sender = ":1.1";
+       return wire::bytesOf(good);
+     }},
+    {"reply to nothing", Fate::Dropped,
+     [](Message good) { return wire::bytesOf(Message::replyTo(good)); }},
+    {"event", Fate::Dropped,
+     [](const Message&) {
+       return wire::bytesOf(odd(Message::signal(kPerixPath, kPerixName, "perixevent")));
+     }},
+};
+
 class HostileLine : public testing::Test {
  protected:
   void SetUp() override {
@@ -97,7 +123,7 @@ class HostileLine : public testing::Test {
   }
 };
 
-TEST_F(HostileLine, OfAServiceIsReadOrCutAndTheClientLives) {
+TEST_F(HostileLine, FramesOfServiceAreReadOrEndIt) {
   std::optional<FakeService> service;
   for (const OddFrame& frame : kFrames) {
     SCOPED_TRACE(frame.name);
@@ -114,10 +140,12 @@ TEST_F(HostileLine, OfAServiceIsReadOrCutAndTheClientLives) {
   }
 }
 
-TEST_F(HostileLine, OfAClientIsReadOrCutAndTheServiceGoesOn) {
+TEST_F(HostileLine, FramesOfClientAreReadOrEndIt) {
   RecordingService service;
   std::optional<FakeClient> client;
-  for (const OddFrame& frame : kFrames) {
+  std::vector<OddFrame> frames(std::begin(kFrames), std::end(kFrames));
+  frames.insert(frames.end(), std::begin(kCalls), std::end(kCalls));
+  for (const OddFrame& frame : frames) {
     SCOPED_TRACE(frame.name);
     if (!client) client.emplace();
     Message call = odd(perixCall("odd"));
@@ -132,7 +160,7 @@ TEST_F(HostileLine, OfAClientIsReadOrCutAndTheServiceGoesOn) {
 /// How much of a message comes before the end.
 constexpr std::size_t kBeginnings[] = {0, 1, 15, 16, 33};
 
-TEST_F(HostileLine, ThatEndsWithinAMessageIsTheServicesDeath) {
+TEST_F(HostileLine, EndWithinMessageIsServiceDeath) {
   for (const std::size_t sent : kBeginnings) {
     SCOPED_TRACE(sent);
     FakeService service;
@@ -150,7 +178,7 @@ TEST_F(HostileLine, ThatEndsWithinAMessageIsTheServicesDeath) {
   }
 }
 
-TEST_F(HostileLine, ThatStopsWithinAMessageHoldsUpNoOtherClient) {
+TEST_F(HostileLine, StopWithinMessageBlocksNoOtherClient) {
   RecordingService service;
   const std::string message = wire::bytesOf(perixCall("half"));
   for (const std::size_t sent : kBeginnings) {

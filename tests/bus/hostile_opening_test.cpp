@@ -6,7 +6,7 @@
 
 #include <array>
 
-#include "tests/bus/hostile_peers.h"
+#include "tests/bus/peers.h"
 
 namespace zq {
 namespace {
@@ -52,7 +52,7 @@ OwnedDescriptor datagramSocket() {
 
 // --- The service ---------------------------------------------------------------------------------
 
-TEST_F(HostileOpening, ByAClientIsRefused) {
+TEST_F(HostileOpening, OfClientIsRefused) {
   struct {
     const char* name;
     std::string signature;
@@ -88,7 +88,7 @@ TEST_F(HostileOpening, ByAClientIsRefused) {
   }
 }
 
-TEST_F(HostileOpening, WithAnOddHandshakeEndsTheLine) {
+TEST_F(HostileOpening, OddHandshakeEndsLine) {
   const std::string handshakes[] = {
       "",
       "\0"s,
@@ -141,7 +141,7 @@ FakeService::Opening handing(OwnedDescriptor (*make)()) {
   };
 }
 
-TEST_F(HostileOpening, ByAServiceLeavesTheClientOnTheBus) {
+TEST_F(HostileOpening, OfServiceLeavesClientOnBus) {
   const std::pair<const char*, FakeService::Opening> openings[] = {
       {"error", [](Peer& bus, const Message& open,
                    Peer&) { bus.send(Message::replyTo(open, wire::Type::Error)); }},

@@ -78,7 +78,7 @@ int servedOf(const std::string& address, uid_t user) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-TEST(AnotherUserOfTheBus, IsServedByNeitherInterfaceAndGetsNoLine) {
+TEST(OtherUser, IsRefusedByBothInterfaces) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   const OpenBus bus;
   const auto service = startDevelopmentService(bus.address, PERIX_DEVSERVICE, {});

@@ -31,30 +31,7 @@ bool isAnswered(Peer& line) {
   return answer && answer->type == Type::Return;
 }
 
-/// Keeps the calls to "hang" and answers others with their arguments.
-class Keeper {
- public:
-  ZQBusService::Handler handler() {
-    return [this](const std::shared_ptr<ZQBusCall>& call) {
-      if (call->message().name() != "hang") return FakeBus::echo(call);
-      kept_.change([&](auto& calls) { calls.push_back(call); });
-    };
-  }
-  [[nodiscard]] bool waitFor(std::size_t count) {
-    return kept_.wait([count](const auto& calls) { return calls.size() == count; });
-  }
-  void release() {
-    kept_.change([](auto& calls) {
-      for (const auto& call : calls) call->reply(message(int32_t{1}));
-      calls.clear();
-    });
-  }
-
- private:
-  Watched<std::vector<std::shared_ptr<ZQBusCall>>> kept_;
-};
-
-TEST(TheServicesBus, IsJoinedAgainWhenItReturns) {
+TEST(ServiceWithoutBus, ConnectsAgain) {
   FakeBus bus;
   const auto service = bus.start();
   Peer line = bus.openLine(kClient);
@@ -84,7 +61,7 @@ void countOwned(const char* line) {
   ownedByOthers().change([](int& n) { ++n; });
 }
 
-TEST(TheServicesBus, IsLeftToAnotherOwnerOfTheNameAndTheLinesAreServedToTheirEnd) {
+TEST(ServiceWithoutBus, ServesLinesWhenOtherProcessOwnsName) {
   setZQBusLogSink(&countOwned);
   FakeBus bus;
   const auto service = bus.start();
@@ -105,7 +82,7 @@ TEST(TheServicesBus, IsLeftToAnotherOwnerOfTheNameAndTheLinesAreServedToTheirEnd
   setZQBusLogSink(nullptr);
 }
 
-TEST(TheServicesEnd, GivesItsLinesASecondInAllToTakeWhatIsStillToBeSent) {
+TEST(ServiceEnd, WaitsOneSecondForAllLines) {
   constexpr int kDeaf = 20;
   FakeBus bus;
   auto service = bus.start();
@@ -126,7 +103,7 @@ TEST(TheServicesEnd, GivesItsLinesASecondInAllToTakeWhatIsStillToBeSent) {
   EXPECT_GT(event->body.size(), block.size());
 }
 
-TEST(ACallThatWaitsForItsAnswer, KeepsNoDescriptors) {
+TEST(UnansweredCalls, KeepNoDescriptors) {
   constexpr std::size_t kCalls = 80;
   Keeper keeper;
   FakeBus bus;
@@ -151,7 +128,7 @@ TEST(ACallThatWaitsForItsAnswer, KeepsNoDescriptors) {
   }
 }
 
-TEST(ACallThatWaitsForItsAnswer, IsAnsweredWhenItAsksForItAlone) {
+TEST(UnansweredCalls, GetNoAnswerUnlessTheyExpectIt) {
   Keeper keeper;
   FakeBus bus;
   const auto service = bus.start(keeper.handler());
@@ -168,7 +145,7 @@ TEST(ACallThatWaitsForItsAnswer, IsAnsweredWhenItAsksForItAlone) {
   EXPECT_NE(bus.answer().replySerial, 0U);
 }
 
-TEST(CallsThatWaitForTheirAnswers, TakeABoundedAmountOfMemory) {
+TEST(UnansweredCalls, TakeBoundedMemory) {
   constexpr std::size_t kMost = 4;
   Keeper keeper;
   FakeBus bus;
@@ -196,7 +173,7 @@ TEST(CallsThatWaitForTheirAnswers, TakeABoundedAmountOfMemory) {
   }
 }
 
-TEST(RequestsForLines, AreAnsweredHoweverManyCameWhileTheServiceWasBusy) {
+TEST(LineRequests, AreAllAnsweredByBusyService) {
   constexpr int kRequests = 3000;
   Watched<bool> isFree;
   FakeBus bus;
@@ -222,29 +199,6 @@ TEST(RequestsForLines, AreAnsweredHoweverManyCameWhileTheServiceWasBusy) {
   EXPECT_LE(openDescriptors(), before + 4 * 32 + 8);
 }
 
-// --- What a line sends ---------------------------------------------------------------------------
-
-TEST(ALineThatIsFull, CarriesAMessageOfAnySizeAndKeepsTheOrder) {
-  Keeper keeper;
-  FakeBus bus;
-  const auto service = bus.start(keeper.handler());
-  Peer line = bus.openLine(kClient);
-  ASSERT_TRUE(line.greet());
-  ASSERT_TRUE(line.send(perixMethod("hang")));
-  ASSERT_TRUE(keeper.waitFor(1));
-  // More than may wait, but nothing waits with it.
-  const std::string block(40 * kMiB, 'x');
-  service->sendEvent("large", message(bytes(block), bytes(block)));
-  ASSERT_EQ(line.receive()->member, "large");
-  // Of these the first fills the socket and the second waits for it.
-  service->sendEvent("first", message(bytes(std::string(3 * kMiB, 'x'))));
-  service->sendEvent("second", message(int32_t{2}));
-  keeper.release();
-  EXPECT_EQ(line.receive()->member, "first");
-  EXPECT_EQ(line.receive()->member, "Events");
-  EXPECT_EQ(line.receive()->type, Type::Return);
-}
-
 // --- Descriptors ---------------------------------------------------------------------------------
 
 /// Leaves this process with so few descriptors, for as long as this lives.
@@ -263,7 +217,7 @@ class FewDescriptors {
   rlimit before_{};
 };
 
-TEST(AServiceThatRunsOutOfDescriptors, RefusesLinesAndGoesOn) {
+TEST(ServiceWithoutDescriptors, RefusesLinesAndGoesOn) {
   FakeBus bus;
   const auto service = bus.start();
   bus.introduce(perixMethod("echo"), kClient);
@@ -290,7 +244,7 @@ TEST(AServiceThatRunsOutOfDescriptors, RefusesLinesAndGoesOn) {
   EXPECT_EQ(bus.answer().type, Type::Return);
 }
 
-TEST(AServiceThatRunsOutOfDescriptors, RefusesLinesThatWaitedForTheirClientsCheckToo) {
+TEST(ServiceWithoutDescriptors, RefusesPendingLineRequests) {
   constexpr int kWaiting = 8;
   FakeBus bus;
   const auto service = bus.start();
@@ -307,7 +261,7 @@ TEST(AServiceThatRunsOutOfDescriptors, RefusesLinesThatWaitedForTheirClientsChec
   for (int i = 0; i < kWaiting; ++i) EXPECT_EQ(bus.answer().type, Type::Error) << i;
 }
 
-TEST(AServiceThatRunsOutOfDescriptors, ComesBackWhenThatCostsItsConnection) {
+TEST(ServiceWithoutDescriptors, ConnectsAgain) {
   if (kSanitized) GTEST_SKIP() << "the sanitizers need descriptors for their own checks";
   FakeBus bus;
   const auto service = bus.start();

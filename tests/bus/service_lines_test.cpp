@@ -1,6 +1,5 @@
-// The service's ends of its direct lines, whatever a client does with its own: the bus is the test.
+// The service's direct lines, whatever a client does with its own: the bus is the test.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,18 +15,15 @@ using namespace std::string_literals;
 using wire::Message;
 using wire::Peer;
 using wire::Type;
-using wire::Writer;
 
 constexpr int kMaxLines = 64;
 constexpr int kMaxNewLines = 32;
+constexpr std::size_t kMiB = std::size_t{1} << 20;
 
-const std::string& greeting() {
-  static const std::string all = [] {
-    std::string user;
-    for (const char digit : std::to_string(::geteuid())) (user += '3') += digit;
-    return "\0AUTH EXTERNAL "s + user + "\r\nBEGIN\r\n";
-  }();
-  return all;
+std::string clientHandshake() {
+  std::string user;
+  for (const char digit : std::to_string(::geteuid())) (user += '3') += digit;
+  return "\0AUTH EXTERNAL "s + user + "\r\nBEGIN\r\n";
 }
 
 bool isAnswered(Peer& line) {
@@ -35,10 +31,11 @@ bool isAnswered(Peer& line) {
   return answer && answer->type == Type::Return;
 }
 
-class ALine : public testing::Test {
+/// A service that keeps the calls to "hang", and lines to it.
+class ServiceLine : public testing::Test {
  protected:
   Peer open() { return bus.openLine(":1.7", std::exchange(isKnown, true)); }
-  Peer openAndGreet() {
+  Peer openReady() {
     Peer line = open();
     EXPECT_TRUE(line.greet());
     EXPECT_TRUE(isAnswered(line));
@@ -49,41 +46,44 @@ class ALine : public testing::Test {
     bus.send(request.call, ":1.7", std::array{request.theirs.get()});
     return bus.answer().errorName == "System.Error.EMFILE";
   }
+  void sendEvent(const std::string& event, std::size_t size) const {
+    service->sendEvent(event, message(bytes(std::string(size, 'x'))));
+  }
 
+  Keeper keeper;
   FakeBus bus;
-  std::unique_ptr<ZQBusService> service = bus.start();
+  std::unique_ptr<ZQBusService> service = bus.start(keeper.handler());
   bool isKnown = false;
 };
 
-TEST_F(ALine, AnswersTheCallThatComesWithTheEndOfTheHandshake) {
+TEST_F(ServiceLine, AnswersCallThatComesWithHandshake) {
   Peer line = open();
-  ASSERT_TRUE(line.send(greeting() + wire::bytesOf(perixMethod("echo"))));
-  // The two lines of the handshake, and the answer, which is ours and not what comes when the
-  // connection ends.
+  ASSERT_TRUE(line.send(clientHandshake() + wire::bytesOf(perixMethod("echo"))));
+  // The answer comes behind the two lines of the handshake, and not from the line's end.
   ASSERT_TRUE(line.skipLine());
   EXPECT_EQ(line.receive()->type, Type::Return);
 }
 
-TEST_F(ALine, WhoseClientNeverGreetsEndsAndIsNotCounted) {
+TEST_F(ServiceLine, EndsAndIsNotCountedWithoutHandshake) {
   const int before = openDescriptors();
   std::vector<Peer> silent;
   for (int i = 0; i < kMaxNewLines; ++i) silent.push_back(open());
   EXPECT_TRUE(isRefused());
-  ASSERT_TRUE(silent[0].send(greeting().substr(0, 5)));
+  ASSERT_TRUE(silent[0].send(clientHandshake().substr(0, 5)));
   service->sendEvent("perixevent", {});
   EXPECT_EQ(bus.signal().member, "perixevent");
   for (Peer& line : silent) EXPECT_TRUE(line.hasEnded());
   silent.clear();
-  Peer line = openAndGreet();
+  Peer line = openReady();
   EXPECT_LE(openDescriptors(), before + 16);
   service->sendEvent("perixevent", {});
   service->sendBroadcast("last", {});
   EXPECT_EQ(bus.signal().member, "last");
 }
 
-TEST_F(ALine, BeyondTheirNumberIsCutOnceItsClientGreets) {
+TEST_F(ServiceLine, IsCutBeyondLimitOnceHandshakeIsComplete) {
   std::vector<Peer> lines;
-  for (int i = 0; i < kMaxLines - 1; ++i) lines.push_back(openAndGreet());
+  for (int i = 0; i < kMaxLines - 1; ++i) lines.push_back(openReady());
   Peer last = open();
   Peer beyond = open();
   EXPECT_TRUE(last.greet());
@@ -94,75 +94,45 @@ TEST_F(ALine, BeyondTheirNumberIsCutOnceItsClientGreets) {
   EXPECT_TRUE(isAnswered(lines[0]));
 }
 
-TEST_F(ALine, CarriesNoDescriptors) {
-  const int before = openDescriptors();
-  const std::array copies{0, 0, 0};
-  for (const bool isGreeted : {false, true}) {
-    Peer line = isGreeted ? openAndGreet() : open();
-    line.send(std::string_view(greeting()).substr(0, 10), copies);
-    EXPECT_TRUE(line.hasEnded());
-  }
-  openAndGreet();
-  EXPECT_LE(openDescriptors(), before + 8);
+// --- Backlog -------------------------------------------------------------------------------------
+
+TEST_F(ServiceLine, SendsBatchInOrderToClientThatIsBehind) {
+  constexpr int kEvents = 40;
+  Peer line = openReady();
+  ASSERT_TRUE(line.send(perixMethod("hang")));
+  ASSERT_TRUE(keeper.waitFor(1));
+  // More than the limit of a backlog, but no backlog behind it.
+  const std::string block(40 * kMiB, 'x');
+  service->sendEvent("large", message(bytes(block), bytes(block)));
+  ASSERT_EQ(line.receive()->member, "large");
+  // The first event fills the socket, and the others wait for it.
+  sendEvent("first", 3 * kMiB);
+  for (int i = 0; i < kEvents; ++i) service->sendEvent("second", message(i));
+  keeper.release();
+  EXPECT_EQ(line.receive()->member, "first");
+  const auto batch = line.receive();
+  EXPECT_EQ(batch->member, "Events");
+  EXPECT_EQ(batch->signature.size(), kEvents * std::string("sii").size());
+  EXPECT_EQ(line.receive()->type, Type::Return);
 }
 
-TEST_F(ALine, OfAnOddClientIsAnsweredOrCutAndOthersGoOn) {
-  const Message hello = Message::call("/org/freedesktop/DBus", "org.freedesktop.DBus", "Hello");
-  Message claimed = perixMethod("echo");
-  claimed.sender = ":1.1";
-  Message wrongVersion = perixMethod("echo");
-  wrongVersion.version = 2;
-  Message unknownType = perixMethod("echo");
-  unknownType.type = static_cast<Type>(9);
-  Message reply = Message::replyTo(hello);
-  const std::string whole =
-      wire::bytesOf(perixMethod("echo").with("s", Writer().text("x").bytes()));
-  const struct {
-    const char* name;
-    std::string bytes;
-    bool isCut;
-  } rows[] = {
-      {"a call to the bus", wire::bytesOf(hello), false},
-      {"a reply to nothing", wire::bytesOf(reply), false},
-      {"an event", wire::bytesOf(Message::signal("/org/zqbus/perix", "org.zqbus.perix", "x")),
-       false},
-      {"a name that the client gives itself", wire::bytesOf(claimed), false},
-      {"a call to another object", wire::bytesOf(Message::call("/x", "org.zqbus.perix", "x")),
-       false},
-      {"a type that does not exist", wire::bytesOf(unknownType), false},
-      {"another version", wire::bytesOf(wrongVersion), false},
-      {"no message", std::string(64, 'x'), true},
-      {"a message of 200 MB", "l\1\0\1"s + "\0\0\0\x0c"s + "\1\0\0\0"s + "\0\0\0\0"s, true},
-  };
-  Peer other = openAndGreet();
-  Peer half = openAndGreet();
-  ASSERT_TRUE(half.send(std::string_view(whole).substr(0, whole.size() / 2)));
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    Peer line = openAndGreet();
-    ASSERT_TRUE(line.send(row.bytes));
-    if (row.isCut) {
-      EXPECT_TRUE(line.hasEnded());
-    } else {
-      EXPECT_TRUE(isAnswered(line));
-    }
-    EXPECT_TRUE(isAnswered(other));
+TEST_F(ServiceLine, IsKeptForClientThatIsAlwaysBehind) {
+  Peer line = openReady();
+  for (int i = 0; i < 4; ++i) sendEvent("ahead", kMiB);
+  for (int i = 0; i < 100; ++i) {
+    sendEvent("next", kMiB);
+    ASSERT_TRUE(line.receive()) << i;
   }
-  ASSERT_TRUE(half.send(std::string_view(whole).substr(whole.size() / 2)));
-  EXPECT_EQ(half.receive()->type, Type::Return);
 }
 
-TEST_F(ALine, IsOpenedOnTheStreamSocketOfARequestAlone) {
-  openAndGreet();
-  Message call = LineRequest().call;
-  bus.send(Message(call).with("h", Writer().number(4, 7).bytes()), ":1.7", std::array{0});
-  EXPECT_EQ(bus.answer().errorName, "org.freedesktop.DBus.Error.InvalidArgs");
-  int datagrams[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, datagrams), 0);
-  const OwnedDescriptor theirs(datagrams[0]);
-  const OwnedDescriptor ours(datagrams[1]);
-  bus.send(call, ":1.7", std::array{theirs.get()});
-  EXPECT_EQ(bus.answer().errorName, "org.freedesktop.DBus.Error.InvalidArgs");
+TEST_F(ServiceLine, IsCutForClientThatDoesNotRead) {
+  Peer deaf = openReady();
+  Peer other = openReady();
+  for (int i = 0; i < 100; ++i) {
+    sendEvent("large", kMiB);
+    ASSERT_TRUE(other.receive()) << i;
+  }
+  EXPECT_TRUE(deaf.hasEnded());
 }
 
 }  // namespace

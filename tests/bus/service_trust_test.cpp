@@ -31,7 +31,7 @@ std::string outcomeOf(const Message& answer) {
   return answer.type == Type::Return ? "" : answer.errorName;
 }
 
-TEST(TheServiceOnTheBus, ServesAndGivesLinesToItsUserAlone) {
+TEST(ServiceTrust, ServesItsUserAlone) {
   FakeBus bus;
   const auto service = bus.start();
   int number = 10;
@@ -53,7 +53,7 @@ TEST(TheServiceOnTheBus, ServesAndGivesLinesToItsUserAlone) {
   }
 }
 
-TEST(TheServiceOnTheBus, DropsACallThatNamesNoSender) {
+TEST(ServiceTrust, DropsCallWithoutSender) {
   FakeBus bus;
   const auto service = bus.start();
   bus.send(perixMethod("echo").with("u", body(1)), "");
@@ -63,7 +63,7 @@ TEST(TheServiceOnTheBus, DropsACallThatNamesNoSender) {
   EXPECT_EQ(bus.answer().body, body(2));
 }
 
-TEST(TheServiceOnTheBus, LetsCallsWaitInOrderAndABoundedNumberOfThem) {
+TEST(ServiceTrust, BoundsCallsThatWaitForCheck) {
   constexpr uint32_t kMost = 32;
   FakeBus bus;
   const auto service = bus.start();
@@ -93,7 +93,7 @@ TEST(TheServiceOnTheBus, LetsCallsWaitInOrderAndABoundedNumberOfThem) {
   EXPECT_LE(openDescriptors(), before);
 }
 
-TEST(TheServiceOnTheBus, TakesNoDescriptorsButThatOfALine) {
+TEST(ServiceTrust, RefusesDescriptors) {
   FakeBus bus;
   const auto service = bus.start();
   const int before = openDescriptors();
@@ -122,7 +122,7 @@ TEST(TheServiceOnTheBus, TakesNoDescriptorsButThatOfALine) {
   EXPECT_EQ(openDescriptors(), before + 2);
 }
 
-TEST(TheServiceOnTheBus, AnswersNobodyBeforeItHasItsName) {
+TEST(ServiceTrust, RefusesCallsBeforeItHasName) {
   FakeBus bus;
   auto claimed = FakeBus::claim();
   const Message claim = bus.welcome();
@@ -132,7 +132,7 @@ TEST(TheServiceOnTheBus, AnswersNobodyBeforeItHasItsName) {
   EXPECT_NE(claimed.get(), nullptr);
 }
 
-TEST(TheServiceOnTheBus, HasItsNameOnlyWhenTheDaemonSaysSo) {
+TEST(ServiceTrust, BelievesDaemonAloneAboutName) {
   const struct {
     const char* name;
     std::function<void(FakeBus&, const Message&)> answer;
@@ -185,7 +185,7 @@ Message leaves(const std::string& client) {
       .with("sss", Writer().text(client).text(client).text("").bytes());
 }
 
-TEST(TheServiceOnTheBus, SendsEventsThereForClientsThatAreThere) {
+TEST(ServiceTrust, SendsEventsOnBusForConnectedClients) {
   const Departure rows[] = {
       {"it is there", [](FakeBus& bus, const Message& asked) { bus.reply(asked, "b", body(1)); },
        false},

@@ -12,13 +12,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class TheAppDataPath : public testing::Test {
+class AppDataPath : public testing::Test {
  protected:
-  TheAppDataPath() {
+  AppDataPath() {
     ::setenv("HOME", (root_ / "home").c_str(), 1);
     std::ofstream(root_ / "file") << "not a directory";
   }
-  ~TheAppDataPath() override { fs::remove_all(root_); }
+  ~AppDataPath() override { fs::remove_all(root_); }
 
   fs::path pathWithStateHome(const fs::path& stateHome) {
     ::setenv("XDG_STATE_HOME", stateHome.c_str(), 1);
@@ -32,20 +32,20 @@ class TheAppDataPath : public testing::Test {
   const fs::path root_ = ::mkdtemp(pattern_.data());
 };
 
-TEST_F(TheAppDataPath, LiesInTheStateHomeElseInTheHome) {
+TEST_F(AppDataPath, IsInStateHomeElseInHome) {
   EXPECT_EQ(pathWithStateHome(root_ / "state"), root_ / "state/perix");
   const fs::path inHome = root_ / "home/.local/state/perix";
   EXPECT_EQ(pathWithStateHome(""), inHome);
   EXPECT_EQ(pathWithStateHome("relative/path"), inHome);
 }
 
-TEST_F(TheAppDataPath, IsEmptyWhereNoneCanBe) {
+TEST_F(AppDataPath, IsEmptyWithoutPlace) {
   EXPECT_EQ(pathWithStateHome(root_ / "file/state"), "");
   ::unsetenv("HOME");
   EXPECT_EQ(pathWithStateHome(""), "");
 }
 
-TEST_F(TheAppDataPath, IsPrivateWithTheParentsThatItNeeded) {
+TEST_F(AppDataPath, IsPrivateWithItsParents) {
   const mode_t mask = ::umask(0);
   pathWithStateHome(root_ / "a/b");
   ::umask(mask);

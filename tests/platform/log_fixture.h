@@ -26,10 +26,10 @@ inline std::vector<std::string> linesOf(const fs::path& file) {
   return lines;
 }
 
-class ALog : public testing::Test {
+class Log : public testing::Test {
  protected:
-  ALog() { feroxLogInit(directory_.c_str()); }
-  ~ALog() override { fs::remove_all(directory_); }
+  Log() { feroxLogInit(directory_.c_str()); }
+  ~Log() override { fs::remove_all(directory_); }
 
   std::string lastLine() const {
     const auto lines = linesOf(file_);

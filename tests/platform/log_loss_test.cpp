@@ -61,7 +61,7 @@ std::size_t lostIn(const std::string& line) {
   return lost;
 }
 
-class ALogWithoutRoom : public ALog {
+class FullLog : public Log {
  protected:
   int descriptorOfLog() const {
     for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
@@ -72,7 +72,7 @@ class ALogWithoutRoom : public ALog {
   }
 };
 
-TEST_F(ALogWithoutRoom, KeepsItsSizeAndTellsHowManyLinesItLost) {
+TEST_F(FullLog, KeepsItsSizeAndCountsLostLines) {
   int locked = -1;
   rlimit descriptors{};
   ::getrlimit(RLIMIT_NOFILE, &descriptors);
@@ -114,7 +114,7 @@ TEST_F(ALogWithoutRoom, KeepsItsSizeAndTellsHowManyLinesItLost) {
   }
 }
 
-TEST_F(ALogWithoutRoom, IsRotatedOnceWhenAnotherProcessIsFaster) {
+TEST_F(FullLog, IsRotatedOnceByTwoProcesses) {
   beforeNextLock = [&] {
     fs::rename(file_, older(1));
     std::ofstream(file_) << "another process's line\n";
@@ -126,7 +126,7 @@ TEST_F(ALogWithoutRoom, IsRotatedOnceWhenAnotherProcessIsFaster) {
   EXPECT_EQ(linesOf(file_).front(), "another process's line");
 }
 
-TEST_F(ALogWithoutRoom, FreesTheOldestFileThoughAnotherProcessHasItOpen) {
+TEST_F(FullLog, FreesOldestFileThatOtherProcessHasOpen) {
   std::ofstream(older(2)) << "old";
   const int oldest = ::open(older(2).c_str(), O_RDONLY | O_CLOEXEC);
   logTooMuch();
@@ -134,7 +134,7 @@ TEST_F(ALogWithoutRoom, FreesTheOldestFileThoughAnotherProcessHasItOpen) {
   ::close(oldest);
 }
 
-TEST_F(ALogWithoutRoom, TellsOfALineThatNobodyCanRead) {
+TEST_F(FullLog, CountsLinesInRemovedFile) {
   rlimit usual{};
   ::getrlimit(RLIMIT_FSIZE, &usual);
   const rlimit page{4096, usual.rlim_max};
@@ -171,7 +171,7 @@ TEST_F(ALogWithoutRoom, TellsOfALineThatNobodyCanRead) {
   }
 }
 
-TEST_F(ALogWithoutRoom, LeavesADescriptorAloneThatTheProgramTookOver) {
+TEST_F(FullLog, LeavesReusedDescriptorAlone) {
   const fs::path theirs = directory_ / "theirs";
   const int opened = ::open(theirs.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
   const int taken = descriptorOfLog();

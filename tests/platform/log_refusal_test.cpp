@@ -14,7 +14,7 @@ void PrintTo(const Place& place, std::ostream* stream) {
   *stream << place.made;
 }
 
-class ALogIn : public ALog, public testing::WithParamInterface<Place> {};
+class ALogIn : public Log, public testing::WithParamInterface<Place> {};
 
 TEST_P(ALogIn, IsWrittenOrRefusedInOneLine) {
   const auto& [name, made, refusal] = GetParam();

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::time_t kNoon = 43200;
 
-TEST_F(ALog, HoldsAnErrorAtOnceWithAllThatABugReportNeeds) {
+TEST_F(Log, HoldsErrorAtOnce) {
   orvaneLogPrint(0, kError, "TAG", "%s %d", "text", 7);
   const std::string line = lastLine();
   std::tm time = {};
@@ -51,7 +51,7 @@ bool flusherSleeps() {
   return false;
 }
 
-TEST_F(ALog, HoldsEverythingElseWithinASecondAndSleepsWithoutLines) {
+TEST_F(Log, HoldsOtherLinesWithinASecond) {
   const int watch = ::inotify_init1(IN_CLOEXEC);
   ASSERT_GE(::inotify_add_watch(watch, directory_.c_str(), IN_MODIFY), 0);
   for (const char* text : {"first", "after a sleep"}) {
@@ -68,7 +68,7 @@ TEST_F(ALog, HoldsEverythingElseWithinASecondAndSleepsWithoutLines) {
   ::close(watch);
 }
 
-TEST_F(ALog, KeepsATextOnItsLineAndCutsALongOne) {
+TEST_F(Log, EscapesAndCutsTexts) {
   const std::map<std::string, std::string> escapes = {
       {"name\n2026-01-01 forged", R"(name\n2026-01-01 forged)"},
       {"\x1b[31mred\x7f\t", R"(\x1b[31mred\x7f\x09)"},
@@ -88,7 +88,7 @@ TEST_F(ALog, KeepsATextOnItsLineAndCutsALongOne) {
   EXPECT_EQ(linesOf(file_).size(), escapes.size() + 1);
 }
 
-TEST_F(ALog, OutlivesTheLossOfItsFileAndADirectoryThatCannotBe) {
+TEST_F(Log, OutlivesLossOfItsFile) {
   orvaneLogPrint(0, kError, "TAG", "old");
   feroxLogInit((file_ / "below a file").c_str());
   feroxLogInit(nullptr);
@@ -100,7 +100,7 @@ TEST_F(ALog, OutlivesTheLossOfItsFileAndADirectoryThatCannotBe) {
 }
 
 // While another thread has the C library's lock on the time zone, mostly.
-TEST_F(ALog, GoesOnInAForkedChildWithoutRepeatingTheParentsLines) {
+TEST_F(Log, GoesOnInForkedChildWithoutRepetition) {
   constexpr int kChildren = 20;
   const std::jthread clock([](const std::stop_token& stop) {
     for (std::tm local; !stop.stop_requested(); ::localtime_r(&kNoon, &local)) {
@@ -122,7 +122,7 @@ TEST_F(ALog, GoesOnInAForkedChildWithoutRepeatingTheParentsLines) {
   EXPECT_EQ(linesOf(file_).size(), kChildren + 1u);
 }
 
-TEST_F(ALog, DoesNotLetACancelledThreadEndTheProgram) {
+TEST_F(Log, SurvivesCancelledThread) {
   std::thread([&] {
     pthread_cancel(pthread_self());
     feroxLogInit((directory_ / "other").c_str());
@@ -133,7 +133,7 @@ TEST_F(ALog, DoesNotLetACancelledThreadEndTheProgram) {
   EXPECT_TRUE(lastLine().ends_with("text"));
 }
 
-TEST_F(ALog, LosesNoLineOfAnyThreadWhileItMoves) {
+TEST_F(Log, LosesNoLineWhileItMoves) {
   constexpr int kLines = 2000;
   const fs::path other = directory_ / "other";
   {
@@ -152,7 +152,7 @@ TEST_F(ALog, LosesNoLineOfAnyThreadWhileItMoves) {
 }
 
 // Also: nothing before the log begins, everything at the end of a process, modes of what is made.
-TEST_F(ALog, OfSeveralProcessesStaysWholeThroughRotation) {
+TEST_F(Log, OfSeveralProcessesStaysWholeThroughRotation) {
   constexpr int kLines = 40000;
   const std::string writer =
       std::string(LOG_WRITER) + ' ' + directory_.string() + "/log " + std::to_string(kLines);

@@ -21,7 +21,7 @@ bool isBlocked(int signal) {
   return sigismember(&blocked, signal) == 1;
 }
 
-TEST(LibraryThread, HandlesItsFaultsAndLeavesTheCallersSignalsAlone) {
+TEST(LibraryThread, HandlesItsOwnFaultsAlone) {
   startLibraryThread("test", [] {
     EXPECT_TRUE(isBlocked(SIGTERM));
     EXPECT_FALSE(isBlocked(SIGSEGV));
@@ -39,7 +39,7 @@ TEST(LibraryThread, HandlesItsFaultsAndLeavesTheCallersSignalsAlone) {
   EXPECT_FALSE(isBlocked(SIGTERM));
 }
 
-TEST(AWriteWithoutSignal, FailsWhereTheKernelWouldSendOne) {
+TEST(WriteWithoutSignal, FailsInsteadOfRaisingSignal) {
   int pipe[2];
   ASSERT_EQ(::pipe2(pipe, O_CLOEXEC), 0);
   ::close(pipe[0]);

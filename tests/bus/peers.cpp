@@ -1,4 +1,4 @@
-#include "tests/bus/hostile_peers.h"
+#include "tests/bus/peers.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -6,6 +6,7 @@
 
 #include <array>
 #include <stdexcept>
+#include <tuple>
 
 namespace zq {
 namespace {
@@ -28,6 +29,41 @@ std::pair<OwnedDescriptor, OwnedDescriptor> socketPair() {
     throw std::runtime_error("no socket pair");
   }
   return {OwnedDescriptor(ends[0]), OwnedDescriptor(ends[1])};
+}
+
+Message perixMethod(const std::string& method) {
+  return Message::call(kPerixPath, kPerixName, method).to(kPerixName);
+}
+
+Message perixCall(const std::string& method) {
+  static uint32_t serial = 1000;
+  Message call = perixMethod(method);
+  call.serial = ++serial;
+  return call;
+}
+
+Message openCall() {
+  Message open = Message::call(kPerixPath, "org.zqbus.Direct", "Open").to(kPerixName);
+  open.announcedDescriptors = 1;
+  return open.with("h", Writer().number(4, 0).bytes());
+}
+
+LineRequest::LineRequest() {
+  std::tie(ours, theirs) = socketPair();
+}
+
+std::optional<Peer> openLine(Peer& bus) {
+  LineRequest request;
+  const auto answer = bus.ask(request.call, std::array{request.theirs.get()});
+  if (!answer || answer->type != wire::Type::Return) return std::nullopt;
+  return Peer(Peer(std::move(request.ours)).takeDescriptor());
+}
+
+void becomeMonitor(Peer& bus) {
+  const std::string noRules = Writer().array(4, [](Writer&) {}).number(4, 0).bytes();
+  bus.ask(Message::call("/org/freedesktop/DBus", "org.freedesktop.DBus.Monitoring", "BecomeMonitor")
+              .to(kBus)
+              .with("asu", noRules));
 }
 
 FakeService::FakeService()
@@ -114,26 +150,6 @@ FakeClient::FakeClient() : bus_(Peer::onBus(testBus().address())) {
   if (!usesDirectLines()) return;
   line_ = openLine(bus_);
   if (!line_ || !line_->greet()) throw std::runtime_error("the service opens no line");
-}
-
-std::optional<Peer> openLine(Peer& bus) {
-  auto [ours, theirs] = socketPair();
-  const auto answer = bus.ask(openCall(), std::array{theirs.get()});
-  if (!answer || answer->type != wire::Type::Return) return std::nullopt;
-  return Peer(Peer(std::move(ours)).takeDescriptor());
-}
-
-Message openCall() {
-  Message open = Message::call(kPerixPath, "org.zqbus.Direct", "Open").to(kPerixName);
-  open.announcedDescriptors = 1;
-  return open.with("h", Writer().number(4, 0).bytes());
-}
-
-Message perixCall(const std::string& method) {
-  static uint32_t serial = 1000;
-  Message call = Message::call(kPerixPath, kPerixName, method).to(kPerixName);
-  call.serial = ++serial;
-  return call;
 }
 
 }  // namespace zq

@@ -9,7 +9,7 @@
 
 #include "tests/bus/hostile_bodies.h"
 #include "tests/bus/hostile_memory.h"
-#include "tests/bus/hostile_peers.h"
+#include "tests/bus/peers.h"
 
 namespace zq {
 namespace {
@@ -62,7 +62,7 @@ void forEachOddBody(Check check) {
   }
 }
 
-TEST(AReplyWithAnOddBody, EndsItsCallAndNoOther) {
+TEST(OddReply, EndsItsCallAlone) {
   std::optional<FakeService> service;
   forEachOddBody([&](const OddBody& body) {
     if (!service) service.emplace();
@@ -114,16 +114,13 @@ void sendGood(Peer& peer, Message message) {
 }
 
 const Message kEvent = Message::signal(kPerixPath, kPerixName, "perixevent");
-const Message kBroadcast =
-    Message::signal("/org/zqbus/Broadcast", "org.zqbus.Broadcast", "mountedEvent");
-
 std::atomic<int> linesLogged = 0;
 
 void countLogLines() {
   setZQBusLogSink([](const char*) { ++linesLogged; });
 }
 
-TEST(AnEventWithAnOddBody, IsHeardOrDroppedWithALineInTheLog) {
+TEST(OddEvent, IsDeliveredOrLogged) {
   countLogLines();
   Heard heard;
   Watched<int> deaths;
@@ -147,27 +144,7 @@ TEST(AnEventWithAnOddBody, IsHeardOrDroppedWithALineInTheLog) {
   EXPECT_GT(linesLogged, 0);
 }
 
-TEST(ABroadcastWithAnOddBody, IsHeardOrDroppedWithALineInTheLog) {
-  countLogLines();
-  static Heard heard;  // for the life of the process, as the subscription
-  ZQBusSerivceManager::initSync(-1)->addEventListener("mountedEvent", heard.listener(),
-                                                      ZQBusSecurityFlags::TrustedPeer);
-  std::optional<Peer> sender;
-  forEachOddBody([&](const OddBody& body) {
-    if (!sender) sender = Peer::onBus(testBus().address());
-    send(*sender, kBroadcast, body);
-    if (!body.passesBus) {
-      EXPECT_TRUE(sender->hasEnded());
-      return sender.reset();
-    }
-    sendGood(*sender, kBroadcast);
-    const Fate fate = body.sentDescriptors == 0 ? body.fate : Fate::Dropped;
-    EXPECT_STREQ(heard.fate(), hearingOf(fate));
-  });
-  EXPECT_GT(linesLogged, 0);
-}
-
-TEST(AStrangersReplyOrEvent, IsIgnoredUnread) {
+TEST(ForeignMessage, IsIgnoredUnread) {
   if (usesDirectLines()) GTEST_SKIP() << "no stranger reaches a line";
   Heard heard;
   FakeService service;
@@ -196,7 +173,7 @@ TEST(AStrangersReplyOrEvent, IsIgnoredUnread) {
   });
 }
 
-TEST(ACallWithAnOddBody, IsAnsweredOrRefused) {
+TEST(OddCall, IsAnsweredOrRefused) {
   RecordingService service;
   std::optional<FakeClient> client;
   forEachOddBody([&](const OddBody& body) {
@@ -219,7 +196,7 @@ std::size_t allowanceFor(std::size_t wireSize) {
   return 12 * wireSize + 4096;
 }
 
-TEST(AReplyOrACall, KeepsABoundedMultipleOfItsSize) {
+TEST(DecodedMessage, TakesBoundedMemory) {
   for (const OddBody& body : thriftyBodies()) {
     SCOPED_TRACE(body.name);
     const std::size_t allowance = allowanceFor(body.content.bytes().size());

@@ -1,4 +1,4 @@
-// The two ends of the bus, played by hand.
+// Peers of ours that are played by hand: a service and a client on the real bus.
 #pragma once
 
 #include <functional>
@@ -21,21 +21,41 @@ inline constexpr int32_t kGoodAnswer = 4711;
 /// Two connected stream sockets.
 std::pair<OwnedDescriptor, OwnedDescriptor> socketPair();
 
-/// The owner of the service's name, and a client of this process's that has obtained it: on a
-/// direct line, or through the bus.
+/// A call of the service.
+wire::Message perixMethod(const std::string& method);
+/// A call of the service with a number of its own: the bus daemon refuses a second call of the same
+/// number while the first waits for its reply.
+wire::Message perixCall(const std::string& method);
+/// A request for a direct line, without its descriptor.
+wire::Message openCall();
+/// A request for a direct line, and the handover pair that goes with it.
+struct LineRequest {
+  LineRequest();
+  wire::Message call = openCall();
+  OwnedDescriptor ours;
+  OwnedDescriptor theirs;
+};
+/// Asks for a direct line. The client's socket before the handshake; nothing when the service
+/// refuses.
+std::optional<wire::Peer> openLine(wire::Peer& bus);
+/// Makes a connection to the bus a monitor, which receives a copy of every message.
+void becomeMonitor(wire::Peer& bus);
+
+/// The owner of the service's name, and a client of this process that has obtained it: on a direct
+/// line, or through the bus.
 class FakeService {
  public:
-  /// What the service does with a client's wish for a line, whose handover it is given.
+  /// Answers a client's request for a line, which came with `handover`.
   using Opening =
       std::function<void(wire::Peer& bus, const wire::Message& open, wire::Peer& handover)>;
 
   /// Opens a line as a service does, if clients want lines.
   FakeService();
-  /// Opens none, unless `opening` does.
+  /// Opens no line, unless `opening` does.
   explicit FakeService(const Opening& opening);
 
   ZQBusProxyInterface& client() { return *client_; }
-  /// What calls of the client's come on and answers go out on.
+  /// The connection on which the client calls.
   wire::Peer& way() { return line_ ? *line_ : bus_; }
   /// The name on the bus of the client that called last.
   const std::string& clientName() const { return clientName_; }
@@ -59,10 +79,9 @@ using Reply = std::shared_ptr<ZQBusMessage>;
 std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs = -1);
 /// Whether a call was answered with kGoodAnswer.
 bool isGood(const Reply& reply);
-/// What became of an odd reply with a good one behind it.
+/// The fate of an odd reply, after which a good reply was sent.
 Fate fateOf(const Reply& reply);
-/// What becomes of a call of the service's of that number, as those bytes, with a good one behind
-/// it.
+/// Sends a call of that number, as those bytes, and a good call behind it; the fate of the first.
 Fate fateOfCall(wire::Peer& client, uint32_t serial, std::string_view call,
                 std::span<const int> descriptors = {});
 
@@ -78,17 +97,9 @@ class FakeClient {
   std::optional<wire::Peer> line_;
 };
 
-/// Hands a descriptor through a line's handover.
+/// Sends a descriptor on a handover socket.
 void hand(wire::Peer& handover, int descriptor);
 /// The answer of a service that has opened a line.
 wire::Message processReply(const wire::Message& open, int32_t process);
-
-/// Asks for a direct line. The client's end of it before the handshake; nothing when the service
-/// refuses.
-std::optional<wire::Peer> openLine(wire::Peer& bus);
-wire::Message openCall();
-/// A call of the service's, for either way, with a number of its own: the bus daemon refuses a
-/// second call of the same number while the first waits for its reply.
-wire::Message perixCall(const std::string& method);
 
 }  // namespace zq
