@@ -138,7 +138,9 @@ int serve(const CommandLine& line, Scenario scenario) {
   };
   DevService::Options options{std::move(scenario), line.verbose, onEnd};
   std::string error;
-  if (line.cupsServer && !useCups(*line.cupsServer, options, error)) return cannotStart(error);
+  if (line.cupsServer &&
+      !useCups(*line.cupsServer, options.scenario, options.printerBackend, error))
+    return cannotStart(error);
   DevService service(std::move(options));
   if (!service.start(error)) return cannotStart(error);
   tellReady(line.readyDescriptor);

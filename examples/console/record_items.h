@@ -10,7 +10,8 @@
 #include <cstring>
 
 #include "item.h"
-#include "perix/records.h"
+#include "perix/events.h"
+#include "perix/service_values.h"
 
 namespace zq::console {
 
@@ -29,8 +30,6 @@ QString textIn(const char (&field)[Size]) {
   return QString::fromUtf8(field, static_cast<int>(strnlen(field, Size)));
 }
 
-/// The code of the device event that says that the device is gone.
-inline constexpr uint16_t kDeviceRemoved = 7;
 /// What the device did, by the code of its event.
 QString deviceEventText(uint16_t code);
 

@@ -140,7 +140,7 @@ int Session::onServiceEvent(uint16_t code, void* /*data*/, void* self) {
 
 void Session::hearDevice(uint16_t code, const CommonDevice& device) {
   const Item item = itemOf(device, desktopOf(device.vmId));
-  if (code == kDeviceRemoved) {
+  if (static_cast<EventKind>(code) == EventKind::DeviceRemoved) {
     emit removed(ItemKind::Device, item.key);
   } else {
     emit changed(ItemKind::Device, item);

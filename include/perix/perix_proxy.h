@@ -351,11 +351,16 @@ class PerixProxy {
   virtual std::string GetJoystickMappingList(unsigned short vid, unsigned short pid);
   virtual int SetJoystickMapping(unsigned short vid, unsigned short pid,
                                  const std::string& mapping);
-  /// Starts a calibration; its outcome follows as an event for the configuration-result callbacks.
+  /// Starts a calibration; the answer only says that the service has begun. The outcome follows as
+  /// an event with code 16 (EventKind::JoystickCalibrated), which the configuration-result
+  /// callbacks hear, not the joystick callbacks.
   virtual int CalibrationJoystick(unsigned short vid, unsigned short pid);
-  /// Adds a joystick callback, one per userdata, called in order of registration by
-  /// JoystickResultNotify. No event of today's service reaches it: see CalibrationJoystick. The
-  /// same userdata again replaces its callback. -1 when either argument is null.
+  /// Adds a joystick callback, one per userdata. JoystickResultNotify calls them in the order of
+  /// their registration, and the library calls JoystickResultNotify for no event of the service:
+  /// every kind of event that no other callback is for, the joysticks' kinds (16, 70, 71) among
+  /// them, goes to the configuration-result callbacks. To hear of a calibration, register one with
+  /// RegisterConfigNewDevResultCallback. The same userdata again replaces the callback. -1 when
+  /// either argument is null.
   virtual int RegisterJoystickCallback(JoystickCallback callback, void* userdata);
   virtual int UnregisterJoystickCallback(void* userdata);
   /// Calls every joystick callback. Always 0.

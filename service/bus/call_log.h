@@ -5,7 +5,7 @@
 #include <deque>
 #include <string>
 
-#include "service/bus/json.h"
+#include "service/scenario/json.h"
 #include "zqbus/message.h"
 
 namespace zq::devservice {

@@ -21,7 +21,7 @@ Answer done() {
 
 /// Nothing more to say when the result is Done, else an error in words.
 Answer doneOr(Result result) {
-  return result == Result::Done ? done() : Answer::error(inWords(result));
+  return result == Result::Done ? done() : Answer::error(TextOf(result));
 }
 
 std::string joined(const std::vector<std::string>& lines) {
@@ -117,7 +117,7 @@ Answer DevService::plug(const Call& call) {
   if (!device) return Answer::error(joined(mistakes));
   uint16_t number = 0;
   const Result result = world_.devices.plug(std::move(*device), number);
-  if (result != Result::Done) return Answer::error(inWords(result));
+  if (result != Result::Done) return Answer::error(TextOf(result));
   const auto& devices = world_.devices.all();
   return document({{"devNumber", number}, {"sourceId", devices.at(number).sourceId}});
 }

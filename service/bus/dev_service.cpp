@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "service/bus/methods.h"
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
 
 namespace zq::devservice {
 namespace {

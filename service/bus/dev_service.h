@@ -11,7 +11,7 @@
 #include "service/bus/call_log.h"
 #include "service/bus/faults.h"
 #include "service/bus/method_table.h"
-#include "service/model/events.h"
+#include "service/model/event_sink.h"
 #include "service/model/scheduler.h"
 #include "service/model/world.h"
 #include "zqbus/zqbus_service.h"

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "service/bus/json.h"
 #include "service/bus/method_table.h"
+#include "service/scenario/json.h"
 
 namespace zq::devservice {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "service/model/result.h"
+#include "service/model/model.h"
 #include "zqbus/message.h"
 #include "zqbus/zqbus_service.h"
 

@@ -2,9 +2,9 @@
 #include <utility>
 
 #include "platform/text/hex.h"
-#include "service/bus/json.h"
 #include "service/bus/methods.h"
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
+#include "service/scenario/json.h"
 
 namespace zq::devservice {
 namespace {

@@ -2,7 +2,7 @@
 #include <utility>
 
 #include "service/bus/methods.h"
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
 #include "service/scenario/state.h"
 
 namespace zq::devservice {

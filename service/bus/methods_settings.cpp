@@ -1,7 +1,7 @@
 #include <string>
 
 #include "service/bus/methods.h"
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
 
 namespace zq::devservice {
 namespace {

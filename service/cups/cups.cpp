@@ -8,18 +8,18 @@
 
 namespace zq::devservice {
 
-bool useCups(const std::string& server, DevService::Options& options, std::string& error) {
+bool useCups(const std::string& server, Scenario& scenario, PrinterBackendFactory& backend,
+             std::string& error) {
   std::vector<Printer> present;
   if (CupsServer(server).printers(present) != Result::Done) {
     error = "no CUPS server answers at " + CupsServer::nameOf(server);
     return false;
   }
-  Scenario& scenario = options.scenario;
   std::erase_if(scenario.printers,
                 [](const Printer& p) { return p.origin == PrinterOrigin::Local; });
   scenario.printers.insert(scenario.printers.end(), present.begin(), present.end());
   scenario.drivers.clear();
-  options.printerBackend = [server](Printers& printers, Timer& timer) {
+  backend = [server](Printers& printers, Timer& timer) {
     return std::make_unique<CupsPrinterBackend>(server, printers, timer);
   };
   return true;

@@ -2,7 +2,7 @@
 
 namespace zq::devservice {
 
-bool useCups(const std::string&, DevService::Options&, std::string& error) {
+bool useCups(const std::string&, Scenario&, PrinterBackendFactory&, std::string& error) {
   error = "--cups: this program was built without CUPS (libcups2-dev)";
   return false;
 }

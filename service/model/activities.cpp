@@ -3,7 +3,7 @@
 #include <array>
 #include <utility>
 
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
 
 namespace zq::devservice {
 namespace {
@@ -90,7 +90,7 @@ Result Activities::calibrate(VidPid id) {
     after(timing_.calibration, [this, device = *joystick] {
       const bool there = devices_.findBySource(device.sourceId) != nullptr;
       const Result result = there ? Result::Done : Result::UnknownDevice;
-      events_.send({device.desktop, EventKind::JoystickResult, outcomeRecord(device, result)});
+      events_.send({device.desktop, EventKind::JoystickCalibrated, outcomeRecord(device, result)});
     });
     return Result::Done;
   }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "service/model/model.h"
-#include "service/model/result.h"
 
 namespace zq::devservice {
 

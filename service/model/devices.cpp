@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
 
 namespace zq::devservice {
 namespace {
@@ -86,7 +86,7 @@ Result Devices::connect(uint32_t desktopId, uint16_t number) {
   if (!desktop->connected) return Result::DesktopNotConnected;
   if (device->desktop == desktopId) return Result::AlreadyConnected;
   if (device->desktop != 0) return Result::ConnectedElsewhere;
-  if (device->policy == Policy::Forbid) return Result::Forbidden;
+  if (device->policy == DevicePolicy::Forbid) return Result::Forbidden;
   device->desktop = desktopId;
   device->status = DeviceStatus::Connected;
   announce(EventKind::DeviceState, *device);
@@ -274,8 +274,8 @@ Result Devices::setPolicy(uint16_t number, uint16_t policy, const std::string& n
   const Device* device = find(number);
   if (device == nullptr) return Result::UnknownDevice;
   if (!name.empty() && name != device->name) return Result::UnknownDevice;
-  if (policy > static_cast<uint16_t>(Policy::Forbid)) return Result::InvalidArgument;
-  const VidPidPolicy decided{static_cast<Policy>(policy), device->name};
+  if (policy > static_cast<uint16_t>(DevicePolicy::Forbid)) return Result::InvalidArgument;
+  const VidPidPolicy decided{static_cast<DevicePolicy>(policy), device->name};
   const VidPid id = device->id;
   if (id != VidPid{}) policies_[id] = decided;
   for (auto& [other, same] : devices_) {

@@ -7,9 +7,8 @@
 #include <vector>
 
 #include "service/model/desktops.h"
-#include "service/model/events.h"
+#include "service/model/event_sink.h"
 #include "service/model/model.h"
-#include "service/model/result.h"
 
 namespace zq::devservice {
 
@@ -20,8 +19,6 @@ struct NewDeviceDecision {
   bool autoConnect = false;
   bool popupCard = true;
 };
-
-enum class DiskCommand : int32_t { Mount = 1, Unmount = 2, Eject = 3 };
 
 /// Every change that a client can see is announced through the event sink before the operation
 /// returns. Refused operations change and announce nothing.

@@ -9,8 +9,6 @@
 #include <string>
 #include <string_view>
 
-#include "service/bus/wire_records.h"
-
 namespace zq::devservice {
 namespace {
 

@@ -8,32 +8,23 @@
 #include <utility>
 #include <vector>
 
+#include "perix/service_values.h"
+
 namespace zq::devservice {
 
-/// The kinds of device, as automatic connection and new-device configuration number them.
-enum class DeviceType : uint16_t {
-  Usb = 1,
-  Disk = 2,
-  Camera = 3,
-  Scanner = 4,
-  Joystick = 5,
-  Pen = 6,
-  Audio = 7,
-  SmartCard = 8,
-  Printer = 9,
-};
-
-/// CommonDevice::status. Only Connected has a meaning outside the service.
-enum class DeviceStatus : uint16_t { Idle = 0, Waiting = 1, Connected = 2, Ignored = 3 };
-
-/// CommonDevice::localPolicy.
-enum class Policy : uint16_t { Ask = 0, Allow = 1, Forbid = 2 };
-
-/// PrinterDevice::status.
-enum class PrinterStatus : int32_t { Idle = 0, Paused = 1, Connected = 2, Printing = 3 };
+/// What operations of the model, and the service's methods, answer with.
+using Result = ServiceResult;
 
 /// Where a printer comes from.
 enum class PrinterOrigin { Local, Network, Shared };
+
+/// The longest texts, in bytes, that the fields of the records hold.
+inline constexpr std::size_t kDeviceNameLimit = sizeof(CommonDevice::name) - 1;
+inline constexpr std::size_t kDeviceDetailLimit = sizeof(CommonDevice::detail) - 1;
+inline constexpr std::size_t kDesktopNameLimit = sizeof(CommonDevice::vmIdText) - 1;
+inline constexpr std::size_t kPrinterNameLimit = sizeof(PrinterDevice::name) - 1;
+inline constexpr std::size_t kCommandAnswerLimit = sizeof(CmdResponse::text) - 1;
+inline constexpr std::size_t kSharedTextLimit = sizeof(_SharePrinterDevice::addr) - 1;
 
 /// USB vendor and product id.
 struct VidPid {
@@ -81,7 +72,7 @@ struct Device {
   std::string detail;
   DeviceStatus status = DeviceStatus::Idle;
   uint32_t desktop = 0;
-  Policy policy = Policy::Ask;
+  DevicePolicy policy = DevicePolicy::Ask;
   bool mounted = false;
   bool network = false;
   std::string address;  ///< of a network device
@@ -118,7 +109,7 @@ struct SharedHost {
 };
 
 struct VidPidPolicy {
-  Policy policy = Policy::Ask;
+  DevicePolicy policy = DevicePolicy::Ask;
   std::string name;
 };
 

@@ -8,7 +8,6 @@
 
 #include "service/model/model.h"
 #include "service/model/printers.h"
-#include "service/model/result.h"
 #include "service/model/timer.h"
 
 namespace zq::devservice {

@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
 
 namespace zq::devservice {
 namespace {

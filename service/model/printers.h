@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "service/model/desktops.h"
-#include "service/model/events.h"
+#include "service/model/event_sink.h"
 #include "service/model/model.h"
-#include "service/model/result.h"
 
 namespace zq::devservice {
-
-enum class PrinterCommand : int32_t { Pause = 1, Resume = 2 };
 
 /// Names are unique among the local printers and among the network printers; a shared printer is
 /// known by address and name. Changes are announced as Devices does it.

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "service/model/model.h"
-#include "service/model/result.h"
 #include "service/model/timer.h"
 
 namespace zq::devservice {

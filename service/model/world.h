@@ -13,7 +13,7 @@
 #include "service/model/activities.h"
 #include "service/model/desktops.h"
 #include "service/model/devices.h"
-#include "service/model/events.h"
+#include "service/model/event_sink.h"
 #include "service/model/model.h"
 #include "service/model/printer_backend.h"
 #include "service/model/printers.h"

@@ -7,7 +7,6 @@
 #include <set>
 #include <utility>
 
-#include "service/bus/wire_records.h"
 #include "service/scenario/toml_reader.h"
 
 namespace zq::devservice {
@@ -19,9 +18,6 @@ constexpr int64_t kInt32Most = std::numeric_limits<int32_t>::max();
 constexpr int64_t kInt64Most = std::numeric_limits<int64_t>::max();
 constexpr int64_t kLongestMs = 3'600'000;
 constexpr std::size_t kCopySuffix = 7;  // " #65535"
-constexpr std::size_t kDesktopNameLimit = 343;
-constexpr std::size_t kCommandAnswerLimit = 1019;
-constexpr std::size_t kSharedTextLimit = 127;
 
 /// A scenario in the making, with what must be unique so far.
 struct Draft {

@@ -1,7 +1,7 @@
 #include "service/scenario/state.h"
 
 #include "platform/text/hex.h"
-#include "service/bus/wire_records.h"
+#include "service/model/wire_records.h"
 #include "service/scenario/words.h"
 
 namespace zq::devservice {

@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "service/bus/json.h"
 #include "service/model/world.h"
+#include "service/scenario/json.h"
 
 namespace zq::devservice {
 

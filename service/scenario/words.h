@@ -34,9 +34,9 @@ inline constexpr std::array kDeviceStatusWords = {
 };
 
 inline constexpr std::array kPolicyWords = {
-    Word<Policy>{"ask", Policy::Ask},
-    Word<Policy>{"allow", Policy::Allow},
-    Word<Policy>{"forbid", Policy::Forbid},
+    Word<DevicePolicy>{"ask", DevicePolicy::Ask},
+    Word<DevicePolicy>{"allow", DevicePolicy::Allow},
+    Word<DevicePolicy>{"forbid", DevicePolicy::Forbid},
 };
 
 inline constexpr std::array kPrinterStatusWords = {

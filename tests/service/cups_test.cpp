@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "service/model/result.h"
+#include "perix/service_values.h"
 #include "service/model/test_page.h"
 #include "tests/service/cups_world.h"
 #include "tests/support/bus_world.h"
@@ -18,7 +18,7 @@
 namespace zq {
 namespace {
 
-using devservice::Result;
+using Result = ServiceResult;
 
 class ACupsServer : public testing::Test {
  protected:

@@ -38,7 +38,7 @@ TEST_F(TheMethods, ListDevicesWithTheirCountFirst) {
   ASSERT_EQ(reply.argCount(), 9U);
   const auto& last = std::get<ZQBusBytes>(reply.arguments()[8]);
   EXPECT_STREQ(recordOf<CommonDevice>(last).name, "Firmware stick");
-  EXPECT_EQ(recordOf<CommonDevice>(last).localPolicy, static_cast<uint16_t>(Policy::Forbid));
+  EXPECT_EQ(recordOf<CommonDevice>(last).localPolicy, static_cast<uint16_t>(DevicePolicy::Forbid));
 }
 
 TEST_F(TheMethods, CreateAllPipesOrNone) {

@@ -83,7 +83,7 @@ TEST(AScenario, GivesEveryKeyItsPlaceInTheWorld) {
   EXPECT_EQ(device.id, (VidPid{1, 2}));
   EXPECT_EQ(device.name, "c #2");
   EXPECT_EQ(device.detail, "e");
-  EXPECT_EQ(device.policy, Policy::Allow);
+  EXPECT_EQ(device.policy, DevicePolicy::Allow);
   EXPECT_TRUE(device.mounted);
   EXPECT_EQ(device.desktop, 7U);
   EXPECT_EQ(device.status, DeviceStatus::Connected);

@@ -40,7 +40,7 @@ std::vector<Choice> deviceChoices(PerixProxy& proxy) {
   std::vector<Choice> choices;
   for (const CommonDevice* each : devices) {
     const auto device = recordIn<CommonDevice>(each);
-    choices.push_back({device.devNumber, sourceIdOf(device), textIn(device.name)});
+    choices.push_back({device.devNumber, DetailsOf(device).sourceId, textIn(device.name)});
   }
   proxy.FreeDeviceList(devices);
   return choices;

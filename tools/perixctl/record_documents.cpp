@@ -6,37 +6,18 @@
 namespace zq::ctl {
 namespace {
 
-// The values that today's service puts into the bytes of a device record that the layout leaves to
-// it.
-struct DeviceExtras {
-  uint16_t type;
-  uint16_t vid;
-  uint16_t pid;
-};
-
-DeviceExtras extrasOf(const CommonDevice& device) {
-  DeviceExtras extras{};
-  std::memcpy(&extras.type, device.reserved1, sizeof(extras.type));
-  std::memcpy(&extras.vid, device.reserved1 + 2, sizeof(extras.vid));
-  std::memcpy(&extras.pid, device.reserved1 + 4, sizeof(extras.pid));
-  return extras;
-}
-
-// A policy record as today's service lays it out.
-struct PolicyRecord {
-  uint16_t vid;
-  uint16_t pid;
-  uint16_t policy;
-  char name[128];
-};
-
 std::string vidPidText(uint16_t vid, uint16_t pid) {
   char text[10];
   std::snprintf(text, sizeof(text), "%04x:%04x", vid, pid);
   return text;
 }
 
-static_assert(kDeviceConnected == 2);
+// The word that the service's number stands for; the number where there is none.
+template <typename Value, typename Number>
+Json wordOrNumber(Number number) {
+  const char* text = TextOf(static_cast<Value>(number));
+  return text != nullptr ? Json(text) : Json(number);
+}
 
 }  // namespace
 
@@ -49,41 +30,30 @@ Json DesktopNames::nameOf(uint32_t id) const {
   return found == names_.end() ? Json() : Json(found->second);
 }
 
-uint64_t sourceIdOf(const CommonDevice& device) {
-  uint64_t sourceId = 0;
-  std::memcpy(&sourceId, device.reserved2, sizeof(sourceId));
-  return sourceId;
-}
-
-Json wordOrNumber(Words words, int64_t number) {
-  const char* word = wordFor(words, number, nullptr);
-  return word != nullptr ? Json(word) : Json(number);
-}
-
 Json deviceDocument(const CommonDevice& device, const DesktopNames& names) {
-  const DeviceExtras extras = extrasOf(device);
+  const DeviceDetails details = DetailsOf(device);
   return {{"devNumber", device.devNumber},
           {"name", textIn(device.name)},
           {"detail", textIn(device.detail)},
           {"status", device.status},
-          {"state", wordOrNumber(kDeviceStates, device.status)},
+          {"state", wordOrNumber<DeviceStatus>(device.status)},
           {"connected", device.status == kDeviceConnected},
           {"vmId", device.vmId},
           {"desktop", names.nameOf(device.vmId)},
           {"vmIdText", textIn(device.vmIdText)},
           {"localPolicy", device.localPolicy},
-          {"policy", wordOrNumber(kPolicies, device.localPolicy)},
-          {"type", extras.type},
-          {"typeWord", wordOrNumber(kDeviceTypes, extras.type)},
-          {"vidPid", vidPidText(extras.vid, extras.pid)},
-          {"sourceId", sourceIdOf(device)},
-          {"sourceIdText", std::to_string(sourceIdOf(device))}};
+          {"policy", wordOrNumber<DevicePolicy>(device.localPolicy)},
+          {"type", details.type},
+          {"typeWord", wordOrNumber<DeviceType>(details.type)},
+          {"vidPid", vidPidText(details.vid, details.pid)},
+          {"sourceId", details.sourceId},
+          {"sourceIdText", std::to_string(details.sourceId)}};
 }
 
 Json printerDocument(const PrinterDevice& printer, const DesktopNames& names) {
   return {
       {"devNum", printer.devNum}, {"name", textIn(printer.name)},
-      {"status", printer.status}, {"state", wordOrNumber(kPrinterStates, printer.status)},
+      {"status", printer.status}, {"state", wordOrNumber<PrinterStatus>(printer.status)},
       {"vmId", printer.vmId},     {"desktop", names.nameOf(static_cast<uint32_t>(printer.vmId))}};
 }
 
@@ -132,10 +102,10 @@ Outcome printerTable(PerixProxy& proxy, const std::list<PrinterDevice*>& printer
 Outcome policyTable(PerixProxy& proxy, const std::list<CommonVidPidPolicy*>& policies) {
   Json rows = Json::array();
   for (const CommonVidPidPolicy* policy : policies) {
-    const auto record = recordIn<PolicyRecord>(policy);
+    const auto record = recordIn<CommonVidPidPolicy>(policy);
     rows.push_back({{"vidPid", vidPidText(record.vid, record.pid)},
                     {"policy", record.policy},
-                    {"policyWord", wordOrNumber(kPolicies, record.policy)},
+                    {"policyWord", wordOrNumber<DevicePolicy>(record.policy)},
                     {"name", textIn(record.name)}});
   }
   proxy.FreePolicyList(policies);

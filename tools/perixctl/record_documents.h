@@ -13,6 +13,7 @@
 #include <string>
 
 #include "perix/perix_proxy.h"
+#include "perix/service_values.h"
 #include "platform/text/field.h"
 #include "tools/perixctl/outcome.h"
 #include "tools/perixctl/service_words.h"
@@ -45,12 +46,6 @@ Record recordIn(const void* block) {
               std::min(sizeof(Record), malloc_usable_size(const_cast<void*>(block))));
   return record;
 }
-
-/// The service's 64-bit id of a device.
-uint64_t sourceIdOf(const CommonDevice& device);
-
-/// The word for a number of the service's, the number itself where there is none.
-Json wordOrNumber(Words words, int64_t number);
 
 Json deviceDocument(const CommonDevice& device, const DesktopNames& names);
 Json printerDocument(const PrinterDevice& printer, const DesktopNames& names);

@@ -3,26 +3,24 @@
 
 #include <array>
 
+#include "perix/service_values.h"
 #include "tools/perixctl/words.h"
 
 namespace zq::ctl {
 
 inline constexpr std::array kSwitches = {Word{0, "off"}, Word{1, "on"}};
 
-inline constexpr std::array kDeviceTypes = {
-    Word{1, "usb"}, Word{2, "disk"},  Word{3, "camera"},    Word{4, "scanner"}, Word{5, "joystick"},
-    Word{6, "pen"}, Word{7, "audio"}, Word{8, "smartcard"}, Word{9, "printer"},
-};
+inline constexpr std::array kDeviceTypes =
+    wordsOf(DeviceType::Usb, DeviceType::Disk, DeviceType::Camera, DeviceType::Scanner,
+            DeviceType::Joystick, DeviceType::Pen, DeviceType::Audio, DeviceType::SmartCard,
+            DeviceType::Printer);
 /// As the service takes them with a configuration, where 0 leaves the type as it is.
 inline constexpr std::array kConfiguredTypes = {
     Word{0, "own"},      Word{1, "usb"}, Word{2, "disk"},  Word{3, "camera"},    Word{4, "scanner"},
     Word{5, "joystick"}, Word{6, "pen"}, Word{7, "audio"}, Word{8, "smartcard"}, Word{9, "printer"},
 };
-inline constexpr std::array kPolicies = {Word{0, "ask"}, Word{1, "allow"}, Word{2, "forbid"}};
-inline constexpr std::array kDeviceStates = {Word{0, "idle"}, Word{1, "waiting"},
-                                             Word{2, "connected"}, Word{3, "ignored"}};
-inline constexpr std::array kPrinterStates = {Word{0, "idle"}, Word{1, "paused"},
-                                              Word{2, "connected"}, Word{3, "printing"}};
+inline constexpr std::array kPolicies =
+    wordsOf(DevicePolicy::Ask, DevicePolicy::Allow, DevicePolicy::Forbid);
 inline constexpr std::array kRedirectionModes = {Word{0, "out"}, Word{1, "in"}};
 inline constexpr std::array kDiskCommands = {Word{1, "mount"}, Word{2, "unmount"},
                                              Word{3, "eject"}};

@@ -1,6 +1,7 @@
 // Numbers of the service and of the tool, and the words that people use for them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -21,6 +22,12 @@ struct Word {
   constexpr Word(Enumeration value, const char* word)
       : number(static_cast<int64_t>(value)), word(word) {}
 };
+
+/// The table of these values of the service, with their public texts.
+template <typename... Values>
+constexpr auto wordsOf(Values... values) {
+  return std::array{Word{values, TextOf(values)}...};
+}
 
 /// A table of words, none of them twice.
 using Words = std::span<const Word>;

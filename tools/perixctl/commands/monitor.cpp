@@ -11,6 +11,7 @@
 #include <ctime>
 #include <set>
 
+#include "perix/events.h"
 #include "platform/text/escape.h"
 #include "tools/perixctl/bus.h"
 #include "tools/perixctl/command.h"
@@ -43,40 +44,20 @@ constexpr std::array kSources = {
 constexpr const char* kReturned = "returned";
 constexpr const char* kGone = "gone";
 
-// The meanings of the codes that are known.
-struct CodeWord {
-  EventSource source;
-  uint16_t code;
-  const char* word;
-};
-constexpr std::array kCodeWords = {
-    CodeWord{EventSource::Device, 4, "changed"},
-    CodeWord{EventSource::Device, 5, "connection refused"},
-    CodeWord{EventSource::Device, 6, "arrived"},
-    CodeWord{EventSource::Device, 7, "removed"},
-    CodeWord{EventSource::Device, 10, "wants configuration"},
-    CodeWord{EventSource::Device, 64, "mounted"},
-    CodeWord{EventSource::Device, 65, "unmounted"},
-    CodeWord{EventSource::Printer, 1, "changed"},
-    CodeWord{EventSource::Configuration, 11, "connected"},
-    CodeWord{EventSource::Configuration, 12, "ignored"},
-    CodeWord{EventSource::Configuration, 13, "failed"},
-    CodeWord{EventSource::Configuration, 14, "disk command"},
-    CodeWord{EventSource::Configuration, 16, "joystick"},
-    CodeWord{EventSource::Command, 66, "answered"},
-    CodeWord{EventSource::Desktop, SERVICE_DIED, "service died"},
-    CodeWord{EventSource::Service, SERVICE_DIED, "died"},
-};
-
-// The words with which a monitor may end, by their codes. News that are no events have none.
+// The words with which a monitor may end. News that are not events have no number.
 Words eventWords() {
   static const std::vector<Word> words = [] {
     std::vector<Word> all;
-    for (const CodeWord& row : kCodeWords) {
-      if (!numberFor(all, row.word)) all.emplace_back(row.code, row.word);
+    for (const Word& kind :
+         wordsOf(EventKind::DeviceState, EventKind::DeviceRefused, EventKind::DeviceArrived,
+                 EventKind::DeviceRemoved, EventKind::NewDevice, EventKind::DiskMounted,
+                 EventKind::DiskUnmounted, EventKind::ConfiguredConnect,
+                 EventKind::ConfiguredIgnore, EventKind::ConfigurationFailed,
+                 EventKind::DiskCommandDone, EventKind::JoystickCalibrated,
+                 EventKind::CommandResponse)) {
+      all.push_back(kind);
     }
-    all.emplace_back(-1, kReturned);
-    all.emplace_back(-1, kGone);
+    for (const char* news : {"service died", "died", kReturned, kGone}) all.emplace_back(-1, news);
     return all;
   }();
   return words;
@@ -90,15 +71,30 @@ std::string dumped(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-const char* wordOf(EventSource source) {
+const char* sourceText(EventSource source) {
   return wordFor(kSources, source, "unknown");
 }
 
-const char* wordOf(EventSource source, uint16_t code) {
-  const auto found = std::find_if(kCodeWords.begin(), kCodeWords.end(), [=](const CodeWord& row) {
-    return row.source == source && row.code == code;
-  });
-  return found == kCodeWords.end() ? "event" : found->word;
+// Desktop callbacks have a code of their own, joystick callbacks have numbers, the others have the
+// event's kind.
+const char* codeText(EventSource source, uint16_t code) {
+  const char* text = nullptr;
+  switch (source) {
+    case EventSource::Desktop:
+      text = code == SERVICE_DIED ? "service died" : nullptr;
+      break;
+    case EventSource::Service:
+      text = code == SERVICE_DIED ? "died" : nullptr;
+      break;
+    case EventSource::Joystick:
+      break;
+    case EventSource::Device:
+    case EventSource::Printer:
+    case EventSource::Configuration:
+    case EventSource::Command:
+      text = TextOf(static_cast<EventKind>(code));
+  }
+  return text != nullptr ? text : "event";
 }
 
 std::string timeText(std::chrono::system_clock::time_point time, const char* format,
@@ -303,8 +299,8 @@ void Monitor::learnDesktop(const FeedEvent& event) {
 }
 
 void Monitor::print(const FeedEvent& event) {
-  const char* source = wordOf(event.source);
-  const char* word = wordOf(event.source, event.code);
+  const char* source = sourceText(event.source);
+  const char* word = codeText(event.source, event.code);
   const Json record = std::visit(RecordDocument{names_}, event.record);
   Json document = {
       {"time", isoTime(event.time)}, {"event", source}, {"code", event.code}, {"word", word}};

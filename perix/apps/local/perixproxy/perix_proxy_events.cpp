@@ -4,6 +4,7 @@
 #include "callback_lock.h"
 #include "log_line.h"
 #include "no_throw.h"
+#include "perix/events.h"
 #include "perix/perix_proxy.h"
 #include "platform/text/field.h"
 #include "zqbus/zqbus.h"
@@ -11,39 +12,19 @@
 namespace zq {
 namespace {
 
-enum EventKind : int {
-  kPrinterEvent = 1,
-  kDiagnoseProgress = 9,
-  kCommandResponse = 66,
-  kJoystickResult = 70,
-  kJoystickEnd = 71,
-};
-
-// The layout of a diagnosis's progress: two values, the desktop, and a text to the end.
-constexpr std::size_t kProgressValue = 0;
-constexpr std::size_t kProgressPercent = 8;
-constexpr std::size_t kProgressDesktop = 12;
-constexpr std::size_t kProgressText = 16;
-
-template <typename T>
-T valueAt(const uint8_t* record, std::size_t offset) {
-  T value;
-  std::memcpy(&value, record + offset, sizeof value);
-  return value;
+/// Whether a device event has the short line in the log.
+bool isBriefInLog(EventKind kind) {
+  return kind == EventKind::DiskMounted || kind == EventKind::DiskUnmounted ||
+         kind == EventKind::DeviceRefused;
 }
 
-bool isDeviceEvent(int kind) {
-  return kind == 4 || kind == 6 || kind == 7 || kind == 10;
-}
-bool isFurtherDeviceEvent(int kind) {
-  return kind == 64 || kind == 65 || kind == 5;
-}
-
-bool isConfigResult(int kind) {
+bool isConfigResult(EventKind kind) {
   // Newer services have kinds that this list does not know, and clients receive those too: every
   // kind that gets here counts.
   constexpr bool kEveryOtherKind = true;
-  return kind == 11 || kind == 12 || kind == 13 || kind == 14 || kEveryOtherKind || kind == 16;
+  return kind == EventKind::ConfiguredConnect || kind == EventKind::ConfiguredIgnore ||
+         kind == EventKind::ConfigurationFailed || kind == EventKind::DiskCommandDone ||
+         kEveryOtherKind || kind == EventKind::JoystickCalibrated;
 }
 
 template <typename Callback>
@@ -76,6 +57,7 @@ class EventDispatch {
   Record* record() {
     return reinterpret_cast<Record*>(payload_);
   }
+  EventKind kind() const { return static_cast<EventKind>(kind_); }
   uint16_t code() const { return static_cast<uint16_t>(kind_); }
 
   PerixProxy& proxy_;
@@ -97,17 +79,22 @@ void PerixProxy::HandleEvent(std::shared_ptr<ZQBusMessage> event) try {
 }
 
 bool EventDispatch::run(const std::string& vmId) {
-  if (kind_ == kPrinterEvent) return printerEvent();
-  if (isDeviceEvent(kind_) || isFurtherDeviceEvent(kind_)) return deviceEvent();
-  if (kind_ == kCommandResponse) {
-    commandResponse();
-  } else if (kind_ == kDiagnoseProgress) {
-    diagnoseProgress();
-  } else if (isConfigResult(kind_)) {
-    return configResult();
-  } else {
-    joystickOrDesktopEvent(vmId);
+  switch (ListenerOf(kind())) {
+    case EventListener::Printer:
+      return printerEvent();
+    case EventListener::Device:
+      return deviceEvent();
+    case EventListener::Command:
+      commandResponse();
+      return true;
+    case EventListener::Diagnosis:
+      diagnoseProgress();
+      return true;
+    case EventListener::Configuration:
+      break;
   }
+  if (isConfigResult(kind())) return configResult();
+  joystickOrDesktopEvent(vmId);
   return true;
 }
 
@@ -128,7 +115,7 @@ bool EventDispatch::deviceEvent() {
   if (length_ == 0) return false;
   auto* const device = record<CommonDevice>();
   const auto name = fieldText(device->name);
-  if (isDeviceEvent(kind_)) {
+  if (!isBriefInLog(kind())) {
     PERIX_DEBUG("devNum:%d, vmId: %d, status:%d, name:%s this:%p cmd[%d]", device->devNumber,
                 static_cast<int>(device->vmId), device->status, name.c_str(),
                 static_cast<void*>(&proxy_), kind_);
@@ -154,14 +141,12 @@ void EventDispatch::diagnoseProgress() {
   PerixDiagnoseNotify* const notify = proxy_.diagnoseNotify;
   if (!lock || notify == nullptr) return;
   PERIX_DEBUG("cmd response callback this[%p] ", static_cast<void*>(&proxy_));
-  const std::string vmId = proxy_.GetVmIdString(valueAt<uint32_t>(payload_, kProgressDesktop));
-  const std::string text = reinterpret_cast<const char*>(payload_ + kProgressText);
-  guarded(
-      [&] {
-        notify->OnDiagnoseProgress(vmId, valueAt<uint64_t>(payload_, kProgressValue),
-                                   valueAt<uint32_t>(payload_, kProgressPercent), text);
-      },
-      here(kOperation));
+  DiagnoseProgress progress;
+  std::memcpy(&progress, payload_, sizeof progress);
+  const std::string vmId = proxy_.GetVmIdString(progress.vmId);
+  const std::string text = reinterpret_cast<const char*>(payload_ + sizeof progress);
+  guarded([&] { notify->OnDiagnoseProgress(vmId, progress.value, progress.progress, text); },
+          here(kOperation));
   PERIX_DEBUG("cb exec end");
 }
 
@@ -178,14 +163,14 @@ bool EventDispatch::configResult() {
 /// distinguished these kinds are built against this order, so it is kept in case a service does so
 /// again.
 void EventDispatch::joystickOrDesktopEvent(const std::string& vmId) {
-  if (kind_ == kJoystickResult) {
+  if (kind() == EventKind::JoystickResult) {
     const auto& result = *record<JoystickResult>();
     PERIX_DEBUG("cmd: %d, vidpid[0x%.4x0x%.4x], name:%s\n", kind_, result.vid, result.pid,
                 fieldText(result.name).c_str());
     proxy_.JoystickResultNotify(1, payload_);
     return;
   }
-  if (kind_ == kJoystickEnd) {
+  if (kind() == EventKind::JoystickEnd) {
     PERIX_DEBUG("cmd: %d", kind_);
     proxy_.JoystickResultNotify(2, nullptr);
     return;

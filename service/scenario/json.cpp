@@ -1,4 +1,4 @@
-#include "service/bus/json.h"
+#include "service/scenario/json.h"
 
 namespace zq::devservice {
 
