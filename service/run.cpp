@@ -47,7 +47,8 @@ std::string defaultScenario() {
 void define(CLI::App& app, CommandLine& line) {
   app.set_version_flag("--version", "perix-devservice " PERIX_VERSION);
   app.add_option("--scenario", line.scenario, "The world at the start, as a TOML file")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check([](const std::string& file) { return file.empty() ? "names no file" : ""; });
   app.add_flag("--check", line.check, "Check the scenario and end");
   app.add_flag("--host-devices", line.hostDevices, "Add this machine's own USB devices");
   app.add_option_function<std::string>(

@@ -104,7 +104,7 @@ Result Activities::print(uint16_t printer, const std::string& document) {
 }
 
 Result Activities::runCommand(const std::string& name) {
-  for (const Command& command : commands_) {
+  for (const PerixCommand& command : commands_) {
     if (command.name != name) continue;
     after(0, [this, record = commandRecord(command.result, command.answer)] {
       events_.send({0, EventKind::CommandResponse, record});
@@ -116,7 +116,7 @@ Result Activities::runCommand(const std::string& name) {
 
 std::string Activities::commandHelp() const {
   std::string help;
-  for (const Command& command : commands_) help += command.name + "  " + command.help + "\n";
+  for (const PerixCommand& command : commands_) help += command.name + "  " + command.help + "\n";
   return help;
 }
 

@@ -51,7 +51,7 @@ class Activities {
   EventSink& events_;
   Timer& timer_;
   Timing timing_;
-  std::vector<Command> commands_;
+  std::vector<PerixCommand> commands_;
   std::vector<SelfTest> tests_;
 };
 

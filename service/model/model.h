@@ -1,6 +1,7 @@
 // What the service knows of the world, as plain data.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -12,11 +13,25 @@
 
 namespace zq::devservice {
 
+using zq::TextOf;
+
 /// What operations of the model, and the service's methods, answer with.
 using Result = ServiceResult;
 
 /// Where a printer comes from.
 enum class PrinterOrigin { Local, Network, Shared };
+
+constexpr const char* TextOf(PrinterOrigin origin) {
+  switch (origin) {
+    case PrinterOrigin::Local:
+      return "local";
+    case PrinterOrigin::Network:
+      return "network";
+    case PrinterOrigin::Shared:
+      return "shared";
+  }
+  return nullptr;
+}
 
 /// The longest texts, in bytes, that the fields of the records hold.
 inline constexpr std::size_t kDeviceNameLimit = sizeof(CommonDevice::name) - 1;
@@ -41,10 +56,8 @@ struct Pipe {
   bool operator==(const Pipe&) const = default;
 };
 
-struct Bandwidth {
-  int64_t value1 = 0;
-  int64_t value2 = 0;
-};
+/// The two values of a bandwidth report.
+using Bandwidth = std::array<int64_t, 2>;
 
 struct Desktop {
   uint32_t id = 0;  ///< 0 stands for "no desktop" everywhere
@@ -113,8 +126,8 @@ struct VidPidPolicy {
   std::string name;
 };
 
-/// A command that DoPerixCmd understands, with a fixed answer.
-struct Command {
+/// A command of DoPerixCmd, with a fixed answer.
+struct PerixCommand {
   std::string name;
   std::string help;
   std::string answer;
@@ -150,7 +163,7 @@ struct Scenario {
   std::map<VidPid, std::string> turbo;
   std::map<VidPid, std::string> joystickMappings;
   std::vector<DeviceType> autoConnect;
-  std::vector<Command> commands;
+  std::vector<PerixCommand> commands;
   std::vector<SelfTest> tests;
   bool cameraAuthorized = true;
   Timing timing;

@@ -198,9 +198,9 @@ Result Printers::beginJob(uint16_t number, const std::string& document) {
 
 void Printers::endJob(uint16_t number) {
   Printer* printer = edit(number);
-  if (printer == nullptr || printer->status != PrinterStatus::Printing) return;
+  if (printer == nullptr) return;
   printer->document.clear();
-  setStatus(*printer, restingStatus(*printer));
+  if (printer->status == PrinterStatus::Printing) setStatus(*printer, restingStatus(*printer));
 }
 
 void Printers::setStatus(Printer& printer, PrinterStatus status) {

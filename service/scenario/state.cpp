@@ -1,112 +1,92 @@
 #include "service/scenario/state.h"
 
+#include <ranges>
+#include <type_traits>
+
 #include "platform/text/hex.h"
 #include "service/model/wire_records.h"
-#include "service/scenario/words.h"
+#include "service/scenario/fields.h"
 
 namespace zq::devservice {
 namespace {
 
-Json asJson(const Pipe& pipe) {
-  return {{"param1", pipe.param1},
-          {"param2", pipe.param2},
-          {"label1", pipe.label1},
-          {"label2", pipe.label2}};
+std::string asKey(const std::string& key) {
+  return key;
 }
 
-Json asJson(const Desktop& desktop) {
-  Json pipes = Json::array();
-  for (const Pipe& pipe : desktop.pipes) pipes.push_back(asJson(pipe));
-  Json ports = Json::object();
-  for (const auto& [port, status] : desktop.ports) ports[std::to_string(port)] = status;
-  Json quality = Json::object();
-  for (const auto& [type, value] : desktop.quality) {
-    quality[std::to_string(type)] = value ? Json(*value) : Json();
-  }
-  Json bandwidth;
-  if (desktop.bandwidth) bandwidth = {desktop.bandwidth->value1, desktop.bandwidth->value2};
-  return {{"id", desktop.id},
-          {"name", desktop.name},
-          {"connected", desktop.connected},
-          {"started", desktop.started},
-          {"focused", desktop.focused},
-          {"windowId", desktop.windowId},
-          {"systemType", desktop.systemType},
-          {"shareMode", desktop.shareMode},
-          {"connectParam", desktop.connectParam},
-          {"pipes", pipes},
-          {"ports", ports},
-          {"bandwidth", bandwidth},
-          {"quality", quality},
-          {"usbRedirections", desktop.usbRedirections}};
-}
-
-Json asJson(const Device& device) {
-  return {{"devNumber", device.number},
-          {"sourceId", device.sourceId},
-          {"type", wordFor(kDeviceTypeWords, device.type)},
-          {"vid", device.id.vid},
-          {"pid", device.id.pid},
-          {"name", device.name},
-          {"detail", device.detail},
-          {"status", wordFor(kDeviceStatusWords, device.status)},
-          {"desktop", device.desktop},
-          {"policy", wordFor(kPolicyWords, device.policy)},
-          {"mounted", device.mounted},
-          {"network", device.network}};
-}
-
-Json asJson(const Printer& printer) {
-  return {{"number", printer.number},
-          {"origin", wordFor(kPrinterOriginWords, printer.origin)},
-          {"name", printer.name},
-          {"address", printer.address},
-          {"driver", printer.driver},
-          {"description", printer.description},
-          {"status", wordFor(kPrinterStatusWords, printer.status)},
-          {"desktop", printer.desktop},
-          {"document", printer.document}};
-}
-
-Json asJson(const SharedHost& host) {
-  Json printers = Json::array();
-  for (const SharedPrinter& printer : host.printers) {
-    printers.push_back({{"name", printer.name}, {"description", printer.description}});
-  }
-  return {{"address", host.address},
-          {"searchMs", host.searchMs},
-          {"reachable", host.reachable},
-          {"printers", printers}};
+std::string asKey(int64_t key) {
+  return std::to_string(key);
 }
 
 template <typename Value>
-Json byVidPid(const std::map<VidPid, Value>& values) {
+Json asJson(const Value& value);
+
+/// Writes the fields of a record into an object.
+struct JsonWriter {
+  template <typename Record>
+  using Of = const Record;
+
+  template <typename Value>
+  void field(const char* key, const Value& value, const Rule& /*rule*/ = {}) {
+    object[key] = asJson(value);
+  }
+  template <typename Value>
+  void shown(const char* key, const Value& value) {
+    object[key] = asJson(value);
+  }
+
+  Json object = Json::object();
+};
+
+/// An enumerator is its word, a map an object, another range an array, a record its fields.
+template <typename Value>
+Json asJson(const Value& value) {
+  Json json;
+  if constexpr (std::is_enum_v<Value>) {
+    const char* word = TextOf(value);
+    json = word == nullptr ? "unknown" : word;
+  } else if constexpr (std::is_arithmetic_v<Value> || std::is_same_v<Value, std::string>) {
+    json = value;
+  } else if constexpr (requires { value.has_value(); }) {
+    if (value) json = asJson(*value);
+  } else if constexpr (requires { typename Value::mapped_type; }) {
+    json = Json::object();
+    for (const auto& [key, mapped] : value) json[asKey(key)] = asJson(mapped);
+  } else if constexpr (std::ranges::range<Value>) {
+    json = Json::array();
+    for (const auto& element : value) json.push_back(asJson(element));
+  } else {
+    JsonWriter writer;
+    fields(writer, value);
+    json = std::move(writer.object);
+  }
+  return json;
+}
+
+/// One object for each vendor and product: the ids, and what `write` adds.
+template <typename Value, typename Write>
+Json byVidPid(const std::map<VidPid, Value>& values, const Write& write) {
   Json list = Json::array();
   for (const auto& [id, value] : values) {
-    list.push_back({{"vid", id.vid}, {"pid", id.pid}, {"value", value}});
+    JsonWriter writer;
+    fields(writer, id);
+    write(writer, value);
+    list.push_back(std::move(writer.object));
   }
   return list;
 }
 
 Json settingsAsJson(const World& world) {
-  Json policies = Json::array();
-  for (const auto& [id, policy] : world.devices.policies()) {
-    policies.push_back({{"vid", id.vid},
-                        {"pid", id.pid},
-                        {"policy", wordFor(kPolicyWords, policy.policy)},
-                        {"name", policy.name}});
-  }
-  Json autoConnect = Json::array();
-  for (const DeviceType type : world.devices.autoConnected()) {
-    autoConnect.push_back(wordFor(kDeviceTypeWords, type));
-  }
-  return {{"policies", policies},
-          {"autoConnect", autoConnect},
-          {"localProperties", byVidPid(world.settings.defaults)},
-          {"properties", byVidPid(world.settings.properties)},
-          {"turbo", byVidPid(world.settings.turbo)},
-          {"joystickMappings", byVidPid(world.settings.joystickMappings)},
-          {"cameraAuthorized", world.settings.cameraAuthorized}};
+  const auto fieldsOf = [](JsonWriter& writer, const auto& value) { fields(writer, value); };
+  const auto valueOf = [](JsonWriter& writer, const auto& v) { writer.field("value", v); };
+  const Settings& settings = world.settings;
+  return {{"policies", byVidPid(world.devices.policies(), fieldsOf)},
+          {"autoConnect", asJson(world.devices.autoConnected())},
+          {"localProperties", byVidPid(settings.defaults, valueOf)},
+          {"properties", byVidPid(settings.properties, valueOf)},
+          {"turbo", byVidPid(settings.turbo, valueOf)},
+          {"joystickMappings", byVidPid(settings.joystickMappings, valueOf)},
+          {"cameraAuthorized", settings.cameraAuthorized}};
 }
 
 Json penAsJson(const World& world) {
@@ -116,37 +96,22 @@ Json penAsJson(const World& world) {
   return {{"devNumber", pens.front()->number}, {"announcement", inHex(announcement.view())}};
 }
 
-template <typename Things>
-Json listOf(const Things& things) {
-  Json list = Json::array();
-  for (const auto& thing : things) list.push_back(asJson(thing));
-  return list;
-}
-
 }  // namespace
 
 Json printersAsJson(const World& world) {
-  Json printers = Json::array();
-  for (const auto& [number, printer] : world.printers.all()) printers.push_back(asJson(printer));
-  return printers;
+  return asJson(world.printers.all() | std::views::values);
 }
 
 Json driversAsJson(const std::vector<Driver>& drivers) {
-  Json list = Json::array();
-  for (const Driver& driver : drivers) {
-    list.push_back({{"name", driver.name}, {"maker", driver.maker}});
-  }
-  return list;
+  return asJson(drivers);
 }
 
 Json stateAsJson(const World& world) {
-  Json devices = Json::array();
-  for (const auto& [number, device] : world.devices.all()) devices.push_back(asJson(device));
-  return {{"desktops", listOf(world.desktops.all())},
-          {"devices", devices},
+  return {{"desktops", asJson(world.desktops.all())},
+          {"devices", asJson(world.devices.all() | std::views::values)},
           {"printers", printersAsJson(world)},
           {"drivers", driversAsJson(world.printerBackend->drivers())},
-          {"sharedHosts", listOf(world.search.hosts())},
+          {"sharedHosts", asJson(world.search.hosts())},
           {"settings", settingsAsJson(world)},
           {"pen", penAsJson(world)},
           {"session",

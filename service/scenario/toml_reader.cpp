@@ -1,17 +1,26 @@
 #include "service/scenario/toml_reader.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace zq::devservice {
-namespace {
 
-constexpr std::string_view kWrongType = " has the wrong type; it is ";
+void TomlDocument::note(const toml::source_position& place, std::string_view message) {
+  mistakes_.emplace(std::pair(place.line, place.column), message);
+}
 
-}  // namespace
+bool TomlDocument::claim(const char* nameSpace, const std::string& value) {
+  return taken_.emplace(nameSpace, value).second;
+}
 
-void Mistakes::note(const toml::source_position& place, std::string_view message) {
-  lines_.push_back(source_ + ":" + std::to_string(place.line) + ":" + std::to_string(place.column) +
-                   ": " + std::string(message));
+std::vector<std::string> TomlDocument::mistakes() const {
+  std::vector<std::string> lines;
+  for (const auto& [place, message] : mistakes_) {
+    const auto [line, column] = place;
+    lines.push_back(source_ + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
+                    message);
+  }
+  return lines;
 }
 
 const toml::node* TableReader::take(std::string_view key) {
@@ -19,111 +28,93 @@ const toml::node* TableReader::take(std::string_view key) {
   return table_.get(key);
 }
 
-bool TableReader::text(std::string_view key, std::string& out, std::size_t longest) {
-  const toml::node* node = take(key);
-  if (node == nullptr) return false;
-  const auto* text = node->as_string();
-  if (text == nullptr) {
-    complain(key, std::string(key) + std::string(kWrongType) + "a text");
-  } else if (text->get().size() > longest) {
-    complain(key, std::string(key) + " has more than " + std::to_string(longest) + " bytes");
-  } else {
-    out = text->get();
-    return true;
-  }
+bool TableReader::refuse(std::string_view key, const toml::node& node, std::string_view message) {
+  document_.note(node.source().begin, std::string(key).append(message));
   return false;
 }
 
-bool TableReader::flag(std::string_view key, bool& out) {
-  const toml::node* node = take(key);
-  if (node == nullptr) return false;
-  const auto* flag = node->as_boolean();
-  if (flag == nullptr) {
-    complain(key, std::string(key) + std::string(kWrongType) + "true or false");
-    return false;
-  }
-  out = flag->get();
+void TableReader::requireUnique(std::string_view key, const char* nameSpace,
+                                const std::string& value) {
+  if (document_.claim(nameSpace, value)) return;
+  complain(key, "duplicate " + std::string(key) + ": another one has it already");
+}
+
+bool TableReader::read(std::string_view key, const toml::node& node, bool& out,
+                       const Rule& /*rule*/) {
+  if (!node.is_boolean()) return refuse(key, node, " has the wrong type; it is true or false");
+  out = node.as_boolean()->get();
   return true;
 }
 
-bool TableReader::integer(std::string_view key, int64_t& out, int64_t least, int64_t most) {
-  const toml::node* node = take(key);
-  if (node == nullptr) return false;
-  const auto* number = node->as_integer();
-  if (number == nullptr) {
-    complain(key, std::string(key) + std::string(kWrongType) + "a whole number");
-  } else if (number->get() < least || number->get() > most) {
-    complain(key, std::string(key) + " is out of range; it goes from " + std::to_string(least) +
-                      " to " + std::to_string(most));
-  } else {
-    out = number->get();
-    return true;
+bool TableReader::read(std::string_view key, const toml::node& node, std::string& out,
+                       const Rule& rule) {
+  if (!node.is_string()) return refuse(key, node, " has the wrong type; it is a text");
+  const std::string& text = node.as_string()->get();
+  if (rule.most && text.size() > static_cast<uint64_t>(*rule.most)) {
+    return refuse(key, node, " has more than " + std::to_string(*rule.most) + " bytes");
   }
-  return false;
+  if (rule.required && text.empty()) return refuse(key, node, " is empty");
+  if (rule.unique != nullptr) requireUnique(key, rule.unique, text);
+  out = text;
+  return true;
 }
 
-bool TableReader::number64(std::string_view key, uint64_t& out) {
-  const toml::node* node = take(key);
-  if (node == nullptr) return false;
-  uint64_t number = 0;
-  if (const auto* digits = node->as_string()) {
-    const std::string& text = digits->get();
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || stop != text.data() + text.size()) number = 0;
-  } else if (const auto* integer = node->as_integer(); integer != nullptr && integer->get() > 0) {
-    number = static_cast<uint64_t>(integer->get());
+bool TableReader::readNumber(std::string_view key, const toml::node& node, int64_t& out,
+                             const Rule& rule) {
+  if (!node.is_integer()) return refuse(key, node, " has the wrong type; it is a whole number");
+  out = node.as_integer()->get();
+  if (out < *rule.least || out > *rule.most) {
+    return refuse(key, node,
+                  " is out of range; it goes from " + std::to_string(*rule.least) + " to " +
+                      std::to_string(*rule.most));
   }
-  if (number == 0) {
-    complain(key, std::string(key) +
-                      " is out of range; it goes from 1 to 2^64-1, beyond 2^63-1 as a text");
-    return false;
+  if (rule.unique != nullptr) requireUnique(key, rule.unique, std::to_string(out));
+  return true;
+}
+
+bool TableReader::read(std::string_view key, const toml::node& node, uint64_t& out,
+                       const Rule& rule) {
+  uint64_t number = 0;
+  if (node.is_string()) {
+    const std::string& digits = node.as_string()->get();
+    const char* const end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, number);
+    if (error != std::errc{} || stop != end) number = 0;
+  } else {
+    number = static_cast<uint64_t>(std::max<int64_t>(node.value_or<int64_t>(0), 0));
+  }
+  const auto least = static_cast<uint64_t>(rule.least.value_or(0));
+  if (number < least) {
+    return refuse(key, node,
+                  " is out of range; it goes from " + std::to_string(least) +
+                      " to 2^64-1, beyond 2^63-1 as a text");
   }
   out = number;
   return true;
 }
 
-std::vector<const toml::node*> TableReader::list(std::string_view key) {
-  std::vector<const toml::node*> nodes;
+std::vector<const toml::table*> TableReader::tables(std::string_view key, bool isList) {
   const toml::node* node = take(key);
-  if (node == nullptr) return nodes;
-  const auto* array = node->as_array();
-  if (array == nullptr) {
-    complain(key, std::string(key) + std::string(kWrongType) + "a list");
-    return nodes;
-  }
-  for (const toml::node& element : *array) nodes.push_back(&element);
-  return nodes;
-}
-
-std::vector<const toml::table*> TableReader::tables(std::string_view key) {
-  std::vector<const toml::table*> tables;
-  for (const toml::node* node : list(key)) {
-    if (node->as_table() != nullptr) {
-      tables.push_back(node->as_table());
-    } else {
-      mistakes_.note(node->source().begin, std::string(key) + " is a list of tables");
+  if (node == nullptr) return {};
+  if (!isList && node->is_table()) return {node->as_table()};
+  if (isList && node->is_table()) {
+    refuse(key, *node, " must be a list of tables: [[" + std::string(key) + "]]");
+  } else if (!isList || !node->is_array()) {
+    refuse(key, *node, std::string(" has the wrong type; it is a ") + (isList ? "list" : "table"));
+  } else {
+    std::vector<const toml::table*> tables;
+    for (const toml::node& element : *node->as_array()) {
+      if (!element.is_table()) refuse(key, element, " is a list of tables");
+      if (element.is_table()) tables.push_back(element.as_table());
     }
+    return tables;
   }
-  return tables;
-}
-
-const toml::table* TableReader::table(std::string_view key) {
-  const toml::node* node = take(key);
-  if (node == nullptr) return nullptr;
-  if (node->as_table() == nullptr) {
-    complain(key, std::string(key) + std::string(kWrongType) + "a table");
-  }
-  return node->as_table();
-}
-
-void TableReader::require(std::string_view key) {
-  if (!table_.contains(key)) complain(key, std::string(key) + " is missing");
+  return {};
 }
 
 void TableReader::complain(std::string_view key, std::string_view message) {
   const toml::node* node = table_.get(key);
-  const toml::source_region& place = node == nullptr ? table_.source() : node->source();
-  mistakes_.note(place.begin, message);
+  document_.note((node == nullptr ? table_.source() : node->source()).begin, message);
 }
 
 void TableReader::finish() {
@@ -131,7 +122,7 @@ void TableReader::finish() {
   for (const std::string_view key : known_) valid.append(valid.empty() ? "" : ", ").append(key);
   for (const auto& [key, node] : table_) {
     if (known_.count(key.str()) != 0) continue;
-    mistakes_.note(key.source().begin,
+    document_.note(key.source().begin,
                    "unknown key " + std::string(key.str()) + "; there are: " + valid);
   }
 }

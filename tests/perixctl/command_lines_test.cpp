@@ -75,6 +75,7 @@ const std::vector<Line> kLines = {
     {"device usbredir connect win10 0102030405060708", 0, "done"},
     {"device usbredir disconnect win10 0102030405060708", 0, "done"},
     {"device usbredir set win10 01020304 1", 2, "eight bytes"},
+    {"device usbredir set win10 01020304050607089 1", 2, "eight bytes"},
     {"device configure win10 'New scanner' --type scanner --no-popup", 0, "done",
      "configNewDeviceAsConnect [1, 0400000001000000, 4, 0, 0] → 0"},
     {"device ignore 5 --no-popup --auto-connect", 0, "done",

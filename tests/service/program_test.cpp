@@ -40,9 +40,12 @@ TEST_F(TheService, DoesNotStartWhereOneRuns) {
 }
 
 TEST_F(TheService, DoesNotStartWithMistakesInItsScenario) {
-  const auto result = runToItsEnd({"--scenario", "/dev/null/none.toml"});
-  EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.error, "/dev/null/none.toml:1:1: cannot be read\n");
+  for (const std::string file : {"/dev/null/none.toml", "/"}) {
+    const auto result = runToItsEnd({"--scenario", file});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error, file + ":1:1: cannot be read\n");
+  }
+  EXPECT_EQ(runToItsEnd({"--check", "--scenario", ""}).status, 1);
 }
 
 TEST_F(TheService, EndsWellWhenToldTo) {

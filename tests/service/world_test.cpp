@@ -24,6 +24,9 @@ TEST_F(ADevice, IsConnectedAndTheEventSaysWhere) {
   EXPECT_EQ(record.vmId, kOffice);
   EXPECT_STREQ(record.name, "Desk camera");
   EXPECT_EQ(record.vmIdText[0], '\0');
+  events.events.clear();
+  ASSERT_EQ(world.devices.unplug(kCamera), Result::Done);
+  EXPECT_EQ(events.kinds(), (std::vector{4, 7}));
 }
 
 TEST_F(ADevice, ThatCannotBeConnectedIsRefusedWithoutAnEvent) {
@@ -52,7 +55,9 @@ TEST_F(ADevice, OfADesktopThatIsDisconnectedIsFree) {
 
 TEST_F(ADevice, OfATypeThatConnectsAutomaticallyGoesToTheFocusedDesktop) {
   ASSERT_EQ(world.connectDesktop(kLab, 0, 0, 0), Result::Done);
-  ASSERT_EQ(world.desktops.focus(kLab, true, 0), Result::Done);
+  for (const uint32_t desktop : {kOffice, kLab}) {
+    ASSERT_EQ(world.desktops.focus(desktop, true, 0), Result::Done);
+  }
   ASSERT_EQ(world.devices.setAutoConnect(3, true), Result::Done);
   EXPECT_EQ(world.devices.all().at(kCamera).desktop, kLab);
   Device camera;
@@ -128,6 +133,9 @@ TEST_F(ANewDevice, AsksNoMoreWhenTheUserSaidSo) {
   ASSERT_EQ(world.devices.plug(stick, number), Result::Done);
   EXPECT_EQ(events.kinds(), (std::vector{6}));
   EXPECT_EQ(world.devices.all().at(number).status, DeviceStatus::Idle);
+  ASSERT_EQ(world.devices.setAutoConnect(1, true), Result::Done);
+  EXPECT_EQ(world.devices.all().at(number).desktop, kOffice);
+  EXPECT_EQ(world.devices.findBySource(sourceId)->status, DeviceStatus::Ignored);
 }
 
 TEST_F(ADisk, IsMountedUnmountedAndEjected) {
@@ -185,6 +193,22 @@ TEST_F(APrinter, PrintsOneJobAfterTheOther) {
   const auto printing = recordOf<PrinterDevice>(events.events[0].payload);
   EXPECT_EQ(printing.status, static_cast<int>(PrinterStatus::Printing));
   EXPECT_STREQ(printing.name, "Desk printer");
+}
+
+TEST_F(APrinter, StaysPausedWhenItsJobEndsAndConnectedWhenItIsLookedAt) {
+  const Printer& printer = world.printers.all().at(1);
+  const std::vector<Printer> asSeen = {printer, world.printers.all().at(2)};
+  ASSERT_EQ(world.printers.connect(kOffice, 1), Result::Done);
+  ASSERT_EQ(world.activities.print(1, "letter"), Result::Done);
+  ASSERT_EQ(world.printers.command(1, 1), Result::Done);
+  timer.pass(kLong);
+  EXPECT_EQ(printer.status, PrinterStatus::Paused);
+  EXPECT_EQ(printer.document, "");
+  ASSERT_EQ(world.printers.command(1, 2), Result::Done);
+  events.events.clear();
+  world.printers.setLocal(asSeen);
+  EXPECT_EQ(printer.status, PrinterStatus::Connected);
+  EXPECT_TRUE(events.events.empty());
 }
 
 TEST_F(APrinter, OfTheNetworkIsRenamedUnlessTheNameIsTaken) {

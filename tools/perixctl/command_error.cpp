@@ -3,6 +3,7 @@
 #include <array>
 
 #include "perix/failure.h"
+#include "perix/service_values.h"
 #include "tools/perixctl/words.h"
 
 namespace zq::ctl {
@@ -35,39 +36,27 @@ constexpr std::array kFailures = {
     FailureRow{PerixFailure::NoMemory, ExitCode::Refused, "there is no memory"},
 };
 
-// What the service's results mean, as far as they are known.
-struct ResultRow {
-  int result;
-  ExitCode code;
-  const char* text;
-};
-constexpr std::array kResults = {
-    ResultRow{1, ExitCode::NotFound, "unknown desktop"},
-    ResultRow{2, ExitCode::NotFound, "unknown device"},
-    ResultRow{3, ExitCode::Refused, "the desktop is not connected"},
-    ResultRow{4, ExitCode::Refused, "already connected to this desktop"},
-    ResultRow{5, ExitCode::Refused, "connected to another desktop"},
-    ResultRow{6, ExitCode::Refused, "not connected to this desktop"},
-    ResultRow{7, ExitCode::Refused, "forbidden by the device's policy"},
-    ResultRow{8, ExitCode::Refused, "invalid argument"},
-    ResultRow{9, ExitCode::Refused, "exists already"},
-    ResultRow{10, ExitCode::Refused, "the device does not wait for its configuration"},
-    ResultRow{11, ExitCode::Refused, "not a disk"},
-    ResultRow{12, ExitCode::NotFound, "unknown printer"},
-    ResultRow{13, ExitCode::NotFound, "unknown driver"},
-    ResultRow{14, ExitCode::NotFound, "unknown pipe"},
-    ResultRow{15, ExitCode::NotFound, "host not found"},
-    ResultRow{16, ExitCode::Refused, "stopped"},
-    ResultRow{17, ExitCode::Refused, "nothing to stop"},
-    ResultRow{18, ExitCode::NotFound, "unknown test"},
-    ResultRow{19, ExitCode::NotFound, "unknown command"},
-    ResultRow{20, ExitCode::Refused, "the device is of another type"},
-    ResultRow{21, ExitCode::Refused, "not mounted"},
-    ResultRow{22, ExitCode::Refused, "no device number is free"},
-    ResultRow{23, ExitCode::Refused, "busy"},
-    ResultRow{24, ExitCode::Refused, "the print server does not answer"},
-    ResultRow{25, ExitCode::Refused, "the print server refused"},
-};
+ExitCode exitCodeOf(ServiceResult result) {
+  switch (result) {
+    case ServiceResult::UnknownDesktop:
+    case ServiceResult::UnknownDevice:
+    case ServiceResult::UnknownPrinter:
+    case ServiceResult::UnknownDriver:
+    case ServiceResult::UnknownPipe:
+    case ServiceResult::HostNotFound:
+    case ServiceResult::UnknownTest:
+    case ServiceResult::UnknownCommand:
+      return ExitCode::NotFound;
+    default:
+      return ExitCode::Refused;
+  }
+}
+
+std::string refusalText(const char* reason, int result) {
+  std::string text = "the service refused";
+  if (reason != nullptr) text.append(": ").append(reason);
+  return text + " (result " + std::to_string(result) + ')';
+}
 
 }  // namespace
 
@@ -89,23 +78,16 @@ void requireAnswer() {
 void requireDone(int result) {
   requireAnswer();
   if (result == 0) return;
-  const std::string number = " (result " + std::to_string(result) + ")";
-  for (const ResultRow& row : kResults) {
-    if (row.result == result) {
-      throw CommandError(row.code, std::string("the service refused: ") + row.text + number,
-                         result);
-    }
-  }
-  throw CommandError(ExitCode::Refused, "the service refused" + number, result);
+  const auto known = static_cast<ServiceResult>(result);
+  throw CommandError(exitCodeOf(known), refusalText(TextOf(known), result), result);
 }
 
 CommandError refusalInWords(const std::string& text) {
-  for (const ResultRow& row : kResults) {
-    if (row.text == text) {
-      return {row.code,
-              "the service refused: " + text + " (result " + std::to_string(row.result) + ")",
-              row.result};
-    }
+  const char* known = nullptr;
+  for (int32_t result = 1; (known = TextOf(static_cast<ServiceResult>(result))) != nullptr;
+       ++result) {
+    if (known != text) continue;
+    return {exitCodeOf(static_cast<ServiceResult>(result)), refusalText(known, result), result};
   }
   return {ExitCode::Refused, text};
 }
