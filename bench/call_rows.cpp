@@ -1,4 +1,4 @@
-// What a blocking call costs, beside a bare socket, beside raw sd-bus and beside other libraries.
+// What a blocking call costs, compared with a bare socket, raw sd-bus and other libraries.
 #include <algorithm>
 #include <stdexcept>
 
@@ -21,7 +21,7 @@ void connectDevice(PerixProxy& proxy) {
   if (proxy.ConnectDevice(kDesktop, kDevice) != 0) throw std::runtime_error("ConnectDevice failed");
 }
 
-/// A row for each peer, and the one that counts: beside the best of them.
+/// A row for each peer, and a row with the target, for the best of them.
 void addPeerRows(Report& report, const Rounds& rounds, std::size_t first,
                  const std::vector<std::unique_ptr<PeerProcess>>& peers) {
   std::size_t best = first;
@@ -34,7 +34,7 @@ void addPeerRows(Report& report, const Rounds& rounds, std::size_t first,
   if (peers.empty()) return;
   const std::string name = "the best of these peers, " + peers[best - first]->name();
   report.add({kWhat, rounds.median(0), name, rounds.median(best), rounds.ratio(0, best),
-              Bar{Bar::Kind::AtMost, 0.45}});
+              Target{Target::Kind::AtMost, 0.45}});
 }
 
 }  // namespace
@@ -48,7 +48,7 @@ void addDirectCallRows(Report& report, const std::string& program) {
   for (const auto& peer : peers) sides.emplace_back([&peer] { return peer->measure(kBatch); });
   const Rounds rounds(kRounds, sides);
   report.add({kWhat, rounds.median(0), "unix-socket ping-pong of 64 bytes", rounds.median(1),
-              rounds.ratio(0, 1), Bar{Bar::Kind::AtMost, 2}});
+              rounds.ratio(0, 1), Target{Target::Kind::AtMost, 2}});
   addPeerRows(report, rounds, 2, peers);
 }
 
@@ -58,7 +58,7 @@ void addBrokerCallRows(Report& report) {
   const Rounds rounds(kRounds, {batchOf(kBatch, [&] { connectDevice(proxy); }),
                                 batchOf(kBatch, [&] { connectDeviceRaw(raw.get()); })});
   report.add({kWhat, rounds.median(0), "raw sd_bus_call, same daemon", rounds.median(1),
-              rounds.ratio(0, 1), Bar{Bar::Kind::AtMost, 1.15}});
+              rounds.ratio(0, 1), Target{Target::Kind::AtMost, 1.15}});
 }
 
 }  // namespace zq::bench

@@ -1,4 +1,4 @@
-// Events from the service to a callback of the client's, beside raw sd-bus through the daemon.
+// Events from the service to a callback of the client's, compared with raw sd-bus through the daemon.
 #include <algorithm>
 #include <semaphore>
 #include <stdexcept>
@@ -120,11 +120,11 @@ void addEventRows(Report& report) {
   // Of rates: how many times as many events a second.
   report.add({"an event in a flood, device callback", flood.median(0),
               "raw sd-bus through the daemon", flood.median(1), flood.ratio(1, 0),
-              Bar{Bar::Kind::AtLeast, 3}});
+              Target{Target::Kind::AtLeast, 3}});
   const Rounds latency(kLatencyRounds, {latencyOf(proxy), latencyOf(raw)});
   report.add({"an event's latency, device callback", latency.median(0),
               "raw sd-bus through the daemon", latency.median(1), latency.ratio(0, 1),
-              Bar{Bar::Kind::AtMost, 0.6}});
+              Target{Target::Kind::AtMost, 0.6}});
 }
 
 }  // namespace zq::bench

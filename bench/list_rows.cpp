@@ -78,7 +78,7 @@ void addDirectListRows(Report& report) {
                                 batchOf(kBatch, [&] { copyAndFreeList(getRaw().get()); }),
                                 batchOf(kBatch, getRaw)});
   report.add({kWhat, rounds.median(0), "raw sd-bus both ends, daemon, records copied",
-              rounds.median(1), rounds.ratio(0, 1), Bar{Bar::Kind::AtMost, 0.35}});
+              rounds.median(1), rounds.ratio(0, 1), Target{Target::Kind::AtMost, 0.35}});
   report.add({kWhat, rounds.median(0), "raw sd-bus both ends, daemon, not decoded",
               rounds.median(2), rounds.ratio(0, 2), std::nullopt});
 }
@@ -100,7 +100,7 @@ void addBrokerListRows(Report& report) {
   report.add({"  their difference: time in the client", rounds.median(inClient),
               "allocating and copying the same bytes", rounds.median(2),
               rounds.median([&](const auto& round) { return inClient(round) / round[2]; }),
-              Bar{Bar::Kind::AtMost, 5}});
+              Target{Target::Kind::AtMost, 5}});
   report.add({"  decoding alone, into messages and records", rounds.median(3),
               "allocating and copying the same bytes", rounds.median(2), rounds.ratio(3, 2),
               std::nullopt});

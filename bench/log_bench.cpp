@@ -1,4 +1,4 @@
-// What a log line costs, beside a plain spdlog line of the same length.
+// What a log line costs, compared with a plain spdlog line of the same length.
 #include <benchmark/benchmark.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>

@@ -1,4 +1,4 @@
-// Measures the product's operations beside what they are made of, on a private bus:
+// Measures the product's operations, compared with the operations that they consist of, on a private bus:
 //
 //   perix_bench                both ways to the service, in both placements
 //   perix_bench --rows FILE    the same; each row is appended to FILE too, fields between tabs
@@ -93,7 +93,7 @@ void addBrokerRows(Report& report) {
   addBrokerListRows(report);
   addThreadRow(report, 2);
   addPenRows(report);
-  addStartupRow(report, thisProgram(), Bar{Bar::Kind::AtMost, 2});
+  addStartupRow(report, thisProgram(), Target{Target::Kind::AtMost, 2});
 }
 
 /// `place` and `way` are names of theirs, `copy` is the file for the rows or empty.

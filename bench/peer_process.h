@@ -1,4 +1,4 @@
-// The peers' programs, found beside this one and measured from here.
+// The programs of the peers, in the directory of this program, and measured from here.
 #pragma once
 
 #include <memory>

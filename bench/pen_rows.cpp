@@ -80,7 +80,7 @@ void addPenRows(Report& report) {
   if (packets != (kRounds + 1) * kBatch) throw std::runtime_error("pen packets were not sent");
   report.add({"SendPenData with its log line", rounds.median(0),
               "one allocation, the copies, one log line", rounds.median(1), rounds.ratio(0, 1),
-              Bar{Bar::Kind::AtMost, 1.5}});
+              Target{Target::Kind::AtMost, 1.5}});
 }
 
 }  // namespace zq::bench

@@ -4,12 +4,12 @@ namespace zq::bench {
 namespace {
 
 std::string verdict(const Row& row) {
-  if (!row.bar) return "";
-  const bool atMost = row.bar->kind == Bar::Kind::AtMost;
-  const bool held = atMost ? row.ratio <= row.bar->ratio : row.ratio >= row.bar->ratio;
+  if (!row.target) return "";
+  const bool atMost = row.target->kind == Target::Kind::AtMost;
+  const bool met = atMost ? row.ratio <= row.target->ratio : row.ratio >= row.target->ratio;
   char text[32];
-  std::snprintf(text, sizeof text, "%s %.2f %s", atMost ? "<=" : ">=", row.bar->ratio,
-                held ? "held" : "MISSED");
+  std::snprintf(text, sizeof text, "%s %.2f %s", atMost ? "<=" : ">=", row.target->ratio,
+                met ? "met" : "MISSED");
   return text;
 }
 
@@ -17,20 +17,20 @@ std::string verdict(const Row& row) {
 
 void printHead(std::FILE* out) {
   std::fprintf(out, "%-7s %-7s %-42s %9s   %-46s %9s %7s   %s\n", "placed", "way", "what", "us",
-               "beside", "us", "ratio", "bar");
+               "compared with", "us", "ratio", "target");
 }
 
 void Report::add(const Row& row) {
   const char* placed = placement_ == Placement::Pinned ? "pinned" : "free";
   const char* way = way_ == Way::Direct ? "direct" : "broker";
-  const std::string held = verdict(row);
+  const std::string met = verdict(row);
   std::fprintf(out_, "%-7s %-7s %-42s %9.2f   %-46s %9.2f %7.2f   %s\n", placed, way,
-               row.what.c_str(), row.measured, row.beside.c_str(), row.reference, row.ratio,
-               held.c_str());
+               row.what.c_str(), row.measured, row.referenceName.c_str(), row.reference, row.ratio,
+               met.c_str());
   std::fflush(out_);
   if (copy_ == nullptr) return;
   std::fprintf(copy_, "%s\t%s\t%s\t%.2f\t%s\t%.2f\t%.2f\t%s\n", placed, way, row.what.c_str(),
-               row.measured, row.beside.c_str(), row.reference, row.ratio, held.c_str());
+               row.measured, row.referenceName.c_str(), row.reference, row.ratio, met.c_str());
   std::fflush(copy_);
 }
 

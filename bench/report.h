@@ -14,7 +14,7 @@ enum class Placement { Pinned, Free };
 enum class Way { Direct, Broker };
 
 /// What the ratio of a row must be.
-struct Bar {
+struct Target {
   enum class Kind { AtMost, AtLeast } kind;
   double ratio;
 };
@@ -22,10 +22,10 @@ struct Bar {
 struct Row {
   std::string what;
   double measured;  ///< in microseconds, as is `reference`
-  std::string beside;
+  std::string referenceName;
   double reference;
   double ratio;
-  std::optional<Bar> bar;  ///< none for a row that is there to be read with the others
+  std::optional<Target> target;  ///< without a value, the row only explains another
 };
 
 /// The table's head, to be printed once.

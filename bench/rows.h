@@ -10,23 +10,23 @@
 
 namespace zq::bench {
 
-/// ConnectDevice over a direct line beside a bare socket and beside the peers that were built.
+/// ConnectDevice over a direct line, compared with a bare socket and with the peers that were built.
 void addDirectCallRows(Report& report, const std::string& program);
-/// ConnectDevice through the bus beside raw sd-bus.
+/// ConnectDevice through the bus compared with raw sd-bus.
 void addBrokerCallRows(Report& report);
-/// Calls of four threads beside those of one; `bar` is for their rate, where they may run beside
-/// each other.
-void addThreadRow(Report& report, double bar);
-/// GetDeviceList of a long list over a direct line beside raw sd-bus through the daemon.
+/// Calls of four threads compared with calls of one thread; `target` is for the ratio of their
+/// rates on more than one CPU.
+void addThreadRow(Report& report, double target);
+/// GetDeviceList of a long list over a direct line compared with raw sd-bus through the daemon.
 void addDirectListRows(Report& report);
-/// GetDeviceList of a long list through the bus beside allocating and copying its records.
+/// GetDeviceList of a long list through the bus compared with allocating and copying its records.
 void addBrokerListRows(Report& report);
-/// Events over a direct line beside raw sd-bus through the daemon: in a flood, and one by one.
+/// Events over a direct line compared with raw sd-bus through the daemon: in a flood, and singly.
 void addEventRows(Report& report);
-/// SendPenData beside an allocation, the copies and a log line.
+/// SendPenData compared with an allocation, the copies and a log line.
 void addPenRows(Report& report);
-/// The first getInstance() beside opening a raw connection; `program` is this program's path.
-void addStartupRow(Report& report, const std::string& program, std::optional<Bar> bar);
+/// The first getInstance() compared with opening a raw connection; `program` is this program's path.
+void addStartupRow(Report& report, const std::string& program, std::optional<Target> target);
 
 /// In a fresh process: measures its one start (`side` is "proxy" or "raw") and writes the
 /// microseconds as a line to the readiness descriptor. Returns an exit code.

@@ -50,11 +50,11 @@ int measureStartup(const std::string& side) {
   return ::write(ChildProcess::kReadinessDescriptor, line.data(), line.size()) > 0 ? 0 : 1;
 }
 
-void addStartupRow(Report& report, const std::string& program, std::optional<Bar> bar) {
+void addStartupRow(Report& report, const std::string& program, std::optional<Target> target) {
   const Rounds rounds(kRounds, {startOf(program, "proxy"), startOf(program, "raw")});
   report.add({"first getInstance() to connected", rounds.median(0),
               "opening raw sd-bus, asking for one owner", rounds.median(1), rounds.ratio(0, 1),
-              bar});
+              target});
 }
 
 }  // namespace zq::bench

@@ -39,16 +39,16 @@ Side callsFrom(int count, const std::shared_ptr<ZQBusProxyInterface>& service) {
 
 }  // namespace
 
-void addThreadRow(Report& report, double bar) {
+void addThreadRow(Report& report, double target) {
   const auto service = ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
       "perix", ZQBusSecurityFlags::None, 1);
   if (service == nullptr) throw std::runtime_error("no service");
   const Rounds rounds(kRounds, {callsFrom(kThreads, service), callsFrom(1, service)});
   const bool free = report.placement() == Placement::Free;
-  // Of rates: how many times as many calls a second. On one CPU there is nobody to work beside.
+  // The ratio of the rates. On one CPU the threads cannot run at the same time.
   report.add({"a bus call, 4 threads on one connection", rounds.median(0), "the same, one thread",
               rounds.median(1), rounds.ratio(1, 0),
-              free ? std::optional(Bar{Bar::Kind::AtLeast, bar}) : std::nullopt});
+              free ? std::optional(Target{Target::Kind::AtLeast, target}) : std::nullopt});
 }
 
 }  // namespace zq::bench
