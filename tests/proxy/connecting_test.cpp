@@ -91,25 +91,6 @@ TEST(Connecting, FailsWhereAPartOfItFailsAndIsTriedAnewEachTime) {
   }
 }
 
-/// Each asks for the connection once, so that a service that is away costs one attempt.
-TEST(Connecting, IsTriedOnceByEachOperation) {
-  script().isRegistered = [] { return false; };
-  P proxy = *PerixProxy::getInstance();
-  const std::function<int()> operations[] = {
-      [&] { return proxy.Diagnose("lab-2", nullptr); },
-      [&] { return proxy.DiagnoseDevice("lab-2", 9, nullptr); },
-      [&] { return proxy.ResetService(); },
-      [&] { return proxy.RedirectDevice("lab-2", 1, 1); },
-      [&] { return proxy.OnFocusChanged("lab-2", 1, 1); },
-  };
-  for (const auto& operation : operations) {
-    const int attempts = history().attempts;
-    EXPECT_EQ(operation(), -1);
-    EXPECT_EQ(history().attempts, attempts + 1);
-  }
-  EXPECT_TRUE(history().calls.empty());
-}
-
 /// Lets another thread begin an attempt when its own first one has failed.
 class Unlucky : public PerixProxy {
  public:

@@ -45,15 +45,20 @@ std::string devicePayload() {
 
 // --- Notifiers -----------------------------------------------------------------------------------
 
-TEST(ANotifier, MayBeSetAndEndedInsideACallback) {
+TEST(ACallback, MayCallAndThrow) {
   P proxy = *PerixProxy::getInstance();
   Notify notify;
+  int others = 0;
   std::function<void()> diagnose = [&] {
     EXPECT_EQ(proxy.Diagnose("lab-2", &notify), 0);
     EXPECT_EQ(proxy.DiagnoseDevice("lab-2", 9, &notify), 0);
+    throw 5;
   };
+  std::function<void()> other = [&] { ++others; };
   proxy.RegisterDeviceCallback(runIt, &diagnose);
+  proxy.RegisterDeviceCallback(runIt, &other);
   service()->delivery(2, kDevice, devicePayload())();
+  EXPECT_EQ(others, 1);
   sendProgress();
   EXPECT_EQ(notify.calls(), 1);
   diagnose = [&] { EXPECT_EQ(proxy.StopDiagnoseNotify(&notify), 0); };

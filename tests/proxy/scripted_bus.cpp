@@ -2,11 +2,11 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 
 #include "platform/log/log.h"
 #include "platform/util/util.h"
 #include "platform/zqbus/time_limit.h"
+#include "tests/support/messages.h"
 
 namespace zq {
 namespace {
@@ -37,8 +37,11 @@ void noteLimit() {
   note([&](State& s) { s.history.limits.push_back(*limit); });
 }
 
-void noteCall(const ZQBusMessage& message, int timeoutMs, const std::string& owner) {
-  SentCall call{message.toDebugString().substr(sizeof "call"), timeoutMs, owner};
+/// Notes a call as the service reads it, which is not told what is secret.
+void noteCall(const ZQBusMessage& sent, int timeoutMs) {
+  ZQBusMessage received(ZQBusMessageType::MethodCall, sent.name());
+  for (const ZQBusArgument& argument : sent.arguments()) received.append(argument);
+  SentCall call{received.toDebugString().substr(sizeof "call"), timeoutMs};
   note([&](State& s) { s.history.calls.push_back(std::move(call)); });
 }
 
@@ -73,10 +76,7 @@ class ScriptedBus : public ZQBusSerivceManager {
 
 ZQBusMessage idOf(const ZQBusMessage& request) {
   std::string name;
-  const auto dash = request.readString(name, 0).rfind('-');
-  ZQBusMessage reply;
-  reply.appendInt32(dash == std::string::npos ? 0 : std::atoi(name.c_str() + dash + 1));
-  return reply;
+  return message(int32_t{numberAtEnd(request.readString(name, 0))});
 }
 
 }  // namespace
@@ -111,14 +111,14 @@ std::shared_ptr<ZQBusMessage> ScriptedService::makeMethodCallMessage(const std::
 
 std::shared_ptr<ZQBusMessage> ScriptedService::callWithReplyBlocking(
     std::shared_ptr<ZQBusMessage> message, int timeoutMs) {
-  noteCall(*message, timeoutMs, owner_);
+  noteCall(*message, timeoutMs);
   const bool lookUp = message->name() == "getVmListSize" && !script().answersLookUps;
   return std::make_shared<ZQBusMessage>(lookUp ? idOf(*message) : script().answer(*message));
 }
 
 void ScriptedService::callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
                                     int timeoutMs) {
-  noteCall(*message, timeoutMs, owner_);
+  noteCall(*message, timeoutMs);
   onReply(std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodReturn, std::string()));
 }
 

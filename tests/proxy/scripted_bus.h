@@ -71,7 +71,6 @@ std::shared_ptr<ScriptedService> service();
 struct SentCall {
   std::string text;  ///< as ZQBusMessage::toDebugString writes it, without "call "
   int timeoutMs;
-  std::string owner;  ///< of the service that it was sent to
 };
 /// What happened so far.
 struct BusHistory {

@@ -57,7 +57,12 @@ TEST_P(AnOperation, GoesByItsOwnNameInTheLog) {
   script().isRegistered = [] { return false; };
   proxy.ReleaseService();
   takeLog();
+  const int attempts = history().attempts;
   GetParam().row.run(proxy);
+  // A service that is away costs an operation one attempt.
+  if (GetParam().row.timeoutMs != 0) {
+    EXPECT_EQ(history().attempts, attempts + 1);
+  }
   auto writers = writersSince();
   std::erase(writers, "Init");
   EXPECT_TRUE(std::all_of(writers.begin(), writers.end(), isOwn))

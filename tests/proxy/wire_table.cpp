@@ -1,7 +1,9 @@
 #include "wire_table.h"
 
 #include <cctype>
+#include <concepts>
 #include <cstring>
+#include <functional>
 
 #include "tests/support/messages.h"
 
@@ -83,56 +85,58 @@ void quality(PerixProxy& proxy, unsigned int type, bool withInfo) {
 
 // --- Kinds of rows -------------------------------------------------------------------------------
 
-using P = PerixProxy&;
+using P = PerixProxy;
 
-/// A row that sends `what`, "Name: method(arguments)" or "method(arguments)" when the operation
-/// goes by the name of its method. `run` returns what show() shows.
-template <typename Run>
+/// A row that sends what stands in `sends`: "Name: method(arguments)", or "method(arguments)" when
+/// the operation has the name of its method. show() shows what `run` returns for `arguments`.
+template <typename Run, typename... Arguments>
 NamedWireRow row(std::string sends, int timeoutMs, ZQBusMessage reply, std::string result,
-                 std::string failure, Run run) {
+                 std::string failure, Run run, Arguments... arguments) {
   std::string name = sends.substr(0, sends.find_first_of(":("));
   if (sends.starts_with(name + ": ")) sends.erase(0, name.size() + 2);
   name[0] = static_cast<char>(std::toupper(name[0]));
   return {name,
           {sends, timeoutMs, std::move(reply), std::move(result), std::move(failure),
-           [run](P p) { return show(run(p)); }}};
+           [=](P& p) { return show(std::invoke(run, p, arguments...)); }}};
 }
 
 constexpr char kFails[] = "-1";
 constexpr char kFailsWithZero[] = "0";
 
 /// Returns the status that it is answered with.
-template <typename Run>
-NamedWireRow status(const std::string& sends, int timeoutMs, const char* failure, Run run) {
-  return row(sends, timeoutMs, message(int32_t{5}), "5", failure, run);
+template <typename... Run>
+NamedWireRow status(const std::string& sends, int timeoutMs, const char* failure, Run... run) {
+  return row(sends, timeoutMs, message(int32_t{5}), "5", failure, run...);
 }
-template <typename Run>
-NamedWireRow status(const std::string& sends, Run run) {
-  return status(sends, 3000, kFails, run);
+template <typename Run, typename... Arguments>
+requires std::invocable<Run, P&, Arguments...> NamedWireRow status(const std::string& sends,
+                                                                   Run run,
+                                                                   Arguments... arguments) {
+  return status(sends, 3000, kFails, run, arguments...);
 }
-template <typename Run>
-NamedWireRow text(const std::string& sends, int timeoutMs, Run run) {
-  return row(sends, timeoutMs, message(std::string("all")), "\"all\"", "\"\"", run);
+template <typename... Run>
+NamedWireRow text(const std::string& sends, int timeoutMs, Run... run) {
+  return row(sends, timeoutMs, message(std::string("all")), "\"all\"", "\"\"", run...);
 }
-template <typename Run>
-NamedWireRow list(const std::string& sends, Run run) {
-  return row(sends, 3000, message(int32_t{2}, bytes("aa"), bytes("bb")), "<aa><bb>", "", run);
+template <typename... Run>
+NamedWireRow list(const std::string& sends, Run... run) {
+  return row(sends, 3000, message(int32_t{2}, bytes("aa"), bytes("bb")), "<aa><bb>", "", run...);
 }
 /// Returns 0 without waiting.
-template <typename Run>
-NamedWireRow sent(const std::string& sends, Run run) {
-  return row(sends, kNoWait, message(int32_t{5}), "0", kFails, run);
+template <typename... Run>
+NamedWireRow sent(const std::string& sends, Run... run) {
+  return row(sends, kNoWait, message(int32_t{5}), "0", kFails, run...);
 }
 /// Returns nothing, without waiting.
 template <typename Run>
 NamedWireRow untold(const std::string& sends, Run run) {
-  const auto nothing = [run](P p) { return run(p), Words(); };
+  const auto nothing = [run](P& p) { return run(p), Words(); };
   return row(sends, kNoWait, message(int32_t{5}), "", "", nothing);
 }
 /// Sends nothing.
-template <typename Run>
-NamedWireRow unsent(const std::string& name, const char* result, Run run) {
-  return row(name + ": ", 0, {}, result, result, run);
+template <typename... Run>
+NamedWireRow unsent(const std::string& name, const char* result, Run... run) {
+  return row(name + ": ", 0, {}, result, result, run...);
 }
 
 }  // namespace
@@ -140,131 +144,119 @@ NamedWireRow unsent(const std::string& name, const char* result, Run run) {
 const std::vector<NamedWireRow>& wireTable() {
   static const std::string id8 = "ay[8] 08 07 06 05 04 03 02 01";
   static const std::vector<NamedWireRow> table = {
-      status("resetService()", [](P p) { return p.ResetService(); }),
+      status("resetService()", &P::ResetService),
       // Desktops
-      status("connectVm(i:3, i:1, i:2, i:-2147483645)", 2000, kFails,
-             [](P p) { return p.ConnectVm(session(0)); }),
-      unsent("ConnectVmAsCollaborator", "-1", [](P p) { return p.ConnectVm(session(1)); }),
-      sent("disconnectVm(i:3)", [](P p) { return p.DisconnectVm(kDesk); }),
-      sent("StartVm: startManager(i:3)", [](P p) { return p.StartVm(kDesk); }),
+      status("connectVm(i:3, i:1, i:2, i:-2147483645)", 2000, kFails, &P::ConnectVm, session(0)),
+      unsent("ConnectVmAsCollaborator", "-1", &P::ConnectVm, session(1)),
+      sent("disconnectVm(i:3)", &P::DisconnectVm, kDesk),
+      sent("StartVm: startManager(i:3)", &P::StartVm, kDesk),
       row("getVmList(i:0)", 3000,
           message(int32_t{2}, std::string("a"), int32_t{1}, std::string("b"), int32_t{2}),
-          "a=1 b=2 ", "", [](P p) { return p.GetVmList(); }),
+          "a=1 b=2 ", "", &P::GetVmList),
       row("GetVmListCutShort: getVmList(i:0)", 3000,
           message(int32_t{9}, std::string("a"), int32_t{1}, std::string("b")), "a=1 ", "",
-          [](P p) { return p.GetVmList(); }),
+          &P::GetVmList),
       row("GetVmListOfNegativeCount: getVmList(i:0)", 3000, message(int32_t{-1}), "", "",
-          [](P p) { return p.GetVmList(); }),
-      status("onFocusChanged(i:3, i:1, x:-1)", 500, kFails,
-             [](P p) { return p.OnFocusChanged(kDesk, UINT64_MAX, 1); }),
+          &P::GetVmList),
+      status("onFocusChanged(i:3, i:1, x:-1)", 500, kFails, &P::OnFocusChanged, kDesk, UINT64_MAX,
+             1),
       // Channels
       status("createPipe(i:3, i:1, ay[268] 09 00 00 00 0a 00 00 00 0b 00 00 00 6f 6e 65 00...)",
-             [](P p) { return p.CreatePipe(kDesk, channels()); }),
-      status("destroyPipe(i:3, i:0)", [](P p) { return p.DestroyPipe(kDesk, {}); }),
-      status("setPortChannelStatus(i:3, i:-1, i:-2)",
-             [](P p) { return p.SetPortChannelStatus(kDesk, 0xFFFFFFFF, -2); }),
+             &P::CreatePipe, kDesk, channels()),
+      status("destroyPipe(i:3, i:0)", [](P& p) { return p.DestroyPipe(kDesk, {}); }),
+      status("setPortChannelStatus(i:3, i:-1, i:-2)", &P::SetPortChannelStatus, kDesk, 0xFFFFFFFF,
+             -2),
       // Token and quality
-      status("updateDriveToken(ay[3] 61 00 62)",
-             [](P p) { return p.UpdateDriveToken(std::string("a\0b", 3)); }),
-      unsent("UpdateDriveTokenEmpty", "-1", [](P p) { return p.UpdateDriveToken(""); }),
-      untold("setBwInfo(i:3, x:1, x:-1)", [](P p) { p.SetBwInfo(kDesk, 1, UINT64_MAX); }),
+      status("updateDriveToken(ay[3] 61 00 62)", &P::UpdateDriveToken, std::string("a\0b", 3)),
+      unsent("UpdateDriveTokenEmpty", "-1", &P::UpdateDriveToken, ""),
+      untold("setBwInfo(i:3, x:1, x:-1)", [](P& p) { p.SetBwInfo(kDesk, 1, UINT64_MAX); }),
       untold("SetRtcQosInfoOfBandwidth: setRtcQosInfo(i:3, x:1, x:7)",
-             [](P p) { return quality(p, 1, true); }),
+             [](P& p) { return quality(p, 1, true); }),
       untold("SetRtcQosInfoOfBandwidthWithoutInfo: setRtcQosInfo(i:3, x:1)",
-             [](P p) { return quality(p, 1, false); }),
+             [](P& p) { return quality(p, 1, false); }),
       untold("SetRtcQosInfoOfAnotherType: setRtcQosInfo(i:3, x:4294967295)",
-             [](P p) { return quality(p, UINT32_MAX, true); }),
+             [](P& p) { return quality(p, UINT32_MAX, true); }),
       // Devices
-      list("getDeviceList(i:3)", [](P p) { return p.GetDeviceList(kDesk); }),
-      list("GetDeviceListOfUnknownDesktop: getDeviceList(i:0)",
-           [](P p) { return p.GetDeviceList("nowhere"); }),
+      list("getDeviceList(i:3)", &P::GetDeviceList, kDesk),
+      list("GetDeviceListOfUnknownDesktop: getDeviceList(i:0)", &P::GetDeviceList, "nowhere"),
       row("GetDeviceListCutByEmptyRecord: getDeviceList(i:3)", 3000,
-          message(int32_t{3}, bytes("aa"), bytes(""), bytes("cc")), "<aa>", "",
-          [](P p) { return p.GetDeviceList(kDesk); }),
+          message(int32_t{3}, bytes("aa"), bytes(""), bytes("cc")), "<aa>", "", &P::GetDeviceList,
+          kDesk),
       row("GetDeviceListOfTooHighCount: getDeviceList(i:3)", 3000,
           message(int32_t{INT32_MAX}, bytes("aa"), std::string("bb")), "<aa>", "",
-          [](P p) { return p.GetDeviceList(kDesk); }),
+          &P::GetDeviceList, kDesk),
       row("GetDeviceListOfWrongTypes: getDeviceList(i:3)", 3000,
-          message(std::string("2"), bytes("aa")), "", "",
-          [](P p) { return p.GetDeviceList(kDesk); }),
-      list("getDeviceStatus(q:65535)", [](P p) { return p.GetDeviceStatus(65535); }),
-      list("GetLocalDeviceList: getDeviceList(i:0)", [](P p) { return p.GetLocalDeviceList(); }),
-      row("connectDevice(i:3, q:7)", 3000, message(int32_t{-5}), "-5", kFails,
-          [](P p) { return p.ConnectDevice(kDesk, 7); }),
-      status("disconnectDevice(i:3, q:7)", [](P p) { return p.DisconnectDevice(kDesk, 7); }),
-      status("connectDeviceBySrcId(i:3, x:-1)",
-             [](P p) { return p.ConnectDeviceBySrcId(kDesk, UINT64_MAX); }),
-      status("disconnectDeviceBySrcId(i:3, x:1)",
-             [](P p) { return p.DisconnectDeviceBySrcId(kDesk, 1); }),
-      status("redirectDevice(i:3, q:1, q:2)", [](P p) { return p.RedirectDevice(kDesk, 1, 2); }),
-      status("SetAutoConnectSendsSixteenBits: setAutoConnect(i:0, q:4, q:1)",
-             [](P p) { return p.SetAutoConnect(4, 0x10001); }),
-      row("getAutoConnect(i:0, q:4)", 3000, message(int32_t{1}), "1", "0",
-          [](P p) { return p.GetAutoConnect(4); }),
+          message(std::string("2"), bytes("aa")), "", "", &P::GetDeviceList, kDesk),
+      list("getDeviceStatus(q:65535)", &P::GetDeviceStatus, 65535),
+      list("GetLocalDeviceList: getDeviceList(i:0)", &P::GetLocalDeviceList),
+      row("connectDevice(i:3, q:7)", 3000, message(int32_t{-5}), "-5", kFails, &P::ConnectDevice,
+          kDesk, 7),
+      status("disconnectDevice(i:3, q:7)", &P::DisconnectDevice, kDesk, 7),
+      status("connectDeviceBySrcId(i:3, x:-1)", &P::ConnectDeviceBySrcId, kDesk, UINT64_MAX),
+      status("disconnectDeviceBySrcId(i:3, x:1)", &P::DisconnectDeviceBySrcId, kDesk, 1),
+      status("redirectDevice(i:3, q:1, q:2)", &P::RedirectDevice, kDesk, 1, 2),
+      status("SetAutoConnectSendsSixteenBits: setAutoConnect(i:0, q:4, q:1)", &P::SetAutoConnect, 4,
+             0x10001),
+      row("getAutoConnect(i:0, q:4)", 3000, message(int32_t{1}), "1", "0", &P::GetAutoConnect, 4),
       status("addNetworkDevice(i:-3, ay[0])",
-             [](P p) {
+             [](P& p) {
                std::string s;
                return p.AddNetworkDevice(-3, s);
              }),
       status("deleteNetworkDevice(ay[1] 61, ay[2] 62 63)",
-             [](P p) {
+             [](P& p) {
                std::string a = "a", b = "bc";
                return p.DeleteNetworkDevice(a, b);
              }),
-      status("setUsbredirStatus(i:3, q:9, ay[8] 01 02 03 04 05 06 07 08)",
-             [](P p) { return p.SetUsbredirStatus(kDesk, kUsb, 9); }),
-      unsent("ConnectUsbredir", "0", [](P p) { return p.ConnectUsbredir(kDesk, kUsb); }),
-      unsent("DisconnectUsbredir", "0", [](P p) { return p.DisconnectUsbredir(kDesk, kUsb); }),
+      status("setUsbredirStatus(i:3, q:9, ay[8] 01 02 03 04 05 06 07 08)", &P::SetUsbredirStatus,
+             kDesk, kUsb, 9),
+      unsent("ConnectUsbredir", "0", &P::ConnectUsbredir, kDesk, kUsb),
+      unsent("DisconnectUsbredir", "0", &P::DisconnectUsbredir, kDesk, kUsb),
       // Policies and properties
       status("SetDeviceLocalPolicy: setLocalPolicy(q:7, q:8, ay[3] 63 61 6d, ay[0])",
-             [](P p) {
+             [](P& p) {
                CommonDevice d = device();
                return p.SetDeviceLocalPolicy(&d);
              }),
       status("setDevicePropertyWithVidPid(i:0, q:4660, q:22136, i:7, i:-2)",
-             [](P p) { return p.SetDevicePropertyWithVidPid(0x1234, 0x5678, 7, -2); }),
+             &P::SetDevicePropertyWithVidPid, 0x1234, 0x5678, 7, -2),
       status("GetDevicePropertyWithVidPidSendsThePidTwice: getDevicePropertyWithVidPid(i:0, "
              "q:4660, q:65535, i:65535)",
-             3000, kFailsWithZero,
-             [](P p) { return p.GetDevicePropertyWithVidPid(0x1234, 0xFFFF, 7); }),
+             3000, kFailsWithZero, &P::GetDevicePropertyWithVidPid, 0x1234, 0xFFFF, 7),
       status("GetLocalDevicePropertyWithVidPidSendsThePidTwice: "
              "getLocalDevicePropertyWithVidPid(i:0, q:4660, q:22136, i:22136)",
-             3000, kFailsWithZero,
-             [](P p) { return p.GetLocalDevicePropertyWithVidPid(0x1234, 0x5678, 7); }),
-      text("getTurboConfigWithVidPid(i:0, q:1, q:2)", 3000,
-           [](P p) { return p.GetTurboConfigWithVidPid(1, 2); }),
+             3000, kFailsWithZero, &P::GetLocalDevicePropertyWithVidPid, 0x1234, 0x5678, 7),
+      text("getTurboConfigWithVidPid(i:0, q:1, q:2)", 3000, &P::GetTurboConfigWithVidPid, 1, 2),
       status("setTurboConfigWithVidPid(i:0, q:1, q:2, ay[2] 6f 6e)", 3000, kFailsWithZero,
-             [](P p) { return p.SetTurboConfigWithVidPid(1, 2, "on"); }),
-      status("resetAllDeviceProperty(i:0)", 3000, kFailsWithZero,
-             [](P p) { return p.ResetAllDeviceProperty(); }),
-      status("CheckCameraAuthStat()", [](P p) { return p.CheckCameraAuthStat(); }),
-      list("getPolicyListByVidPid(i:0)", [](P p) { return p.GetPolicyListByVidPid(); }),
+             &P::SetTurboConfigWithVidPid, 1, 2, "on"),
+      status("resetAllDeviceProperty(i:0)", 3000, kFailsWithZero, &P::ResetAllDeviceProperty),
+      status("CheckCameraAuthStat()", &P::CheckCameraAuthStat),
+      list("getPolicyListByVidPid(i:0)", &P::GetPolicyListByVidPid),
       // New devices
       status("configNewDeviceAsConnect(i:3, " + id8 + ", i:65535, i:1, i:0)", 10000, kFails,
-             [](P p) { return p.ConfigNewDeviceAsConnect(kDesk, kSource, 65535, 1, 0); }),
+             &P::ConfigNewDeviceAsConnect, kDesk, kSource, 65535, 1, 0),
       status("configNewDeviceAsIgnore(" + id8 + ", i:2, i:1, i:0)", 2000, kFails,
-             [](P p) { return p.ConfigNewDeviceAsIgnore(kSource, 2, 1, 0); }),
+             &P::ConfigNewDeviceAsIgnore, kSource, 2, 1, 0),
       status("ConfigUdisks2Command(i:3, " + id8 + ", i:65535)", 10000, kFails,
-             [](P p) { return p.ConfigUdisks2Command(kDesk, kSource, 65535); }),
+             &P::ConfigUdisks2Command, kDesk, kSource, 65535),
       // Printers
-      list("getPrinterList(i:3)", [](P p) { return p.GetPrinterList(kDesk); }),
-      list("getPrinterStatus(q:65535)", [](P p) { return p.GetPrinterStatus(65535); }),
-      list("getNetworkPrinterList()", [](P p) { return p.GetNetworkPrinterList(); }),
-      status("connectPrinter(i:3, q:65535)", [](P p) { return p.ConnectPrinter(kDesk, 65535); }),
-      status("disconnectPrinter(i:3, q:7)", [](P p) { return p.DisconnectPrinter(kDesk, 7); }),
+      list("getPrinterList(i:3)", &P::GetPrinterList, kDesk),
+      list("getPrinterStatus(q:65535)", &P::GetPrinterStatus, 65535),
+      list("getNetworkPrinterList()", &P::GetNetworkPrinterList),
+      status("connectPrinter(i:3, q:65535)", &P::ConnectPrinter, kDesk, 65535),
+      status("disconnectPrinter(i:3, q:7)", &P::DisconnectPrinter, kDesk, 7),
       status("addNetworkPrinter(s:\"addr\", s:\"name\", s:\"\")",
-             [](P p) { return p.AddNetworkPrinter("addr", "name", ""); }),
+             [](P& p) { return p.AddNetworkPrinter("addr", "name", ""); }),
       status(
           "AddNetworkPrinterByAddress: addNetworkPrinter(s:\"addr\", s:\"defaultPrinter\", s:\"\")",
-          [](P p) { return p.AddNetworkPrinter("addr"); }),
+          [](P& p) { return p.AddNetworkPrinter("addr"); }),
       unsent("AddNetworkPrinterWithoutName", "-1",
-             [](P p) { return p.AddNetworkPrinter("addr", "", "d"); }),
-      unsent("AddNetworkPrinterWithoutAddress", "-1", [](P p) { return p.AddNetworkPrinter(""); }),
-      status("deleteNetworkPrinter(s:\"\")", [](P p) { return p.DeleteNetworkPrinter(""); }),
+             [](P& p) { return p.AddNetworkPrinter("addr", "", "d"); }),
+      unsent("AddNetworkPrinterWithoutAddress", "-1", [](P& p) { return p.AddNetworkPrinter(""); }),
+      status("deleteNetworkPrinter(s:\"\")", &P::DeleteNetworkPrinter, ""),
       status("RenameNetworkPrinterSendsBlocks: renameNetworkPrinter(ay[2] 61 62, ay[3] 63 64 65)",
-             [](P p) { return p.RenameNetworkPrinter("ab", "cde"); }),
-      unsent("RenameNetworkPrinterToNothing", "-1",
-             [](P p) { return p.RenameNetworkPrinter("ab", ""); }),
+             &P::RenameNetworkPrinter, "ab", "cde"),
+      unsent("RenameNetworkPrinterToNothing", "-1", &P::RenameNetworkPrinter, "ab", ""),
       row("SearchSharePrinterDevice: searchSharePrinter(s:\"10.0.0.5:9100\")", 10000,
           message(int32_t{0}, int32_t{1}, std::string("addr"), std::string(200, 'n'),
                   std::string("d")),
@@ -274,45 +266,41 @@ const std::vector<NamedWireRow>& wireTable() {
       row("SearchSharePrinterDeviceOfTooHighCount: searchSharePrinter(s:\"10.0.0.5:9100\")", 10000,
           message(int32_t{0}, int32_t{INT32_MAX}), "0", "-1 kept@", search),
       status("StopSearchSharePrinterDevice: stopSearchSharePrinter()",
-             [](P p) { return p.StopSearchSharePrinterDevice(); }),
+             &P::StopSearchSharePrinterDevice),
       status("AddSharePrinterDevice: addSharePrinter(i:2, s:\"a\", s:\"n\", s:\"d\", s:\"b\", "
              "s:\"o\", s:\"\")",
-             [](P p) {
+             [](P& p) {
                std::list<_SharePrinterDevice> all = {shared("n", "a", "d"), shared("o", "b", "")};
                return p.AddSharePrinterDevice(all);
              }),
       status("DeleteSharePrinterDevice: deleteSharePrinter(s:\"a\", s:\"n\")",
-             [](P p) {
+             [](P& p) {
                auto one = shared("n", "a", "d");
                return p.DeleteSharePrinterDevice(one);
              }),
-      text("searchAllPrinter()", 30000, [](P p) { return p.SearchAllPrinter(); }),
-      text("getPrinterDriverlList(s:\"q\")", 30000,
-           [](P p) { return p.GetPrinterDriverlList("q"); }),
-      status("AddLocalPrinter: addPrinter(s:\"a\", s:\"b\", s:\"c\")",
-             [](P p) { return p.AddLocalPrinter("a", "b", "c"); }),
-      status("autoAddPrinter(s:\"a\", s:\"b\", s:\"c\")", 30000, kFails,
-             [](P p) { return p.AutoAddPrinter("a", "b", "c"); }),
-      status("deletePrinter(s:\"a\")", [](P p) { return p.DeletePrinter("a"); }),
-      status("changePrinterDriver(s:\"a\", s:\"b\")",
-             [](P p) { return p.ChangePrinterDriver("a", "b"); }),
-      status("printTestPage(s:\"a\")", 10000, kFails, [](P p) { return p.PrintTestPage("a"); }),
-      status("ConfigPrinterCommand(i:3, " + id8 + ", i:7)", 10000, kFails,
-             [](P p) { return p.ConfigPrinterCommand(kDesk, kSource, 7); }),
+      text("searchAllPrinter()", 30000, &P::SearchAllPrinter),
+      text("getPrinterDriverlList(s:\"q\")", 30000, &P::GetPrinterDriverlList, "q"),
+      status("AddLocalPrinter: addPrinter(s:\"a\", s:\"b\", s:\"c\")", &P::AddLocalPrinter, "a",
+             "b", "c"),
+      status("autoAddPrinter(s:\"a\", s:\"b\", s:\"c\")", 30000, kFails, &P::AutoAddPrinter, "a",
+             "b", "c"),
+      status("deletePrinter(s:\"a\")", &P::DeletePrinter, "a"),
+      status("changePrinterDriver(s:\"a\", s:\"b\")", &P::ChangePrinterDriver, "a", "b"),
+      status("printTestPage(s:\"a\")", 10000, kFails, &P::PrintTestPage, "a"),
+      status("ConfigPrinterCommand(i:3, " + id8 + ", i:7)", 10000, kFails, &P::ConfigPrinterCommand,
+             kDesk, kSource, 7),
       // Joysticks
-      list("getJoystickDevList(i:0)", [](P p) { return p.GetJoystickDevList(); }),
-      text("getJoystickMappingList(i:0, q:1, q:2)", 3000,
-           [](P p) { return p.GetJoystickMappingList(1, 2); }),
-      status("setJoystickMapping(i:0, q:1, q:2, ay[3] 6d 61 70)",
-             [](P p) { return p.SetJoystickMapping(1, 2, "map"); }),
-      status("calibrationJoystick(i:0, q:1, q:2)", [](P p) { return p.CalibrationJoystick(1, 2); }),
+      list("getJoystickDevList(i:0)", &P::GetJoystickDevList),
+      text("getJoystickMappingList(i:0, q:1, q:2)", 3000, &P::GetJoystickMappingList, 1, 2),
+      status("setJoystickMapping(i:0, q:1, q:2, ay[3] 6d 61 70)", &P::SetJoystickMapping, 1, 2,
+             "map"),
+      status("calibrationJoystick(i:0, q:1, q:2)", &P::CalibrationJoystick, 1, 2),
       // Commands and diagnosis
-      status("diagnose(i:3)", 10000, kFails, [](P p) { return p.Diagnose(kDesk, nullptr); }),
-      status("diagnoseDevice(i:3, x:9)", 10000, kFails,
-             [](P p) { return p.DiagnoseDevice(kDesk, 9, nullptr); }),
-      status("doPerixTest(i:0, s:\"t\")", [](P p) { return p.DoPerixTest("t"); }),
-      status("doPerixCmd(i:0, s:\"c\")", [](P p) { return p.DoPerixCmd("c"); }),
-      text("getPerixCmdHelp(i:0)", 3000, [](P p) { return p.GetPerixCmdHelp(); }),
+      status("diagnose(i:3)", 10000, kFails, &P::Diagnose, kDesk, nullptr),
+      status("diagnoseDevice(i:3, x:9)", 10000, kFails, &P::DiagnoseDevice, kDesk, 9, nullptr),
+      status("doPerixTest(i:0, s:\"t\")", &P::DoPerixTest, "t"),
+      status("doPerixCmd(i:0, s:\"c\")", &P::DoPerixCmd, "c"),
+      text("getPerixCmdHelp(i:0)", 3000, &P::GetPerixCmdHelp),
   };
   return table;
 }
