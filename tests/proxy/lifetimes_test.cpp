@@ -49,19 +49,19 @@ TEST(ACallback, MayCallAndThrow) {
   P proxy = *PerixProxy::getInstance();
   Notify notify;
   int others = 0;
-  std::function<void()> diagnose = [&] {
+  const auto other = [&] { ++others; };
+  const auto diagnose = [&] {
     EXPECT_EQ(proxy.Diagnose("lab-2", &notify), 0);
     EXPECT_EQ(proxy.DiagnoseDevice("lab-2", 9, &notify), 0);
     throw 5;
   };
-  std::function<void()> other = [&] { ++others; };
-  proxy.RegisterDeviceCallback(runIt, &diagnose);
-  proxy.RegisterDeviceCallback(runIt, &other);
+  std::function<void()> callbacks[] = {other, diagnose, other};  // called in the order of addresses
+  for (auto& callback : callbacks) proxy.RegisterDeviceCallback(runIt, &callback);
   service()->delivery(2, kDevice, devicePayload())();
-  EXPECT_EQ(others, 1);
+  EXPECT_EQ(others, 2);
   sendProgress();
   EXPECT_EQ(notify.calls(), 1);
-  diagnose = [&] { EXPECT_EQ(proxy.StopDiagnoseNotify(&notify), 0); };
+  callbacks[1] = [&] { EXPECT_EQ(proxy.StopDiagnoseNotify(&notify), 0); };
   service()->delivery(2, kDevice, devicePayload())();
   sendProgress();
   EXPECT_EQ(notify.calls(), 1);
