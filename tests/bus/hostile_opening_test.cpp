@@ -2,10 +2,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
 
+#include "platform/zqbus/sdbus/descriptor_passing.h"
 #include "tests/bus/peers.h"
 
 namespace zq {
@@ -46,8 +48,29 @@ OwnedDescriptor halfOfAPair() {
   return socketPair().first;
 }
 
+/// Connected to itself, so that a message can be sent on it.
 OwnedDescriptor datagramSocket() {
-  return OwnedDescriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  OwnedDescriptor made(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un name{AF_UNIX, {}};
+  socklen_t size = sizeof name;
+  auto* const address = reinterpret_cast<sockaddr*>(&name);
+  EXPECT_EQ(::bind(made.get(), address, sizeof name.sun_family), 0);
+  EXPECT_EQ(::getsockname(made.get(), address, &size), 0);
+  EXPECT_EQ(::connect(made.get(), address, size), 0);
+  return made;
+}
+
+TEST(DescriptorPassing, ClosesSurplusDescriptors) {
+  auto [ours, theirs] = socketPair();
+  Peer sender{std::move(theirs)};
+  const std::array<int, 5> copies{};
+  const int before = openDescriptors();
+  for (const std::size_t count : {1, 2, 3, 5}) {
+    ASSERT_TRUE(sender.send("x", std::span(copies).first(count)));
+    const OwnedDescriptor taken(receiveDescriptor(ours.get()));
+    EXPECT_EQ(static_cast<bool>(taken), count == 1) << count;
+    EXPECT_EQ(openDescriptors(), before + (count == 1 ? 1 : 0)) << count;
+  }
 }
 
 // --- The service ---------------------------------------------------------------------------------
