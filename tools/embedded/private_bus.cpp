@@ -66,14 +66,13 @@ void removeQuietly(const std::filesystem::path& directory) {
   std::filesystem::remove_all(directory, ignored);
 }
 
-OwnedDescriptor openLock(const std::filesystem::path& directory, int flags) {
-  return OwnedDescriptor(
-      open((directory / kLockName).c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600));
+OwnedDescriptor openFile(const std::filesystem::path& path, int flags) {
+  return OwnedDescriptor(open(path.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
 // Whether nobody holds the lock of the directory. One without a lock is being made just now.
 bool isStale(const std::filesystem::path& directory) {
-  const OwnedDescriptor lock = openLock(directory, O_RDWR);
+  const OwnedDescriptor lock = openFile(directory / kLockName, 0);
   return lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
@@ -103,9 +102,12 @@ void forget(const std::filesystem::path& directory) {
   removeQuietly(directory);
 }
 
+// The lock gets its name when it is held: another process never sees it free.
 OwnedDescriptor lockDirectory(const std::filesystem::path& directory) {
-  OwnedDescriptor lock = openLock(directory, O_RDWR | O_CREAT);
-  if (!lock || flock(lock.get(), LOCK_EX) != 0) {
+  const std::filesystem::path unnamed = directory / "new-lock";
+  OwnedDescriptor lock = openFile(unnamed, O_CREAT);
+  if (!lock || flock(lock.get(), LOCK_EX) != 0 ||
+      rename(unnamed.c_str(), (directory / kLockName).c_str()) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot lock " + directory.string());
   }
   return lock;
