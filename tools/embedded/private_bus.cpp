@@ -10,11 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <mutex>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <vector>
+
+#include "platform/util/mutex.h"
 
 namespace zq {
 namespace {
@@ -53,8 +54,9 @@ constexpr std::string_view kDirectoryName = "perix-bus-";
 constexpr const char* kLockName = "lock";
 
 // The directories of this process. The lock is held while one is made or removed.
-std::mutex directoriesMutex;
-std::vector<std::filesystem::path> directories;
+Mutex directoriesMutex;
+std::vector<std::filesystem::path> directories GUARDED_BY(directoriesMutex);
+bool processEnds GUARDED_BY(directoriesMutex) = false;
 
 std::filesystem::path parentDirectory() {
   const char* directory = std::getenv("TMPDIR");
@@ -87,7 +89,8 @@ void removeStaleDirectories() {
 }
 
 std::filesystem::path makeDirectory() {
-  const std::lock_guard lock(directoriesMutex);
+  const MutexLock lock(directoriesMutex);
+  while (processEnds) pause();  // nobody would remove it
   std::string pattern = parentDirectory() / (std::string(kDirectoryName) + "XXXXXX");
   if (mkdtemp(pattern.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), "cannot make " + pattern);
@@ -97,7 +100,7 @@ std::filesystem::path makeDirectory() {
 }
 
 void forget(const std::filesystem::path& directory) {
-  const std::lock_guard lock(directoriesMutex);
+  const MutexLock lock(directoriesMutex);
   std::erase(directories, directory);
   removeQuietly(directory);
 }
@@ -190,8 +193,9 @@ void PrivateBus::restart() {
 }
 
 void PrivateBus::removeAll() {
-  directoriesMutex.lock();
+  const MutexLock lock(directoriesMutex);
   std::for_each(directories.begin(), directories.end(), removeQuietly);
+  processEnds = true;
 }
 
 void PrivateBus::start() {

@@ -52,8 +52,8 @@ class PrivateBus {
   /// the constructor does.
   void restart();
 
-  /// Removes the directories of all objects of this process, which ends now: no object can be made
-  /// or destroyed any more, its thread waits for ever. Any thread.
+  /// Removes the directories of all objects of this process, which ends now: a thread that makes
+  /// another object waits for ever. Any thread.
   static void removeAll();
 
  private:

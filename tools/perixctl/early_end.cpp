@@ -47,7 +47,7 @@ EarlyEnd::EarlyEnd(std::optional<Seconds> limit, std::function<void()> tellTimeO
 
 EarlyEnd::~EarlyEnd() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ended_ = true;
   }
   eventfd_write(wake_.get(), 1);
@@ -55,23 +55,23 @@ EarlyEnd::~EarlyEnd() {
 }
 
 void EarlyEnd::before(std::function<void()> action) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   actions_.push_back(std::move(action));
 }
 
 void EarlyEnd::forgetLatest() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   actions_.pop_back();
 }
 
 void EarlyEnd::passSignalsTo(pid_t child) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   child_ = child;
 }
 
 void EarlyEnd::leaveSignals() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     signalsAreLeft_ = true;
   }
   eventfd_write(wake_.get(), 1);
@@ -79,29 +79,39 @@ void EarlyEnd::leaveSignals() {
 
 void EarlyEnd::watch() {
   for (;;) {
-    int timeout = -1;
-    if (deadline_) {
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-          *deadline_ - std::chrono::steady_clock::now());
-      timeout = static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT32_MAX));
-    }
-    std::unique_lock lock(mutex_);
-    const int signals = signalsAreLeft_ ? -1 : signals_.get();
-    lock.unlock();
-    std::array<pollfd, 2> sources = {pollfd{signals, POLLIN, 0}, pollfd{wake_.get(), POLLIN, 0}};
-    const int ready = poll(sources.data(), sources.size(), timeout);
-    lock.lock();
+    const bool signalled = awaitSignal();
+    const MutexLock lock(mutex_);
     if (ended_) return;
-    if ((sources[1].revents & POLLIN) != 0) {
-      eventfd_t count;
-      eventfd_read(wake_.get(), &count);
-    }
-    if ((sources[0].revents & POLLIN) != 0) takeSignal();
-    if (ready == 0 && deadline_ && std::chrono::steady_clock::now() >= *deadline_) endByTimeOut();
+    if (signalled) takeSignal();
+    if (timeIsUp()) endByTimeOut();
   }
 }
 
-// Under the lock, which is kept: the main thread adds no more actions, and does not end meanwhile.
+// Returns upon a signal, then true, and also when the time is up and when something has changed.
+bool EarlyEnd::awaitSignal() {
+  int signals = signals_.get();
+  {
+    const MutexLock lock(mutex_);
+    if (signalsAreLeft_) signals = -1;
+  }
+  int timeout = -1;
+  if (deadline_) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - std::chrono::steady_clock::now());
+    timeout = static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT32_MAX));
+  }
+  std::array<pollfd, 2> sources = {pollfd{signals, POLLIN, 0}, pollfd{wake_.get(), POLLIN, 0}};
+  poll(sources.data(), sources.size(), timeout);
+  eventfd_t count;
+  eventfd_read(wake_.get(), &count);
+  return (sources[0].revents & POLLIN) != 0;
+}
+
+bool EarlyEnd::timeIsUp() const {
+  return deadline_ && std::chrono::steady_clock::now() >= *deadline_;
+}
+
+// The lock is kept: the main thread adds no more actions, and does not end meanwhile.
 void EarlyEnd::takeSignal() {
   signalfd_siginfo signal{};
   if (signalsAreLeft_ || read(signals_.get(), &signal, sizeof(signal)) != sizeof(signal)) return;

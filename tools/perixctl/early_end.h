@@ -5,11 +5,11 @@
 
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
 
+#include "platform/util/mutex.h"
 #include "tools/embedded/child_process.h"
 
 namespace zq::ctl {
@@ -40,19 +40,21 @@ class EarlyEnd {
 
  private:
   void watch();
-  void takeSignal();
-  void runActions();
-  [[noreturn]] void endByTimeOut();
+  bool awaitSignal();
+  bool timeIsUp() const;
+  void takeSignal() REQUIRES(mutex_);
+  void runActions() REQUIRES(mutex_);
+  [[noreturn]] void endByTimeOut() REQUIRES(mutex_);
 
   std::optional<std::chrono::steady_clock::time_point> deadline_;
   std::function<void()> tellTimeOut_;
   OwnedDescriptor signals_;
   OwnedDescriptor wake_;
-  std::mutex mutex_;
-  std::vector<std::function<void()>> actions_;
-  pid_t child_ = 0;
-  bool signalsAreLeft_ = false;
-  bool ended_ = false;
+  Mutex mutex_;
+  std::vector<std::function<void()>> actions_ GUARDED_BY(mutex_);
+  pid_t child_ GUARDED_BY(mutex_) = 0;
+  bool signalsAreLeft_ GUARDED_BY(mutex_) = false;
+  bool ended_ GUARDED_BY(mutex_) = false;
   std::thread thread_;  ///< last: its thread uses the others
 };
 
