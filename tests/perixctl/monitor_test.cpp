@@ -86,10 +86,10 @@ TEST(AMonitor, OutlivesTheServiceMoreThanOnceAndTellsEachDesktopsNews) {
   const auto monitor = world.startReady("monitor --json");
   for (int death = 0; death < 2; ++death) {
     world.killService();
-    world.startService();
     const Json event = nextEvent(*monitor);
-    EXPECT_EQ(event["event"], "service");
-    EXPECT_EQ(event["code"], 5);
+    EXPECT_EQ(event["event"], "service") << "told before the service is back";
+    EXPECT_EQ(event["word"], "died");
+    world.startService();
     EXPECT_EQ(nextEvent(*monitor)["desktop"], "debian");
     EXPECT_EQ(nextEvent(*monitor)["desktop"], "win10");
     expectNewsAfterTheDeath(world, *monitor);
@@ -103,6 +103,26 @@ TEST(AMonitor, OutlivesAServiceThatKnowsNoDesktop) {
   world.startService();
   EXPECT_EQ(nextEvent(*monitor)["event"], "service");
   expectNewsAfterTheDeath(world, *monitor);
+}
+
+TEST(AMonitor, TellsTheLossOfTheBusAndItsReturn) {
+  ToolWorld world;
+  const auto monitor = world.startReady("monitor --json --only bus");
+  world.bus().kill();
+  EXPECT_EQ(nextEvent(*monitor)["word"], "gone");
+  world.bus().restart();
+  EXPECT_EQ(nextEvent(*monitor)["word"], "returned");
+}
+
+TEST(AMonitor, ShowsTheChosenEventsUpToTheOneThatIsWaitedFor) {
+  const ToolWorld world;
+  const auto monitor =
+      world.startReady("monitor --json --only printer,device --desktop win10 --until changed");
+  ASSERT_EQ(world.run("service plug name=Another").status, 0);  // in no desktop
+  ASSERT_EQ(world.run("printer connect win10 1").status, 0);
+  const ChildProcess::Result result = monitor->finish(kPatience);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(Json::parse(result.output)["record"]["name"], "Front office");
 }
 
 TEST(TheServicesCrash, IsWhatTheCrashCommandReportsAsDone) {

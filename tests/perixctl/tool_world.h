@@ -15,6 +15,7 @@ class ToolWorld {
   explicit ToolWorld(std::string scenario = SCENARIO);
 
   const std::string& address() const { return bus_.address(); }
+  PrivateBus& bus() { return bus_; }
   void killService() { service_->kill(); }
   void startService();
 

@@ -36,7 +36,7 @@ void limitTheTime() {
 }
 
 Outcome complete(Run& run) {
-  limitTheTime();
+  if (!run.globals.timeout) limitTheTime();  // else the caller has set one
   run.indicator.end();
   run.terminal.keepForeignOutputAway(false);
   const OwnedDescriptor null(open("/dev/null", O_WRONLY | O_CLOEXEC));
