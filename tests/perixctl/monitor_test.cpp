@@ -125,10 +125,13 @@ TEST(AMonitor, ShowsTheChosenEventsUpToTheOneThatIsWaitedFor) {
   EXPECT_EQ(Json::parse(result.output)["record"]["name"], "Front office");
 }
 
-TEST(TheServicesCrash, IsWhatTheCrashCommandReportsAsDone) {
+TEST(TheService, IsGoneAfterTheCommandsThatEndIt) {
   ToolWorld world;
-  EXPECT_EQ(world.run("service crash").status, 0);
-  EXPECT_EQ(world.run("device list").status, 8);
+  for (const char* end : {"service crash", "service stop"}) {
+    EXPECT_EQ(world.run(end).status, 0);
+    EXPECT_EQ(world.run("device list").status, 8);
+    world.startService();
+  }
 }
 
 }  // namespace

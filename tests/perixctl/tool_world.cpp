@@ -9,13 +9,17 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{30};
 
-ChildProcess::Options optionsFor(const std::string& address, const std::string& words) {
+std::filesystem::path directoryOf(const std::string& address) {
+  return std::filesystem::path(address.substr(address.find('=') + 1)).parent_path();
+}
+
+ChildProcess::Options optionsFor(const std::string& address, const std::string& words,
+                                 Environment environment) {
   ChildProcess::Options options;
   options.arguments = {"bash", "-c", "exec " PERIXCTL " " + words};
-  // The log goes beside the bus's socket, and away with it.
-  const std::string socket = address.substr(address.find('=') + 1);
-  options.environment = {{"ZQBUS_ADDRESS", address},
-                         {"XDG_STATE_HOME", std::filesystem::path(socket).parent_path()}};
+  options.environment = std::move(environment);
+  options.environment["ZQBUS_ADDRESS"] = address;
+  options.environment["XDG_STATE_HOME"] = directoryOf(address);  // and so the log goes with the bus
   options.output = ChildProcess::Stream::Capture;
   options.error = ChildProcess::Stream::Capture;
   return options;
@@ -31,12 +35,17 @@ void ToolWorld::startService() {
   service_ = startDevelopmentService(bus_.address(), DEVSERVICE, {"--scenario", scenario_});
 }
 
-ChildProcess::Result ToolWorld::run(const std::string& words) const {
-  return runPerixctlOn(address(), words);
+std::filesystem::path ToolWorld::directory() const {
+  return directoryOf(address());
 }
 
-std::unique_ptr<ChildProcess> ToolWorld::startReady(const std::string& words) const {
-  ChildProcess::Options options = optionsFor(address(), words + " --ready-fd 3");
+ChildProcess::Result ToolWorld::run(const std::string& words, const Environment& added) const {
+  return ChildProcess(optionsFor(address(), words, added)).finish(kPatience);
+}
+
+std::unique_ptr<ChildProcess> ToolWorld::startReady(const std::string& words,
+                                                    const Environment& added) const {
+  ChildProcess::Options options = optionsFor(address(), words + " --ready-fd 3", added);
   options.readiness = true;
   auto child = std::make_unique<ChildProcess>(options);
   if (!child->readinessLine(kPatience)) throw std::runtime_error(child->finish(kPatience).error);
@@ -44,7 +53,7 @@ std::unique_ptr<ChildProcess> ToolWorld::startReady(const std::string& words) co
 }
 
 ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words) {
-  return ChildProcess(optionsFor(address, words)).finish(kPatience);
+  return ChildProcess(optionsFor(address, words, {})).finish(kPatience);
 }
 
 }  // namespace zq::ctl

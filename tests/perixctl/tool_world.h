@@ -1,6 +1,8 @@
 // perixctl, the real one, in a world of its own.
 #pragma once
 
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,6 +10,8 @@
 #include "tools/embedded/private_bus.h"
 
 namespace zq::ctl {
+
+using Environment = std::map<std::string, std::string>;
 
 /// A private bus and the real development service on it.
 class ToolWorld {
@@ -19,10 +23,14 @@ class ToolWorld {
   void killService() { service_->kill(); }
   void startService();
 
+  /// The directory of the bus, for files that go with it.
+  std::filesystem::path directory() const;
+
   /// Runs `perixctl WORDS` as a shell would, to its end.
-  ChildProcess::Result run(const std::string& words) const;
+  ChildProcess::Result run(const std::string& words, const Environment& added = {}) const;
   /// Starts `perixctl WORDS --ready-fd 3` and returns once it is ready; its output is captured.
-  std::unique_ptr<ChildProcess> startReady(const std::string& words) const;
+  std::unique_ptr<ChildProcess> startReady(const std::string& words,
+                                           const Environment& added = {}) const;
 
  private:
   PrivateBus bus_;

@@ -86,7 +86,7 @@ constexpr std::array kKinds = {
     KindRow{ArgumentKind::Driver, isAnything, "", "'Generic PostScript'"},
     KindRow{ArgumentKind::FaultMethod, isNotEmpty, kNotEmpty, "getVmList"},
     KindRow{ArgumentKind::FaultKind, isNotEmpty, kNotEmpty, "error"},
-    KindRow{ArgumentKind::PlugKey, isKeyValue, "KEY=VALUE", "type=camera name='Desk camera'"},
+    KindRow{ArgumentKind::PlugKey, isKeyValue, "KEY=VALUE", "type=camera 'name=Desk camera'"},
     KindRow{ArgumentKind::Scenario, isAnything, "", "world.toml"},
     KindRow{ArgumentKind::Stroke, isNotEmpty, kNotEmpty, "examples/strokes/signature.jsonl"},
     KindRow{ArgumentKind::File, isNotEmpty, kNotEmpty, "token.txt"},
@@ -109,7 +109,7 @@ std::string quoted(const std::string& text) {
 }
 
 std::string complaintAboutWord(Words words, const std::string& text) {
-  return quoted(text) + " is not " + listed(words) + didYouMean(text, wordsOf(words));
+  return quoted(text) + " is not " + listed(words) + didYouMean(text, textsOf(words));
 }
 
 // Any of the words, with commas between.

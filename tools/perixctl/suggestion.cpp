@@ -46,7 +46,7 @@ std::string didYouMean(const std::string& wrong, const std::vector<std::string>&
   return word.empty() ? "" : "; did you mean '" + word + "'?";
 }
 
-std::vector<std::string> wordsOf(Words words) {
+std::vector<std::string> textsOf(Words words) {
   std::vector<std::string> texts;
   for (const Word& word : words) texts.emplace_back(word.word);
   return texts;

@@ -14,6 +14,6 @@ std::string nearest(const std::string& wrong, const std::vector<std::string>& wo
 /// "; did you mean 'WORD'?", or nothing.
 std::string didYouMean(const std::string& wrong, const std::vector<std::string>& words);
 
-std::vector<std::string> wordsOf(Words words);
+std::vector<std::string> textsOf(Words words);
 
 }  // namespace zq::ctl

@@ -128,8 +128,8 @@ const Argument kType{.name = "TYPE",
                      .words = kDeviceTypes,
                      .sample = "camera"};
 const Argument kUsbBytes{"BYTES", ArgumentKind::UsbDevice, "The device's eight bytes, in hex"};
-const Argument kTypeOption{"--type", ArgumentKind::Word, "The type of device", Presence::Optional,
-                           kConfiguredTypes};
+const Argument kTypeOption{"--type", ArgumentKind::Word, "The type of device; its own without it",
+                           Presence::Optional, kDeviceTypes};
 const Argument kAutoConnect{"--auto-connect", ArgumentKind::Flag,
                             "Connect such devices automatically from now on", Presence::Optional};
 const Argument kNoPopup{"--no-popup", ArgumentKind::Flag, "Announce such devices no more",

@@ -48,13 +48,12 @@ constexpr const char* kGone = "gone";
 Words eventWords() {
   static const std::vector<Word> words = [] {
     std::vector<Word> all;
-    for (const Word& kind :
-         wordsOf(EventKind::DeviceState, EventKind::DeviceRefused, EventKind::DeviceArrived,
-                 EventKind::DeviceRemoved, EventKind::NewDevice, EventKind::DiskMounted,
-                 EventKind::DiskUnmounted, EventKind::ConfiguredConnect,
-                 EventKind::ConfiguredIgnore, EventKind::ConfigurationFailed,
-                 EventKind::DiskCommandDone, EventKind::JoystickCalibrated,
-                 EventKind::CommandResponse)) {
+    for (const Word& kind : wordsOf(
+             EventKind::DeviceState, EventKind::DeviceRefused, EventKind::DeviceArrived,
+             EventKind::DeviceRemoved, EventKind::NewDevice, EventKind::DiskMounted,
+             EventKind::DiskUnmounted, EventKind::ConfiguredConnect, EventKind::ConfiguredIgnore,
+             EventKind::ConfigurationFailed, EventKind::DiskCommandDone,
+             EventKind::JoystickCalibrated, EventKind::CommandResponse)) {
       all.push_back(kind);
     }
     for (const char* news : {"service died", "died", kReturned, kGone}) all.emplace_back(-1, news);
