@@ -78,7 +78,7 @@ struct Launch {
   const char* path;
   char* const* arguments;
   char* const* environment;
-  int descriptors[4];  // what becomes the child's 0 to 3, -1 for the parent's own
+  int descriptors[4];  // the child's 0 to 3, -1 for the parent's own
   int failure;         // where the error number goes when the program cannot be run
   pid_t parent;
 };
@@ -119,7 +119,7 @@ int statusOf(int waitStatus) {
   return WIFSIGNALED(waitStatus) ? 128 + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
 }
 
-// Appends what can be read before the deadline; false at the end, at the deadline, on error.
+// Appends the bytes that arrive before the deadline; false at the end, at the deadline, on error.
 bool readMore(const OwnedDescriptor& from, std::string& buffer, Clock::time_point deadline) {
   const auto left = std::chrono::ceil<ChildProcess::Milliseconds>(deadline - Clock::now());
   pollfd ready{from.get(), POLLIN, 0};
@@ -227,7 +227,7 @@ int ChildProcess::wait() {
     if (waitpid(pid_, &waitStatus, 0) == pid_) {
       status_ = statusOf(waitStatus);
     } else if (errno != EINTR) {
-      status_ = 127;  // somebody else reaped it
+      status_ = 127;  // it was reaped elsewhere
     }
   }
   return *status_;

@@ -52,7 +52,7 @@ class ChildProcess {
     /// Standard input is the parent's own, else /dev/null.
     bool inheritInput = false;
     Stream output = Stream::Inherit;
-    /// Captured errors never fill up: the child does not block when nobody reads them.
+    /// Captured errors never fill up: the child does not block while they are not read.
     Stream error = Stream::Inherit;
     /// Gives the child the write end of a pipe as descriptor kReadinessDescriptor.
     bool readiness = false;
@@ -61,7 +61,7 @@ class ChildProcess {
 
   struct Result {
     int status;          ///< as wait() returns it
-    std::string output;  ///< what was captured and not yet read by lines
+    std::string output;  ///< the captured output that was not read by lines
     std::string error;
   };
 
@@ -73,7 +73,7 @@ class ChildProcess {
   ~ChildProcess();
 
   pid_t pid() const { return pid_; }
-  /// Sends a signal; nothing happens once the process was reaped.
+  /// Sends a signal, unless the process was reaped.
   void signal(int number) const;
   /// Stops it with SIGSTOP, and returns when all of its threads stand still.
   void pause() const;
@@ -90,7 +90,7 @@ class ChildProcess {
   std::optional<std::string> readinessLine(Milliseconds timeout);
   /// The next line of captured output. Empty at its end or when `timeout` passed.
   std::optional<std::string> outputLine(Milliseconds timeout);
-  /// What was captured of the errors so far.
+  /// The errors that were captured so far.
   std::string errorText() const;
   /// Waits for the end of the process, at most `timeout`; kills it then.
   Result finish(Milliseconds timeout);

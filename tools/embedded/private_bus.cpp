@@ -72,13 +72,14 @@ OwnedDescriptor openFile(const std::filesystem::path& path, int flags) {
   return OwnedDescriptor(open(path.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
-// Whether nobody holds the lock of the directory. One without a lock is being made just now.
+// Whether the lock of the directory is free. A directory without a lock is being made just now.
 bool isStale(const std::filesystem::path& directory) {
   const OwnedDescriptor lock = openFile(directory / kLockName, 0);
   return lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
-// Those whose process was killed. Other users' are not touched: their locks cannot be opened.
+// Removes the directories of processes that were killed. Those of other users stay: their locks
+// cannot be opened.
 void removeStaleDirectories() {
   std::error_code error;
   std::filesystem::directory_iterator entries(parentDirectory(), error);
@@ -90,7 +91,7 @@ void removeStaleDirectories() {
 
 std::filesystem::path makeDirectory() {
   const MutexLock lock(directoriesMutex);
-  while (processEnds) pause();  // nobody would remove it
+  while (processEnds) pause();  // no later code would remove it
   std::string pattern = parentDirectory() / (std::string(kDirectoryName) + "XXXXXX");
   if (mkdtemp(pattern.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), "cannot make " + pattern);

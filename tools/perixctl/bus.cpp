@@ -92,7 +92,7 @@ Json askControl(const char* method, const ControlArguments& arguments) {
 }
 
 std::vector<std::string> faultMethodNames() {
-  // Asked for a method that there is not, the service names those that there are.
+  // Asked for an unknown method, the service names the known ones.
   const auto reply = replyOf("setFault", {std::string(), std::string(), int64_t{0}, int32_t{0}});
   std::string text;
   reply->readString(text, 0);

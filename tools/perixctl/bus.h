@@ -15,7 +15,7 @@ namespace zq::ctl {
 bool busIsThere();
 
 /// Whether a process owns the name of the peripheral service, and of the control interface of the
-/// development service. They start nothing.
+/// development service. Neither starts a service.
 bool serviceIsThere();
 bool controlIsThere();
 

@@ -16,13 +16,14 @@ struct Choice {
   std::string name;
 };
 
-/// Those that the service knows now. Throw CommandError when it does not answer.
+/// The devices, and the printers, that the service knows now. Throw CommandError when it does not
+/// answer.
 std::vector<Choice> deviceChoices(PerixProxy& proxy);
 std::vector<Choice> printerChoices(PerixProxy& proxy);
 
 /// The choice of that name; where none has it to the letter, the one that differs in capital
 /// letters only. Throws CommandError (NotFound), with the candidates, when there is not exactly
-/// one. `kind` is the word for what they are.
+/// one. `kind` is the word for all of them.
 const Choice& chosen(const std::string& kind, const std::vector<Choice>& choices,
                      const std::string& name);
 

@@ -137,7 +137,7 @@ Globals globalsOf(const Arguments& arguments) {
   return globals;
 }
 
-// Takes the options of the line; of those for help and version, it only returns the name.
+// Takes the options of the line. Returns the name of the option that asks for help or the version.
 std::string takeOptions(const SplitLine& split, const ResolvedCommand& resolved,
                         CommandLine& line) {
   std::string information;

@@ -15,7 +15,7 @@ struct CommandLine {
   std::string information;  ///< help or version, ready to be written
 };
 
-/// A command line whose options are told from its other words, before anything is checked.
+/// A command line with its options apart from its other words, before the check of either.
 struct SplitLine {
   struct Option {
     std::string name;

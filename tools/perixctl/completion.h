@@ -13,8 +13,8 @@ struct Candidate {
 };
 
 /// The candidates for the last of `words`, which stand behind the program's name and of which the
-/// last may be empty or cut. Asks the service for the names that it knows, where one runs; starts
-/// none, writes nothing, throws nothing.
+/// last may be empty or cut. Asks a running service for the names that it knows. Starts no service,
+/// writes nothing, throws nothing.
 std::vector<Candidate> candidatesFor(const std::vector<std::string>& words) noexcept;
 
 /// The script that has a shell ("bash", "zsh", "fish") ask 'perixctl complete'.

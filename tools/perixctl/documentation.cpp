@@ -43,7 +43,7 @@ Outcome complete(Run& run) {
   dup2(null.get(), STDERR_FILENO);
   std::string lines;
   for (const Candidate& candidate : candidatesFor(run.arguments.texts("WORD"))) {
-    // A name that would not come back as it is, is none to offer.
+    // A shell would not hand such a name back as it is.
     if (escaped(candidate.word) != candidate.word) continue;
     lines += candidate.word + "\t" + escaped(candidate.help) + "\n";
   }

@@ -37,7 +37,7 @@ constexpr std::array kNumberMembers = {
     NumberMember{"delayMs", &StrokeEvent::delayMs, 0, 60000, false, true},
 };
 
-// What is wrong with a line, before it is known which line it is.
+// The mistake in a line, before it is known which line it is.
 struct LineComplaint {
   std::string text;
 };

@@ -102,7 +102,7 @@ int runPerixctl(int argc, const char* const* argv) {
   } catch (const std::bad_alloc&) {
     return fail({ExitCode::Refused, "there is no memory"}, line.globals, terminal);
   } catch (const std::exception& error) {
-    // No text of a library is for users, but for those that ask for more.
+    // The texts of libraries are for users of --verbose alone.
     const std::string more = line.globals.verbose ? std::string(": ") + error.what() : "";
     return fail({ExitCode::Refused, "an internal error" + more}, line.globals, terminal);
   }

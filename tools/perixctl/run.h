@@ -44,7 +44,7 @@ class Run {
   WaitIndicator& indicator;
   EarlyEnd& earlyEnd;
 
-  /// The proxy, connected or not: for operations that ask nobody.
+  /// The proxy, connected or not: for operations that do not ask the service.
   PerixProxy& localProxy();
   /// The proxy, connected. Throws CommandError (NoService) when it cannot be.
   PerixProxy& proxy();

@@ -46,7 +46,7 @@ bool writeAll(int descriptor, std::string_view text) {
 }
 
 // A descriptor that the caller closed would be given to the next file or socket that is opened, and
-// what is printed would go there.
+// all output would go there.
 void occupyStandardDescriptors() {
   int descriptor;
   do {

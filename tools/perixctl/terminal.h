@@ -37,7 +37,7 @@ class Terminal {
   bool foreignOutputAway_ = false;
 };
 
-/// Reads a line from the terminal that is standard input, without showing what is typed. The
+/// Reads a line from the terminal that is standard input, without showing it. The
 /// terminal shows it again afterwards; `restoreEcho` does the same, from any thread.
 std::string readHidden(const std::string& prompt);
 void restoreEcho();

@@ -23,7 +23,7 @@ std::function<Outcome(Run&)> answer(std::string (*operation)(Run&), const char* 
 std::function<Outcome(Run&)> report(void (*operation)(Run&)) {
   return [operation](Run& run) {
     operation(run);
-    // The bus keeps the order: once this is answered, the service has taken what was sent before.
+    // The bus keeps the order: once this is answered, the service has taken the messages before it.
     run.proxy().GetVmList();
     requireAnswer();
     return doneOf({{"sent", true}}, run.words + ": sent");
