@@ -92,13 +92,9 @@ std::vector<Method> desktopMethods(World& world) {
          return world.desktops.focus(call.desktop(), call.int32(1) != 0, call.int64(2));
        }},
       {"createPipe", "desktop:i count:i *pipe:ay", "result:i",
-       [&world](const Call& call) {
-         return changePipes(world, call, &Desktops::createPipes);
-       }},
+       [&world](const Call& call) { return changePipes(world, call, &Desktops::createPipes); }},
       {"destroyPipe", "desktop:i count:i *pipe:ay", "result:i",
-       [&world](const Call& call) {
-         return changePipes(world, call, &Desktops::destroyPipes);
-       }},
+       [&world](const Call& call) { return changePipes(world, call, &Desktops::destroyPipes); }},
       {"setPortChannelStatus", "desktop:i port:i status:i", "result:i",
        [&world](const Call& call) {
          return world.desktops.setPort(call.desktop(), static_cast<uint32_t>(call.int32(1)),

@@ -90,9 +90,7 @@ std::vector<Method> settingMethods(World& world) {
          return Result::Done;
        }},
       {"CheckCameraAuthStat", "", "state:i",
-       [&world](const Call&) {
-         return Answer::number(world.settings.cameraAuthorized ? 1 : 0);
-       }},
+       [&world](const Call&) { return Answer::number(world.settings.cameraAuthorized ? 1 : 0); }},
       {"getPolicyListByVidPid", "zero:i", "count:i record:ay",
        [&world](const Call&) { return listPolicies(world); }},
   };

@@ -10,7 +10,6 @@
 namespace zq::devservice {
 namespace {
 
-
 template <typename Layout>
 ZQBusBytes block(const Layout& layout) {
   return ZQBusBytes::copyOf(&layout, sizeof layout);

@@ -50,7 +50,7 @@ class PerixCall {
   }
   PerixCall& block(std::string_view value);  ///< a text's characters, as a byte block
   PerixCall& block(const void* data, std::size_t size);
-  PerixCall& secret(std::string_view value);  ///< as block(); traces and logs show its size alone
+  PerixCall& secret(std::string_view value);   ///< as block(); traces and logs show its size alone
   PerixCall& sourceId(unsigned long long id);  ///< as a block of its eight bytes
 
   PerixCall& within(int milliseconds);               ///< a time-out other than 3000 ms
