@@ -30,7 +30,7 @@ struct CommandLine {
   bool hostDevices = false;
   std::string trace;  ///< to replay, in place of a scenario
   double speed = 1;
-  std::optional<std::string> cupsServer;  ///< empty for the machine's own
+  std::optional<std::string> cupsServer;  ///< empty: CUPS_SERVER or this machine's server
   bool verbose = false;
   int readyDescriptor = -1;
 };

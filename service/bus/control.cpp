@@ -19,7 +19,7 @@ Answer done() {
   return document(Json::object());
 }
 
-/// Nothing more to say when the result is Done, else an error in words.
+/// An empty document when the result is Done, else an error in words.
 Answer doneOr(Result result) {
   return result == Result::Done ? done() : Answer::error(TextOf(result));
 }

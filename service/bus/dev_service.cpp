@@ -25,7 +25,7 @@ ZQBusServiceDescription describe(const MethodTable& methods, bool events) {
   return description;
 }
 
-/// The call, which whoever lets go of it last answers with an error if nobody did before.
+/// The call. Its last release answers it with an error if no other code has answered it.
 std::shared_ptr<ZQBusCall> neverUnanswered(std::shared_ptr<ZQBusCall> call) {
   ZQBusCall* answered = call.get();
   return {answered, [call = std::move(call)](ZQBusCall*) { call->fail("the work was given up"); }};
@@ -59,7 +59,7 @@ DevService::~DevService() {
     control = std::move(controlService_);
   }
   ending_.notifyAll();
-  // Both wait for their handlers, which may want the lock.
+  // Both wait for their handlers, and a handler may wait for the lock.
   control.reset();
   perix.reset();
   scheduler_.stop();

@@ -1,5 +1,5 @@
-// The development service: the emulated "perix" and the control interface on the bus, one model
-// behind them.
+// The development service: the emulated "perix" and the control interface on the bus, with one
+// model behind both.
 #pragma once
 
 #include <functional>
@@ -24,14 +24,15 @@ enum class Ending {
   BusLost,
 };
 
-/// On the bus from start() to its destruction. The bus's threads and the scheduler's take one lock
-/// around all use of the model.
+/// The service is on the bus from start() to its destruction. The threads of the bus and of the
+/// scheduler take one lock around every use of the model.
 class DevService : private EventSink {
  public:
   struct Options {
     Scenario scenario;
     bool verbose = false;  ///< each call is written to standard error
-    /// Called once at most per reason, on a thread of the service; must not destroy the service.
+    /// The service calls it once per reason at most, on a thread of its own. It must not destroy
+    /// the service.
     std::function<void(Ending)> onEnd;
     PrinterBackendFactory printerBackend = modelPrinters;
   };
@@ -41,12 +42,12 @@ class DevService : private EventSink {
   DevService(const DevService&) = delete;
   DevService& operator=(const DevService&) = delete;
 
-  /// Claims both names. False with the reason in `error` when one cannot be had; then the service
-  /// owns none.
+  /// Claims both names. False, with the reason in `error`, when another process owns one of them;
+  /// then the service owns neither.
   [[nodiscard]] bool start(std::string& error);
 
  private:
-  /// Runs what the model has done later under the model's lock.
+  /// Runs the delayed tasks of the model under the model's lock.
   class LockingTimer : public Timer {
    public:
     LockingTimer(Scheduler& scheduler, Mutex& mutex) : scheduler_(scheduler), mutex_(mutex) {}

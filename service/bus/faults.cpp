@@ -8,7 +8,7 @@ namespace zq::devservice {
 namespace {
 
 constexpr int64_t kLongestMs = 3'600'000;
-constexpr int64_t kLargestFlood = 300'000;  // the bus library queues somewhat more
+constexpr int64_t kLargestFlood = 300'000;  // the backlog of the bus library is somewhat longer
 constexpr int64_t kLongestRecord = 1 << 20;
 
 struct KindRow {

@@ -1,4 +1,4 @@
-// Faults that tests inject: calls that go wrong in ways that real services do.
+// Faults that tests inject: calls fail in the ways in which real services fail.
 #pragma once
 
 #include <chrono>
@@ -24,7 +24,7 @@ enum class FaultKind {
   Crash,
 };
 
-/// All that is to go wrong with one call.
+/// The faults of one call.
 struct FaultPlan {
   std::chrono::milliseconds delay{0};
   std::chrono::milliseconds late{0};
@@ -36,20 +36,21 @@ struct FaultPlan {
   bool wrongType = false;
   std::optional<uint32_t> recordLength;
 
-  /// The answer as the faults make it.
+  /// The answer, distorted by the faults.
   Answer distort(const Answer& answer) const;
 };
 
 class Faults {
  public:
-  /// The next `count` calls of `method` ("*": of any) meet the fault; 0: all calls until cleared.
-  /// Empty when that is done, else what was wrong, nothing being changed then. `method` exists.
+  /// The next `count` calls of `method` ("*": of any method) meet the fault; with 0, all calls
+  /// until the faults are cleared. It replaces an earlier fault of that kind for the method, which
+  /// must exist. Empty on success, else the reason; then nothing has changed.
   [[nodiscard]] std::string set(const std::string& method, const std::string& kind, int64_t value,
                                 int32_t count);
   void clear() { faults_.clear(); }
   Json list() const;
 
-  /// What the next call of `method` meets; counts it.
+  /// The faults of the next call of `method`, which counts from now on.
   FaultPlan take(const std::string& method);
 
  private:

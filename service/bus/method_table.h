@@ -14,7 +14,7 @@
 
 namespace zq::devservice {
 
-/// What a method answers: arguments, an error, or nothing yet.
+/// The answer of a method: arguments, an error, or nothing yet.
 class Answer {
  public:
   /// A result code, or a number, as int32.
@@ -46,7 +46,7 @@ class Answer {
 
 using Respond = std::function<void(const Answer&)>;
 
-/// One call whose arguments fit the method's row. Readers take the argument's index.
+/// A call whose arguments fit the row of the method. Readers take the index of the argument.
 struct Call {
   const ZQBusMessage& message;
   Respond respond;
@@ -57,18 +57,18 @@ struct Call {
   int64_t int64(std::size_t index) const { return message.readInt64(index); }
   /// A string, or a block's bytes as a text.
   std::string text(std::size_t index) const;
-  /// A 64-bit number that travels as a block of eight bytes; shorter ones are padded with zero.
+  /// A 64-bit number that travels as a block of eight bytes; a shorter block is padded with zeros.
   uint64_t block64(std::size_t index) const;
 };
 
 struct Method {
   std::string name;
-  /// The arguments, each "name:signature", separated by blanks. Behind a '?' stand those that may
-  /// be absent, behind a '*' a group that comes any number of times.
+  /// The arguments, each "name:signature", separated by blanks. A '?' marks an argument that may be
+  /// absent, a '*' the beginning of a group that comes any number of times.
   std::string in;
   std::string out;
   std::function<Answer(const Call&)> handle;
-  /// Its arguments appear nowhere but in the handler.
+  /// Only the handler sees the arguments; the list of calls shows their sizes.
   bool secret = false;
 };
 
@@ -80,8 +80,8 @@ class MethodTable {
   const Method* find(const std::string& name) const;
   /// All names, separated by commas.
   std::string names() const;
-  /// Runs the method that `call` names, which exists; `respond` takes its answer, now or later. A
-  /// call whose arguments do not fit is answered with an error that says what the method takes.
+  /// Runs the method that `call` names, which must exist; `respond` takes the answer, now or later.
+  /// When the arguments do not fit, the answer is an error that says which arguments fit.
   void handle(const ZQBusMessage& call, const Respond& respond) const;
   std::vector<ZQBusMethod> description() const;
 
@@ -89,8 +89,8 @@ class MethodTable {
   struct Row {
     Method method;
     std::vector<ZQBusMethod::Argument> arguments;
-    std::size_t required = 0;   ///< how many there must be
-    std::size_t repeating = 0;  ///< how many of the last make up the repeating group
+    std::size_t required = 0;   ///< how many arguments there must be at least
+    std::size_t repeating = 0;  ///< how many of the last arguments make up the repeating group
   };
 
   static Row parse(Method method);

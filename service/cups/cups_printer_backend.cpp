@@ -14,7 +14,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kAtOnce{0};
 constexpr milliseconds kBetweenLooks{2'000};
 
-// Clients wait 3 s for an added printer and 30 s for one that is added automatically.
+// Clients wait 3 s for addPrinter and 30 s for autoAddPrinter.
 constexpr milliseconds kAddPatience{2'000};
 constexpr milliseconds kAutomaticPatience{20'000};
 
@@ -38,7 +38,7 @@ CupsPrinterBackend::~CupsPrinterBackend() {
 
 void CupsPrinterBackend::load(const Scenario&) {
   ++generation_;
-  // The scenario's printers are those that the server had when the service was started.
+  // The scenario has the printers that the server had when the service was started.
   worker_.after(kAtOnce, [this] { bringUpToDate(generation_, [] {}); });
 }
 

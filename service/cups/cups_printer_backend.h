@@ -13,17 +13,17 @@
 
 namespace zq::devservice {
 
-/// The server is asked on a thread of the backend's own, one question after the other; the model's
-/// local printers follow what it says, after every operation and every two seconds.
+/// A thread of the backend asks the server one question after the other. The model's local printers
+/// are brought up to date with the server after every operation and every two seconds.
 class CupsPrinterBackend : public PrinterBackend {
  public:
   /// `server` as CupsServer takes it.
   CupsPrinterBackend(const std::string& server, Printers& printers, Timer& timer);
   ~CupsPrinterBackend() override;
 
-  /// What was asked before is not answered.
+  /// Questions from before the load get no answer.
   void load(const Scenario& scenario) override;
-  /// Those that the server named last.
+  /// The drivers that the server named last.
   const std::vector<Driver>& drivers() const override { return drivers_; }
 
   void findDrivers(const std::string& query, DriversFound done) override;
@@ -34,17 +34,17 @@ class CupsPrinterBackend : public PrinterBackend {
                         const std::string& driver, Done done) override;
   void remove(const std::string& name, Done done) override;
   void changeDriver(const std::string& name, const std::string& driver, Done done) override;
-  /// Answers when the server took the page.
+  /// Answers when the server has taken the page.
   void printTestPage(const std::string& name, Done done) override;
   void command(uint16_t number, int32_t command, Done done) override;
 
  private:
   using Question = std::function<Result(const CupsServer&)>;
 
-  /// Asks on the worker's thread and answers with the result, the printers brought up to date.
+  /// Asks on the worker's thread, brings the printers up to date and answers with the result.
   void ask(Question question, Done done);
-  /// On the worker's thread: has the model take over what the server's printers are now, then does
-  /// `next`, both under the model's lock and unless the world was loaded anew since `generation`.
+  /// On the worker's thread: gives the model the server's present printers, then does `next`, both
+  /// under the model's lock. Does neither when the world was loaded anew since `generation`.
   void bringUpToDate(uint64_t generation, std::function<void()> next);
   void watch();
 

@@ -24,7 +24,8 @@ constexpr double kBetweenChecksSeconds = 0.2;
 constexpr std::chrono::seconds kSilence{20};
 constexpr milliseconds kBetweenLooks{50};
 constexpr char kRaw[] = "raw";
-constexpr char kRawModel[] = "Local Raw Printer";  // what a server calls any raw printer
+constexpr char kRawModel[] =
+    "Local Raw Printer";  // the server's name for the model of every raw printer
 
 struct Release {
   void operator()(http_t* connection) const { httpClose(connection); }
@@ -45,7 +46,7 @@ constexpr std::array kResults = {
     StatusRow{IPP_STATUS_ERROR_SERVICE_UNAVAILABLE, Result::NoPrintServer},
 };
 
-/// The result of what this thread asked last.
+/// The result of the last request of this thread.
 Result lastResult() {
   const ipp_status_t status = cupsLastError();
   if (status < IPP_STATUS_REDIRECTION_OTHER_SITE) return Result::Done;
@@ -129,11 +130,11 @@ const char* noPassword(const char*, http_t*, const char*, const char*, void*) {
 
 }  // namespace
 
-/// One connection, and what is asked over it.
+/// One connection and its requests.
 class CupsServer::Connection {
  public:
   explicit Connection(const CupsServer& server) : server_(server) {
-    // Library settings that are the calling thread's own.
+    // These settings of the library hold for the calling thread alone.
     if (!server.address_.empty()) cupsSetServer(server.address_.c_str());
     cupsSetPasswordCB2(noPassword, nullptr);
     http_.reset(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,
@@ -141,7 +142,7 @@ class CupsServer::Connection {
     if (http_) httpSetTimeout(http_.get(), kBetweenChecksSeconds, isWorthWaiting, this);
   }
 
-  /// Sends a request; `answer` is what came back, if anything did.
+  /// Sends a request. `answer` is null when the server did not answer.
   Result ask(Message request, const char* resource, Message* answer = nullptr) {
     if (!http_) return Result::NoPrintServer;
     beginWaiting();
@@ -171,7 +172,7 @@ class CupsServer::Connection {
   }
 
   /// Whether the server could ask a new printer for its abilities before the deadline: until then
-  /// the printer is a raw one.
+  /// the printer counts as raw.
   Result awaitDescription(const std::string& printer, Clock::time_point deadline) {
     while (Clock::now() < deadline && !server_.givenUp_) {
       Printer now;
@@ -268,7 +269,7 @@ Result CupsServer::remove(const std::string& name) const {
 Result CupsServer::setDriver(const std::string& name, const std::string& driver) const {
   Connection connection(*this);
   Printer known;
-  // What the server does not know it would add.
+  // The server would add a printer that it does not know.
   const Result present = connection.describe(name, known);
   if (present != Result::Done) return present;
   const Result driverKnown = connection.checkDriver(driver);

@@ -1,4 +1,4 @@
-// A CUPS server, as a client that waits for its answers sees it.
+// A CUPS server, for a client that waits for each answer.
 #pragma once
 
 #include <atomic>
@@ -11,34 +11,35 @@
 
 namespace zq::devservice {
 
-/// Any thread may call; every operation has a connection of its own and blocks until the server
-/// answered, as a rule for milliseconds, at most until the server was silent for 20 s. Results:
-/// NoPrintServer when it does not answer, PrintServerRefused when it refuses for a reason of its
-/// own, which is written to standard error. Outputs are untouched unless the result is Done.
+/// Any thread may call. Every operation has a connection of its own and blocks until the server has
+/// answered: a few milliseconds as a rule, at most until the server was silent for 20 s. The result
+/// is NoPrintServer when the server does not answer, and PrintServerRefused when it refuses for a
+/// reason of its own; the reason goes to standard error. Outputs change only when the result is
+/// Done.
 class CupsServer {
  public:
-  /// `address` is a host, host:port or the path of a socket; empty for the one that CUPS_SERVER or
-  /// the machine's configuration names.
+  /// `address` is a host, host:port or the path of a socket. When it is empty, CUPS_SERVER or the
+  /// machine's configuration names the server.
   explicit CupsServer(std::string address) : address_(std::move(address)) {}
 
-  /// Ends what waits, and what comes later, as NoPrintServer.
+  /// Waiting operations, and later ones, end as NoPrintServer.
   void giveUp() { givenUp_ = true; }
 
   [[nodiscard]] Result printers(std::vector<Printer>& found) const;
   /// "everywhere", for printers that describe themselves, comes first. The server looks through its
-  /// driver collection, which may take it seconds.
+  /// driver collection; that may take seconds.
   [[nodiscard]] Result drivers(std::vector<Driver>& found) const;
-  /// The server asks a printer with the driver "everywhere" for its abilities. HostNotFound, and
-  /// nothing is added, when that takes longer than `patience`.
+  /// The server asks a printer with the driver "everywhere" for its abilities. When
+  /// that takes longer than `patience`, it adds nothing and the result is HostNotFound.
   [[nodiscard]] Result add(const std::string& name, const std::string& uri,
                            const std::string& driver, std::chrono::milliseconds patience) const;
   [[nodiscard]] Result remove(const std::string& name) const;
   [[nodiscard]] Result setDriver(const std::string& name, const std::string& driver) const;
   [[nodiscard]] Result setPaused(const std::string& name, bool paused) const;
-  /// Done when the server took the page.
+  /// Done when the server has taken the page.
   [[nodiscard]] Result printTestPage(const std::string& name) const;
 
-  /// The server that `address` means, for people.
+  /// The name of the server of `address`, for messages.
   static std::string nameOf(const std::string& address);
 
  private:

@@ -1,6 +1,6 @@
-// What the service does over a while: configuring devices, diagnosing, calibrating, printing, and
-// running commands. Operations answer at once whether they were begun; what comes of them follows
-// as events.
+// Work that takes the service some time: configuration of devices, diagnosis, calibration, printing
+// and commands. Operations answer at once whether the work has begun; its outcome follows as an
+// event.
 #pragma once
 
 #include <cstdint>
@@ -24,12 +24,13 @@ class Activities {
   [[nodiscard]] Result configureConnect(uint32_t desktop, const NewDeviceDecision& decision);
   /// The outcome follows as ConfiguredIgnore, or as ConfigurationFailed.
   [[nodiscard]] Result configureIgnore(const NewDeviceDecision& decision);
-  /// Carried out at once; DiskCommandDone repeats the result for everybody. Desktop 0 will do.
+  /// Carried out at once; the event DiskCommandDone tells the result to all clients. The desktop
+  /// may be 0.
   [[nodiscard]] Result diskCommand(uint32_t desktop, uint64_t sourceId, int32_t command);
 
   /// Progress follows in five steps up to 100 percent. `sourceId` 0 diagnoses the desktop itself.
   [[nodiscard]] Result diagnose(uint32_t desktop, uint64_t sourceId);
-  /// The outcome follows as JoystickResult.
+  /// The outcome follows as JoystickCalibrated.
   [[nodiscard]] Result calibrate(VidPid id);
   [[nodiscard]] Result print(uint16_t printer, const std::string& document);
 
@@ -37,7 +38,7 @@ class Activities {
   [[nodiscard]] Result runCommand(const std::string& name);
   /// One line per command: its name and what it does.
   std::string commandHelp() const;
-  /// The outcome of the self-test, UnknownTest when there is none of that name.
+  /// The result of the self-test; UnknownTest for an unknown name.
   int32_t runTest(const std::string& name) const;
 
  private:

@@ -1,4 +1,4 @@
-// The desktops: sessions, focus, and what belongs to one of them.
+// The desktops: their sessions, focus, pipes, ports and reports.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,7 @@
 
 namespace zq::devservice {
 
-/// A pipe and the desktop it belongs to.
+/// A pipe and its desktop.
 struct PipeOf {
   uint32_t desktop = 0;
   Pipe pipe;
@@ -20,13 +20,13 @@ class Desktops {
   void load(const std::vector<Desktop>& desktops) { desktops_ = desktops; }
 
   const std::vector<Desktop>& all() const { return desktops_; }
-  /// Null when there is none of that id. Valid until the next load().
+  /// Null for an unknown id. Valid until the next load().
   Desktop* find(uint32_t id);
   const Desktop* find(uint32_t id) const;
-  /// The id of the desktop of that name, 0 when there is none.
+  /// The id of the desktop with that name, 0 for an unknown name.
   uint32_t idOf(const std::string& name) const;
-  /// Where devices go of their own accord: the connected desktop that has the focus, else the first
-  /// connected one, else 0.
+  /// The desktop for automatic connections: the connected desktop that has the focus, else the
+  /// first connected desktop, else 0.
   uint32_t preferred() const;
 
   [[nodiscard]] Result connect(uint32_t id, int32_t systemType, int32_t shareMode,
@@ -35,7 +35,7 @@ class Desktops {
   [[nodiscard]] Result disconnect(uint32_t id);
   [[nodiscard]] Result focus(uint32_t id, bool gained, int64_t windowId);
 
-  /// All pipes or, when one of them cannot be, none.
+  /// Creates all pipes, or none when one of them is refused.
   [[nodiscard]] Result createPipes(const std::vector<PipeOf>& pipes);
   [[nodiscard]] Result destroyPipes(const std::vector<PipeOf>& pipes);
   [[nodiscard]] Result setPort(uint32_t id, uint32_t port, int32_t status);

@@ -33,7 +33,7 @@ void Devices::load(const Scenario& scenario) {
   policies_ = scenario.policies;
   autoConnect_ = {scenario.autoConnect.begin(), scenario.autoConnect.end()};
   silent_.clear();
-  // The numbers that the scenario gives are taken before any is chosen.
+  // Devices with a number come first, so that no other device gets their numbers.
   for (const bool numbered : {true, false}) {
     for (const Device& device : scenario.devices) {
       if ((device.number != 0) == numbered) insert(device);

@@ -1,4 +1,4 @@
-// The devices of the user's machine, and which desktop has which.
+// The devices of the user's machine and the desktops to which they are connected.
 #pragma once
 
 #include <map>
@@ -12,30 +12,30 @@
 
 namespace zq::devservice {
 
-/// What the user decided about a new device, and about its type from now on.
+/// A decision of the user about a new device; it holds for the device's type from then on.
 struct NewDeviceDecision {
   uint64_t sourceId = 0;
-  uint16_t type = 0;  ///< the device's type; 0 stands for whatever it is
+  uint16_t type = 0;  ///< the device's type; 0 fits every device
   bool autoConnect = false;
   bool popupCard = true;
 };
 
-/// Every change that a client can see is announced through the event sink before the operation
-/// returns. Refused operations change and announce nothing.
+/// An operation announces every change that a client can see through the event sink before it
+/// returns. A refused operation changes and announces nothing.
 class Devices {
  public:
   Devices(const Desktops& desktops, EventSink& events) : desktops_(desktops), events_(events) {}
 
-  /// The scenario's devices in place of all others, without announcing anything.
+  /// Replaces all devices by the scenario's, without an event.
   void load(const Scenario& scenario);
 
   /// By number.
   const std::map<uint16_t, Device>& all() const { return devices_; }
-  /// Those that are free or connected to that desktop.
+  /// The devices that are free or connected to that desktop.
   std::vector<const Device*> usableIn(uint32_t desktop) const;
   const Device* find(uint16_t number) const;
   const Device* findBySource(uint64_t sourceId) const;
-  /// The number of the device with that source id, 0 when there is none.
+  /// The number of the device with that source id, 0 for an unknown source id.
   uint16_t numberOf(uint64_t sourceId) const;
   std::vector<const Device*> ofType(DeviceType type) const;
 
@@ -46,31 +46,32 @@ class Devices {
   /// Disconnects all devices of a desktop.
   void release(uint32_t desktop);
 
-  /// Switching it on connects what is free of that type to the preferred desktop.
+  /// When it is switched on, the free devices of the type go to the preferred desktop.
   [[nodiscard]] Result setAutoConnect(uint16_t type, bool on);
   bool autoConnects(DeviceType type) const { return autoConnect_.count(type) != 0; }
   const std::set<DeviceType>& autoConnected() const { return autoConnect_; }
-  /// Connects what is free of the types that connect automatically.
+  /// Connects the free devices of the types that connect automatically.
   void connectAutomatically();
 
-  /// A device is plugged; `number` gets its number. What is unknown waits for its configuration,
-  /// unless its type connects automatically or asks no questions.
+  /// Adds a device; `number` gets its number. The device waits for its configuration, unless its
+  /// type connects automatically or asks no questions.
   [[nodiscard]] Result plug(Device device, uint16_t& number);
   [[nodiscard]] Result unplug(uint16_t number);
-  /// `text` is NAME@ADDRESS or an address that is the name too.
+  /// `text` is NAME@ADDRESS, or an address that serves as the name, too.
   [[nodiscard]] Result addNetwork(int32_t type, const std::string& text);
-  /// An empty address stands for any.
+  /// An empty address stands for every address.
   [[nodiscard]] Result removeNetwork(const std::string& name, const std::string& address);
 
-  /// Whether the decision can be carried out, changing nothing.
+  /// Whether the decision can be carried out. Changes nothing.
   [[nodiscard]] Result checkDecision(const NewDeviceDecision& decision) const;
-  /// Carries the decision out: remembers it for the type, and connects or ignores the device.
+  /// Carries the decision out: connects or ignores the device and remembers the decision for the
+  /// type.
   [[nodiscard]] Result decideConnect(const NewDeviceDecision& decision, uint32_t desktop);
   [[nodiscard]] Result decideIgnore(const NewDeviceDecision& decision);
   [[nodiscard]] Result diskCommand(uint64_t sourceId, int32_t command);
 
-  /// `name` must be the device's or empty. The policy holds for all devices of the vendor and
-  /// product, those that are plugged later too.
+  /// `name` is the name of the device or empty. The policy holds for all devices of the vendor and
+  /// product, also for devices that are plugged later.
   [[nodiscard]] Result setPolicy(uint16_t number, uint16_t policy, const std::string& name);
   const std::map<VidPid, VidPidPolicy>& policies() const { return policies_; }
 

@@ -14,7 +14,7 @@ struct Event {
   ZQBusBytes payload;
 };
 
-/// Takes events to the clients, in order. Neither operation blocks.
+/// Takes events to the clients in the order in which they come. Neither operation blocks.
 class EventSink {
  public:
   virtual ~EventSink() = default;

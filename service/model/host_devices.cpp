@@ -20,7 +20,8 @@ struct Release {
 template <typename Handle>
 using Owned = std::unique_ptr<Handle, Release>;
 
-/// The classes of USB interfaces that say what a device is, in hex as the kernel writes them.
+/// Classes of USB interfaces and the types of device that they stand for, in hex as the kernel
+/// writes them.
 struct InterfaceClass {
   std::string_view code;
   DeviceType type;

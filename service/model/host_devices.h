@@ -1,4 +1,4 @@
-// The USB devices of the machine that the service runs on.
+// The USB devices of this machine.
 #pragma once
 
 #include <vector>
@@ -7,8 +7,8 @@
 
 namespace zq::devservice {
 
-/// The machine's USB devices, hubs left out, as the kernel lists them now. Empty when there are
-/// none or no device manager can be asked. Their numbers and source ids are 0.
+/// The USB devices of this machine, as the kernel lists them now, without hubs. Empty when there
+/// are none or the device manager does not answer. Their numbers and source ids are 0.
 std::vector<Device> hostDevices();
 
 }  // namespace zq::devservice

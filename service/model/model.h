@@ -1,4 +1,4 @@
-// What the service knows of the world, as plain data.
+// The parts of the world as plain data.
 #pragma once
 
 #include <array>
@@ -15,7 +15,7 @@ namespace zq::devservice {
 
 using zq::TextOf;
 
-/// What operations of the model, and the service's methods, answer with.
+/// The answer of the model's operations and of most methods of the service.
 using Result = ServiceResult;
 
 /// Where a printer comes from.
@@ -60,7 +60,7 @@ struct Pipe {
 using Bandwidth = std::array<int64_t, 2>;
 
 struct Desktop {
-  uint32_t id = 0;  ///< 0 stands for "no desktop" everywhere
+  uint32_t id = 0;  ///< 0 stands for "no desktop" in all records
   std::string name;
   bool connected = false;
   bool started = false;
@@ -100,7 +100,7 @@ struct Printer {
   std::string description;
   PrinterStatus status = PrinterStatus::Idle;
   uint32_t desktop = 0;
-  std::string document;  ///< what it prints now
+  std::string document;  ///< the document that it prints now
 };
 
 struct Driver {
@@ -140,7 +140,7 @@ struct SelfTest {
   int32_t result = 0;
 };
 
-/// How long the service takes for what takes its time, in milliseconds.
+/// How long the work of the service takes, in milliseconds.
 struct Timing {
   int64_t configuration = 20;
   int64_t diagnosisStep = 200;

@@ -22,7 +22,7 @@ class ModelPrinterBackend : public PrinterBackend {
                         const std::string& driver, Done done) override;
   void remove(const std::string& name, Done done) override;
   void changeDriver(const std::string& name, const std::string& driver, Done done) override;
-  /// Answers when the page is printed.
+  /// Answers when the job has ended.
   void printTestPage(const std::string& name, Done done) override;
   void command(uint16_t number, int32_t command, Done done) override;
 

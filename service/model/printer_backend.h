@@ -1,4 +1,4 @@
-// What looks after the printers of the user's machine.
+// The interface to the printers of the user's machine: of the model or of a print server.
 #pragma once
 
 #include <functional>
@@ -12,9 +12,9 @@
 
 namespace zq::devservice {
 
-/// Operations are called under the model's lock and answer through `done`, once, now or later,
-/// under that lock; none blocks. What is not answered when the world is loaded anew is given up:
-/// `done` is let go of then.
+/// The caller holds the model's lock. An operation does not block; it calls `done` once, now or
+/// later, under that lock. When the world is loaded anew, the pending operations are given up:
+/// their `done` is destroyed without a call.
 class PrinterBackend {
  public:
   using Done = std::function<void(Result)>;
@@ -22,9 +22,9 @@ class PrinterBackend {
 
   virtual ~PrinterBackend() = default;
 
-  /// The world is loaded anew; its printers were already.
+  /// The world is loaded anew; its printers have been loaded already.
   virtual void load(const Scenario& scenario) = 0;
-  /// The drivers that are known without asking anybody.
+  /// The drivers that are known without a question to a server.
   virtual const std::vector<Driver>& drivers() const = 0;
 
   /// The drivers whose name or maker contains `query`, whatever the case; all for an empty one.
@@ -43,11 +43,11 @@ class PrinterBackend {
   virtual void command(uint16_t number, int32_t command, Done done) = 0;
 };
 
-/// Makes the backend of a world. Backend and world live equally long; the printers are the world's.
+/// Makes the backend of a world, which owns the printers and lives as long as the backend.
 using PrinterBackendFactory =
     std::function<std::unique_ptr<PrinterBackend>(Printers& printers, Timer& timer)>;
 
-/// Those whose name or maker contains `query`, as findDrivers() has it.
+/// The drivers whose name or maker contains `query`, as in findDrivers().
 std::vector<Driver> driversThatFit(const std::vector<Driver>& drivers, const std::string& query);
 
 }  // namespace zq::devservice

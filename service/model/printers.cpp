@@ -107,7 +107,7 @@ Result Printers::addAll(const std::vector<Printer>& printers) {
     if (possible != Result::Done) return possible;
   }
   for (const Printer& printer : printers) {
-    // The list may name one printer twice; the second is the first then.
+    // The list may name a printer twice; then the second entry exists already.
     const Result added = add(printer);
     if (added != Result::Done && added != Result::AlreadyExists) return added;
   }

@@ -1,4 +1,4 @@
-// The printers: those of the user's machine, of the network, and those that hosts share.
+// The printers of the user's machine, of the network, and of hosts that share them.
 #pragma once
 
 #include <map>
@@ -12,7 +12,7 @@
 namespace zq::devservice {
 
 /// Names are unique among the local printers and among the network printers; a shared printer is
-/// known by address and name. Changes are announced as Devices does it.
+/// known by address and name. Changes are announced as in Devices.
 class Printers {
  public:
   Printers(const Desktops& desktops, EventSink& events) : desktops_(desktops), events_(events) {}
@@ -21,10 +21,10 @@ class Printers {
 
   /// By number.
   const std::map<uint16_t, Printer>& all() const { return printers_; }
-  /// Those of a desktop; every one for desktop 0, which stands for the user's machine.
+  /// The printers of a desktop; all printers for desktop 0, which stands for the user's machine.
   std::vector<const Printer*> of(uint32_t desktop) const;
   const Printer* find(uint16_t number) const;
-  /// `address` counts for shared printers only. Null when there is none.
+  /// `address` counts for shared printers only. Null for an unknown printer.
   const Printer* find(PrinterOrigin origin, const std::string& name,
                       const std::string& address = "") const;
 
@@ -33,19 +33,20 @@ class Printers {
   void release(uint32_t desktop);
 
   [[nodiscard]] Result add(Printer printer);
-  /// Adds all or none.
+  /// Adds all printers or none.
   [[nodiscard]] Result addAll(const std::vector<Printer>& printers);
   [[nodiscard]] Result remove(PrinterOrigin origin, const std::string& name,
                               const std::string& address = "");
   [[nodiscard]] Result rename(PrinterOrigin origin, const std::string& name,
                               const std::string& newName);
   [[nodiscard]] Result setDriver(const std::string& name, const std::string& driver);
-  /// These are the local printers now, with their status Idle, Paused or Printing; numbers and
-  /// desktops of those that were there before stay.
+  /// Makes `present` the local printers. Their status is Idle, Paused or Printing; an Idle printer
+  /// that is connected counts as Connected. Printers that were there before keep their numbers and
+  /// desktops.
   void setLocal(const std::vector<Printer>& present);
   [[nodiscard]] Result command(uint16_t number, int32_t command);
 
-  /// A job begins (Busy while another one prints or the printer is paused) and ends.
+  /// Begins and ends a job. Busy while another job prints or the printer is paused.
   [[nodiscard]] Result beginJob(uint16_t number, const std::string& document);
   void endJob(uint16_t number);
 

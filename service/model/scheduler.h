@@ -19,7 +19,7 @@ class Scheduler : public Timer {
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
 
-  /// Waits for the task that runs and forgets the others, and those that come later.
+  /// Waits for the running task and forgets all others, also tasks that come later.
   void stop() EXCLUDES(mutex_);
 
   void after(std::chrono::milliseconds delay, std::function<void()> task) override EXCLUDES(mutex_);

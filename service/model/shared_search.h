@@ -18,14 +18,14 @@ class SharedSearch {
 
   explicit SharedSearch(Timer& timer) : timer_(timer) {}
 
-  /// The scenario's hosts; searches that run end as Stopped.
+  /// Takes the scenario's hosts; running searches end as Stopped.
   void load(const Scenario& scenario);
   const std::vector<SharedHost>& hosts() const { return hosts_; }
   std::size_t running() const { return running_.size(); }
 
-  /// Searches "host" or "host:port" for as long as the scenario says. `done` is called later.
+  /// Searches "host" or "host:port" for the time that the scenario gives, then calls `done`.
   void start(const std::string& address, Done done);
-  /// Ends every search that runs, each as Stopped.
+  /// Ends every running search as Stopped.
   [[nodiscard]] Result stop();
 
  private:

@@ -7,7 +7,7 @@
 namespace zq::devservice {
 namespace {
 
-/// A string of PDF's: in parentheses, with those inside escaped.
+/// A PDF string: the text in parentheses, with its own parentheses escaped.
 std::string quoted(const std::string& text) {
   std::string result = "(";
   for (const char c : text) {

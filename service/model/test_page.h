@@ -1,4 +1,4 @@
-// The page that shows that a printer prints.
+// The test page.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Where the model has things done later.
+// Delayed tasks of the model.
 #pragma once
 
 #include <chrono>
@@ -10,8 +10,8 @@ namespace zq::devservice {
 class Timer {
  public:
   virtual ~Timer() = default;
-  /// Runs `task` once, `delay` from now, never from inside this call. What is due first runs
-  /// first. Tasks that are not yet due when the timer ends do not run.
+  /// Runs `task` once, `delay` from now, never from inside this call. The task that is due
+  /// first runs first. Tasks that are not yet due when the timer ends do not run.
   virtual void after(std::chrono::milliseconds delay, std::function<void()> task) = 0;
 };
 

@@ -1,4 +1,4 @@
-// The records that clients receive, made from what the model holds. Each has the full size of its
+// The records that clients receive, made from the model. Each has the full size of its
 // layout in include/perix and is zero where the model has nothing to say. Texts that are too long
 // are cut.
 #pragma once
@@ -12,7 +12,7 @@ namespace zq::devservice {
 
 ZQBusBytes deviceRecord(const Device& device);
 ZQBusBytes printerRecord(const Printer& printer);
-/// A printer as network printers are listed: its address in `detail`.
+/// A printer in the list of network printers; `detail` holds its address.
 ZQBusBytes networkPrinterRecord(const Printer& printer);
 /// The outcome of a configuration, a disk command or a joystick operation; `code` is the result in
 /// words.

@@ -1,5 +1,5 @@
-// The whole model. Not synchronised: whoever uses it holds one lock around every use, and the timer
-// takes that lock around what it runs.
+// The whole model. It is not synchronised: its owner holds one lock around every use, and the timer
+// takes that lock around each task.
 #pragma once
 
 #include <atomic>
@@ -22,7 +22,7 @@
 
 namespace zq::devservice {
 
-/// What is kept per vendor and product.
+/// The settings per vendor and product, and of the camera.
 struct Settings {
   std::map<VidPid, int32_t> defaults;    ///< properties as the machine has them
   std::map<VidPid, int32_t> properties;  ///< as clients set them
@@ -51,14 +51,14 @@ class World {
   World(EventSink& events, Timer& serviceTimer,
         const PrinterBackendFactory& makePrinterBackend = modelPrinters);
 
-  /// The scenario's world in place of this one; announces nothing.
+  /// Replaces the world by the scenario's, without an event.
   void load(const Scenario& scenario);
-  /// Connects what connects automatically, too.
+  /// Connects the devices that connect automatically, too.
   [[nodiscard]] Result connectDesktop(uint32_t id, int32_t systemType, int32_t shareMode,
                                       uint32_t connectParam);
   /// Frees the desktop's devices and printers, too.
   [[nodiscard]] Result disconnectDesktop(uint32_t id);
-  /// Disconnects every desktop and ends all searches; what is plugged and what was set stays.
+  /// Disconnects every desktop and ends all searches; devices, printers and settings stay.
   void resetSessions();
 
   WorldTimer timer;

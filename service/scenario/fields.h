@@ -1,4 +1,5 @@
-// The fields of the model's records: their keys in scenarios and in the state, and what they take.
+// The fields of the model's records: their keys in scenarios and in the state, and the values that
+// fit.
 //
 // There is one table per record, and a form that goes over it: TableReader reads TOML, JsonWriter
 // writes JSON. A `field` stands in both, a `shown` field in the state alone.
@@ -12,9 +13,9 @@
 
 namespace zq::devservice {
 
-/// What a field of a scenario takes.
+/// The values that fit a field of a scenario.
 struct Rule {
-  std::optional<int64_t> least;  ///< of a number, else what its type holds
+  std::optional<int64_t> least;  ///< of a number; else the least of its type
   std::optional<int64_t> most;   ///< of a number, or of the bytes of a text
   bool required = false;         ///< it must be there; a text must not be empty
   const char* unique = nullptr;  ///< no other field of this name space has the same value
@@ -99,7 +100,7 @@ void fields(auto& form, In<decltype(form), Driver>& driver) {
   form.field("maker", driver.maker);
 }
 
-/// The texts may be too long for a client's record: clients cut them.
+/// The texts may be longer than the fields of a client's record; clients cut them.
 void fields(auto& form, In<decltype(form), SharedPrinter>& printer) {
   form.field("name", printer.name, kName);
   form.field("description", printer.description);

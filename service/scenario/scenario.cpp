@@ -15,7 +15,7 @@ namespace {
 constexpr int64_t kLastNumber = std::numeric_limits<uint16_t>::max();
 constexpr std::size_t kCopySuffix = 7;  // " #65535"
 
-/// The desktop that the key "desktop" names, null when it names none that exists and is connected.
+/// The desktop that the key "desktop" names; null unless that desktop exists and is connected.
 const Desktop* readDesktopName(TableReader& reader, const Scenario& scenario) {
   std::string name;
   if (!reader.field("desktop", name)) return nullptr;
@@ -29,7 +29,7 @@ const Desktop* readDesktopName(TableReader& reader, const Scenario& scenario) {
   return nullptr;
 }
 
-/// The keys that plugged devices have, too.
+/// The keys of devices in scenarios and of devices that are plugged.
 void readDeviceItself(TableReader& reader, Device& device) {
   fields(reader, device);
   if (device.mounted && device.type != DeviceType::Disk) {
@@ -37,7 +37,7 @@ void readDeviceItself(TableReader& reader, Device& device) {
   }
 }
 
-/// Appends the device, or `copies` of it with numbers that go on.
+/// Appends the device, or `copies` of it with consecutive numbers.
 void addCopies(TableReader& reader, Scenario& scenario, Device device, int32_t copies) {
   const std::string name = device.name;
   if (device.number + copies > kLastNumber + 1) {
@@ -146,7 +146,7 @@ void readScenario(TableReader& root, Scenario& s) {
   root.list("test", [&](Reader& table) { fields(table, s.tests.emplace_back()); });
 }
 
-/// What `read` makes of the text's root table; empty, with the mistakes, when there are any.
+/// The record that `read` reads from the root table of the text; empty when there are mistakes.
 template <typename Record>
 std::optional<Record> parse(const std::string& text, const std::string& source,
                             std::vector<std::string>& mistakes,

@@ -9,11 +9,11 @@
 
 namespace zq::devservice {
 
-/// Reads a scenario file. Empty when anything is wrong with it; `mistakes` then says what, all of
-/// it, one "file:line:column: message" each.
+/// Reads a scenario file. Empty when it has mistakes; `mistakes` then holds all of them by line,
+/// each as "file:line:column: message".
 std::optional<Scenario> loadScenario(const std::string& path, std::vector<std::string>& mistakes);
 
-/// As loadScenario, from a text; `source` stands where the file's name would.
+/// As loadScenario, from a text; `source` takes the place of the file name.
 std::optional<Scenario> parseScenario(const std::string& text, const std::string& source,
                                       std::vector<std::string>& mistakes);
 

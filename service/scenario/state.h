@@ -8,7 +8,7 @@
 
 namespace zq::devservice {
 
-/// Everything but the drive token, of which the length stands there.
+/// The whole model. Of the drive token it shows the length alone.
 Json stateAsJson(const World& world);
 Json printersAsJson(const World& world);
 Json driversAsJson(const std::vector<Driver>& drivers);
