@@ -1,6 +1,5 @@
 #include "service/scenario/state.h"
 
-#include <ranges>
 #include <type_traits>
 
 #include "platform/text/hex.h"
@@ -52,7 +51,7 @@ Json asJson(const Value& value) {
   } else if constexpr (requires { typename Value::mapped_type; }) {
     json = Json::object();
     for (const auto& [key, mapped] : value) json[asKey(key)] = asJson(mapped);
-  } else if constexpr (std::ranges::range<Value>) {
+  } else if constexpr (requires { value.begin(); }) {
     json = Json::array();
     for (const auto& element : value) json.push_back(asJson(element));
   } else {
@@ -61,6 +60,14 @@ Json asJson(const Value& value) {
     json = std::move(writer.object);
   }
   return json;
+}
+
+/// The values of a map whose keys stand in its values.
+template <typename Key, typename Value>
+Json valuesOf(const std::map<Key, Value>& values) {
+  Json list = Json::array();
+  for (const auto& [key, value] : values) list.push_back(asJson(value));
+  return list;
 }
 
 /// One object for each vendor and product: the ids, and what `write` adds.
@@ -99,7 +106,7 @@ Json penAsJson(const World& world) {
 }  // namespace
 
 Json printersAsJson(const World& world) {
-  return asJson(world.printers.all() | std::views::values);
+  return valuesOf(world.printers.all());
 }
 
 Json driversAsJson(const std::vector<Driver>& drivers) {
@@ -108,7 +115,7 @@ Json driversAsJson(const std::vector<Driver>& drivers) {
 
 Json stateAsJson(const World& world) {
   return {{"desktops", asJson(world.desktops.all())},
-          {"devices", asJson(world.devices.all() | std::views::values)},
+          {"devices", valuesOf(world.devices.all())},
           {"printers", printersAsJson(world)},
           {"drivers", driversAsJson(world.printerBackend->drivers())},
           {"sharedHosts", asJson(world.search.hosts())},
