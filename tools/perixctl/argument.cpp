@@ -51,6 +51,7 @@ bool isAnything(const std::string& /*text*/) {
 
 struct KindRow {
   ArgumentKind kind;
+  const char* valueName;
   bool (*holds)(const std::string&);
   const char* expected;
   const char* sample;
@@ -58,38 +59,46 @@ struct KindRow {
 
 constexpr const char* kNotEmpty = "a text that is not empty";
 constexpr std::array kKinds = {
-    KindRow{ArgumentKind::Text, isAnything, "", "text"},
-    KindRow{ArgumentKind::Name, isNotEmpty, kNotEmpty, "name"},
-    KindRow{ArgumentKind::Flag, isAnything, "", ""},
-    KindRow{ArgumentKind::UInt16, isNumber<uint16_t>, "a number from 0 to 65535", "1"},
-    KindRow{ArgumentKind::UInt32, isNumber<uint32_t>, "a number from 0 to 4294967295", "1"},
-    KindRow{ArgumentKind::UInt64, isNumber<uint64_t>, "a number from 0 to 2^64-1", "1"},
-    KindRow{ArgumentKind::Int32, isNumber<int32_t>, "a number from -2^31 to 2^31-1", "1"},
-    KindRow{ArgumentKind::Int64, isNumber<int64_t>, "a number from -2^63 to 2^63-1", "1"},
-    KindRow{ArgumentKind::Word, isNumber<uint16_t>, "a number from 0 to 65535", ""},
-    KindRow{ArgumentKind::Switch, isSwitch, "on or off", "on"},
-    KindRow{ArgumentKind::Choice, isAnything, "", ""},
-    KindRow{ArgumentKind::VidPid,
+    KindRow{ArgumentKind::Text, "TEXT", isAnything, "", "text"},
+    KindRow{ArgumentKind::Name, "NAME", isNotEmpty, kNotEmpty, "name"},
+    KindRow{ArgumentKind::Flag, "", isAnything, "", ""},
+    KindRow{ArgumentKind::UInt16, "NUMBER", isNumber<uint16_t>, "a number from 0 to 65535", "1"},
+    KindRow{ArgumentKind::UInt32, "NUMBER", isNumber<uint32_t>, "a number from 0 to 4294967295",
+            "1"},
+    KindRow{ArgumentKind::UInt64, "NUMBER", isNumber<uint64_t>, "a number from 0 to 2^64-1", "1"},
+    KindRow{ArgumentKind::Int32, "NUMBER", isNumber<int32_t>, "a number from -2^31 to 2^31-1", "1"},
+    KindRow{ArgumentKind::Int64, "NUMBER", isNumber<int64_t>, "a number from -2^63 to 2^63-1", "1"},
+    KindRow{ArgumentKind::Seconds, "SECONDS", isNumber<uint32_t>, "a number of seconds", "1"},
+    KindRow{ArgumentKind::Word, "WORD", isNumber<uint16_t>, "a number from 0 to 65535", ""},
+    KindRow{ArgumentKind::Switch, "SWITCH", isSwitch, "on or off", "on"},
+    KindRow{ArgumentKind::Choice, "A,B", isAnything, "", ""},
+    KindRow{ArgumentKind::Fields, "A,B", isNotEmpty, kNotEmpty, "NUMBER,NAME"},
+    KindRow{ArgumentKind::VidPid, "VID:PID",
             [](const std::string& text) { return parseVidPid(text).has_value(); },
             "vendor and product as in 046d:c52b", "046d:0825"},
-    KindRow{ArgumentKind::Hex, [](const std::string& text) { return fromHex(text).has_value(); },
+    KindRow{ArgumentKind::Hex, "HEX",
+            [](const std::string& text) { return fromHex(text).has_value(); },
             "bytes as pairs of hexadecimal digits", "0102"},
-    KindRow{ArgumentKind::UsbDevice, isUsbDevice, "eight bytes as pairs of hexadecimal digits",
-            "0102030405060708"},
-    KindRow{ArgumentKind::Host, isHost, "an address as in 10.0.0.5 or 10.0.0.5:9100", "10.0.0.5"},
-    KindRow{ArgumentKind::Pipe, [](const std::string& text) { return parsePipe(text).has_value(); },
+    KindRow{ArgumentKind::UsbDevice, "HEX", isUsbDevice,
+            "eight bytes as pairs of hexadecimal digits", "0102030405060708"},
+    KindRow{ArgumentKind::Host, "HOST", isHost, "an address as in 10.0.0.5 or 10.0.0.5:9100",
+            "10.0.0.5"},
+    KindRow{ArgumentKind::Pipe, "PIPE",
+            [](const std::string& text) { return parsePipe(text).has_value(); },
             "PARAM1:PARAM2:LABEL1:LABEL2 with labels of up to 127 characters", "1:2:audio:main"},
-    KindRow{ArgumentKind::Desktop, isNotEmpty, kNotEmpty, "office-1"},
-    KindRow{ArgumentKind::Device, isNotEmpty, kNotEmpty, "3"},
-    KindRow{ArgumentKind::Printer, isNotEmpty, kNotEmpty, "'Desk printer'"},
-    KindRow{ArgumentKind::PrinterName, isNotEmpty, kNotEmpty, "'Desk printer'"},
-    KindRow{ArgumentKind::Driver, isAnything, "", "'Generic PostScript'"},
-    KindRow{ArgumentKind::FaultMethod, isNotEmpty, kNotEmpty, "getVmList"},
-    KindRow{ArgumentKind::FaultKind, isNotEmpty, kNotEmpty, "error"},
-    KindRow{ArgumentKind::PlugKey, isKeyValue, "KEY=VALUE", "type=camera 'name=Desk camera'"},
-    KindRow{ArgumentKind::Scenario, isAnything, "", "world.toml"},
-    KindRow{ArgumentKind::Stroke, isNotEmpty, kNotEmpty, "examples/strokes/signature.jsonl"},
-    KindRow{ArgumentKind::File, isNotEmpty, kNotEmpty, "token.txt"},
+    KindRow{ArgumentKind::Desktop, "DESKTOP", isNotEmpty, kNotEmpty, "office-1"},
+    KindRow{ArgumentKind::Device, "DEVICE", isNotEmpty, kNotEmpty, "3"},
+    KindRow{ArgumentKind::Printer, "PRINTER", isNotEmpty, kNotEmpty, "'Desk printer'"},
+    KindRow{ArgumentKind::PrinterName, "NAME", isNotEmpty, kNotEmpty, "'Desk printer'"},
+    KindRow{ArgumentKind::Driver, "NAME", isAnything, "", "'Generic PostScript'"},
+    KindRow{ArgumentKind::FaultMethod, "METHOD", isNotEmpty, kNotEmpty, "getVmList"},
+    KindRow{ArgumentKind::FaultKind, "KIND", isNotEmpty, kNotEmpty, "error"},
+    KindRow{ArgumentKind::PlugKey, "KEY=VALUE", isKeyValue, "KEY=VALUE",
+            "type=camera 'name=Desk camera'"},
+    KindRow{ArgumentKind::Scenario, "FILE", isAnything, "", "world.toml"},
+    KindRow{ArgumentKind::Stroke, "FILE", isNotEmpty, kNotEmpty,
+            "examples/strokes/signature.jsonl"},
+    KindRow{ArgumentKind::File, "FILE", isNotEmpty, kNotEmpty, "token.txt"},
 };
 
 constexpr bool standInOrder() {
@@ -163,6 +172,10 @@ std::string complaintAbout(const Argument& argument, const std::string& text) {
   if (row.holds(text)) return {};
   if (!argument.words.empty()) return complaintAboutWord(argument.words, text);
   return quoted(text) + " is not " + row.expected;
+}
+
+const char* valueNameOf(const Argument& argument) {
+  return rowOf(argument.kind).valueName;
 }
 
 std::string sampleOf(const Argument& argument) {

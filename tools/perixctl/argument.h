@@ -23,9 +23,11 @@ enum class ArgumentKind {
   UInt64,
   Int32,
   Int64,
+  Seconds,      ///< whole ones
   Word,         ///< one of the argument's words, or a number from 0 to 65535
   Switch,       ///< on or off, or 1 or 0
   Choice,       ///< some of the argument's words, with commas between
+  Fields,       ///< columns of a table, with commas between
   VidPid,       ///< USB vendor and product: four hexadecimal digits each, with a colon between
   Hex,          ///< bytes, two hexadecimal digits each
   UsbDevice,    ///< exactly eight of these bytes
@@ -101,6 +103,9 @@ std::vector<std::string> splitAtCommas(std::string_view text);
 
 /// The mistake of `text` as a value of the argument, in words; empty when it has none.
 std::string complaintAbout(const Argument& argument, const std::string& text);
+
+/// The name of an option's value in help texts: "FILE".
+const char* valueNameOf(const Argument& argument);
 
 /// A value that the argument may have, for examples.
 std::string sampleOf(const Argument& argument);

@@ -113,8 +113,9 @@ std::string usageOf(const Command& command) {
 
 std::string bareSynopsisOf(const Argument& argument) {
   if (!argument.isOption() || !argument.takesValue()) return argument.name;
-  if (argument.kind == ArgumentKind::Scenario) return argument.name + "[=FILE]";
-  return argument.name + " VALUE";
+  const std::string value = valueNameOf(argument);
+  return argument.name +
+         (argument.kind == ArgumentKind::Scenario ? "[=" + value + "]" : " " + value);
 }
 
 std::string synopsisOf(const Argument& argument) {

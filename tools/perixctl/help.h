@@ -17,7 +17,7 @@ std::string usageOf(const Command& command);
 /// The arguments in it, each with a blank before it.
 std::string argumentsOf(const Command& command);
 
-/// An argument as usage lines show it: "DESKTOP", "[--file VALUE]", "PIPE ...".
+/// An argument as usage lines show it: "DESKTOP", "[--file FILE]", "PIPE ...".
 std::string synopsisOf(const Argument& argument);
 /// The same without the brackets that tell how often it is given.
 std::string bareSynopsisOf(const Argument& argument);

@@ -48,10 +48,10 @@ const std::vector<Command>& commandTable() {
 const std::vector<Argument>& globalOptions() {
   static const std::vector<Argument> options = {
       {"--json", ArgumentKind::Flag, "Write one JSON document (monitor, pen replay: one a line)"},
-      {"--fields", ArgumentKind::Name, "Show these fields of a table, with commas between"},
+      {"--fields", ArgumentKind::Fields, "Show these fields of a table"},
       {"--no-headings", ArgumentKind::Flag, "Show a table without its headings"},
       {"--quiet", ArgumentKind::Flag, "Write nothing that only says that it is done"},
-      {"--timeout", ArgumentKind::UInt32, "End after that many seconds, with exit code 3"},
+      {"--timeout", ArgumentKind::Seconds, "Wait no longer than this, and end with exit code 3"},
       {"--verbose", ArgumentKind::Flag, "Say where the log is and why an operation failed"},
       {"--embedded", ArgumentKind::Scenario,
        "Run against a private bus and a development service with that scenario"},
