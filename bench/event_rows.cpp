@@ -1,4 +1,4 @@
-// Events from the service to a callback of the client's, compared with raw sd-bus through the daemon.
+// Events from the service to a callback of the client, compared with raw sd-bus and its daemon.
 #include <algorithm>
 #include <semaphore>
 #include <stdexcept>

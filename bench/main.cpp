@@ -1,4 +1,4 @@
-// Measures the product's operations, compared with the operations that they consist of, on a private bus:
+// Measures the operations of the product, compared with their parts, on a private bus:
 //
 //   perix_bench                both ways to the service, in both placements
 //   perix_bench --rows FILE    the same; each row is appended to FILE too, fields between tabs

@@ -10,7 +10,7 @@
 
 namespace zq::bench {
 
-/// ConnectDevice over a direct line, compared with a bare socket and with the peers that were built.
+/// ConnectDevice over a direct line, compared with a bare socket and with the peers.
 void addDirectCallRows(Report& report, const std::string& program);
 /// ConnectDevice through the bus compared with raw sd-bus.
 void addBrokerCallRows(Report& report);
@@ -25,7 +25,7 @@ void addBrokerListRows(Report& report);
 void addEventRows(Report& report);
 /// SendPenData compared with an allocation, the copies and a log line.
 void addPenRows(Report& report);
-/// The first getInstance() compared with opening a raw connection; `program` is this program's path.
+/// The first getInstance() compared with a raw connection; `program` is the path of this program.
 void addStartupRow(Report& report, const std::string& program, std::optional<Target> target);
 
 /// In a fresh process: measures its one start (`side` is "proxy" or "raw") and writes the
