@@ -167,8 +167,8 @@ void DevService::serve(const NotedCall& noted, const FaultPlan& plan) {
     return call->failUnknownMethod();
   }
   const NotedCall answered{neverUnanswered(call), noted.number};
-  perix_.handle(call->message(),
-                [this, answered, plan](const Answer& answer) { respond(answered, plan, answer); });
+  perix_.handle(call->message(), [this, answered, plan](const Answer& answer)
+                                     REQUIRES(mutex_) { respond(answered, plan, answer); });
 }
 
 void DevService::respond(const NotedCall& noted, const FaultPlan& plan, const Answer& answer) {
