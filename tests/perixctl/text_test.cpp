@@ -15,14 +15,14 @@ TEST(TextsOfTheService, ReachTheTerminalWithoutControlCharactersAndAsUtf8) {
   } cases[] = {
       {"plain", "plain"},
       {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8"},
-      {"\033[2J\n\t\x7f", "\\x1b[2J\\n\\x09\\x7f"},
+      {"\033[2J\n\t\x7f", R"(\x1b[2J\n\x09\x7f)"},
       {"a\u202eb\u2066c", "a\\u202eb\\u2066c"},  // turn the direction of writing
       {"\u009b"
        "3m",
-       "\\u009b3m"},                                          // a control of the second block
-      {"\xff\xc3", "\\xff\\xc3"},                             // no sequence, and half of one
-      {"\xc0\xaf\xe0\x80\xaf", "\\xc0\\xaf\\xe0\\x80\\xaf"},  // overlong
-      {"\xed\xa0\x80\xf4\x90\x80\x80", "\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80"},  // no characters
+       "\\u009b3m"},                                        // a control of the second block
+      {"\xff\xc3", "\\xff\\xc3"},                           // no sequence, and half of one
+      {"\xc0\xaf\xe0\x80\xaf", R"(\xc0\xaf\xe0\x80\xaf)"},  // overlong
+      {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\xed\xa0\x80\xf4\x90\x80\x80)"},  // no characters
       {std::string("a\0b", 3), "a\\x00b"},
   };
   for (const auto& [text, shown] : cases) EXPECT_EQ(escaped(text), shown);

@@ -141,6 +141,14 @@ Outcome plugDevice(Run& run) {
   }
 }
 
+Outcome unplugDevice(Run& run) {
+  return presentDone(askControl("unplug", {run.deviceNumber()}));
+}
+
+Outcome printDocument(Run& run) {
+  return presentDone(askControl("print", {run.printerNumber(), run.arguments.text("DOCUMENT")}));
+}
+
 // --- Faults and calls ----------------------------------------------------------------------------
 
 ControlArguments theFault(const Arguments& arguments) {
@@ -249,21 +257,11 @@ std::vector<Command> worldCommands() {
          Presence::Repeated}},
        "Plug a new device",
        plugDevice},
-      {"service unplug",
-       {{"NUMBER", ArgumentKind::UInt16, "The device's number"}},
-       "Unplug a device",
-       control("unplug", presentDone,
-               [](const Arguments& arguments) -> ControlArguments {
-                 return {arguments.number<uint16_t>("NUMBER")};
-               })},
+      {"service unplug", {deviceArgument()}, "Unplug a device", unplugDevice},
       {"service print",
-       {{"NUMBER", ArgumentKind::UInt16, "The printer's number"},
-        {"DOCUMENT", ArgumentKind::Text, "The document's title"}},
+       {printerArgument(), {"DOCUMENT", ArgumentKind::Text, "The document's title"}},
        "Print a document",
-       control("print", presentDone,
-               [](const Arguments& arguments) -> ControlArguments {
-                 return {arguments.number<uint16_t>("NUMBER"), arguments.text("DOCUMENT")};
-               })},
+       printDocument},
       {"service event",
        {kDesktopId, kEventKind, kPayload},
        "Send an event as it stands",
