@@ -18,7 +18,9 @@ namespace {
 constexpr suseconds_t kLongestCompletionUs = 90'000;
 
 Outcome printed(std::string text) {
-  return {.document = {{"text", text}}, .text = std::move(text)};
+  Outcome outcome{.document = {{"text", text}}};
+  outcome.text = std::move(text);
+  return outcome;
 }
 
 std::function<Outcome(Run&)> completionFor(const char* shell) {

@@ -119,7 +119,7 @@ std::string bareSynopsisOf(const Argument& argument) {
 }
 
 std::string synopsisOf(const Argument& argument) {
-  const std::string text = bareSynopsisOf(argument);
+  std::string text = bareSynopsisOf(argument);
   switch (argument.presence) {
     case Presence::Optional:
       return "[" + text + "]";
