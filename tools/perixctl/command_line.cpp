@@ -25,6 +25,12 @@ std::string joinedWords(const std::string& words, const std::string& word) {
   return words.empty() ? word : words + " " + word;
 }
 
+std::string listOf(const Texts& words) {
+  std::string list;
+  for (const std::string& word : words) list += (list.empty() ? "" : ", ") + word;
+  return list;
+}
+
 // --- Options and other words --------------------------------------------------------------------
 
 // The arguments of the tool that are options, of all commands. An option has the same form wherever
@@ -137,6 +143,33 @@ Globals globalsOf(const Arguments& arguments) {
   return globals;
 }
 
+// The word behind `words` that is equal to `word`, else the only word that begins with it.
+std::string wordMeant(const std::string& words, const std::string& word) {
+  Texts all;
+  Texts begun;
+  for (const Continuation& next : continuationsOf(words)) {
+    if (next.word == word) return word;
+    all.push_back(next.word);
+    if (!word.empty() && next.word.starts_with(word)) begun.push_back(next.word);
+  }
+  if (begun.size() == 1) return begun.front();
+  const std::string asked = joinedWords(words, word);
+  if (!begun.empty()) {
+    complain("'" + asked + "' may be any of " + listOf(begun) + helpHint(words));
+  }
+  const std::string meant = nearest(word, all);
+  const std::string suggestion =
+      meant.empty() ? "" : "; did you mean '" + joinedWords(words, meant) + "'?";
+  complain("no command '" + asked + "'" + suggestion + helpHint(words));
+}
+
+[[noreturn]] void complainAboutNoun(const std::string& words) {
+  Texts next;
+  for (const Continuation& each : continuationsOf(words)) next.push_back(each.word);
+  complain((words.empty() ? "a command is required: " : "'" + words + "' needs one of ") +
+           listOf(next) + helpHint(words));
+}
+
 // Takes the options of the line. Returns the name of the option that asks for help or the version.
 std::string takeOptions(const SplitLine& split, const ResolvedCommand& resolved,
                         CommandLine& line) {
@@ -194,32 +227,9 @@ ResolvedCommand resolveCommand(const Texts& words) {
   ResolvedCommand resolved;
   while (resolved.command == nullptr && resolved.used < words.size()) {
     const std::string& word = words[resolved.used];
-    Texts exact;
-    Texts begun;
-    Texts all;
-    for (const Continuation& next : continuationsOf(resolved.words)) {
-      all.push_back(next.word);
-      if (next.word == word) exact.push_back(next.word);
-      if (!word.empty() && next.word.starts_with(word)) begun.push_back(next.word);
-    }
-    const Texts& fitting = exact.empty() ? begun : exact;
     const std::string asked = joinedWords(resolved.words, word);
-    if (const Command* command = commandOf(asked)) {  // a hidden one, too
-      resolved = {asked, command, resolved.used + 1};
-      break;
-    }
-    if (fitting.size() > 1) {
-      std::string list;
-      for (const std::string& each : fitting) list += (list.empty() ? "" : ", ") + each;
-      complain("'" + asked + "' may be any of " + list + helpHint(resolved.words));
-    }
-    if (fitting.empty()) {
-      const std::string meant = nearest(word, all);
-      const std::string suggestion =
-          meant.empty() ? "" : "; did you mean '" + joinedWords(resolved.words, meant) + "'?";
-      complain("no command '" + asked + "'" + suggestion + helpHint(resolved.words));
-    }
-    resolved.words = joinedWords(resolved.words, fitting.front());
+    const bool exact = commandOf(asked) != nullptr;  // also a hidden one
+    resolved.words = exact ? asked : joinedWords(resolved.words, wordMeant(resolved.words, word));
     resolved.command = commandOf(resolved.words);
     ++resolved.used;
   }
@@ -242,15 +252,7 @@ CommandLine parseCommandLine(const Texts& words) {
     line.information = information == "--version" ? versionText() : helpFor(resolved.words);
     return line;
   }
-  if (resolved.command == nullptr) {
-    std::string next;
-    for (const Continuation& each : continuationsOf(resolved.words)) {
-      next += (next.empty() ? "" : ", ") + each.word;
-    }
-    complain((resolved.words.empty() ? "a command is required: "
-                                     : "'" + resolved.words + "' needs one of ") +
-             next + helpHint(resolved.words));
-  }
+  if (resolved.command == nullptr) complainAboutNoun(resolved.words);
   takePositionals(
       *resolved.command, line.arguments,
       {split.words.begin() + static_cast<std::ptrdiff_t>(resolved.used), split.words.end()});
