@@ -70,6 +70,7 @@ std::vector<Command> joystickCommands();
 std::vector<Command> diagnoseCommands();
 std::vector<Command> serviceCommands();
 std::vector<Command> monitorCommands();
+std::vector<Command> traceCommands();
 std::vector<Command> documentationCommands();
 
 // Arguments that several families take.

@@ -133,6 +133,7 @@ Globals globalsOf(const Arguments& arguments) {
   globals.json = arguments.has("--json");
   globals.verbose = arguments.has("--verbose");
   globals.quiet = arguments.has("--quiet");
+  globals.trace = arguments.has("--trace");
   globals.noHeadings = arguments.has("--no-headings");
   globals.embedded = arguments.has("--embedded");
   globals.scenario = arguments.text("--embedded");

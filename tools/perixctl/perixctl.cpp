@@ -12,6 +12,7 @@
 #include "tools/perixctl/command_line.h"
 #include "tools/perixctl/embedded_world.h"
 #include "tools/perixctl/terminal.h"
+#include "tools/perixctl/trace_lines.h"
 
 namespace zq::ctl {
 namespace {
@@ -63,12 +64,19 @@ void write(const Outcome& outcome, const Globals& globals, const Terminal& termi
                               : renderText(outcome, styleFor(globals, terminal)));
 }
 
+void traceToStandardError() {
+  setZQBusTraceSink([](const ZQBusTraceEntry& entry) {
+    std::cerr << traceLine(entry) + '\n' << std::flush;
+  });
+}
+
 int runCommand(const CommandLine& line, Terminal& terminal) {
   const auto tellTimeOut = [&] {
     const auto seconds = std::to_string(line.globals.timeout->count());
     fail({ExitCode::TimedOut, "not done after " + seconds + " s (--timeout)"},
          {.json = line.globals.json}, terminal);
   };
+  if (line.globals.trace) traceToStandardError();
   EarlyEnd earlyEnd(line.globals.timeout, tellTimeOut);
   WaitIndicator indicator(line.globals.quiet);
   std::unique_ptr<EmbeddedWorld> world;

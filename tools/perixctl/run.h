@@ -18,6 +18,7 @@ struct Globals {
   bool json = false;
   bool verbose = false;
   bool quiet = false;
+  bool trace = false;
   bool noHeadings = false;
   bool embedded = false;
   std::string scenario;             ///< of the embedded service; empty for its default

@@ -41,7 +41,7 @@ const std::vector<Command>& commandTable() {
   static const std::vector<Command> table =
       joined({desktopCommands(), deviceCommands(), printerCommands(), channelCommands(),
               penCommands(), policyCommands(), joystickCommands(), diagnoseCommands(),
-              serviceCommands(), monitorCommands(), documentationCommands()});
+              serviceCommands(), monitorCommands(), traceCommands(), documentationCommands()});
   return table;
 }
 
@@ -53,6 +53,7 @@ const std::vector<Argument>& globalOptions() {
       {"--quiet", ArgumentKind::Flag, "Write nothing that only says that it is done"},
       {"--timeout", ArgumentKind::Seconds, "Wait no longer than this, and end with exit code 3"},
       {"--verbose", ArgumentKind::Flag, "Say where the log is and why an operation failed"},
+      {"--trace", ArgumentKind::Flag, "Write what passes on the bus to standard error"},
       {"--embedded", ArgumentKind::Scenario,
        "Run against a private bus and a development service with that scenario"},
   };
