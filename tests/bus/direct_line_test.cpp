@@ -61,6 +61,7 @@ TEST_F(Bus, ForgedSignalsReachNoCallback) {
   ASSERT_TRUE(heard.wait([](const auto& all) { return !all.empty(); }));
   EXPECT_EQ(heard.get(), std::vector<int>{1});
   EXPECT_EQ(call(*service, "whoami", {})->type(), 2);
+  EXPECT_NE(caller.get(), forger.name());
   EXPECT_EQ(deaths.get(), 0);
 }
 
