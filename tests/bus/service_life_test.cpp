@@ -117,7 +117,8 @@ TEST(UnansweredCalls, KeepNoDescriptors) {
   // The service has put a call away before it handles the next call.
   bus.send(perixMethod("hang"), kClient);
   ASSERT_TRUE(keeper.waitFor(kCalls + 1));
-  EXPECT_EQ(openDescriptors(), before);
+  // A thread of the service that starts may have had a file open before.
+  EXPECT_LE(openDescriptors(), before);
   keeper.release();
   uint32_t serial = 0;
   for (std::size_t i = 0; i < kCalls; ++i) {
