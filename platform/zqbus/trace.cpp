@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <system_error>
@@ -64,7 +65,8 @@ ZQBusTraceEntry beginTraceEntry(ZQBusTraceEntry::Kind kind, const std::string& s
   return entry;
 }
 
-void trace(ZQBusTraceEntry entry) {
+// Without memory for an entry the trace lacks it, and the call goes on.
+void trace(ZQBusTraceEntry entry) noexcept try {
   if (!isTracing()) return;
   Trace& trace = theTrace();
   std::shared_ptr<TraceFile> file;
@@ -78,6 +80,8 @@ void trace(ZQBusTraceEntry entry) {
   if (sink == nullptr) return;
   const std::lock_guard lock(trace.sinkMutex);
   (*sink)(entry);
+} catch (const std::exception& problem) {
+  busLog(std::string("an entry of the trace is lost: ") + problem.what());
 }
 
 bool startZQBusTrace(const std::string& file, std::string& error) try {

@@ -16,8 +16,8 @@ namespace zq {
 bool isTracing();
 /// An entry that begins now, of this process.
 ZQBusTraceEntry beginTraceEntry(ZQBusTraceEntry::Kind kind, const std::string& service);
-/// Hands the entry to the file and to the sink.
-void trace(ZQBusTraceEntry entry);
+/// Hands the entry to the file and to the sink. What they throw is logged.
+void trace(ZQBusTraceEntry entry) noexcept;
 
 /// The same interface, traced when somebody wants that.
 std::shared_ptr<ZQBusProxyInterface> traced(std::shared_ptr<ZQBusProxyInterface> interface,
