@@ -82,6 +82,16 @@ const Json* CallLog::find(uint64_t number) const {
   return number >= first_ && number - first_ < calls_.size() ? &calls_[number - first_] : nullptr;
 }
 
+Json CallLog::answered(const std::string& method) const {
+  auto answered = Json::array();
+  for (const Json& call : calls_) {
+    if (call["method"] == method && (call.contains("answer") || call.contains("error"))) {
+      answered.push_back(call);
+    }
+  }
+  return answered;
+}
+
 void CallLog::clear() {
   first_ += calls_.size();
   calls_.clear();

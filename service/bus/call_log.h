@@ -33,6 +33,8 @@ class CallLog {
   const Json* find(uint64_t number) const;
   void clear();
   Json list() const { return Json(calls_); }
+  /// The calls of `method` that have an answer or an error.
+  Json answered(const std::string& method) const;
 
  private:
   std::deque<Json> calls_;

@@ -82,6 +82,8 @@ std::vector<Method> DevService::faultMethods() {
        [this](const Call&) REQUIRES(mutex_) { return document(faults_.list()); }},
       {"listCalls", "", "json:s",
        [this](const Call&) REQUIRES(mutex_) { return document(calls_.list()); }},
+      {"awaitCalls", "method:s count:i", "json:s",
+       [this](const Call& call) REQUIRES(mutex_) { return awaitCalls(call); }},
       {"clearCalls", "", "json:s",
        [this](const Call&) REQUIRES(mutex_) {
          calls_.clear();
@@ -130,14 +132,38 @@ Answer DevService::sendFromControl(const Call& call, Way way) {
   return done();
 }
 
+Answer DevService::unknownMethod(const std::string& method) const {
+  return Answer::error("no method " + method + "; there are: " + perix_.names());
+}
+
 Answer DevService::setFault(const Call& call) {
   const std::string method = call.text(0);
-  if (method != "*" && perix_.find(method) == nullptr) {
-    return Answer::error("no method " + method + "; there are: " + perix_.names());
-  }
+  if (method != "*" && perix_.find(method) == nullptr) return unknownMethod(method);
   std::string wrong = faults_.set(method, call.text(1), call.int64(2), call.int32(3));
   if (!wrong.empty()) return Answer::error(std::move(wrong));
   return document(faults_.list());
+}
+
+Answer DevService::awaitCalls(const Call& call) {
+  const std::string method = call.text(0);
+  const int32_t count = call.int32(1);
+  constexpr auto kMost = static_cast<int32_t>(CallLog::kLength);
+  if (perix_.find(method) == nullptr) return unknownMethod(method);
+  if (count < 1 || count > kMost) {
+    return Answer::error("count must be from 1 to " + std::to_string(kMost));
+  }
+  awaited_.push_back({method, static_cast<std::size_t>(count), call.respond});
+  answerAwaitedCalls();
+  return Answer::later();
+}
+
+void DevService::answerAwaitedCalls() {
+  std::erase_if(awaited_, [this](const AwaitedCalls& awaited) REQUIRES(mutex_) {
+    const Json calls = calls_.answered(awaited.method);
+    if (calls.size() < awaited.count) return false;
+    awaited.respond(document(calls));
+    return true;
+  });
 }
 
 }  // namespace zq::devservice

@@ -151,6 +151,7 @@ void DevService::noteAnswer(const NotedCall& noted, const Answer& answer) {
     calls_.noteAnswer(noted.number, "answer",
                       argumentsAsJson(answer.arguments(), Disclosure::Everything, kShownAnswer));
   }
+  answerAwaitedCalls();
   const Json* const whole = calls_.find(noted.number);
   if (options_.verbose && whole != nullptr) std::fprintf(stderr, "%s\n", asText(*whole).c_str());
 }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/util/mutex.h"
 #include "service/bus/call_log.h"
@@ -84,7 +85,10 @@ class DevService : private EventSink {
   std::vector<Method> lifeMethods();
   Answer plug(const Call& call) REQUIRES(mutex_);
   Answer sendFromControl(const Call& call, Way way) REQUIRES(mutex_);
+  Answer unknownMethod(const std::string& method) const;
   Answer setFault(const Call& call) REQUIRES(mutex_);
+  Answer awaitCalls(const Call& call) REQUIRES(mutex_);
+  void answerAwaitedCalls() REQUIRES(mutex_);
 
   const Options options_;
   Mutex mutex_;  ///< of the model
@@ -95,6 +99,13 @@ class DevService : private EventSink {
   World world_ GUARDED_BY(mutex_);
   Faults faults_ GUARDED_BY(mutex_);
   CallLog calls_ GUARDED_BY(mutex_);
+  /// A control call that waits until so many calls of a method are answered.
+  struct AwaitedCalls {
+    std::string method;
+    std::size_t count;
+    Respond respond;
+  };
+  std::vector<AwaitedCalls> awaited_ GUARDED_BY(mutex_);
   const MethodTable perix_;
   const MethodTable control_;
   std::unique_ptr<ZQBusService> controlService_ GUARDED_BY(mutex_);
