@@ -7,6 +7,7 @@
 #include <cstring>
 #include <thread>
 
+#include "testing/control_client.h"
 #include "tests/bus/bus_fixture.h"
 #include "tests/support/bus_world.h"
 #include "tests/support/process.h"
@@ -159,6 +160,12 @@ TEST_F(Bus, ReleasedInterfaceCallsNoCallback) {
     EXPECT_EQ(ended.get(), 0);
     goOn.change([](bool& yes) { yes = true; });
     EXPECT_EQ(waiting.get(), 1);
+    // An outcome that is delivered behind all that was on its way.
+    Watched<bool> last;
+    service->callWithReply(
+        service->makeMethodCallMessage("echo"),
+        [&](const Reply&) { last.change([](bool& yes) { yes = true; }); }, -1);
+    ASSERT_TRUE(last.wait([](bool yes) { return yes; }));
     manager->waitForCallbacks();
     EXPECT_EQ(ended.get(), 1);
   }
@@ -211,7 +218,7 @@ TEST(LostBus, IsFoundAgainByIdleClient) {
   // Another process takes the name, while the line of the first is still open.
   const auto successor = startService();
   ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
-  control("sendBroadcast", message(int32_t{0}, int32_t{1}));
+  askControl("sendBroadcast", message(int32_t{0}, int32_t{1}));
   EXPECT_TRUE(mounts.wait([](int n) { return n == 1; }));
 }
 

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "tests/perixctl/tool_world.h"
+#include "tools/embedded/private_bus.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_line.h"
 #include "tools/perixctl/completion.h"

@@ -85,11 +85,11 @@ TEST(AMonitor, OutlivesTheServiceMoreThanOnceAndTellsEachDesktopsNews) {
   ToolWorld world;
   const auto monitor = world.startReady("monitor --json");
   for (int death = 0; death < 2; ++death) {
-    world.killService();
+    world.service.stop();
     const Json event = nextEvent(*monitor);
     EXPECT_EQ(event["event"], "service") << "told before the service is back";
     EXPECT_EQ(event["word"], "died");
-    world.startService();
+    world.service.start();
     EXPECT_EQ(nextEvent(*monitor)["desktop"], "debian");
     EXPECT_EQ(nextEvent(*monitor)["desktop"], "win10");
     expectNewsAfterTheDeath(world, *monitor);
@@ -99,8 +99,8 @@ TEST(AMonitor, OutlivesTheServiceMoreThanOnceAndTellsEachDesktopsNews) {
 TEST(AMonitor, OutlivesAServiceThatKnowsNoDesktop) {
   ToolWorld world("/dev/null");
   const auto monitor = world.startReady("monitor --json");
-  world.killService();
-  world.startService();
+  world.service.stop();
+  world.service.start();
   EXPECT_EQ(nextEvent(*monitor)["event"], "service");
   expectNewsAfterTheDeath(world, *monitor);
 }
@@ -108,9 +108,9 @@ TEST(AMonitor, OutlivesAServiceThatKnowsNoDesktop) {
 TEST(AMonitor, TellsTheLossOfTheBusAndItsReturn) {
   ToolWorld world;
   const auto monitor = world.startReady("monitor --json --only bus");
-  world.bus().kill();
+  world.service.stopBus();
   EXPECT_EQ(nextEvent(*monitor)["word"], "gone");
-  world.bus().restart();
+  world.service.startBus();
   EXPECT_EQ(nextEvent(*monitor)["word"], "returned");
 }
 
@@ -130,7 +130,7 @@ TEST(TheService, IsGoneAfterTheCommandsThatEndIt) {
   for (const char* end : {"service crash", "service stop"}) {
     EXPECT_EQ(world.run(end).status, 0);
     EXPECT_EQ(world.run("device list").status, 8);
-    world.startService();
+    world.service.start();
   }
 }
 

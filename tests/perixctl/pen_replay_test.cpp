@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "tests/perixctl/tool_world.h"
+#include "tools/embedded/private_bus.h"
 #include "tools/perixctl/outcome.h"
 
 namespace zq::ctl {

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <stdexcept>
-#include <utility>
 
 namespace zq::ctl {
 namespace {
@@ -27,25 +26,17 @@ ChildProcess::Options optionsFor(const std::string& address, const std::string& 
 
 }  // namespace
 
-ToolWorld::ToolWorld(std::string scenario) : scenario_(std::move(scenario)) {
-  startService();
-}
-
-void ToolWorld::startService() {
-  service_ = startDevelopmentService(bus_.address(), DEVSERVICE, {"--scenario", scenario_});
-}
-
 std::filesystem::path ToolWorld::directory() const {
-  return directoryOf(address());
+  return directoryOf(service.busAddress());
 }
 
 ChildProcess::Result ToolWorld::run(const std::string& words, const Environment& added) const {
-  return ChildProcess(optionsFor(address(), words, added)).finish(kPatience);
+  return ChildProcess(optionsFor(service.busAddress(), words, added)).finish(kPatience);
 }
 
 std::unique_ptr<ChildProcess> ToolWorld::startReady(const std::string& words,
                                                     const Environment& added) const {
-  ChildProcess::Options options = optionsFor(address(), words + " --ready-fd 3", added);
+  ChildProcess::Options options = optionsFor(service.busAddress(), words + " --ready-fd 3", added);
   options.readiness = true;
   auto child = std::make_unique<ChildProcess>(options);
   if (!child->readinessLine(kPatience)) throw std::runtime_error(child->finish(kPatience).error);

@@ -5,9 +5,9 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "tools/embedded/private_bus.h"
+#include "perix/test_service.h"
+#include "tools/embedded/child_process.h"
 
 namespace zq::ctl {
 
@@ -16,12 +16,8 @@ using Environment = std::map<std::string, std::string>;
 /// A private bus and the real development service on it.
 class ToolWorld {
  public:
-  explicit ToolWorld(std::string scenario = SCENARIO);
-
-  const std::string& address() const { return bus_.address(); }
-  PrivateBus& bus() { return bus_; }
-  void killService() { service_->kill(); }
-  void startService();
+  explicit ToolWorld(const std::string& scenario = SCENARIO)
+      : service({PerixTestService::Place::Beside, scenario, {}, DEVSERVICE}) {}
 
   /// The directory of the bus, for files that go with it.
   std::filesystem::path directory() const;
@@ -32,10 +28,7 @@ class ToolWorld {
   std::unique_ptr<ChildProcess> startReady(const std::string& words,
                                            const Environment& added = {}) const;
 
- private:
-  PrivateBus bus_;
-  std::string scenario_;
-  std::unique_ptr<ChildProcess> service_;
+  PerixTestService service;
 };
 
 /// Runs `perixctl WORDS` as a shell would, on the bus at `address`.

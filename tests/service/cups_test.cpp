@@ -12,6 +12,7 @@
 #include "perix/perix_proxy.h"
 #include "perix/service_values.h"
 #include "service/model/test_page.h"
+#include "testing/control_client.h"
 #include "tests/service/cups_world.h"
 #include "tests/support/bus_world.h"
 
@@ -99,7 +100,7 @@ TEST_F(ACupsServer, NamesItsDriversAndChangesThem) {
   EXPECT_EQ(drivers[0]["name"], "everywhere");
   ASSERT_NO_FATAL_FAILURE(addPrinter());
   EXPECT_EQ(proxy->ChangePrinterDriver(kName, "raw"), 0);
-  const auto state = nlohmann::json::parse(control("state", {}))["printers"];
+  const auto state = nlohmann::json::parse(askControl("state"))["printers"];
   EXPECT_TRUE(std::any_of(state.begin(), state.end(), [](const auto& entry) {
     return entry["name"] == kName && entry["driver"] == "Local Raw Printer";
   })) << state;
@@ -157,9 +158,9 @@ TEST_F(ACupsServer, ThatHangsDoesNotHoldUpTheService) {
   ASSERT_NO_FATAL_FAILURE(addPrinter());
   cups->process().pause();
   auto printed = std::async(std::launch::async, [this] { return proxy->PrintTestPage(kName); });
-  EXPECT_TRUE(comesTrue(
-      [] { return control("listCalls", {}).find("printTestPage") != std::string::npos; }));
-  EXPECT_NE(control("state", {}).find(kName), std::string::npos);
+  EXPECT_TRUE(
+      comesTrue([] { return askControl("listCalls").find("printTestPage") != std::string::npos; }));
+  EXPECT_NE(askControl("state").find(kName), std::string::npos);
   EXPECT_EQ(printed.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
   cups->process().signal(SIGCONT);
   EXPECT_EQ(printed.get(), 0);

@@ -37,14 +37,4 @@ std::unique_ptr<ChildProcess> startService() {
   return startDevelopmentService(testBus().address(), PERIX_DEVSERVICE, {});
 }
 
-std::string control(const std::string& method, const ZQBusMessage& arguments) {
-  ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
-  const auto service =
-      manager->getServiceProxyInterface("perixcontrol", ZQBusSecurityFlags::None, 1);
-  const auto call = service->makeMethodCallMessage(method);
-  for (const ZQBusArgument& argument : arguments.arguments()) call->append(argument);
-  std::string answer;
-  return service->callWithReplyBlocking(call, 10000)->readString(answer, 0);
-}
-
 }  // namespace zq

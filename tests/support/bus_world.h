@@ -17,7 +17,4 @@ bool usesDirectLines();
 
 /// The development service in a process of its own.
 std::unique_ptr<ChildProcess> startService();
-/// Has the development service do something; the JSON document it answers.
-std::string control(const std::string& method, const ZQBusMessage& arguments);
-
 }  // namespace zq
