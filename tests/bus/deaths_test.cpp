@@ -9,6 +9,7 @@
 
 #include "testing/control_client.h"
 #include "tests/bus/bus_fixture.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/bus_world.h"
 #include "tests/support/process.h"
 
@@ -125,11 +126,11 @@ TEST_F(Bus, DeathIsReportedInOrderAndBlocksNothing) {
 }
 
 /// Which callback runs while its interface is released.
-enum class Running { Event, Death };
+enum class Running { Event, EventBeforeDeath, Death };
 
 TEST_F(Bus, ReleasedInterfaceCallsNoCallback) {
   auto* const manager = ZQBusSerivceManager::initSync(-1);
-  for (const auto running : {Running::Event, Running::Death}) {
+  for (const auto running : {Running::Event, Running::EventBeforeDeath, Running::Death}) {
     if (recorder == nullptr) recorder = std::make_unique<RecordingService>();
     auto interface = connect();
     Watched<bool> begun;
@@ -145,21 +146,28 @@ TEST_F(Bus, ReleasedInterfaceCallsNoCallback) {
                                 new ZQBusEventCallback([&](const Reply&) { block(); }),
                                 ZQBusSecurityFlags::TrustedPeer);
     interface->setDeathCallback(block);
-    if (running == Running::Event) recorder->sendEvent(0, 1);
-    if (running == Running::Event) recorder->sendEvent(0, 2);
-    if (running == Running::Death) recorder.reset();
+    if (running != Running::Death) {
+      recorder->sendEvent(0, 1);
+      recorder->sendEvent(0, 2);
+    } else {
+      recorder.reset();
+    }
     ASSERT_TRUE(begun.wait([](bool yes) { return yes; }));
-    // In the first round the death is on its way behind the running callback.
-    recorder.reset();
-    while (manager->isServiceRegistered("perix")) std::this_thread::yield();
+    if (running == Running::EventBeforeDeath) {
+      recorder.reset();
+      while (manager->isServiceRegistered("perix")) std::this_thread::yield();
+    }
     interface.reset();
-    auto waiting = std::async(std::launch::async, [&] {
+    int endedBefore = 0;
+    BlockableThread waiting([&] {
       manager->waitForCallbacks();
-      return ended.get();
+      endedBefore = ended.get();
     });
-    EXPECT_EQ(ended.get(), 0);
+    waiting.awaitBlocked();
+    EXPECT_FALSE(waiting.done());
     goOn.change([](bool& yes) { yes = true; });
-    EXPECT_EQ(waiting.get(), 1);
+    waiting.join();
+    EXPECT_EQ(endedBefore, 1);
     // An outcome that is delivered behind all that was on its way.
     Watched<bool> last;
     service->callWithReply(

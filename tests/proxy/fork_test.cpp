@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "tests/proxy/blocked_thread.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/wire_table.h"
 #include "tests/support/bus_world.h"

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "tests/proxy/blocked_thread.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/proxy/scripted_bus.h"
 #include "tests/support/messages.h"
 

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "tests/proxy/blocked_thread.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
 #include "tests/proxy/wire_table.h"
