@@ -86,7 +86,8 @@ class PerixProxy {
 
   /// Connects when not connected: starts the log in the user's application data directory (and
   /// prints that path on standard output), finds the service and subscribes to its events. 0 when
-  /// connected, -1 when there is no bus or no service. Blocks as getInstance(), which calls it.
+  /// connected, -1 when there is no bus or no service: PerixLastFailure() tells. Blocks as
+  /// getInstance(), which calls it.
   virtual int Init();
   /// Asks the service to reset itself.
   virtual int ResetService();

@@ -155,6 +155,24 @@ class ZQBusSerivceManager {
   virtual void waitForCallbacks() = 0;
 };
 
+/// Why the last initSync(), isServiceRegistered() or getServiceProxyInterface() of this thread came to
+/// nothing.
+struct ZQBusProblem {
+  enum class Kind {
+    None,        ///< it did not
+    NoBus,       ///< the bus cannot be reached, or does not answer
+    NoService,   ///< the bus is there, and no process owns the name
+    NotTrusted,  ///< a process of another user owns the name
+    Forked,      ///< the connection belongs to the process that forked this one
+  };
+  Kind kind = Kind::None;
+  /// A sentence for people, without its full stop, 511 bytes at most: "cannot reach the bus at
+  /// unix:path=/x: Connection refused". Changes with the next of these operations on this thread.
+  const char* text = "";
+};
+/// Never blocks, never throws.
+ZQBusProblem lastZQBusProblem();
+
 /// While an object of this class lives, the operations above that ask the bus on this thread end
 /// within `limit` from its construction, all of them together; their own limits hold beside it. It
 /// does not shorten the time-out of a call. Objects nest: the earliest end counts.

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "delivery_queue.h"
@@ -56,9 +57,12 @@ class BusConnection {
 
   virtual ~BusConnection() = default;
   virtual bool lost() = 0;
+  /// The bus and the service's name on it, for people: "org.zqbus.perix on the bus at unix:path=/x".
+  virtual std::string placeOf(const std::string& service) = 0;
   /// The unique name of the process that owns the name of `service`; empty when no process does.
-  /// Blocks for 25 s at most, and within the thread's time limit, as all questions to the bus do.
-  virtual std::string ownerOf(const std::string& service) = 0;
+  /// Nothing when the bus does not answer. Blocks for 25 s at most, and within the thread's time
+  /// limit, as all questions to the bus do.
+  virtual std::optional<std::string> ownerOf(const std::string& service) = 0;
   /// Whether the process of that unique name runs as this user or as root. Blocks for 25 s at most.
   virtual bool isTrusted(const std::string& owner) = 0;
   /// The way to `service`, which `owner` owned a moment ago. Blocks for 3 s at most. Never null.

@@ -8,11 +8,13 @@
 
 namespace zq {
 
+/// Of a connection in a forked child.
+inline constexpr char kInherited[] = "the connection belongs to the process that forked this one";
+
 ZQBusMessage timedOut(std::chrono::microseconds timeout);
 ZQBusMessage busGone();
 /// `service` is the receiver of the call.
 ZQBusMessage peerGone(const std::string& service);
-/// Of a connection in a forked child.
 ZQBusMessage inherited();
 ZQBusMessage tooLarge();
 ZQBusMessage cannotSend(const std::string& why);

@@ -7,9 +7,11 @@
 
 #include "bus_log.h"
 #include "carrier.h"
+#include "failures.h"
 #include "platform/util/fork_generation.h"
 #include "platform/util/library_thread.h"
 #include "platform/util/mutex.h"
+#include "problem.h"
 #include "proxy_interface.h"
 #include "time_limit.h"
 #include "trace.h"
@@ -74,6 +76,8 @@ class ServiceManager : public ZQBusSerivceManager {
       EXCLUDES(mutex_);
   void reopenInBackground();
   void reopen();
+  static bool isOwned(const std::optional<std::string>& owner, BusConnection& connection,
+                      const std::string& service);
   std::shared_ptr<ZQBusProxyInterface> findService(const std::string& service,
                                                    ZQBusSecurityFlags flags);
 
@@ -124,13 +128,20 @@ ServiceManager::Turn::~Turn() {
 }
 
 std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
-  if (isInherited()) return nullptr;
+  noteNoProblem();
+  if (isInherited()) {
+    noteProblem(ZQBusProblem::Kind::Forked, kInherited);
+    return nullptr;
+  }
   if (const auto now = current(); now != nullptr && !now->lost()) return now;
   const std::chrono::milliseconds timeout =
       timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
   const auto deadline = withinTimeLimit(Clock::now() + timeout);
   const Turn turn(*this, deadline);
-  if (!turn) return nullptr;
+  if (!turn) {
+    noteProblem(ZQBusProblem::Kind::NoBus, "another thread is still connecting to the bus");
+    return nullptr;
+  }
   if (const auto now = current(); now != nullptr && !now->lost()) return now;
   return open(deadline);
 }
@@ -143,6 +154,7 @@ std::shared_ptr<BusConnection> ServiceManager::open(Clock::time_point deadline) 
   if (opened == nullptr) {
     if (error != std::exchange(lastError_, error)) busLog(error);
     traceConnection({}, {}, ZQBusWay::Broker, error);
+    noteProblem(ZQBusProblem::Kind::NoBus, error);
     return nullptr;
   }
   lastError_.clear();
@@ -185,7 +197,20 @@ void ServiceManager::reopen() {
 
 bool ServiceManager::isServiceRegistered(const std::string& service) {
   const auto connection = connect(-1);
-  return connection != nullptr && !connection->ownerOf(service).empty();
+  return connection != nullptr && isOwned(connection->ownerOf(service), *connection, service);
+}
+
+/// Whether a service has an owner; notes the problem when it has none.
+bool ServiceManager::isOwned(const std::optional<std::string>& owner, BusConnection& connection,
+                             const std::string& service) {
+  if (owner && !owner->empty()) return true;
+  const std::string place = connection.placeOf(service);
+  if (owner) {
+    noteProblem(ZQBusProblem::Kind::NoService, "nobody owns " + place);
+  } else {
+    noteProblem(ZQBusProblem::Kind::NoBus, "no answer to the question for the owner of " + place);
+  }
+  return false;
 }
 
 std::shared_ptr<ZQBusProxyInterface> ServiceManager::getServiceProxyInterface(
@@ -197,18 +222,20 @@ std::shared_ptr<ZQBusProxyInterface> ServiceManager::findService(const std::stri
                                                                  ZQBusSecurityFlags flags) {
   const auto connection = connect(-1);
   if (connection == nullptr) return nullptr;
-  const std::string owner = connection->ownerOf(service);
-  if (owner.empty()) {
-    traceConnection(service, {}, {}, "nobody owns the name");
+  const std::optional<std::string> owner = connection->ownerOf(service);
+  if (!isOwned(owner, *connection, service)) {
+    traceConnection(service, {}, {}, lastZQBusProblem().text);
     return nullptr;
   }
-  if (flags == ZQBusSecurityFlags::TrustedPeer && !connection->isTrusted(owner)) {
-    const std::string problem = " is neither this user nor root";
-    busLog("the owner of " + service + problem);
-    traceConnection(service, owner, {}, "the owner" + problem);
+  if (flags == ZQBusSecurityFlags::TrustedPeer && !connection->isTrusted(*owner)) {
+    const std::string problem =
+        "the owner of " + connection->placeOf(service) + " is neither this user nor root";
+    busLog(problem);
+    traceConnection(service, *owner, {}, problem);
+    noteProblem(ZQBusProblem::Kind::NotTrusted, problem);
     return nullptr;
   }
-  return std::make_shared<ProxyInterface>(connection->wayTo(service, owner));
+  return std::make_shared<ProxyInterface>(connection->wayTo(service, *owner));
 }
 
 // --- Broadcasts ----------------------------------------------------------------------------------

@@ -99,7 +99,7 @@ TEST_F(Bus, FailuresTellTheirCause) {
   EXPECT_EQ(unsendable->failure(), ZQBusFailure::Unusable);
   const Reply late = call(*service, "hang", {}, 50);
   EXPECT_EQ(late->failure(), ZQBusFailure::TimedOut);
-  EXPECT_EQ(text(late), "timed out after 50 ms");
+  EXPECT_EQ(text(late), "no answer within 50 ms");
   release();
   EXPECT_EQ(call(*service, "echo", message(int32_t{3}))->readInt32(0), 3);
 }

@@ -55,17 +55,26 @@ TEST(Connecting, HasOneTimeLimitForAllItsQuestions) {
 }
 
 TEST(Connecting, FailsWhereAPartOfItFailsAndIsTriedAnewEachTime) {
-  const std::pair<void (*)(), void (*)()> parts[] = {
-      {[] { script().exists = false; }, [] { script().exists = true; }},
+  struct Part {
+    void (*spoil)();
+    void (*mend)();
+    PerixFailure failure = PerixFailure::NoService;
+    std::string text = "no owner";
+  };
+  const Part parts[] = {
+      {[] { script().exists = false; }, [] { script().exists = true; }, PerixFailure::NoBus,
+       "no bus"},
       {[] { script().isRegistered = [] { return false; }; },
        [] { script().isRegistered = [] { return true; }; }},
       {[] { script().offersInterface = false; }, [] { script().offersInterface = true; }},
-      {[] { script().offersEvents = false; }, [] { script().offersEvents = true; }},
+      {[] { script().offersEvents = false; }, [] { script().offersEvents = true; },
+       PerixFailure::NoService, "the service went away while the proxy connected"},
       {[] { script().isRegistered = []() -> bool { throw std::bad_alloc(); }; },
-       [] { script().isRegistered = [] { return true; }; }},
+       [] { script().isRegistered = [] { return true; }; }, PerixFailure::NoMemory,
+       "std::bad_alloc"},
   };
   PerixProxy proxy;
-  for (const auto& [spoil, mend] : parts) {
+  for (const auto& [spoil, mend, failure, text] : parts) {
     spoil();
     const int broadcasts = history().broadcasts + (script().exists ? 2 : 0);  // by hand
     for (int tries = 1; tries <= 2; ++tries) {
@@ -83,6 +92,13 @@ TEST(Connecting, FailsWhereAPartOfItFailsAndIsTriedAnewEachTime) {
       EXPECT_EQ(says("getInstance", "retry to get zqbus interface failed"), 1);
       EXPECT_EQ(says("ConnectDevice", "wait perixserviced restart when it death"), 1);
       EXPECT_EQ(says("Init", "Error:"), 1);
+      for (const char* method : {"connectDevice", ""}) {
+        const PerixFailureReport report = PerixLastFailure();
+        EXPECT_EQ(report.failure, failure);
+        EXPECT_EQ(report.method, method);
+        EXPECT_EQ(report.text, text);
+        PerixProxy().Init();
+      }
     }
     EXPECT_EQ(history().broadcasts, broadcasts);
     mend();

@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "perix/apps/local/perixproxy/last_failure.h"
 #include "perix/perix_proxy.h"
 #include "tests/support/blocked_thread.h"
 #include "tests/proxy/scripted_bus.h"
@@ -23,6 +24,9 @@ std::string toldOf(PerixFailure kind, const std::string& method, const std::stri
 std::string told() {
   const PerixFailureReport report = PerixLastFailure();
   return toldOf(report.failure, report.method, report.text);
+}
+std::string toldOfLookUp(PerixFailure kind) {
+  return toldOf(kind, "getVmListSize", "the desktop's id is unknown: why");
 }
 const std::string kSuccess = toldOf(PerixFailure::None, "", "");
 
@@ -48,7 +52,7 @@ TEST(AReport, TellsEachFailureOfTheBusByItsKindAndASuccessAfterwards) {
     EXPECT_EQ(proxy.DisconnectVm(""), 0);
     EXPECT_EQ(told(), kSuccess);
     EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 0U);
-    EXPECT_EQ(told(), toldOf(kind, "getVmListSize", "why"));
+    EXPECT_EQ(told(), toldOfLookUp(kind));
     // The operation itself succeeds, on the wrong desktop.
     script().answer = [&](const ZQBusMessage& call) {
       return isLookUp(call) ? fail(call) : message(int32_t{0});
@@ -57,7 +61,7 @@ TEST(AReport, TellsEachFailureOfTheBusByItsKindAndASuccessAfterwards) {
          {+[](P p) { p.GetDeviceList("lab-2"); }, +[](P p) { p.StartVm("lab-2"); },
           +[](P p) { p.OnFocusChanged("lab-2", 1, 1); }}) {
       run(proxy);
-      EXPECT_EQ(told(), toldOf(kind, "getVmListSize", "why"));
+      EXPECT_EQ(told(), toldOfLookUp(kind));
     }
     // A look-up that succeeds afterwards does not hide it.
     script().answer = [&](const ZQBusMessage& call) {
@@ -67,7 +71,7 @@ TEST(AReport, TellsEachFailureOfTheBusByItsKindAndASuccessAfterwards) {
     _CHANNEL_HANDLE handle{};
     handle.vmId = "desk-3";
     EXPECT_EQ(proxy.CreatePipe("lab-2", {handle}), 0);
-    EXPECT_EQ(told(), toldOf(kind, "getVmListSize", "why"));
+    EXPECT_EQ(told(), toldOfLookUp(kind));
     // Its own failure counts more.
     script().answer = [&](const ZQBusMessage& call) {
       return isLookUp(call) ? fail(call) : ZQBusMessage::failed(ZQBusFailure::Service, "no");
@@ -171,6 +175,57 @@ TEST(AReport, TellsWhereTheTimeWent) {
   EXPECT_GE(report.total, report.waiting + report.lookUps);
   proxy.UpdateDriveToken("");
   EXPECT_EQ(PerixLastFailure().total.count(), 0);
+}
+
+TEST(AReport, OfATimeOutTellsHowLongTheOperationWaitedForOthers) {
+  const std::string longText(505, 'x');
+  const std::pair<std::string, std::string> rows[] = {
+      {"no answer within 500 ms",
+       "no answer within 500 ms, after 320 ms of waiting for other operations"},
+      {longText, longText + ", afte"},
+  };
+  for (const auto& [words, explained] : rows) {
+    LastFailure last;
+    last.waiting = std::chrono::milliseconds(320);
+    last.set(PerixFailure::TimedOut, "m", words);
+    last.explainTimeOut();
+    EXPECT_EQ(last.text, explained);
+  }
+}
+
+TEST(ARefusal, HasALineInTheLogWithItsResultAndItsSubject) {
+  script().answer = [](const ZQBusMessage&) { return message(int32_t{7}); };
+  const std::string forbidden = " refused: result 7, forbidden by the device's policy; desktop ";
+  std::list<_SharePrinterDevice> printers;
+  const std::pair<std::function<void(P)>, std::string> rows[] = {
+      {[](P p) { p.ConnectDevice("lab-2", 8); }, "connectDevice" + forbidden + "'lab-2', device 8"},
+      {[](P p) { p.DiagnoseDevice("lab-2", 1ULL << 63, nullptr); },
+       "diagnoseDevice" + forbidden + "'lab-2', source id 9223372036854775808"},
+      {[](P p) { p.ConfigNewDeviceAsIgnore(5, 1, 0, 0); },
+       "configNewDeviceAsIgnore" + forbidden + "'', source id 5"},
+      {[](P p) { p.ConnectPrinter("lab-2", 3); },
+       "connectPrinter" + forbidden + "'lab-2', printer 3"},
+      {[](P p) { p.CreatePipe("lab-2", {}); }, "createPipe" + forbidden + "'lab-2'"},
+      {[](P p) { p.OnFocusChanged("lab-2", 1, 1); }, "onFocusChanged" + forbidden + "'lab-2'"},
+      {[](P p) { p.ResetAllDeviceProperty(); }, "resetAllDeviceProperty" + forbidden + "''"},
+      {[&](P p) { p.SearchSharePrinterDevice("10.0.0.5", printers); },
+       "searchSharePrinter" + forbidden + "''"},
+      // Numbers that are not results.
+      {[](P p) { p.GetAutoConnect(3); }, ""},
+      {[](P p) { p.GetDevicePropertyWithVidPid(1, 2, 3); }, ""},
+      {[](P p) { p.CheckCameraAuthStat(); }, ""},
+      {[](P p) { p.DoPerixTest("t"); }, ""},
+  };
+  P proxy = *PerixProxy::getInstance();
+  for (const auto& [run, text] : rows) {
+    takeLog();
+    run(proxy);
+    std::string refusals;
+    for (const LogLine& line : takeLog()) {
+      if (line.tag == "PERIX_REFUSED") refusals += line.text;
+    }
+    EXPECT_EQ(refusals, text);
+  }
 }
 
 TEST(AReport, CutsALongTextBetweenTwoCharacters) {

@@ -154,6 +154,11 @@ ZQBusSerivceManager* ZQBusSerivceManager::initSync(int) {
   return script().exists ? bus : nullptr;
 }
 
+ZQBusProblem lastZQBusProblem() {
+  if (!script().exists) return {ZQBusProblem::Kind::NoBus, "no bus"};
+  return {ZQBusProblem::Kind::NoService, "no owner"};
+}
+
 void setZQBusLogSink(ZQBusLogSink) {}
 
 void Sleep(unsigned int) {
@@ -163,7 +168,7 @@ void Sleep(unsigned int) {
 
 void feroxLogInit(const char*) {}
 
-void orvaneLogPrint(int, int, const char*, const char* format, ...) try {
+void orvaneLogPrint(int, int, const char* tag, const char* format, ...) try {
   if (!script().keepsLog) return;
   char line[2000];
   va_list arguments;
@@ -175,7 +180,7 @@ void orvaneLogPrint(int, int, const char*, const char* format, ...) try {
   const auto begin = text.find(' ') + 1;
   const auto end = text.find('(', begin);
   note([&](State& s) {
-    s.log.push_back({text.substr(begin, end - begin), text.substr(text.find(": ", end) + 2)});
+    s.log.push_back({tag, text.substr(begin, end - begin), text.substr(text.find(": ", end) + 2)});
   });
 } catch (const std::bad_alloc&) {
   // A line is lost, as in the real log.

@@ -87,6 +87,7 @@ BusHistory history();
 
 /// A line of the log.
 struct LogLine {
+  std::string tag;
   std::string function;
   std::string text;
 };

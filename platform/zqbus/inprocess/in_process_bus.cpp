@@ -373,7 +373,10 @@ class Way : public ServiceWay {
 struct Connection : BusConnection {
   bool lost() override { return false; }
   bool isTrusted(const std::string&) override { return true; }
-  std::string ownerOf(const std::string& service) override {
+  std::string placeOf(const std::string& service) override {
+    return service + " on the bus inside this process";
+  }
+  std::optional<std::string> ownerOf(const std::string& service) override {
     return Bus::instance().ownerOf(service);
   }
   std::unique_ptr<ServiceWay> wayTo(const std::string& service, const std::string& owner) override {

@@ -65,7 +65,7 @@ std::shared_ptr<ZQBusMessage> ClientBusConnection::askAndWait(const char* method
 
 // --- Names ---------------------------------------------------------------------------------------
 
-std::string ClientBusConnection::ownerOf(const std::string& service) {
+std::optional<std::string> ClientBusConnection::ownerOf(const std::string& service) {
   uint64_t changes = 0;
   // Subscribes to changes first and asks for the owner then: no change is missed.
   const auto subscribe = [&]() REQUIRES(loop_->mutex()) {
@@ -77,7 +77,7 @@ std::string ClientBusConnection::ownerOf(const std::string& service) {
   reply->readString(owner, 0);
   if (reply->type() != 2) owner.clear();
   const bool answered = reply->type() == 2 || reply->failure() == ZQBusFailure::PeerGone;
-  if (!answered) return {};
+  if (!answered) return std::nullopt;
 
   const ConnectionLoop::Hold hold(*loop_);
   // A change that was signalled meanwhile is newer than the answer.

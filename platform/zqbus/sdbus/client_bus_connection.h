@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,9 +26,9 @@ class ClientBusConnection : public ClientConnection {
   ClientBusConnection(SdBus connection, DeliveryQueue& deliveries, std::function<void()> onLoss);
   ~ClientBusConnection() override;
 
-  /// The unique name of the process that owns `service`, empty when no process does; asks the bus,
-  /// and blocks for 25 s at most.
-  std::string ownerOf(const std::string& service);
+  /// The unique name of the process that owns `service`, empty when no process does, nothing when
+  /// the bus does not answer; asks the bus, and blocks for 25 s at most.
+  std::optional<std::string> ownerOf(const std::string& service);
   /// Whether the process of that unique name runs as this user or as root; asks the bus the first
   /// time, and blocks for 25 s at most.
   bool isTrusted(const std::string& uniqueName);

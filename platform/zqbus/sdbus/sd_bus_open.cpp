@@ -1,15 +1,19 @@
 #include "sd_bus_open.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "platform/zqbus/bus_log.h"
 
 namespace zq {
 namespace {
+
+constexpr const char* kTransports[] = {";unix:", ";tcp:", ";unixexec:", ";x-machine-"};
 
 std::string variable(const char* name) {
   const char* value = std::getenv(name);
@@ -32,17 +36,7 @@ std::string escaped(const std::string& path) {
 }
 
 /// Not sd_bus_open_user(), which starts the connection before descriptors can be refused.
-std::string busAddress() {
-  for (const char* name : {"ZQBUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS"}) {
-    if (std::string address = variable(name); !address.empty()) return address;
-  }
-  const std::string directory = variable("XDG_RUNTIME_DIR");
-  return directory.empty() ? "" : "unix:path=" + escaped(directory) + "/bus";
-}
-
-int start(SdBus& bus, Descriptors descriptors) {
-  const std::string address = busAddress();
-  if (address.empty()) return -ENOENT;
+int start(SdBus& bus, const std::string& address, Descriptors descriptors) {
   sd_bus* opened = nullptr;
   int result = sd_bus_new(&opened);
   bus.reset(opened);
@@ -52,7 +46,51 @@ int start(SdBus& bus, Descriptors descriptors) {
   return result >= 0 ? sd_bus_start(opened) : result;
 }
 
+/// Whether sd-bus can try any part of an address; it is silent about kinds that it does not know.
+bool isUsable(const std::string& address) {
+  const std::string parts = ";" + address;
+  return std::any_of(std::begin(kTransports), std::end(kTransports), [&](const char* transport) {
+    return parts.find(transport) != std::string::npos;
+  });
+}
+
+/// Why a connection to the bus at an address could not be started.
+std::string startProblem(const std::string& address, int result) {
+  if (result == -EINVAL || !isUsable(address))
+    return "the address of the bus is not valid: " + address;
+  return "cannot reach the bus at " + address + ": " + std::strerror(-result);
+}
+
+/// Why the bus, which took the connection, did not admit this client.
+std::string helloProblem(const std::string& address, int result) {
+  const std::string bus = "the bus at " + address;
+  // Whether a TCP connection was taken is known later.
+  if (address.starts_with("tcp:")) return "cannot reach " + bus + ": " + std::strerror(-result);
+  switch (-result) {
+    case ETIMEDOUT:
+      return bus + " does not answer";
+    case EACCES:
+    case EPERM:
+      return bus + " does not admit this user: " + std::strerror(-result);
+    case ECONNRESET:
+    case EPIPE:
+    case ENOTCONN:
+      return bus + " closed the connection during the authentication (" + std::strerror(-result) +
+             "), as a bus proxy does that takes no pipelined authentication";
+    default:
+      return bus + " did not admit this client: " + std::strerror(-result);
+  }
+}
+
 }  // namespace
+
+std::string busAddress() {
+  for (const char* name : {"ZQBUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS"}) {
+    if (std::string address = variable(name); !address.empty()) return address;
+  }
+  const std::string directory = variable("XDG_RUNTIME_DIR");
+  return directory.empty() ? "" : "unix:path=" + escaped(directory) + "/bus";
+}
 
 int waitReady(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
   using namespace std::chrono;
@@ -92,11 +130,22 @@ SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument) {
 
 SdBus openSdBus(std::chrono::steady_clock::time_point deadline, Descriptors descriptors,
                 std::string& error) {
+  const std::string address = busAddress();
+  if (address.empty()) {
+    error =
+        "no bus is named: neither ZQBUS_ADDRESS nor DBUS_SESSION_BUS_ADDRESS nor "
+        "XDG_RUNTIME_DIR is set";
+    return nullptr;
+  }
   SdBus bus;
-  int result = start(bus, descriptors);
-  if (result >= 0) result = waitReady(bus.get(), deadline);
+  int result = start(bus, address, descriptors);
+  if (result < 0) {
+    error = startProblem(address, result);
+    return nullptr;
+  }
+  result = waitReady(bus.get(), deadline);
   if (result >= 0) return bus;
-  error = std::string("cannot connect to the bus: ") + std::strerror(-result);
+  error = helloProblem(address, result);
   return nullptr;
 }
 

@@ -12,8 +12,12 @@ namespace zq {
 /// message that it cannot parse, so a peer could exhaust this process's descriptors.
 enum class Descriptors { Refused, Carried };
 
-/// Connects to the bus of ZQBUS_ADDRESS, or to the user's session bus without it, and waits for
-/// its Hello, until `deadline` at most. Null, `error` in words, when that fails.
+/// The address of the bus: ZQBUS_ADDRESS, or that of the user's session bus without it. Empty when
+/// the environment names no bus.
+std::string busAddress();
+
+/// Connects to the bus at busAddress() and waits for its Hello, until `deadline` at most. Null,
+/// `error` in words with the address, when that fails.
 SdBus openSdBus(std::chrono::steady_clock::time_point deadline, Descriptors descriptors,
                 std::string& error);
 

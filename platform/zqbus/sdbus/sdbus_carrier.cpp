@@ -113,12 +113,18 @@ void DirectLines::follow(ClientBusConnection& bus, const Line& line, const std::
 /// A connection to the bus, and the lines beside it.
 class Bus : public BusConnection {
  public:
-  Bus(std::shared_ptr<ClientBusConnection> connection, DirectLines& lines,
+  Bus(std::shared_ptr<ClientBusConnection> connection, std::string address, DirectLines& lines,
       DeliveryQueue& deliveries)
-      : connection_(std::move(connection)), lines_(lines), deliveries_(deliveries) {}
+      : connection_(std::move(connection)),
+        address_(std::move(address)),
+        lines_(lines),
+        deliveries_(deliveries) {}
 
   bool lost() override { return connection_->lost(); }
-  std::string ownerOf(const std::string& service) override;
+  std::string placeOf(const std::string& service) override {
+    return serviceName(service) + " on the bus at " + address_;
+  }
+  std::optional<std::string> ownerOf(const std::string& service) override;
   bool isTrusted(const std::string& owner) override { return connection_->isTrusted(owner); }
   std::unique_ptr<ServiceWay> wayTo(const std::string& service, const std::string& owner) override;
   std::unique_ptr<Subscription> subscribe(const std::string& event, bool trustedOnly,
@@ -130,14 +136,15 @@ class Bus : public BusConnection {
 
  private:
   const std::shared_ptr<ClientBusConnection> connection_;
+  const std::string address_;
   DirectLines& lines_;
   DeliveryQueue& deliveries_;
 };
 
 /// The end of a direct line may be known here before the bus has heard of the process's death.
-std::string Bus::ownerOf(const std::string& service) {
-  std::string owner = connection_->ownerOf(service);
-  if (lines_.ended(service, owner) && !connection_->mayBeAlive(owner)) owner.clear();
+std::optional<std::string> Bus::ownerOf(const std::string& service) {
+  std::optional<std::string> owner = connection_->ownerOf(service);
+  if (owner && lines_.ended(service, *owner) && !connection_->mayBeAlive(*owner)) owner->clear();
   return owner;
 }
 
@@ -161,10 +168,11 @@ class SdBusCarrier : public Carrier {
   std::shared_ptr<BusConnection> connect(std::chrono::steady_clock::time_point deadline,
                                          std::function<void()> onLoss,
                                          std::string& error) override {
+    std::string address = busAddress();
     auto opened = ClientBusConnection::open(deliveries_, deadline, std::move(onLoss), error);
     if (opened == nullptr) return nullptr;
     lines_.follow(opened);
-    return std::make_shared<Bus>(std::move(opened), lines_, deliveries_);
+    return std::make_shared<Bus>(std::move(opened), std::move(address), lines_, deliveries_);
   }
 
  private:

@@ -1,6 +1,9 @@
 #include "bus_call.h"
 
+#include <cstdio>
+
 #include "no_throw.h"
+#include "perix/service_values.h"
 
 namespace zq {
 namespace {
@@ -17,8 +20,8 @@ PerixCall::PerixCall(PerixProxy& proxy, const char* method, Order order, LogSite
       order_(order),
       site_(site),
       lock_(proxy.callMutex, std::defer_lock) {
-  lastFailure().clear();
   step([&] { proxy_.reconnect(); });
+  if (!failed_) lastFailure().clear();
   service_ = proxy_.serviceProxy.get();
   // Without a service there is nothing to wait for; other threads may be trying to connect.
   const bool serialised = order_ == Order::Usual || order_ == Order::IdBeforeMessage;
@@ -55,7 +58,7 @@ bool PerixCall::begin() {
 bool PerixCall::alive() {
   if (begin()) return true;
   if (failed_) return false;
-  noteNoService(method_, unavailable_);
+  noteNoService(method_);
   PERIX_ERROR_AT(site_, "%s", unavailable_);
   finish();
   return false;
@@ -76,11 +79,13 @@ void PerixCall::finish() {
   last.waiting = microseconds(waiting_);
   last.lookUps = microseconds(lookUps_);
   last.total = microseconds(Clock::now() - start_);
+  last.explainTimeOut();
 }
 
 // --- Arguments -----------------------------------------------------------------------------------
 
 int32_t PerixCall::desktopId(const std::string& vmId) {
+  if (desktop_.empty()) desktop_ = vmId;
   const bool idFirst = order_ == Order::IdBeforeMessage || order_ == Order::IdBeforeLock;
   if (failed_ || (idFirst ? service_ == nullptr : !begin())) return 0;
   unsigned int id = 0;
@@ -153,7 +158,13 @@ PerixCall& PerixCall::secret(std::string_view value) {
 }
 
 PerixCall& PerixCall::sourceId(unsigned long long id) {
-  return block(&id, sizeof id);
+  return about("source id", id).block(&id, sizeof id);
+}
+
+PerixCall& PerixCall::about(const char* kind, unsigned long long number) {
+  subjectKind_ = kind;
+  subject_ = number;
+  return *this;
 }
 
 PerixCall& PerixCall::within(int milliseconds) {
@@ -182,14 +193,14 @@ std::shared_ptr<ZQBusMessage> PerixCall::reply() {
     if (replyLabel_ != nullptr) {
       PERIX_DEBUG_AT(site_, "%s: %s", replyLabel_, reply->toDebugString().c_str());
     }
-    if (reply->type() != 2) logRefusal(*reply);
+    if (reply->type() != 2) logError(*reply);
   });
   if (failed_) return nullptr;
   finish();
   return reply->type() == 2 ? reply : nullptr;
 }
 
-void PerixCall::logRefusal(const ZQBusMessage& reply) {
+void PerixCall::logError(const ZQBusMessage& reply) {
   std::string text;
   reply.readString(text, 0);
   lastFailure().setFrom(reply, method_, text);
@@ -201,6 +212,11 @@ void PerixCall::logRefusal(const ZQBusMessage& reply) {
 }
 
 int PerixCall::status(int failure) {
+  const auto answered = reply();
+  return answered != nullptr ? result(*answered) : failure;
+}
+
+int PerixCall::number(int failure) {
   const auto answered = reply();
   return answered != nullptr ? integer(*answered, 0) : failure;
 }
@@ -220,6 +236,22 @@ int PerixCall::send() {
   if (failed_) return -1;
   finish();
   return 0;
+}
+
+int PerixCall::result(const ZQBusMessage& reply) const {
+  const int result = integer(reply, 0);
+  if (result == 0) return result;
+  const char* known = TextOf(static_cast<ServiceResult>(result));
+  char subject[40] = "";
+  if (subjectKind_ != nullptr) {
+    std::snprintf(subject, sizeof subject, ", %s %llu", subjectKind_, subject_);
+  }
+  orvaneLogPrint(0, kWarningPriority, "PERIX_REFUSED",
+                 "%s %s(%d): %s refused: result %d, %s; desktop '%.*s'%s", site_.file,
+                 site_.function, site_.line, method_, result,
+                 known != nullptr ? known : "which has no text", static_cast<int>(desktop_.size()),
+                 desktop_.data(), subject);
+  return result;
 }
 
 int32_t PerixCall::integer(const ZQBusMessage& reply, std::size_t index) const {

@@ -52,6 +52,12 @@ class PerixCall {
   PerixCall& block(const void* data, std::size_t size);
   PerixCall& secret(std::string_view value);   ///< as block(); traces and logs show its size alone
   PerixCall& sourceId(unsigned long long id);  ///< as a block of its eight bytes
+  // The device or the printer that the call is about; the log names it when the call is refused.
+  PerixCall& device(uint16_t number) { return about("device", number).uint16(number); }
+  PerixCall& printer(uint16_t number) { return about("printer", number).uint16(number); }
+  PerixCall& deviceBySource(unsigned long long id) {
+    return about("source id", id).int64(static_cast<int64_t>(id));
+  }
 
   PerixCall& within(int milliseconds);               ///< a time-out other than 3000 ms
   PerixCall& logReply(const char* label = "reply");  ///< have the whole reply logged
@@ -62,6 +68,8 @@ class PerixCall {
   std::shared_ptr<ZQBusMessage> reply();
   /// Calls and waits; the service's result, or `failure`.
   int status(int failure = -1);
+  /// Calls and waits; a number that is not a result, or `failure`.
+  int number(int failure);
   /// Calls and waits; the service's text, empty on failure.
   std::string answer();
   /// Sends without waiting; 0, or -1 without a service.
@@ -73,6 +81,8 @@ class PerixCall {
   bool has(const ZQBusMessage& reply, std::size_t index) const {
     return hasArgument<Type>(reply, index, method_);
   }
+  /// The service's result in a reply. The log has a line, of a tag of its own, for each but 0.
+  int result(const ZQBusMessage& reply) const;
   /// An argument of a reply; 0 when it is not an int32.
   int32_t integer(const ZQBusMessage& reply, std::size_t index) const;
   /// A text of a reply; empty when it is not a string.
@@ -89,7 +99,8 @@ class PerixCall {
   void stayWithTheProcessAsked();
   void fail(PerixFailure failure, const char* words);
   void finish();
-  void logRefusal(const ZQBusMessage& reply);
+  void logError(const ZQBusMessage& reply);
+  PerixCall& about(const char* kind, unsigned long long number);
   template <typename Step>
   void step(Step step);
   template <typename Append>
@@ -105,6 +116,9 @@ class PerixCall {
   std::unique_lock<std::mutex> lock_;
   std::shared_ptr<ZQBusProxyInterface> service_;  // null without a service, and it stays null then
   std::shared_ptr<ZQBusMessage> message_;
+  std::string_view desktop_;  // the operation's argument
+  const char* subjectKind_ = nullptr;
+  unsigned long long subject_ = 0;
   bool failed_ = false;  // on this side
   std::optional<LastFailure> lookUpFailure_;
   int timeoutMs_ = 3000;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <mutex>
 
 #include "forked_child.h"
 #include "platform/text/utf8.h"
@@ -41,6 +42,14 @@ void copyCut(char (&to)[size], std::string_view text) {
   to[length] = '\0';
 }
 
+/// The outcome of the last attempt of this process to connect. Trivially destructible, as LastFailure.
+struct Connecting {
+  std::mutex mutex;
+  PerixFailure failure = PerixFailure::None;
+  char text[512] = {};
+};
+constinit Connecting connecting;
+
 }  // namespace
 
 LastFailure& lastFailure() {
@@ -56,7 +65,16 @@ void LastFailure::set(PerixFailure kind, std::string_view busMethod, std::string
 void LastFailure::setFrom(const ZQBusMessage& reply, std::string_view busMethod,
                           std::string_view words) {
   if (reply.type() == 2) return clear();
-  set(failureOf(reply.failure()), busMethod, words);
+  set(failureOf(reply.failure()), busMethod,
+      words.empty() ? "the service answered with an error that has no text" : words);
+}
+
+void LastFailure::explainTimeOut() {
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(waiting).count();
+  if (failure != PerixFailure::TimedOut || ms == 0) return;
+  const std::size_t length = std::strlen(text);
+  std::snprintf(text + length, sizeof text - length,
+                ", after %lld ms of waiting for other operations", static_cast<long long>(ms));
 }
 
 void noteNotAsked(const char* method, const char* why) {
@@ -64,12 +82,22 @@ void noteNotAsked(const char* method, const char* why) {
   last.set(PerixFailure::NotAsked, method, why);
 }
 
-void noteNoService(const char* method, const char* words) {
+void noteConnecting(PerixFailure failure, std::string_view words) {
+  const std::lock_guard lock(connecting.mutex);
+  connecting.failure = failure;
+  copyCut(connecting.text, words);
+}
+
+void noteNoService(const char* method) {
   if (inForkedChild()) {
-    last.set(PerixFailure::Forked, method,
-             "the connection to the service belongs to the process that forked this one");
+    return last.set(PerixFailure::Forked, method,
+                    "the connection to the service belongs to the process that forked this one");
+  }
+  const std::lock_guard lock(connecting.mutex);
+  if (connecting.failure == PerixFailure::None) {
+    last.set(PerixFailure::NoService, method, "the connection to the service was given up");
   } else {
-    last.set(PerixFailure::NoService, method, words);
+    last.set(connecting.failure, method, connecting.text);
   }
 }
 

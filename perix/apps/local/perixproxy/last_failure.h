@@ -22,6 +22,8 @@ struct LastFailure {
 
   /// Longer texts are cut. The times stay as they are.
   void set(PerixFailure kind, std::string_view busMethod, std::string_view words);
+  /// Adds the time that the operation waited for others to the words of a time-out.
+  void explainTimeOut();
   void clear() { set(PerixFailure::None, "", ""); }
   /// From a reply of `method`; `words` is the text of an error reply.
   void setFrom(const ZQBusMessage& reply, std::string_view busMethod, std::string_view words);
@@ -32,9 +34,11 @@ LastFailure& lastFailure();
 
 /// Notes that the service was not asked, and why not.
 void noteNotAsked(const char* method, const char* why);
-/// Notes that there is no service, `words` in the format of the log; or that this process is a
-/// forked child.
-void noteNoService(const char* method, const char* words);
+/// Notes, for all threads, why the proxy could not connect; None when it has connected.
+void noteConnecting(PerixFailure failure, std::string_view words);
+/// Notes that there is no service, and why the last attempt to connect failed; or that this process
+/// is a forked child.
+void noteNoService(const char* method);
 
 /// Notes that an argument of an answer is missing or has another type.
 void noteWrongArgument(const char* method, std::size_t index);

@@ -39,6 +39,9 @@ constexpr int logPriority(int level) {
   return level >= 0 && level <= 5 ? kPriorities[level] : 0;
 }
 
+/// The logger's priority for refusals of the service.
+inline constexpr int kWarningPriority = 6;
+
 inline constexpr int kErrorLevel = 0;
 inline constexpr int kDebugLevel = 4;
 

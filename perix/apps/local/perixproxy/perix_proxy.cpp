@@ -30,6 +30,13 @@ constexpr std::chrono::seconds kConnectLimit{10};
 // Guards the creation. Its destructor does nothing, so it may be used until the process ends.
 constinit std::mutex instanceMutex;
 
+/// Notes why the bus library found no bus or no service.
+void noteBusProblem() {
+  const ZQBusProblem problem = lastZQBusProblem();
+  const bool isBus = problem.kind == ZQBusProblem::Kind::NoBus;
+  noteConnecting(isBus ? PerixFailure::NoBus : PerixFailure::NoService, problem.text);
+}
+
 void logBusLine(const char* line) {
   orvaneLogPrint(0, logPriority(kErrorLevel), "ZQBUS", "%s", line);
 }
@@ -105,16 +112,22 @@ void PerixProxy::ServiceHandle::set(std::shared_ptr<ZQBusProxyInterface> interfa
 }
 
 int PerixProxy::Init() {
-  if (inForkedChild()) return -1;
+  if (inForkedChild()) {
+    noteNoService("");
+    return -1;
+  }
   if (serviceProxy) return 0;
   const unsigned int failedBefore = failedAttempts;
   const std::lock_guard lock(callMutex);
   if (serviceProxy) return 0;
-  // Another thread's attempt failed while this thread waited; a second attempt would fail too.
-  if (failedAttempts != failedBefore) return -1;
-  const ZQBusTimeLimit limit(kConnectLimit);
-  if (connectToService()) return InitBroadcast();
-  ++failedAttempts;
+  // After the failed attempt of another thread, for which this thread waited, a second attempt would
+  // fail too.
+  if (failedAttempts == failedBefore) {
+    const ZQBusTimeLimit limit(kConnectLimit);
+    if (connectToService()) return InitBroadcast();
+    ++failedAttempts;
+  }
+  noteNoService("");
   return -1;
 }
 
@@ -129,21 +142,25 @@ bool PerixProxy::connectToService() try {
   if (manager == nullptr) {
     // serviceManager keeps its value: that manager finds the bus again.
     PERIX_ERROR("ZQBusSerivceManager::initSync failed");
+    noteBusProblem();
     return false;
   }
   serviceManager = manager;
   if (!manager->isServiceRegistered(kService)) {
     PERIX_ERROR("isServiceRegistered failed");
+    noteBusProblem();
     return false;
   }
   const auto service = manager->getServiceProxyInterface(kService, ZQBusSecurityFlags::TrustedPeer,
                                                          kInterfaceVersion);
   if (service == nullptr) {
     PERIX_ERROR("getServiceProxyInterface failed");
+    noteBusProblem();
     return false;
   }
   return useService(service);
 } catch (...) {
+  noteConnecting(PerixFailure::NoMemory, currentException());
   return gaveUp(false, here("Init"));
 }
 
@@ -155,6 +172,7 @@ bool PerixProxy::useService(const std::shared_ptr<ZQBusProxyInterface>& service)
   const uint64_t number = connection + 1;
   if (!deliveries->open(number)) {
     PERIX_ERROR("the proxy is being released");
+    noteConnecting(PerixFailure::NoService, "the proxy is being released");
     return false;
   }
   eventCallback = new (std::nothrow)
@@ -164,12 +182,14 @@ bool PerixProxy::useService(const std::shared_ptr<ZQBusProxyInterface>& service)
   PERIX_DEBUG("init callback : %p", static_cast<void*>(eventCallback));
   if (!service->addEventListener(kEvent, eventCallback, ZQBusSecurityFlags::TrustedPeer)) {
     PERIX_ERROR("addEventListener failed");
+    noteConnecting(PerixFailure::NoService, "the service went away while the proxy connected");
     return false;
   }
   service->setDeathCallback(
       [this, gate = deliveries, number] { gate->deliver(number, [this] { onServiceDeath(); }); });
   connection = number;
   serviceProxy.set(service);
+  noteConnecting(PerixFailure::None, "");
   return true;
 }
 

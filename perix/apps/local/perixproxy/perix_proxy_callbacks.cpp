@@ -27,7 +27,7 @@ int change(std::mutex& registries, Change change, LogSite site = here()) try {
     change();
     return 0;
   }
-  noteNoService("", "");
+  noteNoService("");
   return -1;
 } catch (...) {
   return gaveUp("", -1, site);

@@ -51,7 +51,7 @@ void appendChannels(PerixCall& call, const std::list<_CHANNEL_HANDLE>& handles) 
 int pipeResult(PerixCall& call) {
   const auto reply = call.reply();
   if (reply == nullptr) return -1;
-  const int result = call.integer(*reply, 0);
+  const int result = call.result(*reply);
   if (result != 0) PERIX_ERROR_AT(call.site(), "ret = %d", result);
   return result;
 }
@@ -60,7 +60,7 @@ int pipeResult(PerixCall& call) {
 void noteLookUp(const ZQBusMessage& reply, std::chrono::steady_clock::duration took) {
   std::string text;
   LastFailure& last = lastFailure();
-  last.setFrom(reply, kIdMethod, reply.readString(text, 0));
+  last.setFrom(reply, kIdMethod, "the desktop's id is unknown: " + reply.readString(text, 0));
   if (reply.type() == 2) hasArgument<int32_t>(reply, 0, kIdMethod);
   last.waiting = {};
   last.lookUps = last.total = std::chrono::duration_cast<std::chrono::microseconds>(took);
@@ -107,7 +107,7 @@ int PerixProxy::OnFocusChanged(std::string vmId, uint64_t windowId, uint32_t gai
   call.desktop(vmId).int32(static_cast<int32_t>(gainFocus)).int64(static_cast<int64_t>(windowId));
   const auto reply = call.within(500).reply();
   if (reply == nullptr) return -1;
-  const int result = call.integer(*reply, 0);
+  const int result = call.result(*reply);
   PERIX_DEBUG("ret: %d", result);
   return result;
 }
@@ -141,7 +141,7 @@ unsigned int PerixProxy::GetVmIdInt(std::string vmId) try {
   const auto service = serviceProxy.get();
   if (const unsigned int known = knownId(vmId); known != 0) return known;
   if (service == nullptr) {
-    noteNoService(kIdMethod, "no service to look the desktop's id up");
+    noteNoService(kIdMethod);
     return 0;
   }
   const auto start = std::chrono::steady_clock::now();
@@ -212,7 +212,7 @@ int PerixProxy::SetPortChannelStatus(std::string vmId, unsigned int port, int st
   PerixCall call(*this, "setPortChannelStatus");
   const auto reply = call.desktop(vmId).int32(static_cast<int32_t>(port)).int32(status).reply();
   if (reply == nullptr) return -1;
-  const int result = call.integer(*reply, 0);
+  const int result = call.result(*reply);
   PERIX_DEBUG("ret: %d", result);
   return result;
 }
@@ -307,7 +307,7 @@ int PerixProxy::DiagnoseDevice(std::string vmId, unsigned long long srcId,
   diagnoseNotify = notify;
   const int result = PerixCall(*this, "diagnoseDevice", PerixCall::Order::IdBeforeLock)
                          .desktop(vmId)
-                         .int64(static_cast<int64_t>(srcId))
+                         .deviceBySource(srcId)
                          .within(kDiagnoseTimeoutMs)
                          .status();
   if (result != 0) forgetDiagnoseNotify(notify);
@@ -327,7 +327,7 @@ void PerixProxy::forgetDiagnoseNotify(PerixDiagnoseNotify* notify) {
 }
 
 int PerixProxy::DoPerixTest(const std::string& name) {
-  return PerixCall(*this, "doPerixTest").noDesktop().text(name).status();
+  return PerixCall(*this, "doPerixTest").noDesktop().text(name).number(-1);
 }
 
 int PerixProxy::DoPerixCmd(const std::string& command) {

@@ -66,29 +66,29 @@ int PerixProxy::FreeDeviceList(std::list<CommonDevice*> list) {
 
 int PerixProxy::ConnectDevice(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber: %d", vmId.c_str(), devNumber);
-  return PerixCall(*this, "connectDevice").desktop(vmId).uint16(devNumber).status();
+  return PerixCall(*this, "connectDevice").desktop(vmId).device(devNumber).status();
 }
 
 int PerixProxy::DisconnectDevice(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber: %d", vmId.c_str(), devNumber);
-  return PerixCall(*this, "disconnectDevice").desktop(vmId).uint16(devNumber).status();
+  return PerixCall(*this, "disconnectDevice").desktop(vmId).device(devNumber).status();
 }
 
 int PerixProxy::ConnectDeviceBySrcId(std::string vmId, unsigned long long srcId) {
   const auto id = static_cast<int64_t>(srcId);
   PERIX_DEBUG("vmId:%s, srcid: %lld", vmId.c_str(), static_cast<long long>(id));
-  return PerixCall(*this, "connectDeviceBySrcId").desktop(vmId).int64(id).status();
+  return PerixCall(*this, "connectDeviceBySrcId").desktop(vmId).deviceBySource(srcId).status();
 }
 
 int PerixProxy::DisconnectDeviceBySrcId(std::string vmId, unsigned long long srcId) {
   const auto id = static_cast<int64_t>(srcId);
   PERIX_DEBUG("vmId:%s,src: %lld", vmId.c_str(), static_cast<long long>(id));
-  return PerixCall(*this, "disconnectDeviceBySrcId").desktop(vmId).int64(id).status();
+  return PerixCall(*this, "disconnectDeviceBySrcId").desktop(vmId).deviceBySource(srcId).status();
 }
 
 int PerixProxy::RedirectDevice(std::string vmId, unsigned short a, unsigned short b) {
   PerixCall call(*this, "redirectDevice", PerixCall::Order::IdBeforeMessage);
-  return call.desktop(vmId).uint16(a).uint16(b).status();
+  return call.desktop(vmId).device(a).uint16(b).status();
 }
 
 int PerixProxy::SetAutoConnect(unsigned short type, int autoConnect) {
@@ -97,7 +97,7 @@ int PerixProxy::SetAutoConnect(unsigned short type, int autoConnect) {
 }
 
 int PerixProxy::GetAutoConnect(unsigned short type) {
-  return PerixCall(*this, "getAutoConnect").noDesktop().uint16(type).status(0);
+  return PerixCall(*this, "getAutoConnect").noDesktop().uint16(type).number(0);
 }
 
 int PerixProxy::AddNetworkDevice(int n, std::string& s) {
@@ -125,7 +125,7 @@ int PerixProxy::DisconnectUsbredir(std::string, UDevInfo) {
 
 int PerixProxy::SetDeviceLocalPolicy(CommonDevice* dev) {
   PerixCall call(*this, "setLocalPolicy");
-  call.uint16(dev->devNumber).uint16(dev->localPolicy);
+  call.device(dev->devNumber).uint16(dev->localPolicy);
   return call.block(fieldText(dev->name).view()).block(fieldText(dev->detail).view()).status();
 }
 
@@ -140,13 +140,13 @@ int PerixProxy::SetDevicePropertyWithVidPid(unsigned short vid, unsigned short p
 int PerixProxy::GetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                             unsigned short) {
   PerixCall call(*this, "getDevicePropertyWithVidPid");
-  return call.noDesktop().uint16(vid).uint16(pid).int32(pid).status(0);
+  return call.noDesktop().uint16(vid).uint16(pid).int32(pid).number(0);
 }
 
 int PerixProxy::GetLocalDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                                  unsigned short) {
   PerixCall call(*this, "getLocalDevicePropertyWithVidPid");
-  return call.noDesktop().uint16(vid).uint16(pid).int32(pid).status(0);
+  return call.noDesktop().uint16(vid).uint16(pid).int32(pid).number(0);
 }
 
 std::string PerixProxy::GetTurboConfigWithVidPid(unsigned short vid, unsigned short pid) {

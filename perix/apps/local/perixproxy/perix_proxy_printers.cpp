@@ -85,12 +85,12 @@ std::list<CommonDevice*> PerixProxy::GetNetworkPrinterList() {
 
 int PerixProxy::ConnectPrinter(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber:%d", vmId.c_str(), devNumber);
-  return PerixCall(*this, "connectPrinter").desktop(vmId).uint16(devNumber).status();
+  return PerixCall(*this, "connectPrinter").desktop(vmId).printer(devNumber).status();
 }
 
 int PerixProxy::DisconnectPrinter(std::string vmId, unsigned short devNumber) {
   PERIX_DEBUG("vmId:%s, devNumber:%d", vmId.c_str(), devNumber);
-  return PerixCall(*this, "disconnectPrinter").desktop(vmId).uint16(devNumber).status();
+  return PerixCall(*this, "disconnectPrinter").desktop(vmId).printer(devNumber).status();
 }
 
 int PerixProxy::AddNetworkPrinter(const std::string& printerAddr, const std::string& printerName,
@@ -138,7 +138,7 @@ int PerixProxy::SearchSharePrinterDevice(const std::string& ipaddr,
   PerixCall call(*this, "searchSharePrinter");
   const auto reply = call.text(ipaddr).within(10000).reply();
   if (reply == nullptr) return -1;
-  if (const int result = call.integer(*reply, 0); result != 0) return result;
+  if (const int result = call.result(*reply); result != 0) return result;
   devices = readSharedPrinters(call, *reply);
   return 0;
 } catch (...) {
