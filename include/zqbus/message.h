@@ -34,6 +34,19 @@ enum class ZQBusWay {
   InProcess,  ///< within this process
 };
 
+/// The way's word in traces. A literal.
+constexpr const char* TextOf(ZQBusWay way) {
+  switch (way) {
+    case ZQBusWay::Broker:
+      return "broker";
+    case ZQBusWay::Direct:
+      return "direct";
+    case ZQBusWay::InProcess:
+      return "inprocess";
+  }
+  return "?";
+}
+
 /// The byte block of an argument: `size` bytes, and a zero byte behind them. `data` is
 /// aligned for every type.
 struct ZQBusBytes {

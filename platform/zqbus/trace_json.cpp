@@ -37,9 +37,9 @@ constexpr Words<Kind, 5> kKinds{{{Kind::Call, "call"},
                                  {Kind::Broadcast, "broadcast"},
                                  {Kind::Connection, "connection"},
                                  {Kind::Death, "death"}}};
-constexpr Words<ZQBusWay, 3> kWays{{{ZQBusWay::Broker, "broker"},
-                                    {ZQBusWay::Direct, "direct"},
-                                    {ZQBusWay::InProcess, "inprocess"}}};
+constexpr Words<ZQBusWay, 3> kWays{{{ZQBusWay::Broker, TextOf(ZQBusWay::Broker)},
+                                    {ZQBusWay::Direct, TextOf(ZQBusWay::Direct)},
+                                    {ZQBusWay::InProcess, TextOf(ZQBusWay::InProcess)}}};
 constexpr Words<ZQBusFailure, 7> kFailures{{{ZQBusFailure::Service, "service"},
                                             {ZQBusFailure::TimedOut, "timedOut"},
                                             {ZQBusFailure::PeerGone, "peerGone"},
@@ -215,7 +215,7 @@ std::string toJson(const ZQBusTraceEntry& entry) {
   Json document{{"time", utcText(entry.wall)},        {"ns", entry.monotonic.count()},
                 {"process", entry.process},           {"program", entry.program},
                 {"kind", wordOf(kKinds, entry.kind)}, {"direction", entry.isSent ? "out" : "in"}};
-  if (entry.way) document["way"] = wordOf(kWays, *entry.way);
+  if (entry.way) document["way"] = TextOf(*entry.way);
   if (!entry.service.empty()) document["service"] = entry.service;
   if (!entry.peer.empty()) document["peer"] = entry.peer;
   if (!entry.content.name().empty()) {

@@ -51,40 +51,40 @@ std::vector<Method> DevService::controlMethods() {
 
 std::vector<Method> DevService::modelMethods() {
   return {
-      {"plug", "device:s", "json:s",
+      {{"plug", "device:s", "json:s"},
        [this](const Call& call) REQUIRES(mutex_) { return plug(call); }},
-      {"unplug", "device:q", "json:s",
+      {{"unplug", "device:q", "json:s"},
        [this](const Call& call)
            REQUIRES(mutex_) { return doneOr(world_.devices.unplug(call.uint16(0))); }},
-      {"print", "printer:q document:s", "json:s",
+      {{"print", "printer:q document:s", "json:s"},
        [this](const Call& call) REQUIRES(mutex_) {
          return doneOr(world_.activities.print(call.uint16(0), call.text(1)));
        }},
-      {"sendEvent", "desktop:i kind:i ?payload:ay", "json:s",
+      {{"sendEvent", "desktop:i kind:i ?payload:ay", "json:s"},
        [this](const Call& call) REQUIRES(mutex_) { return sendFromControl(call, Way::Event); }},
-      {"sendBroadcast", "desktop:i kind:i ?payload:ay", "json:s",
+      {{"sendBroadcast", "desktop:i kind:i ?payload:ay", "json:s"},
        [this](const Call& call) REQUIRES(mutex_) { return sendFromControl(call, Way::Broadcast); }},
-      {"state", "", "json:s",
+      {{"state", "", "json:s"},
        [this](const Call&) REQUIRES(mutex_) { return document(stateAsJson(world_)); }},
   };
 }
 
 std::vector<Method> DevService::faultMethods() {
   return {
-      {"setFault", "method:s kind:s value:x count:i", "json:s",
+      {{"setFault", "method:s kind:s value:x count:i", "json:s"},
        [this](const Call& call) REQUIRES(mutex_) { return setFault(call); }},
-      {"clearFaults", "", "json:s",
+      {{"clearFaults", "", "json:s"},
        [this](const Call&) REQUIRES(mutex_) {
          faults_.clear();
          return document(faults_.list());
        }},
-      {"listFaults", "", "json:s",
+      {{"listFaults", "", "json:s"},
        [this](const Call&) REQUIRES(mutex_) { return document(faults_.list()); }},
-      {"listCalls", "", "json:s",
+      {{"listCalls", "", "json:s"},
        [this](const Call&) REQUIRES(mutex_) { return document(calls_.list()); }},
-      {"awaitCalls", "method:s count:i", "json:s",
+      {{"awaitCalls", "method:s count:i", "json:s"},
        [this](const Call& call) REQUIRES(mutex_) { return awaitCalls(call); }},
-      {"clearCalls", "", "json:s",
+      {{"clearCalls", "", "json:s"},
        [this](const Call&) REQUIRES(mutex_) {
          calls_.clear();
          return done();
@@ -94,17 +94,17 @@ std::vector<Method> DevService::faultMethods() {
 
 std::vector<Method> DevService::lifeMethods() {
   return {
-      {"reset", "", "json:s",
+      {{"reset", "", "json:s"},
        [this](const Call&) REQUIRES(mutex_) {
          world_.load(options_.scenario);
          return done();
        }},
-      {"crash", "", "json:s",
+      {{"crash", "", "json:s"},
        [](const Call&) {
          ::kill(::getpid(), SIGKILL);
          return done();
        }},
-      {"stop", "", "json:s",
+      {{"stop", "", "json:s"},
        [this](const Call&) REQUIRES(mutex_) {
          // The timer's task waits for the lock, and so until this call is answered.
          timer_.after(std::chrono::milliseconds(0), [this] { options_.onEnd(Ending::Stopped); });

@@ -11,19 +11,10 @@
 namespace zq::devservice {
 namespace {
 
-constexpr char kEvent[] = "perixevent";
-constexpr char kBroadcast[] = "mountedEvent";
+constexpr const ServiceMethod& kEvent = *ServiceEventOf("perixevent");
+constexpr const ServiceMethod& kBroadcast = *ServiceEventOf("mountedEvent");
 // Arguments of an answer that the list of calls shows.
 constexpr std::size_t kShownAnswer = 8;
-
-ZQBusServiceDescription describe(const MethodTable& methods, bool events) {
-  ZQBusServiceDescription description{methods.description(), {}};
-  if (events) {
-    description.events.push_back(
-        {kEvent, {{"desktop", "i"}, {"kind", "i"}, {"payload", "ay"}}, {}});
-  }
-  return description;
-}
 
 /// The call. Its last release answers it with an error if no other code has answered it.
 std::shared_ptr<ZQBusCall> neverUnanswered(std::shared_ptr<ZQBusCall> call) {
@@ -71,11 +62,11 @@ bool DevService::start(std::string& error) {
   // Calls that arrive before both names are owned wait for the lock.
   const MutexLock lock(mutex_);
   perix = ZQBusService::claim(
-      "perix", describe(perix_, true),
+      "perix", {perix_.description(), {describe(kEvent)}},
       [this](const std::shared_ptr<ZQBusCall>& call) { onCall(call); }, error);
   if (perix == nullptr) return false;
   control = ZQBusService::claim(
-      "perixcontrol", describe(control_, false),
+      "perixcontrol", {control_.description(), {}},
       [this](const std::shared_ptr<ZQBusCall>& call) { onControlCall(call); }, error);
   if (control == nullptr) return false;
   perix->setLostCallback([this] { options_.onEnd(Ending::BusLost); });
@@ -102,9 +93,9 @@ void DevService::sendRaw(Way way, uint32_t desktop, int32_t kind,
   content.appendInt32(kind);
   if (payload) content.append(*payload);
   if (way == Way::Event) {
-    perixService_->sendEvent(kEvent, content);
+    perixService_->sendEvent(kEvent.name, content);
   } else {
-    perixService_->sendBroadcast(kBroadcast, content);
+    perixService_->sendBroadcast(kBroadcast.name, content);
   }
 }
 
@@ -139,7 +130,7 @@ void DevService::onCall(const std::shared_ptr<ZQBusCall>& call) {
 
 DevService::NotedCall DevService::note(const std::shared_ptr<ZQBusCall>& call) {
   const Method* method = perix_.find(call->message().name());
-  const bool shown = method != nullptr && !method->secret;
+  const bool shown = method != nullptr && !method->form.secret;
   return {call, calls_.note(call->message(), call->sender(),
                             shown ? Disclosure::Everything : Disclosure::SizesOnly)};
 }

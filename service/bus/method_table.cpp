@@ -8,13 +8,17 @@
 namespace zq::devservice {
 namespace {
 
+/// Of "name:signature", with or without a mark in front.
+ZQBusMethod::Argument parseArgument(std::string word) {
+  word.erase(0, word.find_first_not_of("?*"));
+  const std::size_t colon = word.find(':');
+  return {word.substr(0, colon), word.substr(colon + 1)};
+}
+
 std::vector<ZQBusMethod::Argument> parseArguments(const std::string& text) {
   std::vector<ZQBusMethod::Argument> arguments;
   std::istringstream words(text);
-  for (std::string word; words >> word;) {
-    const std::size_t colon = word.find(':');
-    arguments.push_back({word.substr(0, colon), word.substr(colon + 1)});
-  }
+  for (std::string word; words >> word;) arguments.push_back(parseArgument(word));
   return arguments;
 }
 
@@ -92,22 +96,23 @@ const char* signatureOf(const ZQBusArgument& argument) {
   return kSignatures.at(argument.index());
 }
 
+ZQBusMethod describe(const ServiceMethod& form) {
+  return {form.name, parseArguments(form.in), parseArguments(form.out), form.secret};
+}
+
 MethodTable::MethodTable(std::vector<Method> methods) {
   for (Method& method : methods) {
     Row row = parse(std::move(method));
-    std::string name = row.method.name;
+    std::string name = row.method.form.name;
     rows_.emplace(std::move(name), std::move(row));
   }
 }
 
 MethodTable::Row MethodTable::parse(Method method) {
-  const std::size_t mark = method.in.find_first_of("?*");
-  const auto fixed = parseArguments(method.in.substr(0, mark));
-  const auto rest = mark == std::string::npos ? std::vector<ZQBusMethod::Argument>{}
-                                              : parseArguments(method.in.substr(mark + 1));
-  Row row{std::move(method), fixed, fixed.size(), 0};
-  if (mark != std::string::npos && row.method.in[mark] == '*') row.repeating = rest.size();
-  row.arguments.insert(row.arguments.end(), rest.begin(), rest.end());
+  const std::string in = method.form.in;
+  const std::size_t mark = in.find_first_of("?*");
+  Row row{std::move(method), parseArguments(in).size(), parseArguments(in.substr(0, mark)).size()};
+  if (mark != std::string::npos && in[mark] == '*') row.repeating = row.most - row.required;
   return row;
 }
 
@@ -131,32 +136,28 @@ void MethodTable::handle(const ZQBusMessage& call, const Respond& respond) const
 }
 
 std::string MethodTable::mismatch(const Row& row, const ZQBusMessage& call) {
-  const Method& method = row.method;
+  const ServiceMethod& form = row.method.form;
   const auto& given = call.arguments();
   const std::size_t group = row.repeating;
   const bool tooFew = given.size() < row.required;
-  const bool tooMany = group == 0 && given.size() > row.arguments.size();
+  const bool tooMany = group == 0 && given.size() > row.most;
   const bool splitGroup = group != 0 && !tooFew && (given.size() - row.required) % group != 0;
   if (tooFew || tooMany || splitGroup) {
-    return method.name + " takes (" + method.in + "), not " + std::to_string(given.size()) +
-           " arguments";
+    return std::string(form.name) + " takes (" + form.in + "), not " +
+           std::to_string(given.size()) + " arguments";
   }
   for (std::size_t i = 0; i < given.size(); ++i) {
-    const std::size_t column =
-        i < row.required || group == 0 ? i : row.required + (i - row.required) % group;
-    const auto& expected = row.arguments[column];
-    if (expected.signature == signatureOf(given[i])) continue;
-    return method.name + ": argument " + std::to_string(i) + ", " + expected.name + ", is " +
-           expected.signature + ", not " + signatureOf(given[i]);
+    const auto [name, signature] = parseArgument(std::string(ArgumentOf(form.in, i)));
+    if (signature == signatureOf(given[i])) continue;
+    return std::string(form.name) + ": argument " + std::to_string(i) + ", " + name + ", is " +
+           signature + ", not " + signatureOf(given[i]);
   }
   return {};
 }
 
 std::vector<ZQBusMethod> MethodTable::description() const {
   std::vector<ZQBusMethod> methods;
-  for (const auto& [name, row] : rows_) {
-    methods.push_back({name, row.arguments, parseArguments(row.method.out), row.method.secret});
-  }
+  for (const auto& [name, row] : rows_) methods.push_back(describe(row.method.form));
   return methods;
 }
 

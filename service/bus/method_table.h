@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "perix/service_methods.h"
 #include "service/model/model.h"
 #include "zqbus/message.h"
 #include "zqbus/zqbus_service.h"
@@ -62,14 +63,8 @@ struct Call {
 };
 
 struct Method {
-  std::string name;
-  /// The arguments, each "name:signature", separated by blanks. A '?' marks an argument that may be
-  /// absent, a '*' the beginning of a group that comes any number of times.
-  std::string in;
-  std::string out;
+  ServiceMethod form;
   std::function<Answer(const Call&)> handle;
-  /// Only the handler sees the arguments; the list of calls shows their sizes.
-  bool secret = false;
 };
 
 class MethodTable {
@@ -88,8 +83,8 @@ class MethodTable {
  private:
   struct Row {
     Method method;
-    std::vector<ZQBusMethod::Argument> arguments;
-    std::size_t required = 0;   ///< how many arguments there must be at least
+    std::size_t most = 0;       ///< arguments, with a repeating group once
+    std::size_t required = 0;   ///< arguments at least
     std::size_t repeating = 0;  ///< how many of the last arguments make up the repeating group
   };
 
@@ -98,6 +93,9 @@ class MethodTable {
 
   std::map<std::string, Row> rows_;
 };
+
+/// The method or the event as introspection shows it.
+ZQBusMethod describe(const ServiceMethod& form);
 
 /// The D-Bus signature of one argument, as the table writes it.
 const char* signatureOf(const ZQBusArgument& argument);

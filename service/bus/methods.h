@@ -2,12 +2,21 @@
 // them; they run under the model's lock.
 #pragma once
 
+#include <string_view>
 #include <vector>
 
 #include "service/bus/method_table.h"
 #include "service/model/world.h"
 
 namespace zq::devservice {
+
+/// The form of the method of that name; a name without a row in perix/service_methods.h does not
+/// compile.
+consteval ServiceMethod perixMethod(std::string_view name) {
+  const ServiceMethod* const method = ServiceMethodOf(name);
+  if (method == nullptr) throw "perix/service_methods.h has no such method";
+  return *method;
+}
 
 /// Sessions, ids, focus, pipes and ports, tokens, quality reports.
 std::vector<Method> desktopMethods(World& world);

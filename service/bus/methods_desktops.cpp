@@ -72,41 +72,40 @@ Answer setToken(World& world, const Call& call) {
 
 std::vector<Method> desktopMethods(World& world) {
   return {
-      {"connectVm", "desktop:i systemType:i shareMode:i connectParam:i", "result:i",
+      {perixMethod("connectVm"),
        [&world](const Call& call) {
          return world.connectDesktop(call.desktop(), call.int32(1), call.int32(2),
                                      static_cast<uint32_t>(call.int32(3)));
        }},
-      {"disconnectVm", "desktop:i", "result:i",
+      {perixMethod("disconnectVm"),
        [&world](const Call& call) { return world.disconnectDesktop(call.desktop()); }},
-      {"startManager", "desktop:i", "result:i",
+      {perixMethod("startManager"),
        [&world](const Call& call) { return world.desktops.start(call.desktop()); }},
-      {"getVmList", "zero:i", "count:i name:s desktop:i",
-       [&world](const Call&) { return listDesktops(world); }},
-      {"getVmListSize", "name:s", "desktop:i",
+      {perixMethod("getVmList"), [&world](const Call&) { return listDesktops(world); }},
+      {perixMethod("getVmListSize"),
        [&world](const Call& call) {
          return Answer::number(static_cast<int32_t>(world.desktops.idOf(call.text(0))));
        }},
-      {"onFocusChanged", "desktop:i gained:i window:x", "result:i",
+      {perixMethod("onFocusChanged"),
        [&world](const Call& call) {
          return world.desktops.focus(call.desktop(), call.int32(1) != 0, call.int64(2));
        }},
-      {"createPipe", "desktop:i count:i *pipe:ay", "result:i",
+      {perixMethod("createPipe"),
        [&world](const Call& call) { return changePipes(world, call, &Desktops::createPipes); }},
-      {"destroyPipe", "desktop:i count:i *pipe:ay", "result:i",
+      {perixMethod("destroyPipe"),
        [&world](const Call& call) { return changePipes(world, call, &Desktops::destroyPipes); }},
-      {"setPortChannelStatus", "desktop:i port:i status:i", "result:i",
+      {perixMethod("setPortChannelStatus"),
        [&world](const Call& call) {
          return world.desktops.setPort(call.desktop(), static_cast<uint32_t>(call.int32(1)),
                                        call.int32(2));
        }},
-      {"updateDriveToken", "token:ay", "result:i",
-       [&world](const Call& call) { return setToken(world, call); }, true},
-      {"setBwInfo", "desktop:i value1:x value2:x", "result:i",
+      {perixMethod("updateDriveToken"),
+       [&world](const Call& call) { return setToken(world, call); }},
+      {perixMethod("setBwInfo"),
        [&world](const Call& call) {
          return world.desktops.setBandwidth(call.desktop(), {call.int64(1), call.int64(2)});
        }},
-      {"setRtcQosInfo", "desktop:i type:x ?value:x", "result:i",
+      {perixMethod("setRtcQosInfo"),
        [&world](const Call& call) { return setQuality(world, call); }},
   };
 }

@@ -50,33 +50,33 @@ NewDeviceDecision decisionAt(const Call& call, std::size_t first) {
 
 std::vector<Method> connectionMethods(World& world) {
   return {
-      {"connectDevice", "desktop:i device:q", "result:i",
+      {perixMethod("connectDevice"),
        [&world](const Call& call) {
          return world.devices.connect(call.desktop(), call.uint16(1));
        }},
-      {"disconnectDevice", "desktop:i device:q", "result:i",
+      {perixMethod("disconnectDevice"),
        [&world](const Call& call) {
          return world.devices.disconnect(call.desktop(), call.uint16(1));
        }},
-      {"connectDeviceBySrcId", "desktop:i sourceId:x", "result:i",
+      {perixMethod("connectDeviceBySrcId"),
        [&world](const Call& call) {
          const auto sourceId = static_cast<uint64_t>(call.int64(1));
          return world.devices.connect(call.desktop(), world.devices.numberOf(sourceId));
        }},
-      {"disconnectDeviceBySrcId", "desktop:i sourceId:x", "result:i",
+      {perixMethod("disconnectDeviceBySrcId"),
        [&world](const Call& call) {
          const auto sourceId = static_cast<uint64_t>(call.int64(1));
          return world.devices.disconnect(call.desktop(), world.devices.numberOf(sourceId));
        }},
-      {"redirectDevice", "desktop:i device:q mode:q", "result:i",
+      {perixMethod("redirectDevice"),
        [&world](const Call& call) {
          return world.devices.redirect(call.desktop(), call.uint16(1), call.uint16(2));
        }},
-      {"setAutoConnect", "zero:i type:q on:q", "result:i",
+      {perixMethod("setAutoConnect"),
        [&world](const Call& call) {
          return world.devices.setAutoConnect(call.uint16(1), call.uint16(2) != 0);
        }},
-      {"getAutoConnect", "zero:i type:q", "on:i",
+      {perixMethod("getAutoConnect"),
        [&world](const Call& call) {
          const auto type = static_cast<DeviceType>(call.uint16(1));
          return Answer::number(world.devices.autoConnects(type) ? 1 : 0);
@@ -88,30 +88,29 @@ std::vector<Method> connectionMethods(World& world) {
 
 std::vector<Method> deviceMethods(World& world) {
   std::vector<Method> methods = {
-      {"getDeviceList", "desktop:i", "count:i record:ay",
+      {perixMethod("getDeviceList"),
        [&world](const Call& call) { return deviceList(world, call.desktop()); }},
-      {"getDeviceStatus", "device:q", "count:i record:ay",
+      {perixMethod("getDeviceStatus"),
        [&world](const Call& call) { return deviceStatus(world, call.uint16(0)); }},
-      {"addNetworkDevice", "type:i address:ay", "result:i",
+      {perixMethod("addNetworkDevice"),
        [&world](const Call& call) {
          return world.devices.addNetwork(call.int32(0), call.text(1));
        }},
-      {"deleteNetworkDevice", "name:ay address:ay", "result:i",
+      {perixMethod("deleteNetworkDevice"),
        [&world](const Call& call) {
          return world.devices.removeNetwork(call.text(0), call.text(1));
        }},
-      {"setUsbredirStatus", "desktop:i status:q device:ay", "result:i",
+      {perixMethod("setUsbredirStatus"),
        [&world](const Call& call) { return setUsbRedirection(world, call); }},
-      {"configNewDeviceAsConnect", "desktop:i sourceId:ay type:i autoConnect:i popupCard:i",
-       "result:i",
+      {perixMethod("configNewDeviceAsConnect"),
        [&world](const Call& call) {
          return world.activities.configureConnect(call.desktop(), decisionAt(call, 1));
        }},
-      {"configNewDeviceAsIgnore", "sourceId:ay type:i autoConnect:i popupCard:i", "result:i",
+      {perixMethod("configNewDeviceAsIgnore"),
        [&world](const Call& call) {
          return world.activities.configureIgnore(decisionAt(call, 0));
        }},
-      {"ConfigUdisks2Command", "desktop:i sourceId:ay command:i", "result:i",
+      {perixMethod("ConfigUdisks2Command"),
        [&world](const Call& call) {
          return world.activities.diskCommand(call.desktop(), call.block64(1), call.int32(2));
        }},

@@ -97,31 +97,31 @@ Answer findDrivers(World& world, const Call& call) {
 
 std::vector<Method> networkAndSharedMethods(World& world) {
   return {
-      {"getNetworkPrinterList", "", "count:i record:ay",
+      {perixMethod("getNetworkPrinterList"),
        [&world](const Call&) { return networkPrinters(world); }},
-      {"addNetworkPrinter", "address:s name:s description:s", "result:i",
+      {perixMethod("addNetworkPrinter"),
        [&world](const Call& call) {
          return world.printers.add(printerAt(call, 0, PrinterOrigin::Network));
        }},
-      {"deleteNetworkPrinter", "name:s", "result:i",
+      {perixMethod("deleteNetworkPrinter"),
        [&world](const Call& call) {
          return world.printers.remove(PrinterOrigin::Network, call.text(0));
        }},
-      {"renameNetworkPrinter", "name:ay newName:ay", "result:i",
+      {perixMethod("renameNetworkPrinter"),
        [&world](const Call& call) {
          return world.printers.rename(PrinterOrigin::Network, call.text(0), call.text(1));
        }},
-      {"searchSharePrinter", "address:s", "result:i count:i address:s name:s description:s",
+      {perixMethod("searchSharePrinter"),
        [&world](const Call& call) { return searchShared(world, call); }},
-      {"stopSearchSharePrinter", "", "result:i",
+      {perixMethod("stopSearchSharePrinter"),
        [&world](const Call&) { return world.search.stop(); }},
-      {"addSharePrinter", "count:i *address:s name:s description:s", "result:i",
+      {perixMethod("addSharePrinter"),
        [&world](const Call& call) { return addShared(world, call); }},
-      {"deleteSharePrinter", "address:s name:s", "result:i",
+      {perixMethod("deleteSharePrinter"),
        [&world](const Call& call) {
          return world.printers.remove(PrinterOrigin::Shared, call.text(1), call.text(0));
        }},
-      {"searchAllPrinter", "", "printers:s",
+      {perixMethod("searchAllPrinter"),
        [&world](const Call& call) { return summarize(world, call); }},
   };
 }
@@ -129,29 +129,29 @@ std::vector<Method> networkAndSharedMethods(World& world) {
 std::vector<Method> localMethods(World& world) {
   PrinterBackend& backend = *world.printerBackend;
   return {
-      {"getPrinterDriverlList", "query:s", "drivers:s",
+      {perixMethod("getPrinterDriverlList"),
        [&world](const Call& call) { return findDrivers(world, call); }},
-      {"addPrinter", "name:s address:s driver:s", "result:i",
+      {perixMethod("addPrinter"),
        [&backend](const Call& call) {
          backend.add(call.text(0), call.text(1), call.text(2), call.respond);
          return Answer::later();
        }},
-      {"autoAddPrinter", "name:s address:s driver:s", "result:i",
+      {perixMethod("autoAddPrinter"),
        [&backend](const Call& call) {
          backend.addAutomatically(call.text(0), call.text(1), call.text(2), call.respond);
          return Answer::later();
        }},
-      {"deletePrinter", "name:s", "result:i",
+      {perixMethod("deletePrinter"),
        [&backend](const Call& call) {
          backend.remove(call.text(0), call.respond);
          return Answer::later();
        }},
-      {"changePrinterDriver", "name:s driver:s", "result:i",
+      {perixMethod("changePrinterDriver"),
        [&backend](const Call& call) {
          backend.changeDriver(call.text(0), call.text(1), call.respond);
          return Answer::later();
        }},
-      {"printTestPage", "name:s", "result:i",
+      {perixMethod("printTestPage"),
        [&backend](const Call& call) {
          backend.printTestPage(call.text(0), call.respond);
          return Answer::later();
@@ -163,19 +163,19 @@ std::vector<Method> localMethods(World& world) {
 
 std::vector<Method> printerMethods(World& world) {
   std::vector<Method> methods = {
-      {"getPrinterList", "desktop:i", "count:i record:ay",
+      {perixMethod("getPrinterList"),
        [&world](const Call& call) { return printerList(world, call.desktop()); }},
-      {"getPrinterStatus", "printer:q", "count:i record:ay",
+      {perixMethod("getPrinterStatus"),
        [&world](const Call& call) { return printerStatus(world, call.uint16(0)); }},
-      {"connectPrinter", "desktop:i printer:q", "result:i",
+      {perixMethod("connectPrinter"),
        [&world](const Call& call) {
          return world.printers.connect(call.desktop(), call.uint16(1));
        }},
-      {"disconnectPrinter", "desktop:i printer:q", "result:i",
+      {perixMethod("disconnectPrinter"),
        [&world](const Call& call) {
          return world.printers.disconnect(call.desktop(), call.uint16(1));
        }},
-      {"ConfigPrinterCommand", "desktop:i sourceId:ay command:i", "result:i",
+      {perixMethod("ConfigPrinterCommand"),
        [&world](const Call& call) { return command(world, call); }},
   };
   for (Method& method : networkAndSharedMethods(world)) methods.push_back(std::move(method));

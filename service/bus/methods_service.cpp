@@ -7,24 +7,24 @@ namespace zq::devservice {
 
 std::vector<Method> serviceMethods(World& world) {
   return {
-      {"resetService", "", "result:i",
+      {perixMethod("resetService"),
        [&world](const Call&) {
          world.resetSessions();
          return Result::Done;
        }},
-      {"diagnose", "desktop:i", "result:i",
+      {perixMethod("diagnose"),
        [&world](const Call& call) { return world.activities.diagnose(call.desktop(), 0); }},
-      {"diagnoseDevice", "desktop:i sourceId:x", "result:i",
+      {perixMethod("diagnoseDevice"),
        [&world](const Call& call) {
          return world.activities.diagnose(call.desktop(), static_cast<uint64_t>(call.int64(1)));
        }},
-      {"doPerixTest", "zero:i name:s", "result:i",
+      {perixMethod("doPerixTest"),
        [&world](const Call& call) {
          return Answer::number(world.activities.runTest(call.text(1)));
        }},
-      {"doPerixCmd", "zero:i command:s", "result:i",
+      {perixMethod("doPerixCmd"),
        [&world](const Call& call) { return world.activities.runCommand(call.text(1)); }},
-      {"getPerixCmdHelp", "zero:i", "help:s",
+      {perixMethod("getPerixCmdHelp"),
        [&world](const Call&) { return Answer::text(world.activities.commandHelp()); }},
   };
 }

@@ -40,18 +40,17 @@ Answer effectiveProperty(const World& world, VidPid id) {
 
 std::vector<Method> joystickMethods(World& world) {
   return {
-      {"getJoystickDevList", "zero:i", "count:i record:ay",
-       [&world](const Call&) { return listJoysticks(world); }},
-      {"getJoystickMappingList", "zero:i vid:q pid:q", "mapping:s",
+      {perixMethod("getJoystickDevList"), [&world](const Call&) { return listJoysticks(world); }},
+      {perixMethod("getJoystickMappingList"),
        [&world](const Call& call) {
          return Answer::text(valueOr(world.settings.joystickMappings, vidPid(call), std::string()));
        }},
-      {"setJoystickMapping", "zero:i vid:q pid:q mapping:ay", "result:i",
+      {perixMethod("setJoystickMapping"),
        [&world](const Call& call) {
          world.settings.joystickMappings[vidPid(call)] = call.text(3);
          return Result::Done;
        }},
-      {"calibrationJoystick", "zero:i vid:q pid:q", "result:i",
+      {perixMethod("calibrationJoystick"),
        [&world](const Call& call) { return world.activities.calibrate(vidPid(call)); }},
   };
 }
@@ -60,39 +59,38 @@ std::vector<Method> joystickMethods(World& world) {
 
 std::vector<Method> settingMethods(World& world) {
   std::vector<Method> methods = {
-      {"setLocalPolicy", "device:q policy:q name:ay detail:ay", "result:i",
+      {perixMethod("setLocalPolicy"),
        [&world](const Call& call) {
          return world.devices.setPolicy(call.uint16(0), call.uint16(1), call.text(2));
        }},
-      {"setDevicePropertyWithVidPid", "zero:i vid:q pid:q property:i value:i", "result:i",
+      {perixMethod("setDevicePropertyWithVidPid"),
        [&world](const Call& call) {
          world.settings.properties[vidPid(call)] = call.int32(4);
          return Result::Done;
        }},
-      {"getDevicePropertyWithVidPid", "zero:i vid:q pid:q pidAgain:i", "value:i",
+      {perixMethod("getDevicePropertyWithVidPid"),
        [&world](const Call& call) { return effectiveProperty(world, vidPid(call)); }},
-      {"getLocalDevicePropertyWithVidPid", "zero:i vid:q pid:q pidAgain:i", "value:i",
+      {perixMethod("getLocalDevicePropertyWithVidPid"),
        [&world](const Call& call) {
          return Answer::number(valueOr(world.settings.defaults, vidPid(call), 0));
        }},
-      {"getTurboConfigWithVidPid", "zero:i vid:q pid:q", "config:s",
+      {perixMethod("getTurboConfigWithVidPid"),
        [&world](const Call& call) {
          return Answer::text(valueOr(world.settings.turbo, vidPid(call), std::string()));
        }},
-      {"setTurboConfigWithVidPid", "zero:i vid:q pid:q config:ay", "result:i",
+      {perixMethod("setTurboConfigWithVidPid"),
        [&world](const Call& call) {
          world.settings.turbo[vidPid(call)] = call.text(3);
          return Result::Done;
        }},
-      {"resetAllDeviceProperty", "zero:i", "result:i",
+      {perixMethod("resetAllDeviceProperty"),
        [&world](const Call&) {
          world.settings.properties.clear();
          return Result::Done;
        }},
-      {"CheckCameraAuthStat", "", "state:i",
+      {perixMethod("CheckCameraAuthStat"),
        [&world](const Call&) { return Answer::number(world.settings.cameraAuthorized ? 1 : 0); }},
-      {"getPolicyListByVidPid", "zero:i", "count:i record:ay",
-       [&world](const Call&) { return listPolicies(world); }},
+      {perixMethod("getPolicyListByVidPid"), [&world](const Call&) { return listPolicies(world); }},
   };
   for (Method& method : joystickMethods(world)) methods.push_back(std::move(method));
   return methods;

@@ -112,15 +112,18 @@ const std::vector<Line> kLines = {
     // Traces.
     {"trace " TRACE, 0,
      "connected to perix (:1.0) direct\n"
-     "getVmListSize(\"office-1\") = 1   0.30 ms direct\n"
-     "connectDevice(1, 8) = 7 forbidden by the device's policy   0.41 ms direct\n"
-     "connectDevice(1, 9) = failed: timed out after 3000 ms   3000.00 ms broker\n"
-     "event perixevent(1, 6, 0001020304050607...[300]) direct\n"},
+     "getVmListSize(name=\"office-1\") = 1   0.30 ms direct\n"
+     "connectDevice(desktop=1 \"office-1\", device=8) = 7 forbidden by the device's policy   0.41 "
+     "ms direct\n"
+     "connectDevice(desktop=1 \"office-1\", device=9) = failed: timed out after 3000 ms   3000.00 "
+     "ms broker\n"
+     "event perixevent(desktop=1 \"office-1\", kind=6 arrived, payload=0001020304050607...[300]) "
+     "direct\n"},
     {"trace --filter connectDevice --slower 1000 " TRACE " | grep --count .", 0, "1"},
     {"trace --failures " TRACE " | grep --count connectDevice", 0, "2"},
     {"trace --summary " TRACE, 0, "connectDevice  2      2         3000"},
     {"trace /etc/passwd", 2, "/etc/passwd:1: not JSON from byte 1 on"},
-    {"--trace device connect win10 99", 10, "connectDevice(1, 99) = 2 "},
+    {"--trace device connect win10 99", 10, "connectDevice(desktop=1 \"win10\", device=99) = 2 "},
     {"pen replay --fast " STROKE, 0, "     2  press    0x26003     60     78     0.350"},
     {"token update <<< s3cret", 0, "done"},
     {"token update --file <(echo s3cret)", 0, "done"},

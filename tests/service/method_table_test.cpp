@@ -8,7 +8,7 @@ namespace zq::devservice {
 namespace {
 
 Method method(const char* name, const char* in) {
-  return {name, in, "result:i", [](const Call&) { return Result::Done; }};
+  return {{name, in, "result:i"}, [](const Call&) { return Result::Done; }};
 }
 
 /// A message whose arguments are of the types in `signatures`: q, i, x, s, or a for bytes.

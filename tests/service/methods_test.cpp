@@ -32,6 +32,13 @@ std::string pipeBlock(uint32_t desktop, const std::string& label) {
   return block;
 }
 
+TEST_F(TheMethods, AreTheRowsOfTheSharedTable) {
+  for (const ServiceMethod& method : kServiceMethods) {
+    EXPECT_NE(table.find(method.name), nullptr) << method.name;
+  }
+  EXPECT_EQ(table.description().size(), kServiceMethods.size());
+}
+
 TEST_F(TheMethods, ListDevicesWithTheirCountFirst) {
   const auto reply = call("getDeviceList", [](ZQBusMessage& m) { m.appendInt32(kOffice); });
   EXPECT_EQ(reply.readInt32(0), 8);
@@ -69,7 +76,7 @@ TEST_F(TheMethods, KeepOfTheTokenItsLengthAlone) {
   call("updateDriveToken", [](ZQBusMessage& m) { m.appendBytes("geheim", 6); });
   EXPECT_EQ(state()["session"]["tokenLength"], 6);
   EXPECT_EQ(asText(state()).find("geheim"), std::string::npos);
-  EXPECT_TRUE(table.find("updateDriveToken")->secret);
+  EXPECT_TRUE(table.find("updateDriveToken")->form.secret);
 }
 
 TEST_F(TheMethods, AnswerThePropertyThatWasSetElseTheMachines) {

@@ -65,8 +65,8 @@ void write(const Outcome& outcome, const Globals& globals, const Terminal& termi
 }
 
 void traceToStandardError() {
-  setZQBusTraceSink([](const ZQBusTraceEntry& entry) {
-    std::cerr << traceLine(entry) + '\n' << std::flush;
+  setZQBusTraceSink([lines = TraceLines()](const ZQBusTraceEntry& entry) mutable {
+    std::cerr << lines.line(entry) + '\n' << std::flush;
   });
 }
 

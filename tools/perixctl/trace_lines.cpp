@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <map>
+#include <functional>
 #include <string_view>
 
+#include "perix/events.h"
 #include "perix/service_values.h"
 #include "platform/text/escape.h"
 #include "platform/text/hex.h"
@@ -19,11 +20,6 @@ using Kind = ZQBusTraceEntry::Kind;
 constexpr std::size_t kShownArguments = 8;
 constexpr std::size_t kShownText = 60;
 constexpr std::size_t kShownBytes = 8;
-
-// The methods that answer with one number that is not a result.
-constexpr std::array<std::string_view, 5> kNumberMethods = {
-    "getVmListSize", "getAutoConnect", "getDevicePropertyWithVidPid",
-    "getLocalDevicePropertyWithVidPid", "CheckCameraAuthStat"};
 
 struct InWords {
   std::string operator()(std::monostate) const { return "?"; }
@@ -41,23 +37,26 @@ struct InWords {
   }
 };
 
-std::string argumentsIn(const ZQBusMessage& message) {
-  std::string text;
-  for (std::size_t i = 0; i < std::min(message.argCount(), kShownArguments); ++i) {
-    if (i > 0) text += ", ";
-    text += message.isSecret(i) ? "secret" : std::visit(InWords(), message.arguments()[i]);
-  }
-  if (message.argCount() > kShownArguments) text += ", ...";
-  return text;
+std::string shown(const ZQBusMessage& message, std::size_t index) {
+  return message.isSecret(index) ? "secret" : std::visit(InWords(), message.arguments()[index]);
 }
 
-/// Whether the reply is the service's result, and not another number.
+std::string listOf(const ZQBusMessage& message,
+                   const std::function<std::string(std::size_t)>& argument) {
+  std::string text;
+  for (std::size_t i = 0; i < std::min(message.argCount(), kShownArguments); ++i) {
+    text += (i > 0 ? ", " : "") + argument(i);
+  }
+  return message.argCount() > kShownArguments ? text + ", ..." : text;
+}
+
+/// Whether the reply begins with a result of the service.
 bool isResult(const ZQBusTraceEntry& entry) {
+  const ServiceMethod* const method = ServiceMethodOf(entry.content.name());
   const ZQBusMessage& reply = entry.reply;
-  return reply.type() == 2 && reply.argCount() == 1 &&
-         std::holds_alternative<int32_t>(reply.arguments()[0]) &&
-         std::find(kNumberMethods.begin(), kNumberMethods.end(), entry.content.name()) ==
-             kNumberMethods.end();
+  return method != nullptr && std::string_view(method->out).starts_with("result:") &&
+         reply.type() == 2 && reply.argCount() > 0 &&
+         std::holds_alternative<int32_t>(reply.arguments()[0]);
 }
 
 double milliseconds(std::chrono::nanoseconds time) {
@@ -67,7 +66,7 @@ double milliseconds(std::chrono::nanoseconds time) {
 std::string replyIn(const ZQBusTraceEntry& entry) {
   std::string text;
   if (entry.reply.type() != 2) return "failed: " + escaped(entry.reply.readString(text, 0));
-  text = argumentsIn(entry.reply);
+  text = listOf(entry.reply, [&](std::size_t i) { return shown(entry.reply, i); });
   if (!isResult(entry) || !isFailure(entry)) return text;
   const char* reason = TextOf(static_cast<ServiceResult>(entry.reply.readInt32(0)));
   return reason != nullptr ? text + ' ' + reason : text;
@@ -79,21 +78,44 @@ std::string connectionIn(const ZQBusTraceEntry& entry) {
   return "connected to " + end + (entry.peer.empty() ? "" : " (" + escaped(entry.peer) + ')');
 }
 
-const char* textOf(ZQBusWay way) {
-  switch (way) {
-    case ZQBusWay::Broker:
-      return "broker";
-    case ZQBusWay::Direct:
-      return "direct";
-    case ZQBusWay::InProcess:
-      return "in process";
-  }
-  return "?";
+struct MethodCalls {
+  int failures = 0;
+  std::vector<double> durations;
+};
+
+double percentile(const std::vector<double>& sorted, double share) {
+  return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1) + 0.5)];
 }
 
-std::string contentIn(const ZQBusTraceEntry& entry) {
-  const std::string content =
-      escaped(entry.content.name()) + '(' + argumentsIn(entry.content) + ')';
+}  // namespace
+
+std::string TraceLines::line(const ZQBusTraceEntry& entry) {
+  learnDesktops(entry);
+  return contentIn(entry) + (entry.way ? std::string(" ") + TextOf(*entry.way) : "");
+}
+
+/// An id holds for the process that gave it.
+void TraceLines::learnDesktops(const ZQBusTraceEntry& entry) {
+  const ZQBusMessage& reply = entry.reply;
+  if (entry.kind == Kind::Death) desktops_.clear();
+  if (entry.kind != Kind::Call || reply.type() != 2) return;
+  std::string name;
+  if (entry.content.name() == "getVmListSize") {
+    desktops_[reply.readInt32(0)] = entry.content.readString(name, 0);
+  } else if (entry.content.name() == "getVmList") {
+    for (std::size_t i = 1; i + 1 < reply.argCount(); i += 2) {
+      desktops_[reply.readInt32(i + 1)] = reply.readString(name, i);
+    }
+  }
+  desktops_.erase(0);
+}
+
+std::string TraceLines::contentIn(const ZQBusTraceEntry& entry) const {
+  const ZQBusMessage& message = entry.content;
+  const bool isCall = entry.kind == Kind::Call;
+  const ServiceMethod* const form =
+      isCall ? ServiceMethodOf(message.name()) : ServiceEventOf(message.name());
+  const std::string content = escaped(message.name()) + '(' + argumentsIn(message, form) + ')';
   std::array<char, 32> duration{};
   switch (entry.kind) {
     case Kind::Call:
@@ -111,19 +133,18 @@ std::string contentIn(const ZQBusTraceEntry& entry) {
   return content;
 }
 
-struct MethodCalls {
-  int failures = 0;
-  std::vector<double> durations;
-};
-
-double percentile(const std::vector<double>& sorted, double share) {
-  return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1) + 0.5)];
-}
-
-}  // namespace
-
-std::string traceLine(const ZQBusTraceEntry& entry) {
-  return contentIn(entry) + (entry.way ? std::string(" ") + textOf(*entry.way) : "");
+std::string TraceLines::argumentsIn(const ZQBusMessage& message, const ServiceMethod* form) const {
+  return listOf(message, [&](std::size_t i) {
+    const std::string_view argument = form != nullptr ? ArgumentOf(form->in, i) : "";
+    if (argument.empty()) return shown(message, i);
+    const std::string_view name = argument.substr(0, argument.find(':'));
+    std::string text = std::string(name) + '=' + shown(message, i);
+    const auto desktop = desktops_.find(message.readInt32(i));
+    if (name == "desktop" && desktop != desktops_.end()) text += ' ' + InWords()(desktop->second);
+    const char* const kind = TextOf(static_cast<EventKind>(message.readInt32(i)));
+    if (name == "kind" && kind != nullptr) text += std::string(" ") + kind;
+    return text;
+  });
 }
 
 bool isFailure(const ZQBusTraceEntry& entry) {

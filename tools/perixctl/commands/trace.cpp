@@ -7,39 +7,53 @@ namespace zq::ctl {
 namespace {
 
 /// The entries that the options ask for.
-std::vector<ZQBusTraceEntry> chosen(const Run& run) {
+class EntryChoice {
+ public:
+  explicit EntryChoice(const Arguments& arguments)
+      : method_(arguments.text("--filter")),
+        failures_(arguments.has("--failures")),
+        slower_(arguments.number<uint32_t>("--slower")) {}
+
+  bool takes(const ZQBusTraceEntry& entry) const {
+    return (method_.empty() || entry.content.name() == method_) &&
+           (!failures_ || isFailure(entry)) && entry.duration >= slower_;
+  }
+
+ private:
+  const std::string method_;
+  const bool failures_;
+  const std::chrono::milliseconds slower_;
+};
+
+Outcome summaryTable(const std::vector<ZQBusTraceEntry>& trace) {
+  return tableOf(summaryOf(trace), {{"method", "METHOD"},
+                                    {"calls", "CALLS"},
+                                    {"failures", "FAILURES"},
+                                    {"medianMs", "MEDIAN MS"},
+                                    {"p99Ms", "P99 MS"},
+                                    {"longestMs", "LONGEST MS"}});
+}
+
+Outcome showTrace(Run& run) {
   std::vector<ZQBusTraceEntry> trace;
   std::string error;
   if (!readZQBusTrace(run.arguments.text("FILE"), trace, error)) {
     throw CommandError(ExitCode::Usage, error);
   }
-  const std::string method = run.arguments.text("--filter");
-  const std::chrono::milliseconds slower(
-      run.arguments.has("--slower") ? run.arguments.number<uint32_t>("--slower") : 0);
-  std::erase_if(trace, [&](const ZQBusTraceEntry& entry) {
-    return (!method.empty() && entry.content.name() != method) ||
-           (run.arguments.has("--failures") && !isFailure(entry)) || entry.duration < slower;
-  });
-  return trace;
-}
-
-Outcome showTrace(Run& run) {
-  const std::vector<ZQBusTraceEntry> trace = chosen(run);
-  if (run.arguments.has("--summary")) {
-    return tableOf(summaryOf(trace), {{"method", "METHOD"},
-                                      {"calls", "CALLS"},
-                                      {"failures", "FAILURES"},
-                                      {"medianMs", "MEDIAN MS"},
-                                      {"p99Ms", "P99 MS"},
-                                      {"longestMs", "LONGEST MS"}});
-  }
+  const EntryChoice choice(run.arguments);
   Outcome outcome;
   outcome.document = Json::array();
-  for (const ZQBusTraceEntry& entry : trace) {
+  TraceLines lines;
+  std::vector<ZQBusTraceEntry> chosen;
+  for (ZQBusTraceEntry& entry : trace) {
+    // Also of an entry that is left out: it may name a desktop of a later one.
+    const std::string line = lines.line(entry);
+    if (!choice.takes(entry)) continue;
     outcome.document.push_back(Json::parse(toJson(entry)));
-    outcome.text += traceLine(entry) + '\n';
+    outcome.text += line + '\n';
+    chosen.push_back(std::move(entry));
   }
-  return outcome;
+  return run.arguments.has("--summary") ? summaryTable(chosen) : outcome;
 }
 
 }  // namespace
