@@ -1,7 +1,6 @@
 // What a pen event costs beyond the packet itself and its log line.
 #include <benchmark/benchmark.h>
 
-#include <QTabletEvent>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -11,6 +10,7 @@
 #include "bench/rows.h"
 #include "perix/perix_proxy.h"
 #include "platform/log/log.h"
+#include "tests/support/tablet_event.h"
 
 namespace zq::bench {
 namespace {
@@ -21,24 +21,6 @@ constexpr char kPort[] = "com.perix.space.port.2";
 constexpr unsigned int kPacketSize = 198;
 constexpr int kHeaderSize = 16;
 constexpr int kRecordSize = 178;
-
-QTabletEvent penMove() {
-  return {QEvent::TabletMove,
-          QPointF(120, 80),
-          QPointF(620, 480),
-          QTabletEvent::Stylus,
-          QTabletEvent::Pen,
-          0.5,
-          12,
-          -7,
-          0,
-          -10.25,
-          0,
-          Qt::NoModifier,
-          1,
-          Qt::NoButton,
-          Qt::NoButton};
-}
 
 void openPenPort(PerixProxy& proxy, int& packets) {
   proxy.PortInit(kPort, true, [&packets](const std::string&, unsigned int size, unsigned char*) {
@@ -72,7 +54,7 @@ void addPenRows(Report& report) {
   PerixProxy& proxy = *PerixProxy::getInstance();
   int packets = 0;
   openPenPort(proxy, packets);
-  QTabletEvent event = penMove();
+  QTabletEvent event = test::tabletEvent(QEvent::TabletMove, {120, 80}, 0.5, 12, -7, -10.25);
   const std::array<char, kRecordSize> record{};
   unsigned int request = 0;
   const Rounds rounds(kRounds, {batchOf(kBatch, [&] { proxy.SendPenData("", &event, 0, -1, -1); }),

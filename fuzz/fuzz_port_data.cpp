@@ -1,6 +1,5 @@
 // The pen's port: openings, blocks of any content and pen events in any order, beside a model of
 // when a packet goes out and what its header says.
-#include <QTabletEvent>
 #include <cstring>
 #include <optional>
 
@@ -80,26 +79,25 @@ void requirePacket(const Model& model, const Sent& packet, int x) {
   require(at<int32_t>(packet.packet, 0) == 194 && packet.packet[4] == 0x27);
   require(packet.packet[5] == model.pen && at<uint16_t>(packet.packet, 6) == 2000);
   require(at<uint32_t>(packet.packet, 8) == model.requests);
-  require(x == -1 || at<int32_t>(packet.packet, 20 + 50) == x);
+  require(at<int32_t>(packet.packet, 20 + 50) == x);
 }
 
 void movePen(PerixProxy& proxy, Model& model, FuzzedDataProvider& input) {
-  const auto type = static_cast<QEvent::Type>(input.ConsumeIntegralInRange(86, 94));
-  QTabletEvent event(type, QPointF(input.ConsumeIntegral<int16_t>(), 1), QPointF(),
-                     QTabletEvent::Stylus, QTabletEvent::Pen,
-                     input.ConsumeFloatingPointInRange(0.0, 1.0), input.ConsumeIntegral<int8_t>(),
-                     input.ConsumeIntegral<int8_t>(), 0,
-                     input.ConsumeFloatingPointInRange(-360.0, 360.0), 0, Qt::NoModifier, 1,
-                     Qt::NoButton, Qt::NoButton);
-  const int kind = input.ConsumeIntegralInRange(0, 9) == 0 ? 1 : 0;
-  const int x = input.ConsumeIntegral<int32_t>();
+  PenEvent event;
+  event.type = input.ConsumeIntegralInRange(86, 94);
+  event.y = input.ConsumeIntegral<int16_t>();
+  event.pressure = input.ConsumeFloatingPointInRange(0.0, 1.0);
+  event.xTilt = input.ConsumeIntegral<int8_t>();
+  event.yTilt = input.ConsumeIntegral<int8_t>();
+  event.rotation = input.ConsumeFloatingPointInRange(-360.0, 360.0);
+  event.x = input.ConsumeIntegral<int32_t>();
   sent.reset();
-  require(proxy.SendPenData("", &event, kind, x, -1) == (kind == 0 ? 0 : -1));
-  const bool goesOut = kind == 0 && model.initialised && model.opened && model.pen != 0;
+  require(proxy.SendPenEvent(event) == 0);
+  const bool goesOut = model.initialised && model.opened && model.pen != 0;
   require(sent.has_value() == goesOut);
   if (!goesOut) return;
   ++model.requests;
-  requirePacket(model, *sent, x);
+  requirePacket(model, *sent, event.x);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "pen_channel.h"
 
+#include "perix/qt_pen_event.h"
+
 namespace zq::console {
 
 PenChannel::~PenChannel() {
@@ -18,7 +20,7 @@ void PenChannel::open(PerixProxy* proxy) {
 }
 
 void PenChannel::send(QTabletEvent* event) {
-  if (proxy_ != nullptr) proxy_->SendPenData("", event, 0, -1, -1);  // -1: where the event is
+  if (proxy_ != nullptr) proxy_->SendPenEvent(PenEventOf(*event));
 }
 
 }  // namespace zq::console

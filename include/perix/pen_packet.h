@@ -27,7 +27,7 @@ inline constexpr uint8_t kPenPortMagic = 0x27;
 inline constexpr uint16_t kPenPacketCommand = 2000;
 inline constexpr uint16_t kPenAnnouncementCommand = 2101;
 
-/// What the packets of PerixProxy::SendPenData say: an event of the pen.
+/// What the packets of PerixProxy::SendPenEvent and SendPenData say: an event of the pen.
 struct PenPacket {
   PenPortHeader header;
   uint32_t code;  ///< one of the codes below, else the number of the tablet event's type

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "perix/failure.h"
+#include "perix/pen_event.h"
 #include "perix/records.h"
 
 namespace zq {
@@ -190,11 +191,11 @@ class PerixProxy {
   virtual int SetPortChannelStatus(std::string vmId, unsigned int port, int status);
 
   /// Tells that a port channel exists. Only the pen's port counts, whose name contains
-  /// "space.port.2": `sendFn` is kept and called by SendPenData with (port name, size, bytes), and
-  /// request numbers start anew. The bytes and the name are valid during that call only; an
-  /// exception of it is logged; it may call any of these operations. Does not call the service and
-  /// takes no lock: call the three port operations and SendPenData from one thread, the user
-  /// interface's.
+  /// "space.port.2": `sendFn` is kept, SendPenData and SendPenEvent call it with (port name, size,
+  /// bytes), and request numbers start anew. The bytes and the name are valid during that call
+  /// only; an exception of it is logged; it may call any of these operations. Does not call the
+  /// service and takes no lock: call the three port operations and the two that send from one
+  /// thread, the user interface's.
   virtual void PortInit(
       const std::string& name, bool opened,
       std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> sendFn);
@@ -204,6 +205,7 @@ class PerixProxy {
   /// bytes are read; the first block that announces a pen sets the pen's id for good. As PortInit.
   virtual void PortData(const std::string& name, unsigned char* data, unsigned int size);
   /// Sends a pen event through the pen's port. `event` is a QTabletEvent that stays the caller's,
+  /// of the major version of Qt that the library was built with: with another, use SendPenEvent.
   /// `type` is 0, the only kind; `x` and `y` are in pixels, and -1 stands for the event's own
   /// position. `vmId` is not used. 0 when a packet was built, even if it was not sent for lack of
   /// an open port or a pen device; -1 for another `type` and for a null `event`. Does not call the
@@ -400,6 +402,13 @@ class PerixProxy {
   /// The object cannot connect meanwhile. Inside a callback it does not wait. Does not call the
   /// service.
   virtual void AwaitDeliveries();
+
+  // --- Pens of any toolkit ----------------------------------------------------------------------
+
+  /// Sends a pen event through the pen's port, as SendPenData does for an event of Qt: the same
+  /// packet, byte for byte. 0, even if the packet was not sent for lack of an open port or a pen
+  /// device. Does not call the service and takes no lock, as PortInit.
+  virtual int SendPenEvent(const PenEvent& event);
 
  private:
   friend class EventDispatch;

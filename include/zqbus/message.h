@@ -11,6 +11,8 @@
 
 namespace zq {
 
+#pragma GCC visibility push(default)
+
 /// The kind of a message. Two is a method's return; a caller treats everything else as a failure.
 enum class ZQBusMessageType : int { MethodCall = 1, MethodReturn = 2, Error = 3, Event = 4 };
 
@@ -143,5 +145,7 @@ class ZQBusMessage {
   std::string name_;
   std::vector<ZQBusArgument> arguments_;
 };
+
+#pragma GCC visibility pop
 
 }  // namespace zq

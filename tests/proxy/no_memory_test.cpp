@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <QTabletEvent>
 #include <cstdlib>
 #include <new>
 #include <thread>
@@ -139,8 +138,7 @@ TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
   *progress = message(int32_t{3}, int32_t{9}, bytes(std::string(12, '\0') + '\3' + longName));
   unsigned char announcement[16] = {0x27, 1, 0x35, 0x08};
   proxy.PortData(port, announcement, sizeof announcement);
-  QTabletEvent pen(QEvent::TabletPress, {}, {}, 0, 0, 0.5, 0, 0, 0, 0, 0, Qt::NoModifier, 1,
-                   Qt::NoButton, Qt::NoButton);
+  const PenEvent pen{.type = kPenPress};
   const std::pair<const char*, std::function<void()>> operations[] = {
       {"CreatePipe", [&] { proxy.CreatePipe({}, std::move(ownHandles)); }},
       {"AddSharePrinterDevice", [&] { proxy.AddSharePrinterDevice(printers); }},
@@ -157,7 +155,7 @@ TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
       {"RegisterJoystickCallback", [&] { proxy.RegisterJoystickCallback(ignore<void>, &proxy); }},
       {"HandleEvent", [&] { proxy.HandleEvent(progress); }},
       {"PortInit", [&] { proxy.PortInit(port, true, std::move(send)); }},
-      {"SendPenData", [&] { proxy.SendPenData({}, &pen, 0, 1, 1); }},
+      {"SendPenEvent", [&] { proxy.SendPenEvent(pen); }},
       {"Init", [&] { proxy.Init(); }},
       {"onServiceDeath", [&] { proxy.onServiceDeath(); }},
   };
@@ -173,7 +171,7 @@ TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
           proxy.UnregisterDeviceCallback();
           proxy.UnregisterConfigNewDevResultCallback();
           proxy.UnregisterJoystickCallback(&proxy);
-          if (operation != "SendPenData") proxy.PortInit(port, true, send);
+          if (operation != "SendPenEvent") proxy.PortInit(port, true, send);
           if (operation == "GetVmIdString" || operation == "HandleEvent") {
             proxy.GetVmIdInt(longId);
           } else {

@@ -1,10 +1,12 @@
-// Pen input: the packets that reach the port, byte by byte.
+// Pen input: the packets that reach the port, byte by byte, from a tablet event of Qt and from the
+// record that stands for it. Is built with Qt 5 and with Qt 6; the library reads the events of one.
 #include <gtest/gtest.h>
 
-#include <QTabletEvent>
 #include <cstring>
 
 #include "perix/perix_proxy.h"
+#include "perix/qt_pen_event.h"
+#include "tests/support/tablet_event.h"
 
 namespace zq {
 namespace {
@@ -26,7 +28,9 @@ struct Sent {
   int32_t slot(std::size_t number) const { return at<int32_t>(4 + 16 + 2 + 8 * number); }
 };
 
-class APen : public testing::Test {
+enum class Way { TabletEvent, Record };
+
+class APen : public testing::TestWithParam<Way> {
  protected:
   void open(bool opened = true) {
     proxy.PortInit(kPort, opened,
@@ -41,17 +45,24 @@ class APen : public testing::Test {
     proxy.PortData(kPort, block, sizeof block);
   }
   int send(QEvent::Type type, int x = -1, int y = -1) {
-    QTabletEvent event(type, QPointF(30, 40), QPointF(130, 140), QTabletEvent::Stylus,
-                       QTabletEvent::Pen, 0.5, -12, 34, 0.0, -10.25, 0, Qt::NoModifier, 1,
-                       Qt::NoButton, Qt::NoButton);
-    return proxy.SendPenData("", &event, 0, x, y);
+    QTabletEvent event = test::tabletEvent(type, {30, 40}, 0.5, -12, 34, -10.25);
+    if (GetParam() == Way::TabletEvent) return proxy.SendPenData("", &event, 0, x, y);
+    PenEvent record = PenEventOf(event);
+    if (x != -1) record.x = x;
+    if (y != -1) record.y = y;
+    return proxy.SendPenEvent(record);
   }
 
   PerixProxy proxy;
   std::vector<Sent> sent;
 };
 
-TEST_F(APen, IsSilentUntilThereAreAPortAndADevice) {
+#ifdef LIBRARY_READS_THIS_QT
+INSTANTIATE_TEST_SUITE_P(TabletEvent, APen, testing::Values(Way::TabletEvent));
+#endif
+INSTANTIATE_TEST_SUITE_P(Record, APen, testing::Values(Way::Record));
+
+TEST_P(APen, IsSilentUntilThereAreAPortAndADevice) {
   send(QEvent::TabletPress);
   open(false);
   announce(0, 2100);
@@ -76,7 +87,7 @@ TEST_F(APen, IsSilentUntilThereAreAPortAndADevice) {
   EXPECT_EQ(sent.size(), 1U);
 }
 
-TEST_F(APen, SendsEveryByteInItsPlace) {
+TEST_P(APen, SendsEveryByteInItsPlace) {
   open();
   announce(5);
   send(QEvent::TabletPress, -1, 50);
@@ -104,7 +115,7 @@ TEST_F(APen, SendsEveryByteInItsPlace) {
   EXPECT_EQ(sent[0].packet, want);
 }
 
-TEST_F(APen, TellsPressingDraggingAndHoveringApart) {
+TEST_P(APen, TellsPressingDraggingAndHoveringApart) {
   open();
   announce(5);
   const std::pair<QEvent::Type, int> steps[] = {
@@ -123,7 +134,7 @@ TEST_F(APen, TellsPressingDraggingAndHoveringApart) {
   EXPECT_EQ(sent.back().request(), 1U);
 }
 
-TEST_F(APen, CountsRequestsInSixteenBits) {
+TEST_P(APen, CountsRequestsInSixteenBits) {
   open();
   announce(5);
   for (int i = 0; i < 65536; ++i) send(QEvent::TabletMove);
@@ -131,7 +142,7 @@ TEST_F(APen, CountsRequestsInSixteenBits) {
   EXPECT_EQ(sent[65535].request(), 0U);
 }
 
-TEST_F(APen, OutlivesWhatTheClientsFunctionDoes) {
+TEST_P(APen, OutlivesWhatTheClientsFunctionDoes) {
   int calls = 0;
   // On the heap, so that a sanitizer sees a use after the end.
   const auto text = std::make_shared<std::string>(100, 'x');

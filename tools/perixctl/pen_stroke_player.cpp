@@ -1,7 +1,7 @@
 #include "tools/perixctl/pen_stroke_player.h"
 
-#include <QTabletEvent>
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 namespace zq::ctl {
@@ -9,36 +9,31 @@ namespace {
 
 constexpr uint8_t kPenId = 1;
 
-QEvent::Type typeOf(PenMotion motion) {
+int32_t typeOf(PenMotion motion) {
   switch (motion) {
     case PenMotion::Press:
-      return QEvent::TabletPress;
+      return kPenPress;
     case PenMotion::Release:
-      return QEvent::TabletRelease;
+      return kPenRelease;
     case PenMotion::Move:
       break;
   }
-  return QEvent::TabletMove;
+  return kPenMove;
 }
 
-QTabletEvent tabletEvent(const StrokeEvent& event) {
-  const QPointF position(event.x, event.y);
-  const bool down = event.motion != PenMotion::Release;
-  return {typeOf(event.motion),
-          position,
-          position,
-          QTabletEvent::Stylus,
-          QTabletEvent::Pen,
-          event.pressure,
-          static_cast<int>(event.xTilt),
-          static_cast<int>(event.yTilt),
-          0.0,
-          event.rotation,
-          0,
-          Qt::NoModifier,
-          kPenId,
-          Qt::LeftButton,
-          down ? Qt::LeftButton : Qt::NoButton};
+/// As a toolkit rounds positions: halves go up.
+int32_t pixels(double position) {
+  return static_cast<int32_t>(std::floor(position + 0.5));
+}
+
+PenEvent penEvent(const StrokeEvent& event) {
+  return {.type = typeOf(event.motion),
+          .x = pixels(event.x),
+          .y = pixels(event.y),
+          .pressure = event.pressure,
+          .rotation = event.rotation,
+          .xTilt = static_cast<int32_t>(event.xTilt),
+          .yTilt = static_cast<int32_t>(event.yTilt)};
 }
 
 // The pen's port, open for as long as this lives.
@@ -74,8 +69,7 @@ void playStroke(PerixProxy& proxy, const std::vector<StrokeEvent>& stroke, bool 
     due += std::chrono::milliseconds(static_cast<int>(event.delayMs));
     if (delayed) std::this_thread::sleep_until(due);
     current = &event;
-    QTabletEvent tablet = tabletEvent(event);
-    proxy.SendPenData("", &tablet, 0, -1, -1);  // -1: where the event itself is
+    proxy.SendPenEvent(penEvent(event));
   }
 }
 

@@ -1,4 +1,4 @@
-// Plays a recorded stroke as a pen tablet would. Its source file is the tool's one that knows Qt.
+// Plays a recorded stroke as a pen tablet would.
 #pragma once
 
 #include <functional>

@@ -62,13 +62,13 @@ PenPortHeader PenPort::receive(const unsigned char* block) {
 
 uint32_t PenPort::eventCode(int type) {
   switch (type) {
-    case kTabletPress:
+    case kPenPress:
       penDown_ = true;
       return kPenDown;
-    case kTabletRelease:
+    case kPenRelease:
       penDown_ = false;
       return kPenUp;
-    case kTabletMove:
+    case kPenMove:
       return penDown_ ? kPenDrag : kPenUp;
     default:
       return static_cast<uint32_t>(type);

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "pen_event.h"
+#include "perix/pen_event.h"
 #include "perix/pen_packet.h"
 
 namespace zq {
@@ -31,7 +31,7 @@ class PenPort {
   /// Reads the header of a block that arrived; a pen that it announces becomes the pen.
   PenPortHeader receive(const unsigned char* block);
 
-  /// Makes the record of an event at a position.
+  /// Makes the record of an event at a position, which need not be the event's own.
   void record(const PenEvent& event, int x, int y);
   /// Sends the last record. Returns its header, or nothing when it was dropped because there is no
   /// open port or no pen yet. Throws the exceptions of the client's function.

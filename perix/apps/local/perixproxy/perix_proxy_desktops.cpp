@@ -5,10 +5,10 @@
 #include "callback_lock.h"
 #include "log_line.h"
 #include "no_throw.h"
-#include "pen_event.h"
 #include "pen_port.h"
 #include "perix/perix_proxy.h"
 #include "platform/text/field.h"
+#include "tablet_event.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -54,6 +54,20 @@ int pipeResult(PerixCall& call) {
   const int result = call.result(*reply);
   if (result != 0) PERIX_ERROR_AT(call.site(), "ret = %d", result);
   return result;
+}
+
+/// Sends an event at a position, which need not be the event's own. The operation's result.
+int sendPen(PenPort& port, const PenEvent& event, int x, int y, LogSite site = here()) {
+  port.record(event, x, y);
+  std::optional<PenPortHeader> sent;
+  guarded([&] { sent = port.send(); }, site);
+  if (sent) {
+    PERIX_DEBUG_AT(
+        site, "size:%d, devId:%d,cmd: %d, reqId:%d,type:%d,pressure:%f,x:%d,y:%d, posx:%d, posy:%d",
+        static_cast<int>(sent->size), sent->devId, sent->cmd, static_cast<int>(sent->reqId),
+        event.type, event.pressure, event.x, event.y, event.x, event.y);
+  }
+  return 0;
 }
 
 /// Notes how a look-up of a desktop's id ended.
@@ -243,21 +257,16 @@ int PerixProxy::SendPenData(std::string, void* event, int type, int x, int y) {
     PERIX_DEBUG("type: %d", type);
     return -1;
   }
-  const auto pen = readPenEvent(event);
+  const auto pen = readTabletEvent(event);
   if (!pen) {
     PERIX_ERROR("serialize event failed");
     return -1;
   }
-  penPort->record(*pen, x == -1 ? pen->posX : x, y == -1 ? pen->posY : y);
-  std::optional<PenPortHeader> sent;
-  guarded([&] { sent = penPort->send(); });
-  if (sent) {
-    PERIX_DEBUG(
-        "size:%d, devId:%d,cmd: %d, reqId:%d,type:%d,pressure:%f,x:%d,y:%d, posx:%d, posy:%d",
-        static_cast<int>(sent->size), sent->devId, sent->cmd, static_cast<int>(sent->reqId),
-        pen->type, pen->pressure, pen->x, pen->y, pen->posX, pen->posY);
-  }
-  return 0;
+  return sendPen(*penPort, *pen, x == -1 ? pen->x : x, y == -1 ? pen->y : y);
+}
+
+int PerixProxy::SendPenEvent(const PenEvent& event) {
+  return sendPen(*penPort, event, event.x, event.y);
 }
 
 // --- Tokens and network quality ------------------------------------------------------------------
