@@ -135,12 +135,14 @@ Globals globalsOf(const Arguments& arguments) {
   globals.quiet = arguments.has("--quiet");
   globals.trace = arguments.has("--trace");
   globals.noHeadings = arguments.has("--no-headings");
+  globals.host = arguments.text("--host");
   globals.embedded = arguments.has("--embedded");
   globals.scenario = arguments.text("--embedded");
   globals.fields = splitAtCommas(arguments.text("--fields"));
   if (arguments.has("--timeout")) {
     globals.timeout = std::chrono::seconds(arguments.number<uint32_t>("--timeout"));
   }
+  if (globals.embedded && !globals.host.empty()) complain("give --host or --embedded, not both");
   return globals;
 }
 

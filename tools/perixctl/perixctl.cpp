@@ -11,6 +11,7 @@
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/command_line.h"
 #include "tools/perixctl/embedded_world.h"
+#include "tools/perixctl/remote_host.h"
 #include "tools/perixctl/terminal.h"
 #include "tools/perixctl/trace_lines.h"
 
@@ -79,6 +80,7 @@ int runCommand(const CommandLine& line, Terminal& terminal) {
   if (line.globals.trace) traceToStandardError();
   EarlyEnd earlyEnd(line.globals.timeout, tellTimeOut);
   WaitIndicator indicator(line.globals.quiet);
+  if (!line.globals.host.empty()) useRemoteHost(line.globals.host);
   std::unique_ptr<EmbeddedWorld> world;
   if (line.globals.embedded) {
     earlyEnd.before(PrivateBus::removeAll);

@@ -20,6 +20,7 @@ struct Globals {
   bool quiet = false;
   bool trace = false;
   bool noHeadings = false;
+  std::string host;  ///< whose session bus to use; empty for this machine
   bool embedded = false;
   std::string scenario;             ///< of the embedded service; empty for its default
   std::vector<std::string> fields;  ///< of tables; empty for the usual ones

@@ -1,7 +1,5 @@
 #include "sender_trust.h"
 
-#include <unistd.h>
-
 #include <utility>
 
 #include "platform/zqbus/time_limit.h"
@@ -25,7 +23,7 @@ class SenderTrust::Question : public PendingCall {
     const auto asker = asker_.lock();
     if (asker == nullptr) return;
     // Without a reply nothing is known about the name: the next check asks again.
-    const bool trusted = reply != nullptr && isTrustedUser(reply);
+    const bool trusted = reply != nullptr && (*asker)->isTrustedUser(reply);
     if (reply != nullptr) (*asker)->learn(name_, trusted);
     (*asker)->answer(name_, trusted);
   }
@@ -35,10 +33,11 @@ class SenderTrust::Question : public PendingCall {
   const std::string name_;
 };
 
-bool isTrustedUser(sd_bus_message* reply) {
+/// Whether the bus daemon's reply to GetConnectionUnixUser names this user or root.
+bool SenderTrust::isTrustedUser(sd_bus_message* reply) const {
   uint32_t user = 0;
   if (sd_bus_message_is_method_error(reply, nullptr) > 0) return false;
-  return sd_bus_message_read(reply, "u", &user) > 0 && (user == ::geteuid() || user == 0);
+  return sd_bus_message_read(reply, "u", &user) > 0 && (user == user_ || user == 0);
 }
 
 bool SenderTrust::check(sd_bus* bus, const char* name, Verdict verdict) {

@@ -1,6 +1,8 @@
 // Which connections of the bus belong to this user or to root.
 #pragma once
 
+#include <unistd.h>
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -18,8 +20,10 @@ class SenderTrust {
  public:
   using Verdict = std::function<void(bool trusted)>;
 
-  /// Asks through `calls`, the pending calls of the connection.
-  explicit SenderTrust(PendingCalls& calls) : calls_(calls) {}
+  /// Asks through `calls`, the pending calls of the connection. `user` is this process's user, as
+  /// the bus knows it.
+  explicit SenderTrust(PendingCalls& calls, uid_t user = ::geteuid())
+      : calls_(calls), user_(user) {}
   SenderTrust(const SenderTrust&) = delete;
   SenderTrust& operator=(const SenderTrust&) = delete;
 
@@ -35,18 +39,17 @@ class SenderTrust {
  private:
   class Question;
 
+  bool isTrustedUser(sd_bus_message* reply) const;
   void learn(const std::string& name, bool trusted);
   void answer(const std::string& name, bool trusted);
 
   PendingCalls& calls_;
+  const uid_t user_;
   std::map<std::string, bool> known_;
   std::map<std::string, std::vector<Verdict>> awaited_;
   std::size_t awaitedCount_ = 0;
   // Replies may come after this object is destroyed.
   std::shared_ptr<SenderTrust*> self_ = std::make_shared<SenderTrust*>(this);
 };
-
-/// Whether the bus daemon's reply to GetConnectionUnixUser names this user or root.
-bool isTrustedUser(sd_bus_message* reply);
 
 }  // namespace zq

@@ -54,6 +54,7 @@ const std::vector<Argument>& globalOptions() {
       {"--timeout", ArgumentKind::Seconds, "Wait no longer than this, and end with exit code 3"},
       {"--verbose", ArgumentKind::Flag, "Say where the log is and why an operation failed"},
       {"--trace", ArgumentKind::Flag, "Write what passes on the bus to standard error"},
+      {"--host", ArgumentKind::Name, "Use the session bus of another machine, over ssh"},
       {"--embedded", ArgumentKind::Scenario,
        "Run against a private bus and a development service with that scenario"},
   };
