@@ -70,7 +70,8 @@ class PerixProxy {
   /// The process's proxy, created and connected at first use. Never destroyed. Reconnects when the
   /// service was away and returns the same object whether or not that succeeds. Connecting takes a
   /// few round trips to the bus, and 10 s at most in all; threads that ask for it at the same time
-  /// wait for one attempt and share its outcome. Null only when there was no memory for the object.
+  /// wait for one attempt and share its outcome. When no process owns the service's name and the bus
+  /// knows how to start the service, connecting has the bus start it, within these 10 s. Null only when there was no memory for the object.
   /// Never throws.
   static PerixProxy* getInstance();
 
@@ -116,7 +117,8 @@ class PerixProxy {
   virtual int StartVm(std::string vmId);
 
   /// The bus calls it when the service has died, on a thread of its own: it drops the connection,
-  /// waits for the service to return (500 checks, 2000 ms apart), reconnects, calls every desktop
+  /// waits for the service to return (500 checks, 2000 ms apart; the first has the bus start the
+  /// service, when the bus knows how), reconnects, calls every desktop
   /// callback with SERVICE_DIED and removes them all. Blocks for all that time, without blocking
   /// other operations: they connect meanwhile when the service is back. AwaitDeliveries ends it at
   /// its next check; then it does not reconnect and calls no callback.
@@ -442,6 +444,7 @@ class PerixProxy {
   void dropConnection();
   bool useService(const std::shared_ptr<ZQBusProxyInterface>& service);
   bool isServiceRegistered();
+  bool serviceIsBack(int check);
   bool nobodyListens();
   void tellDesktopsOfDeath(int count);
 

@@ -28,7 +28,8 @@
 // obtained.
 //
 // Environment. ZQBUS_ADDRESS holds the D-Bus address of the bus to use; without it, the user's
-// session bus is used.
+// session bus is used. ZQBUS_DIRECT=0 and ZQBUS_ACTIVATE=0 do without direct lines and without
+// services that the bus starts.
 #pragma once
 
 #include <chrono>
@@ -153,9 +154,15 @@ class ZQBusSerivceManager {
   /// interface was released and this has returned, the objects that its callbacks use may be
   /// destroyed.
   virtual void waitForCallbacks() = 0;
+
+  /// Has the bus start `service` if no process owns its name and the bus knows how, as an activation
+  /// file of the service tells it. Blocks until a process owns the name, 25 s at most. Whether a
+  /// process owns it then; lastZQBusProblem() tells why not, in the bus's words. Starts nothing with
+  /// ZQBUS_ACTIVATE=0 in the environment.
+  virtual bool startService(const std::string& /*service*/) { return false; }
 };
 
-/// Why the last initSync(), isServiceRegistered() or getServiceProxyInterface() of this thread came to
+/// Why the last initSync(), isServiceRegistered(), startService() or getServiceProxyInterface() of this thread came to
 /// nothing.
 struct ZQBusProblem {
   enum class Kind {

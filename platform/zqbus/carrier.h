@@ -63,6 +63,9 @@ class BusConnection {
   /// Nothing when the bus does not answer. Blocks for 25 s at most, and within the thread's time
   /// limit, as all questions to the bus do.
   virtual std::optional<std::string> ownerOf(const std::string& service) = 0;
+  /// Has the bus start `service` and waits until a process owns its name, 25 s at most. False with
+  /// the bus's words in `error`, or without words when the bus does not know how.
+  virtual bool startService(const std::string& service, std::string& error) = 0;
   /// Whether the process of that unique name runs as this user or as root. Blocks for 25 s at most.
   virtual bool isTrusted(const std::string& owner) = 0;
   /// The way to `service`, which `owner` owned a moment ago. Blocks for 3 s at most. Never null.

@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <cstring>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -25,6 +27,11 @@ constexpr std::chrono::milliseconds kFirstReopenDelay{100};
 constexpr std::chrono::milliseconds kLongestReopenDelay{5000};
 constexpr int kReopenTimeoutMs = 5000;
 
+bool mayStartServices() {
+  const char* setting = std::getenv("ZQBUS_ACTIVATE");
+  return setting == nullptr || std::strcmp(setting, "0") != 0;
+}
+
 class ServiceManager : public ZQBusSerivceManager {
  public:
   static ServiceManager& instance();
@@ -33,6 +40,7 @@ class ServiceManager : public ZQBusSerivceManager {
   std::shared_ptr<BusConnection> connect(int timeoutMs);
 
   bool isServiceRegistered(const std::string& service) override;
+  bool startService(const std::string& service) override;
   std::shared_ptr<ZQBusProxyInterface> getServiceProxyInterface(const std::string& service,
                                                                 ZQBusSecurityFlags flags,
                                                                 int version) override;
@@ -210,6 +218,20 @@ bool ServiceManager::isOwned(const std::optional<std::string>& owner, BusConnect
   } else {
     noteProblem(ZQBusProblem::Kind::NoBus, "no answer to the question for the owner of " + place);
   }
+  return false;
+}
+
+bool ServiceManager::startService(const std::string& service) {
+  const auto connection = connect(-1);
+  if (connection == nullptr) return false;
+  std::string error;
+  if (mayStartServices() && connection->startService(service, error)) return true;
+  std::string problem = "nobody owns " + connection->placeOf(service);
+  if (!error.empty()) {
+    problem += ", and the bus cannot start it: " + error;
+    busLog(problem);
+  }
+  noteProblem(ZQBusProblem::Kind::NoService, problem);
   return false;
 }
 

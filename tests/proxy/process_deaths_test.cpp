@@ -4,7 +4,10 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
+#include "perix/test_service.h"
+#include "testing/control_client.h"
 #include "tests/support/bus_world.h"
+#include "tests/support/sleeps.h"
 
 namespace zq {
 namespace {
@@ -37,6 +40,18 @@ TEST(AProxy, FindsItsWayBackWhenTheBusReturns) {
   testBus().restart();
   service = startService();
   ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
+}
+
+TEST(AProxy, HasTheBusStartTheServiceAtFirstAndAfterItsDeath) {
+  letBusStart(PERIX_DEVSERVICE);
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
+  Watched<int> deaths;
+  proxy.RegisterCallback("office-1", countDeath, &deaths);
+  EXPECT_THROW(askControl("crash"), PerixTestError);
+  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  EXPECT_EQ(sleeps().get(), 0) << "the first check starts it";
   EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
 
 #include "zqbus/zqbus.h"
 
@@ -31,6 +32,11 @@ PrivateBus& testBus() {
 bool usesDirectLines() {
   const char* wish = std::getenv("ZQBUS_DIRECT");
   return wish == nullptr || std::string(wish) != "0";
+}
+
+void letBusStart(const std::string& program) {
+  std::ofstream(testBus().directory() / "services" / "org.zqbus.perix.service")
+      << "[D-BUS Service]\nName=org.zqbus.perix\nExec=" << program << "\n";
 }
 
 std::unique_ptr<ChildProcess> startService() {

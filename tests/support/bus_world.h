@@ -17,4 +17,6 @@ bool usesDirectLines();
 
 /// The development service in a process of its own.
 std::unique_ptr<ChildProcess> startService();
+/// From now on, the bus starts that program for "perix" when it is asked to.
+void letBusStart(const std::string& program);
 }  // namespace zq

@@ -26,6 +26,7 @@ constexpr ChildProcess::Milliseconds kStartTimeout{10'000};
 constexpr const char* kConfiguration = R"(<busconfig>
   <type>session</type>
   <listen>unix:path=@SOCKET@</listen>
+  <servicedir>services</servicedir>
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
@@ -171,6 +172,7 @@ PrivateBus::PrivateBus() {
   directory_ = makeDirectory();
   try {
     lock_ = lockDirectory(directory_);
+    std::filesystem::create_directory(directory_ / "services");
     writeConfiguration(directory_ / "bus.conf", directory_ / "bus");
     start();
   } catch (...) {

@@ -45,7 +45,8 @@ class PrivateBus {
   /// The address for ZQBUS_ADDRESS; the same for the object's whole life.
   const std::string& address() const { return address_; }
   ChildProcess& process() { return *daemon_; }
-  /// The directory of the socket, for files that go with the bus.
+  /// The directory of the socket, for files that go with the bus. The bus starts the services whose
+  /// activation files stand in its subdirectory "services".
   const std::filesystem::path& directory() const { return directory_; }
 
   /// SIGKILL: every connection is gone when this returns.

@@ -379,6 +379,7 @@ struct Connection : BusConnection {
   std::optional<std::string> ownerOf(const std::string& service) override {
     return Bus::instance().ownerOf(service);
   }
+  bool startService(const std::string&, std::string&) override { return false; }
   std::unique_ptr<ServiceWay> wayTo(const std::string& service, const std::string& owner) override {
     return std::make_unique<Way>(service, owner);
   }

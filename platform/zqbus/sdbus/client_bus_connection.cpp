@@ -37,8 +37,9 @@ std::shared_ptr<ClientBusConnection> ClientBusConnection::open(DeliveryQueue& de
                                                                std::string& error) {
   SdBus bus = openSdBus(deadline, Descriptors::Refused, error);
   if (bus == nullptr) return nullptr;
+  const uid_t user = userOn(bus.get(), deadline);
   auto connection =
-      std::make_shared<ClientBusConnection>(std::move(bus), deliveries, std::move(onLoss));
+      std::make_shared<ClientBusConnection>(std::move(bus), deliveries, std::move(onLoss), user);
   if (const int started = connection->start(); started < 0) {
     error = std::string("cannot read the bus: ") + std::strerror(-started);
     return nullptr;
@@ -47,8 +48,8 @@ std::shared_ptr<ClientBusConnection> ClientBusConnection::open(DeliveryQueue& de
 }
 
 ClientBusConnection::ClientBusConnection(SdBus connection, DeliveryQueue& deliveries,
-                                         std::function<void()> onLoss)
-    : ClientConnection(std::move(connection), deliveries, ZQBusFailure::BusGone),
+                                         std::function<void()> onLoss, uid_t user)
+    : ClientConnection(std::move(connection), deliveries, ZQBusFailure::BusGone, user),
       onLoss_(std::move(onLoss)) {}
 
 ClientBusConnection::~ClientBusConnection() {
@@ -83,6 +84,39 @@ std::optional<std::string> ClientBusConnection::ownerOf(const std::string& servi
   // A change that was signalled meanwhile is newer than the answer.
   if (owners_[service].changes == changes) setOwner(service, owner);
   return owners_[service].owner;
+}
+
+/// The daemon's answer to the request to start a service; it comes once the service has its name.
+struct ClientBusConnection::StartAnswer : PendingCall, ConnectionLoop::Waiter {
+  ClientBusConnection* connection;
+  std::weak_ptr<StartAnswer> self;
+  bool started = false;
+  std::string error;
+
+  void onOutcome(sd_bus_message* answer) override REQUIRES(connection->loop_->mutex()) {
+    const sd_bus_error* const failure =
+        answer != nullptr ? sd_bus_message_get_error(answer) : nullptr;
+    started = answer != nullptr && failure == nullptr;
+    const bool isUnknown =
+        failure != nullptr && sd_bus_error_has_name(failure, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0;
+    if (failure != nullptr && !isUnknown) {
+      error = failure->message != nullptr ? failure->message : failure->name;
+    }
+    if (const auto waiter = self.lock()) connection->loop_->complete(waiter);
+  }
+};
+
+bool ClientBusConnection::startService(const std::string& service, std::string& error) {
+  const auto answer = std::make_shared<StartAnswer>();
+  answer->connection = this;
+  answer->self = answer;
+  const auto deadline = Clock::now() + timeLeft(kDefaultTimeout);
+  ConnectionLoop::Turn turn(*loop_, answer);
+  if (loop_->lost()) return false;
+  askDaemon("StartServiceByName", serviceName(service), answer, 0);
+  turn.waitUntil(deadline);
+  error = answer->done ? answer->error : "it did not take its name in time";
+  return answer->started;
 }
 
 /// Subscribes to the changes of a name's owner; false when that was done before.

@@ -23,12 +23,16 @@ class ClientBusConnection : public ClientConnection {
                                                    Clock::time_point deadline,
                                                    std::function<void()> onLoss,
                                                    std::string& error);
-  ClientBusConnection(SdBus connection, DeliveryQueue& deliveries, std::function<void()> onLoss);
+  ClientBusConnection(SdBus connection, DeliveryQueue& deliveries, std::function<void()> onLoss,
+                      uid_t user);
   ~ClientBusConnection() override;
 
   /// The unique name of the process that owns `service`, empty when no process does, nothing when
   /// the bus does not answer; asks the bus, and blocks for 25 s at most.
   std::optional<std::string> ownerOf(const std::string& service);
+  /// Has the bus start `service` and waits until it owns its name, 25 s at most. False with the bus's
+  /// words in `error`, or without words when the bus does not know how.
+  bool startService(const std::string& service, std::string& error);
   /// Whether the process of that unique name runs as this user or as root; asks the bus the first
   /// time, and blocks for 25 s at most.
   bool isTrusted(const std::string& uniqueName);
@@ -59,6 +63,7 @@ class ClientBusConnection : public ClientConnection {
   struct OwnerAnswer;
   struct ProcessAnswer;
   struct TrustAnswer;
+  struct StartAnswer;
 
   void onDaemonSignal(sd_bus_message* signal) override REQUIRES(loop_->mutex());
   void onConnectionLost() override REQUIRES(loop_->mutex());

@@ -90,11 +90,12 @@ struct ClientConnection::MatchAnswer : PendingCall, ConnectionLoop::Waiter {
   }
 };
 
-ClientConnection::ClientConnection(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss)
+ClientConnection::ClientConnection(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss,
+                                   uid_t user)
     : loop_(std::make_shared<ConnectionLoop>(
           std::move(connection), static_cast<ConnectionLoop::Listener&>(*this),
           [&deliveries] { deliveries.run(); }, ConnectionLoop::WhileWorking::Read)),
-      trust_(pending_),
+      trust_(pending_, user),
       deliveries_(deliveries),
       onLoss_(onLoss),
       isBus_(sd_bus_is_bus_client(loop_->bus()) > 0) {}
@@ -244,8 +245,9 @@ void ClientConnection::finish(Call& call, ZQBusMessage reply) {
 }
 
 void ClientConnection::askDaemon(const char* method, const std::string& argument,
-                                 const std::shared_ptr<PendingCall>& call) {
-  const SdBusMessage message = newBusCall(loop_->bus(), method, argument.c_str());
+                                 const std::shared_ptr<PendingCall>& call,
+                                 std::optional<uint32_t> flags) {
+  const SdBusMessage message = newBusCall(loop_->bus(), method, argument.c_str(), flags);
   int result = message != nullptr ? 0 : -ENOMEM;
   if (result >= 0 && call != nullptr) {
     result = pending_.send(loop_->bus(), message.get(), call, Clock::now() + kDefaultTimeout);

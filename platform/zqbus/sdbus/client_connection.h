@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,9 +63,11 @@ class ClientConnection : private ConnectionLoop::Listener {
   };
 
   /// Takes over a connection that is ready. Calls that its loss ends fail with `onLoss`.
-  /// `deliveries` outlives the process's threads. Nothing is read before start(). The destructor
-  /// does not wait for a running callback; no callback begins afterwards.
-  ClientConnection(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss);
+  /// `deliveries` outlives the process's threads. `user` is this process's user as the bus knows it.
+  /// Nothing is read before start(). The destructor does not wait for a running callback; no callback
+  /// begins afterwards.
+  ClientConnection(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss,
+                   uid_t user = ::geteuid());
   ~ClientConnection() override;
   /// Starts the reading; 0 or a negative error number.
   [[nodiscard]] int start();
@@ -102,10 +105,11 @@ class ClientConnection : private ConnectionLoop::Listener {
   void onConnectionLost() override REQUIRES(loop_->mutex());
   /// Receives a signal of the bus daemon.
   virtual void onDaemonSignal(sd_bus_message* /*signal*/) REQUIRES(loop_->mutex()) {}
-  /// Calls a method of the bus daemon with one text; `call` may be null. A call that cannot be sent
-  /// ends before the return.
+  /// Calls a method of the bus daemon with one text, and with `flags` where the method takes them;
+  /// `call` may be null. A call that cannot be sent ends before the return.
   void askDaemon(const char* method, const std::string& argument,
-                 const std::shared_ptr<PendingCall>& call) REQUIRES(loop_->mutex());
+                 const std::shared_ptr<PendingCall>& call,
+                 std::optional<uint32_t> flags = std::nullopt) REQUIRES(loop_->mutex());
   /// Has a callback run.
   void deliver(DeliveryQueue::Job job) REQUIRES(loop_->mutex());
 

@@ -1,5 +1,7 @@
 #include "sd_bus_open.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -120,11 +122,31 @@ void logRefusal(sd_bus_message* answer) {
   }
 }
 
-SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument) {
+uid_t userOn(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
+  using namespace std::chrono;
+  const uid_t user = ::geteuid();
+  const char* name = nullptr;
+  if (!busAddress().starts_with("unixexec:") || sd_bus_get_unique_name(bus, &name) < 0) return user;
+  const SdBusMessage question = newBusCall(bus, "GetConnectionUnixUser", name);
+  sd_bus_message* reply = nullptr;
+  const auto left = std::max(duration_cast<microseconds>(deadline - steady_clock::now()),
+                             microseconds(1));
+  if (question == nullptr ||
+      sd_bus_call(bus, question.get(), static_cast<uint64_t>(left.count()), nullptr, &reply) < 0) {
+    return user;
+  }
+  const SdBusMessage answer(reply);
+  uint32_t userThere = user;
+  return isFromBus(reply) && sd_bus_message_read(reply, "u", &userThere) > 0 ? userThere : user;
+}
+
+SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument,
+                        std::optional<uint32_t> flags) {
   sd_bus_message* made = nullptr;
   int result = sd_bus_message_new_method_call(bus, &made, kBusName, kBusPath, kBusName, method);
   SdBusMessage call(made);
   if (result >= 0) result = sd_bus_message_append_basic(made, 's', argument);
+  if (result >= 0 && flags) result = sd_bus_message_append_basic(made, 'u', &*flags);
   return result >= 0 ? std::move(call) : nullptr;
 }
 

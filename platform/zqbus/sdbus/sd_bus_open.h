@@ -1,7 +1,10 @@
 // Connecting to the bus, and the names of the objects on it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
+#include <optional>
 #include <string>
 
 #include "sd_bus_handles.h"
@@ -31,8 +34,13 @@ bool isFromBus(sd_bus_message* message);
 /// Logs the bus's answer to a subscription if it is an error.
 void logRefusal(sd_bus_message* answer);
 
-/// A call of the bus daemon with one text as its argument; null without memory.
-SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument);
+/// This process's user as the bus knows it: behind a bridge to another machine, the user there.
+uid_t userOn(sd_bus* bus, std::chrono::steady_clock::time_point deadline);
+
+/// A call of the bus daemon with one text as its argument, and with `flags` where the method takes
+/// them; null without memory.
+SdBusMessage newBusCall(sd_bus* bus, const char* method, const char* argument,
+                        std::optional<uint32_t> flags = std::nullopt);
 
 /// The D-Bus name and interface of a service.
 std::string serviceName(const std::string& service);

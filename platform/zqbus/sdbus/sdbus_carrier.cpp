@@ -125,6 +125,9 @@ class Bus : public BusConnection {
     return serviceName(service) + " on the bus at " + address_;
   }
   std::optional<std::string> ownerOf(const std::string& service) override;
+  bool startService(const std::string& service, std::string& error) override {
+    return connection_->startService(service, error);
+  }
   bool isTrusted(const std::string& owner) override { return connection_->isTrusted(owner); }
   std::unique_ptr<ServiceWay> wayTo(const std::string& service, const std::string& owner) override;
   std::unique_ptr<Subscription> subscribe(const std::string& event, bool trustedOnly,

@@ -95,10 +95,10 @@ int ServiceBusConnection::claimName(ConnectionLoop::Clock::time_point deadline) 
   auto result = claim->result.get_future();
   {
     const ConnectionLoop::Hold hold(loop());
-    const SdBusMessage call = newBusCall(loop().bus(), "RequestName", object().interface.c_str());
+    const SdBusMessage call =
+        newBusCall(loop().bus(), "RequestName", object().interface.c_str(), kDoNotQueue);
     if (call == nullptr) return -ENOMEM;
-    int asked = sd_bus_message_append_basic(call.get(), 'u', &kDoNotQueue);
-    if (asked >= 0) asked = calls().send(loop().bus(), call.get(), claim, deadline);
+    const int asked = calls().send(loop().bus(), call.get(), claim, deadline);
     if (asked < 0) return asked;
     loop().afterSend();
   }

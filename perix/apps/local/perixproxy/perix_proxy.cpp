@@ -146,7 +146,7 @@ bool PerixProxy::connectToService() try {
     return false;
   }
   serviceManager = manager;
-  if (!manager->isServiceRegistered(kService)) {
+  if (!manager->isServiceRegistered(kService) && !manager->startService(kService)) {
     PERIX_ERROR("isServiceRegistered failed");
     noteBusProblem();
     return false;
@@ -255,7 +255,7 @@ void PerixProxy::onServiceDeath() {
   ReleaseService();
   if (nobodyListens()) Sleep(kRecoveryWaitMs);
   int count = 0;
-  for (; !deliveries->awaited() && !isServiceRegistered() && count < kRecoveryChecks; ++count) {
+  for (; !deliveries->awaited() && !serviceIsBack(count) && count < kRecoveryChecks; ++count) {
     PERIX_DEBUG("wait for perixservice ....");
     Sleep(kRecoveryWaitMs);
   }
@@ -282,6 +282,16 @@ bool PerixProxy::isServiceRegistered() try {
   ZQBusSerivceManager* const manager = serviceManager;
   const ZQBusTimeLimit limit(kConnectLimit);
   return manager != nullptr && manager->isServiceRegistered(kService);
+} catch (...) {
+  return gaveUp(false, here("onServiceDeath"));
+}
+
+/// Whether the service has returned. The first check has the bus start it.
+bool PerixProxy::serviceIsBack(int check) try {
+  if (isServiceRegistered()) return true;
+  ZQBusSerivceManager* const manager = serviceManager;
+  const ZQBusTimeLimit limit(kConnectLimit);
+  return check == 0 && manager != nullptr && manager->startService(kService);
 } catch (...) {
   return gaveUp(false, here("onServiceDeath"));
 }
