@@ -79,7 +79,10 @@ bool TableReader::read(std::string_view key, const toml::node& node, uint64_t& o
     const std::string& digits = node.as_string()->get();
     const char* const end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, number);
-    if (error != std::errc{} || stop != end) number = 0;
+    if (stop != end || digits.empty()) return refuse(key, node, " is a text of other than digits");
+    if (error != std::errc{}) number = 0;
+  } else if (!node.is_integer()) {
+    return refuse(key, node, " has the wrong type; it is a whole number or a text of digits");
   } else {
     number = static_cast<uint64_t>(std::max<int64_t>(node.value_or<int64_t>(0), 0));
   }
