@@ -32,7 +32,7 @@ ZQBusMessage cannotSend(const std::string& why) {
 
 ZQBusMessage unreadable(const std::string& why) {
   return ZQBusMessage::failed(ZQBusFailure::Unreadable,
-                              "the service answered, but the answer cannot be read: " + why);
+                              "the answer of the service cannot be read: " + why);
 }
 
 }  // namespace zq

@@ -22,18 +22,19 @@ constexpr std::array kExitCodes = {
 struct FailureRow {
   PerixFailure failure;
   ExitCode code;
-  const char* text;
+  const char* introduction;  ///< stands before the words of the report
 };
 constexpr std::array kFailures = {
-    FailureRow{PerixFailure::NoService, ExitCode::NoService, "the service is not running"},
-    FailureRow{PerixFailure::Died, ExitCode::NoService, "the service went away during the call"},
-    FailureRow{PerixFailure::TimedOut, ExitCode::TimedOut, "the service did not answer in time"},
-    FailureRow{PerixFailure::Refused, ExitCode::Refused, "the service answered with an error"},
-    FailureRow{PerixFailure::TooLarge, ExitCode::Refused, "more than the bus carries"},
-    FailureRow{PerixFailure::Unreadable, ExitCode::Refused, "the service's answer cannot be read"},
-    FailureRow{PerixFailure::NotAsked, ExitCode::Refused, "the service was not asked"},
-    FailureRow{PerixFailure::Forked, ExitCode::NoService, "no connection in a forked process"},
-    FailureRow{PerixFailure::NoMemory, ExitCode::Refused, "there is no memory"},
+    FailureRow{PerixFailure::NoBus, ExitCode::NoService, ""},
+    FailureRow{PerixFailure::NoService, ExitCode::NoService, ""},
+    FailureRow{PerixFailure::Died, ExitCode::NoService, ""},
+    FailureRow{PerixFailure::TimedOut, ExitCode::TimedOut, ""},
+    FailureRow{PerixFailure::Refused, ExitCode::Refused, "the service answered with an error: "},
+    FailureRow{PerixFailure::TooLarge, ExitCode::Refused, ""},
+    FailureRow{PerixFailure::Unreadable, ExitCode::Refused, "the answer cannot be read: "},
+    FailureRow{PerixFailure::NotAsked, ExitCode::Refused, "the service was not asked: "},
+    FailureRow{PerixFailure::Forked, ExitCode::NoService, ""},
+    FailureRow{PerixFailure::NoMemory, ExitCode::Refused, "the library gave up: "},
 };
 
 ExitCode exitCodeOf(ServiceResult result) {
@@ -68,10 +69,7 @@ void requireAnswer() {
   const PerixFailureReport report = PerixLastFailure();
   for (const FailureRow& row : kFailures) {
     if (row.failure != report.failure) continue;
-    const bool explained =
-        (report.failure == PerixFailure::Refused || report.failure == PerixFailure::NotAsked) &&
-        !report.text.empty();
-    throw CommandError(row.code, explained ? std::string(row.text) + ": " + report.text : row.text);
+    throw CommandError(row.code, row.introduction + report.text);
   }
 }
 

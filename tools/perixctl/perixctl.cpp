@@ -29,7 +29,9 @@ Json errorDocument(const CommandError& error) {
 void explainFailure() {
   const PerixFailureReport report = PerixLastFailure();
   if (report.failure == PerixFailure::None) return;
-  std::cerr << "perixctl: bus method " << report.method << ": " << escaped(report.text) << "\n";
+  std::cerr << "perixctl: ";
+  if (!report.method.empty()) std::cerr << "bus method " << report.method << ", ";
+  std::cerr << report.total.count() / 1000 << " ms: " << escaped(report.text) << "\n";
 }
 
 // The widths of characters are those of the character set, and the service's texts are UTF-8.
@@ -96,8 +98,8 @@ int runCommand(const CommandLine& line, Terminal& terminal) {
 }  // namespace
 
 int runPerixctl(int argc, const char* const* argv) {
-  useUtf8();
   Terminal terminal;
+  useUtf8();
   const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
   CommandLine line;
   // Also for a command line that is wrong.

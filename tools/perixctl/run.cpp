@@ -1,22 +1,24 @@
 #include "tools/perixctl/run.h"
 
-#include <cstdlib>
 #include <new>
 
+#include "perix/failure.h"
 #include "tools/perixctl/choice.h"
 #include "tools/perixctl/command_error.h"
 
 namespace zq::ctl {
 namespace {
 
+/// Why there is no connection, and a way out.
 std::string noServiceText() {
-  const char* address = std::getenv("ZQBUS_ADDRESS");
-  const std::string bus = address != nullptr && *address != '\0'
-                              ? std::string("the bus at ") + address + " (ZQBUS_ADDRESS)"
-                              : "the user's session bus";
-  return "no peripheral service: nothing answers to its name on " + bus +
-         ".\nStart the service (to try things out: perix-devservice), set ZQBUS_ADDRESS to the bus "
-         "where it runs,\nor bring a bus and a service up for one command: perixctl --embedded ...";
+  const PerixFailureReport report = PerixLastFailure();
+  const char* remedy = report.failure == PerixFailure::NoBus
+                           ? "Set ZQBUS_ADDRESS to the bus where the service runs"
+                           : "Start the service (to try things out: perix-devservice), set "
+                             "ZQBUS_ADDRESS to the bus where it runs";
+  return report.text + ".\n" + remedy +
+         ",\nor bring a bus and a service up for one command: perixctl --embedded ...\n"
+         "perixctl doctor tells more.";
 }
 
 }  // namespace
@@ -54,6 +56,14 @@ uint16_t Run::deviceNumber() {
     throw CommandError(ExitCode::NotFound, "no device has the source id " + text);
   }
   return chosen("device", devices, text).number;
+}
+
+std::list<CommonDevice*> Run::deviceRecords() {
+  const uint16_t number = deviceNumber();
+  auto records = proxy().GetDeviceStatus(number);
+  requireAnswer();
+  if (!records.empty()) return records;
+  throw CommandError(ExitCode::NotFound, "no device " + std::to_string(number));
 }
 
 uint64_t Run::deviceSource() {

@@ -19,14 +19,8 @@ Outcome listDevices(Run& run) {
 }
 
 Outcome deviceStatus(Run& run) {
-  const uint16_t number = run.deviceNumber();
-  PerixProxy& proxy = run.proxy();
-  const auto devices = proxy.GetDeviceStatus(number);
-  requireAnswer();
-  if (devices.empty()) {
-    throw CommandError(ExitCode::NotFound, "no device " + std::to_string(number));
-  }
-  return deviceTable(proxy, devices);
+  const auto devices = run.deviceRecords();
+  return deviceTable(run.proxy(), devices);
 }
 
 // An operation that takes a device either by its number or by its source id.

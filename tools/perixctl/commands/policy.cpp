@@ -15,13 +15,8 @@ Outcome listPolicies(Run& run) {
 }
 
 int setPolicy(Run& run) {
-  const uint16_t number = run.deviceNumber();
   PerixProxy& proxy = run.proxy();
-  const auto devices = proxy.GetDeviceStatus(number);
-  requireAnswer();
-  if (devices.empty()) {
-    throw CommandError(ExitCode::NotFound, "no device " + std::to_string(number));
-  }
+  const auto devices = run.deviceRecords();
   auto device = recordIn<CommonDevice>(devices.front());
   proxy.FreeDeviceList(devices);
   device.localPolicy = run.arguments.number<uint16_t>("POLICY");
