@@ -1,4 +1,5 @@
-// Scenarios of any text: either a world comes of it, or mistakes that say where they are.
+// Scenarios of any text: either a world comes of it, which can be written and read again, or mistakes
+// that say where they are.
 #include <cctype>
 #include <string>
 
@@ -37,6 +38,16 @@ void parseAndCheck(Parse parse, const std::string& text) {
   for (const std::string& mistake : mistakes) require(isMistake(mistake));
 }
 
+void writeAndReadAgain(const std::string& text) {
+  std::vector<std::string> mistakes;
+  const auto scenario = devservice::parseScenario(text, kSource, mistakes);
+  if (!scenario) return;
+  const std::string written = devservice::toToml(*scenario);
+  const auto read = devservice::parseScenario(written, kSource, mistakes);
+  require(read.has_value());
+  require(devservice::toToml(*read) == written);
+}
+
 }  // namespace
 }  // namespace zq::fuzz
 
@@ -44,5 +55,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   zq::fuzz::parseAndCheck(zq::devservice::parseScenario, text);
   zq::fuzz::parseAndCheck(zq::devservice::parseDevice, text);
+  zq::fuzz::writeAndReadAgain(text);
   return 0;
 }

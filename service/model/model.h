@@ -160,6 +160,7 @@ struct Scenario {
   std::vector<SharedHost> hosts;
   std::map<VidPid, VidPidPolicy> policies;
   std::map<VidPid, int32_t> properties;
+  std::map<VidPid, int32_t> setProperties;  ///< as clients set them
   std::map<VidPid, std::string> turbo;
   std::map<VidPid, std::string> joystickMappings;
   std::vector<DeviceType> autoConnect;

@@ -31,11 +31,8 @@ void World::load(const Scenario& scenario) {
   printerBackend->load(scenario);
   search.load(scenario);
   activities.load(scenario);
-  settings = {scenario.properties,
-              {},
-              scenario.turbo,
-              scenario.joystickMappings,
-              scenario.cameraAuthorized};
+  settings = {scenario.properties, scenario.setProperties, scenario.turbo,
+              scenario.joystickMappings, scenario.cameraAuthorized};
   timing = scenario.timing;
   tokenLength = 0;
 }

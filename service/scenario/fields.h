@@ -1,8 +1,9 @@
 // The fields of the model's records: their keys in scenarios and in the state, and the values that
 // fit.
 //
-// There is one table per record, and a form that goes over it: TableReader reads TOML, JsonWriter
-// writes JSON. A `field` stands in both, a `shown` field in the state alone.
+// There is one table per record, and a form that goes over it: TableReader reads TOML, TableWriter
+// writes it, JsonWriter writes JSON. A `field` stands in all of them, a `shown` field in the state
+// alone.
 #pragma once
 
 #include <cstdint>
@@ -19,6 +20,7 @@ struct Rule {
   std::optional<int64_t> most;   ///< of a number, or of the bytes of a text
   bool required = false;         ///< it must be there; a text must not be empty
   const char* unique = nullptr;  ///< no other field of this name space has the same value
+  bool hex = false;              ///< of a number: written so
 };
 
 inline constexpr Rule kRequired{.required = true};
@@ -56,7 +58,8 @@ void fields(auto& form, In<decltype(form), Desktop>& desktop) {
   form.shown("usbRedirections", desktop.usbRedirections);
 }
 
-void fields(auto& form, In<decltype(form), VidPid>& id, const Rule& rule = {}) {
+void fields(auto& form, In<decltype(form), VidPid>& id, Rule rule = {}) {
+  rule.hex = true;
   form.field("vid", id.vid, rule);
   form.field("pid", id.pid, rule);
 }
@@ -76,18 +79,22 @@ void fields(auto& form, In<decltype(form), Device>& device) {
 }
 
 void fields(auto& form, In<decltype(form), Printer>& printer) {
+  const bool local = printer.origin == PrinterOrigin::Local;
   const bool network = printer.origin == PrinterOrigin::Network;
   form.field("number", printer.number, {.least = 1, .unique = "printer.number"});
   form.shown("origin", printer.origin);
+  // A shared printer is known by name and address.
   form.field("name", printer.name,
              {.most = kPrinterNameLimit,
               .required = true,
-              .unique = network ? "networkPrinter.name" : "printer.name"});
+              .unique = local     ? "printer.name"
+                        : network ? "networkPrinter.name"
+                                  : nullptr});
   form.field("address", printer.address, {.most = kDeviceDetailLimit, .required = network});
-  if (network) {
-    form.shown("driver", printer.driver);
-  } else {
+  if (local) {
     form.field("driver", printer.driver);
+  } else {
+    form.shown("driver", printer.driver);
   }
   form.field("description", printer.description);
   form.shown("status", printer.status);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "service/scenario/toml_reader.h"
+#include "service/scenario/toml_writer.h"
 
 namespace zq::devservice {
 namespace {
@@ -62,10 +63,14 @@ void readDevice(TableReader& reader, Scenario& scenario) {
   Device device;
   readDeviceItself(reader, device);
   bool waiting = false;
+  bool ignored = false;
   int32_t copies = 1;
   reader.field("waiting", waiting);
+  reader.field("ignored", ignored);
   reader.field("copies", copies, {.least = 1, .most = kLastNumber});
   if (waiting) device.status = DeviceStatus::Waiting;
+  if (ignored) device.status = DeviceStatus::Ignored;
+  if (waiting && ignored) reader.complain("ignored", "a device that waits is not ignored");
   if (copies > 1 && device.name.size() + kCopySuffix > kDeviceNameLimit) {
     reader.complain("name", "the name of copies has at most 120 bytes");
   }
@@ -73,8 +78,28 @@ void readDevice(TableReader& reader, Scenario& scenario) {
     device.desktop = desktop->id;
     device.status = DeviceStatus::Connected;
     if (waiting) reader.complain("waiting", "a device that waits is in no desktop");
+    if (ignored) reader.complain("ignored", "a device that is ignored is in no desktop");
   }
   addCopies(reader, scenario, std::move(device), copies);
+}
+
+void devices(TableReader& root, Scenario& scenario) {
+  root.list("device", [&](TableReader& table) { readDevice(table, scenario); });
+}
+
+void writeDesktopName(TableWriter& writer, const Scenario& scenario, uint32_t id) {
+  for (const Desktop& desktop : scenario.desktops) {
+    if (desktop.id == id) writer.field("desktop", desktop.name);
+  }
+}
+
+void devices(TomlWriter& root, const Scenario& scenario) {
+  root.list("device", scenario.devices, [&](TableWriter& table, const Device& device) {
+    fields(table, device);
+    table.field("waiting", device.status == DeviceStatus::Waiting);
+    table.field("ignored", device.status == DeviceStatus::Ignored);
+    writeDesktopName(table, scenario, device.desktop);
+  });
 }
 
 void readPrinter(TableReader& reader, Scenario& scenario, PrinterOrigin origin) {
@@ -91,7 +116,26 @@ void readPrinter(TableReader& reader, Scenario& scenario, PrinterOrigin origin) 
     printer.desktop = desktop->id;
     printer.status = PrinterStatus::Connected;
   }
+  bool paused = false;
+  if (reader.field("paused", paused) && paused) printer.status = PrinterStatus::Paused;
   scenario.printers.push_back(std::move(printer));
+}
+
+void printers(TableReader& root, const char* key, Scenario& scenario, PrinterOrigin origin) {
+  root.list(key, [&](TableReader& table) { readPrinter(table, scenario, origin); });
+}
+
+void printers(TomlWriter& root, const char* key, const Scenario& scenario, PrinterOrigin origin) {
+  std::vector<Printer> written;
+  for (const Printer& printer : scenario.printers) {
+    if (printer.origin == origin) written.push_back(printer);
+  }
+  const auto write = [&](TableWriter& table, const Printer& printer) {
+    fields(table, printer);
+    table.field("paused", printer.status == PrinterStatus::Paused);
+    writeDesktopName(table, scenario, printer.desktop);
+  };
+  root.list(key, written, write, {.origin = origin});
 }
 
 /// Whether clients can search the address: "a.b.c.d" or "a.b.c.d:port".
@@ -106,44 +150,45 @@ bool isHostAddress(const std::string& address) {
   return error == std::errc() && rest == end;
 }
 
-void readHost(TableReader& reader, SharedHost& host) {
-  fields(reader, host);
+void checkAddress(TableReader& reader, const SharedHost& host) {
   if (!host.address.empty() && !isHostAddress(host.address)) {
     reader.complain("address", "address is not of the form a.b.c.d or a.b.c.d:port");
   }
 }
-
-VidPid readVidPid(TableReader& reader) {
-  VidPid id;
-  fields(reader, id, kRequired);
-  return id;
-}
+void checkAddress(TableWriter& /*writer*/, const SharedHost& /*host*/) {}
 
 /// A section stands behind the sections that it refers to.
-void readScenario(TableReader& root, Scenario& s) {
-  using Reader = TableReader;
-  const auto readValue = [](Reader& table, const char* key, auto& values) {
-    table.field(key, values[readVidPid(table)], kRequired);
-  };
-  root.table("service", [&](Reader& table) {
+void sections(auto& form, In<decltype(form), Scenario>& s) {
+  const auto allFields = [](auto& table, auto& record) { fields(table, record); };
+  form.table("service", [&](auto& table) {
     table.field("cameraAuthorized", s.cameraAuthorized);
     table.field("autoConnect", s.autoConnect);
   });
-  root.table("timing", [&](Reader& table) { fields(table, s.timing); });
-  root.list("desktop", [&](Reader& table) { fields(table, s.desktops.emplace_back()); });
-  root.list("device", [&](Reader& table) { readDevice(table, s); });
-  root.list("driver", [&](Reader& table) { fields(table, s.drivers.emplace_back()); });
-  root.list("printer", [&](Reader& table) { readPrinter(table, s, PrinterOrigin::Local); });
-  root.list("networkPrinter",
-            [&](Reader& table) { readPrinter(table, s, PrinterOrigin::Network); });
-  root.list("host", [&](Reader& table) { readHost(table, s.hosts.emplace_back()); });
-  root.list("policy", [&](Reader& table) { fields(table, s.policies[readVidPid(table)]); });
-  root.list("property", [&](Reader& table) { readValue(table, "value", s.properties); });
-  root.list("turbo", [&](Reader& table) { readValue(table, "config", s.turbo); });
-  root.list("joystickMapping",
-            [&](Reader& table) { readValue(table, "mapping", s.joystickMappings); });
-  root.list("command", [&](Reader& table) { fields(table, s.commands.emplace_back()); });
-  root.list("test", [&](Reader& table) { fields(table, s.tests.emplace_back()); });
+  form.table("timing", s.timing, allFields);
+  form.list("desktop", s.desktops, allFields);
+  devices(form, s);
+  form.list("driver", s.drivers, allFields);
+  printers(form, "printer", s, PrinterOrigin::Local);
+  printers(form, "networkPrinter", s, PrinterOrigin::Network);
+  printers(form, "sharedPrinter", s, PrinterOrigin::Shared);
+  form.list("host", s.hosts, [](auto& table, auto& host) {
+    fields(table, host);
+    checkAddress(table, host);
+  });
+  form.byVidPid("policy", s.policies, allFields);
+  const auto valueCalled = [](const char* key) {
+    return [key](auto& table, auto& value) { table.field(key, value, kRequired); };
+  };
+  form.byVidPid("property", s.properties, valueCalled("value"));
+  form.byVidPid("setProperty", s.setProperties, valueCalled("value"));
+  form.byVidPid("turbo", s.turbo, valueCalled("config"));
+  form.byVidPid("joystickMapping", s.joystickMappings, valueCalled("mapping"));
+  form.list("command", s.commands, allFields);
+  form.list("test", s.tests, allFields);
+}
+
+void readScenario(TableReader& root, Scenario& scenario) {
+  sections(root, scenario);
 }
 
 /// The record that `read` reads from the root table of the text; empty when there are mistakes.
@@ -186,6 +231,12 @@ std::optional<Scenario> loadScenario(const std::string& path, std::vector<std::s
   if (file.eof()) return parseScenario(text, path, mistakes);
   mistakes = {path + ":1:1: cannot be read"};
   return std::nullopt;
+}
+
+std::string toToml(const Scenario& scenario) {
+  TomlWriter writer;
+  sections(writer, scenario);
+  return writer.text();
 }
 
 std::optional<Device> parseDevice(const std::string& text, const std::string& source,

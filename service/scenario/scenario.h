@@ -17,6 +17,10 @@ std::optional<Scenario> loadScenario(const std::string& path, std::vector<std::s
 std::optional<Scenario> parseScenario(const std::string& text, const std::string& source,
                                       std::vector<std::string>& mistakes);
 
+/// The scenario as a file that loadScenario() takes, without the keys that have their default
+/// values. Texts must be UTF-8.
+std::string toToml(const Scenario& scenario);
+
 /// One device: the keys of a [[device]] table that a newly plugged device can have.
 std::optional<Device> parseDevice(const std::string& text, const std::string& source,
                                   std::vector<std::string>& mistakes);

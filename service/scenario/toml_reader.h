@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <concepts>
 #include <limits>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -58,10 +59,28 @@ class TableReader {
   void table(std::string_view key, const Read& readTable) {
     forEach(tables(key, false), readTable);
   }
+  template <typename Record, typename Read>
+  void table(std::string_view key, Record& record, const Read& readRecord) {
+    table(key, [&](TableReader& table) { readRecord(table, record); });
+  }
   /// Reads the sections [[key]].
   template <typename Read>
   void list(std::string_view key, const Read& readTable) {
     forEach(tables(key, true), readTable);
+  }
+  /// Reads the sections [[key]] into records of the list.
+  template <typename Record, typename Read>
+  void list(std::string_view key, std::vector<Record>& records, const Read& readRecord) {
+    list(key, [&](TableReader& table) { readRecord(table, records.emplace_back()); });
+  }
+  /// Reads the sections [[key]] with a vendor and a product each.
+  template <typename Value, typename Read>
+  void byVidPid(std::string_view key, std::map<VidPid, Value>& values, const Read& readValue) {
+    list(key, [&](TableReader& table) {
+      VidPid id;
+      fields(table, id, kRequired);
+      readValue(table, values[id]);
+    });
   }
 
   /// Notes a mistake when a field of the name space has the value already.

@@ -123,6 +123,8 @@ const std::vector<Line> kLines = {
     {"trace --failures " TRACE " | grep --count connectDevice", 0, "2"},
     {"trace --summary " TRACE, 0, "connectDevice  2      2         3000"},
     {"trace /etc/passwd", 2, "/etc/passwd:1: not JSON from byte 1 on"},
+    {"snapshot", 0, "# - whether a disk is mounted"},
+    {"snapshot /dev/full", 1, "/dev/full cannot be written: No space left on device"},
     {"--trace device connect win10 99", 10, "connectDevice(desktop=1 \"win10\", device=99) = 2 "},
     {"pen replay --fast " STROKE, 0, "     2  press    0x26003     60     78     0.350"},
     {"token update <<< s3cret", 0, "done"},

@@ -43,6 +43,8 @@ TEST(AScenario, WithMistakesIsRefusedWithThePlaceOfEachOne) {
       {"[[device]]\nname = \"c\"\nmounted = 1\n", {"w.toml:3:11: mounted has the wrong type"}},
       {"[[device]]\nname = \"c\"\ntype = \"camera\"\nmounted = true\n",
        {"w.toml:4:11: only disks are mounted"}},
+      {"[[device]]\nname = \"c\"\nwaiting = true\nignored = true\n",
+       {"w.toml:4:11: a device that waits is not ignored"}},
       {"[[device]]\nname = \"c\"\ndesktop = \"e\"\n", {"w.toml:3:11: there is no desktop e"}},
       {std::string(kDesktop) + "[[device]]\nname = \"c\"\ndesktop = \"d\"\n",
        {"w.toml:6:11: the desktop d is not connected"}},

@@ -71,6 +71,7 @@ std::vector<Command> diagnoseCommands();
 std::vector<Command> serviceCommands();
 std::vector<Command> monitorCommands();
 std::vector<Command> traceCommands();
+std::vector<Command> snapshotCommands();
 std::vector<Command> documentationCommands();
 
 // Arguments that several families take.

@@ -1,0 +1,80 @@
+// A snapshot of a running service, played by another one.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "tests/perixctl/tool_world.h"
+
+namespace zq::ctl {
+namespace {
+
+std::string run(const ToolWorld& world, const std::string& words) {
+  const ChildProcess::Result result = world.run(words);
+  EXPECT_EQ(result.status, 0) << words << ": " << result.error;
+  return result.output;
+}
+
+std::string contentOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(file).rdbuf();
+  return text.str();
+}
+
+struct World {
+  std::string scenario;
+  std::vector<std::string> changes = {};
+};
+
+const std::vector<World> kWorlds = {
+    {SCENARIOS "/office.toml"},
+    {SCENARIOS "/bare.toml"},
+    {SCENARIOS "/crowd.toml"},
+    {SCENARIO,
+     {"device connect win10 1", "device ignore 'New audio'", "policy set 2 forbid",
+      "device autoconnect set scanner on", "device network add 4 scan@10.0.0.9",
+      R"(service plug sourceId=0xffffffffffffffff name=$'"\e[31m\\\n\u202ename')",
+      "printer connect win10 'Front office'", "printer command win10 1 pause",
+      "printer network add 10.0.0.8 Copy 'third floor'",
+      "printer shared add 10.0.0.5 Hall 'second floor'",
+      "printer shared add 10.0.0.5 'Front office'", "printer local add Desk usb:1 Laser",
+      "property set 046d:0825 7 -- -2", "turbo set 046d:0825 fps=60",
+      R"(joystick mapping set 045e:028e '{"b":2}')"}},
+};
+
+// Commands whose answers the snapshot makes again.
+const std::vector<std::string> kViews = {
+    "--json device list",
+    "--json printer list",
+    "--json printer summary",
+    "--json printer network list",
+    "--json printer driver list",
+    "--json policy list",
+    "--json joystick list",
+    "desktop list --fields desktop,id",
+    "joystick mapping get 045e:028e",
+    "property get 046d:0825 7",
+    "property get 046d:0825 7 --local",
+    "turbo get 046d:0825",
+    "camera status",
+    "device autoconnect get scanner",
+    "device autoconnect get camera",
+};
+
+TEST(ASnapshot, LoadsAsAWorldThatShowsTheSame) {
+  for (const World& row : kWorlds) {
+    SCOPED_TRACE(row.scenario);
+    const ToolWorld field(row.scenario);
+    for (const std::string& change : row.changes) run(field, change);
+    const std::string file = field.directory() / "snapshot.toml";
+    const std::string again = field.directory() / "again.toml";
+    run(field, "snapshot " + file);
+    const ToolWorld laboratory(file);
+    for (const std::string& view : kViews) EXPECT_EQ(run(laboratory, view), run(field, view));
+    run(laboratory, "snapshot " + again);
+    EXPECT_EQ(contentOf(again), contentOf(file));
+  }
+}
+
+}  // namespace
+}  // namespace zq::ctl
