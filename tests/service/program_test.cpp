@@ -76,7 +76,7 @@ TEST_F(TheService, GivesUpWhatItWorksOnWhenItIsResetAndEndsWhenItIsStopped) {
     return control->callWithReplyBlocking(control->makeMethodCallMessage(method), kCallMs);
   };
   std::string text;
-  EXPECT_EQ(ask("stpo")->readString(text, 0).find("no method stpo; there are: clearCalls"), 0U);
+  EXPECT_EQ(ask("stpo")->readString(text, 0).find("no method stpo; there are: awaitCalls"), 0U);
   std::promise<std::string> answer;
   perix->callWithReply(
       perix->makeMethodCallMessage("searchAllPrinter"),
