@@ -1,5 +1,5 @@
-// Scenarios of any text: either a world comes of it, which can be written and read again, or mistakes
-// that say where they are.
+// Scenarios of any text: either a world comes of it, which can be written and read again, or
+// mistakes that say where they are.
 #include <cctype>
 #include <string>
 

@@ -70,9 +70,9 @@ class PerixProxy {
   /// The process's proxy, created and connected at first use. Never destroyed. Reconnects when the
   /// service was away and returns the same object whether or not that succeeds. Connecting takes a
   /// few round trips to the bus, and 10 s at most in all; threads that ask for it at the same time
-  /// wait for one attempt and share its outcome. When no process owns the service's name and the bus
-  /// knows how to start the service, connecting has the bus start it, within these 10 s. Null only when there was no memory for the object.
-  /// Never throws.
+  /// wait for one attempt and share its outcome. When no process owns the service's name and the
+  /// bus knows how to start the service, connecting has the bus start it, within these 10 s. Null
+  /// only when there was no memory for the object. Never throws.
   static PerixProxy* getInstance();
 
   PerixProxy();

@@ -155,15 +155,15 @@ class ZQBusSerivceManager {
   /// destroyed.
   virtual void waitForCallbacks() = 0;
 
-  /// Has the bus start `service` if no process owns its name and the bus knows how, as an activation
-  /// file of the service tells it. Blocks until a process owns the name, 25 s at most. Whether a
-  /// process owns it then; lastZQBusProblem() tells why not, in the bus's words. Starts nothing with
-  /// ZQBUS_ACTIVATE=0 in the environment.
+  /// Has the bus start `service` if no process owns its name and the bus knows how, as an
+  /// activation file of the service tells it. Blocks until a process owns the name, 25 s at most.
+  /// Whether a process owns it then; lastZQBusProblem() tells why not, in the bus's words. Starts
+  /// nothing with ZQBUS_ACTIVATE=0 in the environment.
   virtual bool startService(const std::string& /*service*/) { return false; }
 };
 
-/// Why the last initSync(), isServiceRegistered(), startService() or getServiceProxyInterface() of this thread came to
-/// nothing.
+/// Why the last initSync(), isServiceRegistered(), startService() or getServiceProxyInterface() of
+/// this thread came to nothing.
 struct ZQBusProblem {
   enum class Kind {
     None,        ///< it did not

@@ -5,9 +5,9 @@
 #include <set>
 
 #include "perix/perix_proxy.h"
-#include "tests/support/blocked_thread.h"
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/messages.h"
 
 namespace zq {

@@ -5,8 +5,8 @@
 
 #include "perix/apps/local/perixproxy/last_failure.h"
 #include "perix/perix_proxy.h"
-#include "tests/support/blocked_thread.h"
 #include "tests/proxy/scripted_bus.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/messages.h"
 
 namespace zq {

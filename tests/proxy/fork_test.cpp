@@ -7,9 +7,9 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "tests/support/blocked_thread.h"
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/wire_table.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/bus_world.h"
 
 namespace zq {

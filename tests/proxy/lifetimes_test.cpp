@@ -4,8 +4,8 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "tests/support/blocked_thread.h"
 #include "tests/proxy/scripted_bus.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/messages.h"
 
 namespace zq {

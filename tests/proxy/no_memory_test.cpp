@@ -9,10 +9,10 @@
 #include <thread>
 
 #include "perix/perix_proxy.h"
-#include "tests/support/blocked_thread.h"
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
 #include "tests/proxy/wire_table.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/messages.h"
 
 namespace zq {

@@ -1,6 +1,7 @@
 #include "tools/perixctl/run.h"
 
 #include <new>
+#include <utility>
 
 #include "perix/failure.h"
 #include "tools/perixctl/choice.h"
@@ -8,6 +9,18 @@
 
 namespace zq::ctl {
 namespace {
+
+bool isUnconnected(PerixFailure failure) {
+  return failure == PerixFailure::NoBus || failure == PerixFailure::NoService;
+}
+
+/// Why there is no connection to the bus, or no service on it, of another machine.
+std::string noServiceText(const std::string& host) {
+  const bool isBus = PerixLastFailure().failure == PerixFailure::NoBus;
+  return (isBus ? "no connection to the session bus of "
+                : "nobody owns org.zqbus.perix on the session bus of ") +
+         host;
+}
 
 /// Why there is no connection, and a way out.
 std::string noServiceText() {
@@ -32,8 +45,12 @@ PerixProxy& Run::localProxy() {
 
 PerixProxy& Run::proxy() {
   PerixProxy& proxy = localProxy();
-  if (proxy.Init() != 0) throw CommandError(ExitCode::NoService, noServiceText());
-  return proxy;
+  // The first call of getInstance() in this process has just tried to connect.
+  const bool hasFailed =
+      !std::exchange(hasTried_, true) && isUnconnected(PerixLastFailure().failure);
+  if (!hasFailed && proxy.Init() == 0) return proxy;
+  throw CommandError(ExitCode::NoService,
+                     globals.host.empty() ? noServiceText() : noServiceText(globals.host));
 }
 
 std::string Run::desktop() {

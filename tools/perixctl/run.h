@@ -59,14 +59,17 @@ class Run {
   /// The DEVICE argument as a device's number: itself up to 65535, else looked up by source id or
   /// by name. Throws CommandError (NotFound) when no device, or more than one, is meant.
   uint16_t deviceNumber();
-  /// The records of the device that the DEVICE argument means, at least one; freed by FreeDeviceList.
-  /// Throws as deviceNumber.
+  /// The records of the device that the DEVICE argument means, at least one; freed by
+  /// FreeDeviceList. Throws as deviceNumber.
   std::list<CommonDevice*> deviceRecords();
   /// The DEVICE argument as a source id: looked up by number or by name. A number that no device
   /// has is taken for a source id, and the service decides.
   uint64_t deviceSource();
   /// The PRINTER argument as a printer's number, looked up by name. Throws as deviceNumber.
   uint16_t printerNumber();
+
+ private:
+  bool hasTried_ = false;  // to connect
 };
 
 }  // namespace zq::ctl

@@ -30,8 +30,8 @@ class ClientBusConnection : public ClientConnection {
   /// The unique name of the process that owns `service`, empty when no process does, nothing when
   /// the bus does not answer; asks the bus, and blocks for 25 s at most.
   std::optional<std::string> ownerOf(const std::string& service);
-  /// Has the bus start `service` and waits until it owns its name, 25 s at most. False with the bus's
-  /// words in `error`, or without words when the bus does not know how.
+  /// Has the bus start `service` and waits until it owns its name, 25 s at most. False with the
+  /// bus's words in `error`, or without words when the bus does not know how.
   bool startService(const std::string& service, std::string& error);
   /// Whether the process of that unique name runs as this user or as root; asks the bus the first
   /// time, and blocks for 25 s at most.

@@ -63,9 +63,9 @@ class ClientConnection : private ConnectionLoop::Listener {
   };
 
   /// Takes over a connection that is ready. Calls that its loss ends fail with `onLoss`.
-  /// `deliveries` outlives the process's threads. `user` is this process's user as the bus knows it.
-  /// Nothing is read before start(). The destructor does not wait for a running callback; no callback
-  /// begins afterwards.
+  /// `deliveries` outlives the process's threads. `user` is this process's user as the bus knows
+  /// it. Nothing is read before start(). The destructor does not wait for a running callback; no
+  /// callback begins afterwards.
   ClientConnection(SdBus connection, DeliveryQueue& deliveries, ZQBusFailure onLoss,
                    uid_t user = ::geteuid());
   ~ClientConnection() override;

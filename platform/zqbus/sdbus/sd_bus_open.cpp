@@ -129,8 +129,8 @@ uid_t userOn(sd_bus* bus, std::chrono::steady_clock::time_point deadline) {
   if (!busAddress().starts_with("unixexec:") || sd_bus_get_unique_name(bus, &name) < 0) return user;
   const SdBusMessage question = newBusCall(bus, "GetConnectionUnixUser", name);
   sd_bus_message* reply = nullptr;
-  const auto left = std::max(duration_cast<microseconds>(deadline - steady_clock::now()),
-                             microseconds(1));
+  const auto left =
+      std::max(duration_cast<microseconds>(deadline - steady_clock::now()), microseconds(1));
   if (question == nullptr ||
       sd_bus_call(bus, question.get(), static_cast<uint64_t>(left.count()), nullptr, &reply) < 0) {
     return user;

@@ -42,7 +42,8 @@ void copyCut(char (&to)[size], std::string_view text) {
   to[length] = '\0';
 }
 
-/// The outcome of the last attempt of this process to connect. Trivially destructible, as LastFailure.
+/// The outcome of the last attempt of this process to connect. Trivially destructible, as
+/// LastFailure.
 struct Connecting {
   std::mutex mutex;
   PerixFailure failure = PerixFailure::None;

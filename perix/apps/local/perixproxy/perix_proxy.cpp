@@ -120,8 +120,8 @@ int PerixProxy::Init() {
   const unsigned int failedBefore = failedAttempts;
   const std::lock_guard lock(callMutex);
   if (serviceProxy) return 0;
-  // After the failed attempt of another thread, for which this thread waited, a second attempt would
-  // fail too.
+  // After the failed attempt of another thread, for which this thread waited, a second attempt
+  // would fail too.
   if (failedAttempts == failedBefore) {
     const ZQBusTimeLimit limit(kConnectLimit);
     if (connectToService()) return InitBroadcast();

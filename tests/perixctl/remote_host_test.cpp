@@ -1,0 +1,66 @@
+// perixctl on the bus of another machine, which a stand-in for ssh reaches on this one.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "tests/perixctl/tool_world.h"
+
+namespace zq::ctl {
+namespace {
+
+struct Remote {
+  const char* ssh;  ///< the stand-in's commands; null without ssh
+  const char* bus;  ///< the session bus there; null for the world's
+  const char* words;
+  int exitCode;
+  const char* expected;  ///< stands in the output, or in the errors of a failure
+};
+
+// The words behind "ssh -xT -- HOST" are one command line for the shell there.
+constexpr const char* kLogin = "shift 3; exec sh -c \"$*\"";
+
+const Remote kRemotes[] = {
+    {kLogin, nullptr, "--host me@box device list", 0, "Desk camera"},
+    {"[ \"$3\" = me@box ] || exit 9\nshift 3; exec sh -c \"$*\"", nullptr,
+     "--host me@box service state --json", 0, "\"desktops\""},
+    {nullptr, nullptr, "--host me@box device list", 8, "ssh is not installed on this machine"},
+    {"exit 255", nullptr, "--host me@box device list", 8, "ssh has no connection to me@box"},
+    {"exit 127", nullptr, "--host me@box device list", 8,
+     "systemd-stdio-bridge is not installed on me@box"},
+    {kLogin, "unix:path=/nonexistent", "--host me@box device list", 8,
+     "me@box has no session bus, or the bus does not admit this user\n"
+     "perixctl: no connection to the session bus of me@box\n"},
+    {kLogin, nullptr, "--host=-oProxyCommand=x device list", 2, "is not the name of a machine"},
+    {kLogin, nullptr, "--host box --embedded device list", 2, "not both"},
+};
+
+TEST(RemoteHost, IsReachedOrTheReasonIsTold) {
+  const ToolWorld world(SCENARIO);
+  const auto programs = world.directory() / "programs";
+  std::filesystem::create_directory(programs);
+  for (const char* program : {"sh", "id", "systemd-stdio-bridge", "bash"}) {
+    for (const char* directory : {"/bin/", "/usr/bin/"}) {
+      const std::string path = directory + std::string(program);
+      if (std::filesystem::exists(path) && !std::filesystem::exists(programs / program)) {
+        std::filesystem::create_symlink(path, programs / program);
+      }
+    }
+  }
+  for (const auto& [ssh, bus, words, exitCode, expected] : kRemotes) {
+    SCOPED_TRACE(words);
+    std::filesystem::remove(programs / "ssh");
+    if (ssh != nullptr) {
+      std::ofstream(programs / "ssh") << "#!/bin/sh\n" << ssh << "\n";
+      std::filesystem::permissions(programs / "ssh", std::filesystem::perms::owner_all);
+    }
+    const auto result = world.run(
+        words, {{"PATH", programs},
+                {"DBUS_SESSION_BUS_ADDRESS", bus != nullptr ? bus : world.service.busAddress()}});
+    EXPECT_EQ(result.status, exitCode);
+    const std::string& said = exitCode == 0 ? result.output : result.error;
+    EXPECT_NE(said.find(expected), std::string::npos) << result.output << result.error;
+  }
+}
+
+}  // namespace
+}  // namespace zq::ctl
