@@ -4,11 +4,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
 #include "tests/bus/fake_bus.h"
+#include "tests/support/open_bus.h"
 
 namespace zq {
 namespace {
@@ -17,41 +15,7 @@ using wire::Message;
 
 constexpr uid_t kNobody = 65534;
 
-/// A bus that admits every user.
-class OpenBus {
- public:
-  OpenBus() {
-    if (::mkdtemp(directory_.data()) == nullptr) throw std::runtime_error("no directory");
-    std::filesystem::permissions(directory_, std::filesystem::perms(0755));
-    std::ofstream(directory_ + "/conf")
-        << R"(<busconfig><listen>unix:path=)" << directory_ << R"(/bus</listen><auth>EXTERNAL</auth>
-      <policy context="default"><allow user="*"/><allow own="*"/><allow send_destination="*"/>
-      <allow receive_sender="*"/></policy></busconfig>)";
-    ChildProcess::Options options;
-    options.arguments = {"dbus-daemon", "--nofork", "--nopidfile",
-                         "--config-file=" + directory_ + "/conf",
-                         "--print-address=" + std::to_string(ChildProcess::kReadinessDescriptor)};
-    options.readiness = true;
-    daemon_ = std::make_unique<ChildProcess>(options);
-    const auto line = daemon_->readinessLine(kPatience);
-    if (!line) throw std::runtime_error("no daemon");
-    address = line->substr(0, line->find(','));
-  }
-  ~OpenBus() {
-    daemon_.reset();
-    std::filesystem::remove_all(directory_);
-  }
-  OpenBus(const OpenBus&) = delete;
-  OpenBus& operator=(const OpenBus&) = delete;
-
-  std::string address;
-
- private:
-  std::string directory_ = "/tmp/perix-open-bus-XXXXXX";
-  std::unique_ptr<ChildProcess> daemon_;
-};
-
-/// What becomes of calls of a user's: a bit for each that is not denied, in the order of the list.
+/// The calls of a user that are not denied: a bit for each, in the order of the list.
 int servedOf(const std::string& address, uid_t user) {
   const pid_t child = ::fork();
   if (child == 0) {

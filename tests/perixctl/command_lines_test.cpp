@@ -75,6 +75,8 @@ const std::vector<Line> kLines = {
     {"device ignore 0x100000002", 1, "does not wait for its configuration"},
     {"disk command win10 Stick mount", 0, "", "ConfigUdisks2Command [1, 0200000001000000, 1]"},
     {"disk command win10 0x100000001 1", 1, "not a disk"},
+    {"device why win10 'Desk camera'", 0, "nothing stands in the way"},
+    {"doctor", 0, "nothing stands in the way"},
     // Printers.
     {"printer list", 0, "1       Front office  idle"},
     {"printer connect win10 'Front office'", 0, "done", "connectPrinter [1, 1]"},
@@ -210,7 +212,7 @@ const std::vector<Line> kLines = {
     {"dev netw --help", 0, "Usage: perixctl device network COMMAND"},
     {"dev li --no-headings --fields number,sourceIdText", 0, "1  4294967297\n"},
     {"device --fields nonsense", 2, "no field 'nonsense'"},
-    {"d", 2, "may be any of desktop, device, disk, diagnose"},
+    {"d", 2, "may be any of desktop, doctor, device, disk, diagnose"},
     {"device list --jsn", 2, "did you mean '--json'?"},
     {"device connect win10 1 2", 2, "'2' is too much; usage: perixctl device connect"},
     {"--quiet policy set 1 allow | wc -c", 0, "0\n"},

@@ -18,7 +18,8 @@ ChildProcess::Options optionsFor(const std::string& address, const std::string& 
   options.arguments = {"bash", "-c", "exec " PERIXCTL " " + words};
   options.environment = std::move(environment);
   options.environment["ZQBUS_ADDRESS"] = address;
-  options.environment["XDG_STATE_HOME"] = directoryOf(address);  // and so the log goes with the bus
+  // The log goes with the bus.
+  options.environment.try_emplace("XDG_STATE_HOME", directoryOf(address));
   options.output = ChildProcess::Stream::Capture;
   options.error = ChildProcess::Stream::Capture;
   return options;
@@ -43,8 +44,9 @@ std::unique_ptr<ChildProcess> ToolWorld::startReady(const std::string& words,
   return child;
 }
 
-ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words) {
-  return ChildProcess(optionsFor(address, words, {})).finish(kPatience);
+ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words,
+                                   const Environment& added) {
+  return ChildProcess(optionsFor(address, words, added)).finish(kPatience);
 }
 
 }  // namespace zq::ctl

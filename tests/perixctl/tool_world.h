@@ -32,6 +32,7 @@ class ToolWorld {
 };
 
 /// Runs `perixctl WORDS` as a shell would, on the bus at `address`.
-ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words);
+ChildProcess::Result runPerixctlOn(const std::string& address, const std::string& words,
+                                   const Environment& added = {});
 
 }  // namespace zq::ctl

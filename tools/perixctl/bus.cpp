@@ -39,7 +39,8 @@ std::shared_ptr<ZQBusProxyInterface> controlInterface() {
   if (!control) {
     throw CommandError(ExitCode::NoService,
                        "no control interface: the development service (perix-devservice) does not "
-                       "run on this bus");
+                       "run on this bus (" +
+                           std::string(lastZQBusProblem().text) + ")");
   }
   return control;
 }
@@ -77,6 +78,19 @@ bool serviceIsThere() {
 
 bool controlIsThere() {
   return isThere(kControlService);
+}
+
+ZQBusInspection inspectBus() {
+  return inspectZQBus(kService, std::chrono::seconds(3));
+}
+
+std::optional<ZQBusWay> wayToService() {
+  ZQBusSerivceManager* manager = ZQBusSerivceManager::initSync(kBusTimeoutMs);
+  const auto service = manager == nullptr ? nullptr
+                                          : manager->getServiceProxyInterface(
+                                                kService, ZQBusSecurityFlags::TrustedPeer, 1);
+  if (service == nullptr) return std::nullopt;
+  return service->way();
 }
 
 Json askControl(const char* method, const ControlArguments& arguments) {

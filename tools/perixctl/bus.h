@@ -3,11 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "tools/perixctl/outcome.h"
+#include "zqbus/inspection.h"
+#include "zqbus/message.h"
 
 namespace zq::ctl {
 
@@ -21,6 +24,12 @@ bool controlIsThere();
 
 using ControlArgument = std::variant<uint16_t, int32_t, int64_t, std::string, std::vector<uint8_t>>;
 using ControlArguments = std::vector<ControlArgument>;
+
+/// A look at the bus and at the service on it. Blocks for at most 3 s.
+ZQBusInspection inspectBus();
+/// The way that calls of the service take now. Asks the service for a line, so it blocks for a
+/// few seconds when that hangs. Nothing when there is no service of this user or of root.
+std::optional<ZQBusWay> wayToService();
 
 /// Calls `method` of the control interface and returns its answer. Throws CommandError (NoService)
 /// when there is no such interface, and the error of refusalInWords when the service refuses.

@@ -72,6 +72,7 @@ std::vector<Command> serviceCommands();
 std::vector<Command> monitorCommands();
 std::vector<Command> traceCommands();
 std::vector<Command> snapshotCommands();
+std::vector<Command> whyCommands();
 std::vector<Command> documentationCommands();
 
 // Arguments that several families take.

@@ -1,6 +1,7 @@
 #include "tools/perixctl/terminal.h"
 
 #include <fcntl.h>
+#include <langinfo.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -79,6 +81,8 @@ termios shownEcho;
 
 Terminal::Terminal() : output_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, kLowestDescriptor)) {
   occupyStandardDescriptors();
+  std::setlocale(LC_CTYPE, "");
+  showsUtf8_ = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
 }
 
 void Terminal::write(const std::string& text) const {

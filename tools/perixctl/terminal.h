@@ -14,6 +14,7 @@ namespace zq::ctl {
 /// The process's standard output, kept for results alone.
 class Terminal {
  public:
+  /// Asks for the user's locale, and leaves the program's character type set to it.
   Terminal();
 
   /// Writes all of `text` to standard output at once. Throws CommandError (Refused) when it cannot.
@@ -29,12 +30,15 @@ class Terminal {
   bool isInteractive() const;
   /// Whether results may be coloured: on a terminal, unless NO_COLOR is set.
   bool colour() const;
+  /// Whether the user's locale has UTF-8, so that signs beyond ASCII are shown.
+  bool showsUtf8() const { return showsUtf8_; }
   /// The columns of the terminal, 0 for anything else.
   std::size_t width() const;
 
  private:
   OwnedDescriptor output_;
   bool foreignOutputAway_ = false;
+  bool showsUtf8_;
 };
 
 /// Reads a line from the terminal that is standard input, without showing it. The

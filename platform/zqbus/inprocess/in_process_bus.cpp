@@ -3,6 +3,8 @@
 //
 // The limits that guard a service against its clients (calls of 64 MiB that wait for answers, 64
 // lines) are not kept: both are one program. The other rules of the headers hold.
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cctype>
@@ -23,6 +25,7 @@
 #include "platform/zqbus/peer.h"
 #include "platform/zqbus/run_handler.h"
 #include "platform/zqbus/trace.h"
+#include "zqbus/inspection.h"
 
 namespace zq {
 namespace {
@@ -479,6 +482,16 @@ std::unique_ptr<ZQBusService> ZQBusService::claim(const std::string& service,
   }
   error = service + " is owned by another service";
   return nullptr;
+}
+
+ZQBusInspection inspectZQBus(const std::string& service, std::chrono::milliseconds) {
+  ZQBusInspection found;
+  found.address = "this process";
+  found.name = service;
+  if (std::string owner = Bus::instance().ownerOf(service); !owner.empty()) {
+    found.owner = ZQBusParty{std::move(owner), ::getpid(), ::geteuid()};
+  }
+  return found;
 }
 
 }  // namespace zq

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kTransports[] = {";unix:", ";tcp:", ";unixexec:", ";x-machine-"};
 
-std::string variable(const char* name) {
+std::string valueOf(const char* name) {
   const char* value = std::getenv(name);
   return value != nullptr ? value : "";
 }
@@ -87,10 +87,17 @@ std::string helloProblem(const std::string& address, int result) {
 }  // namespace
 
 std::string busAddress() {
+  std::string variable;
+  return busAddress(variable);
+}
+
+std::string busAddress(std::string& variable) {
   for (const char* name : {"ZQBUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS"}) {
-    if (std::string address = variable(name); !address.empty()) return address;
+    variable = name;
+    if (std::string address = valueOf(name); !address.empty()) return address;
   }
-  const std::string directory = variable("XDG_RUNTIME_DIR");
+  variable = "XDG_RUNTIME_DIR";
+  const std::string directory = valueOf("XDG_RUNTIME_DIR");
   return directory.empty() ? "" : "unix:path=" + escaped(directory) + "/bus";
 }
 

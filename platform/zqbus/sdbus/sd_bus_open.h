@@ -18,6 +18,8 @@ enum class Descriptors { Refused, Carried };
 /// The address of the bus: ZQBUS_ADDRESS, or that of the user's session bus without it. Empty when
 /// the environment names no bus.
 std::string busAddress();
+/// The same, and the variable of the environment that it comes from.
+std::string busAddress(std::string& variable);
 
 /// Connects to the bus at busAddress() and waits for its Hello, until `deadline` at most. Null,
 /// `error` in words with the address, when that fails.

@@ -39,8 +39,8 @@ std::vector<Command> joined(std::initializer_list<std::vector<Command>> groups) 
 
 const std::vector<Command>& commandTable() {
   static const std::vector<Command> table = joined(
-      {desktopCommands(), deviceCommands(), printerCommands(), channelCommands(), penCommands(),
-       policyCommands(), joystickCommands(), diagnoseCommands(), serviceCommands(),
+      {desktopCommands(), whyCommands(), deviceCommands(), printerCommands(), channelCommands(),
+       penCommands(), policyCommands(), joystickCommands(), diagnoseCommands(), serviceCommands(),
        monitorCommands(), traceCommands(), snapshotCommands(), documentationCommands()});
   return table;
 }
