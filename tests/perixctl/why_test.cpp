@@ -38,8 +38,11 @@ std::string causeIn(const std::string& output) {
 void plugInto(const fs::path& root, bool hasNode) {
   const fs::path device = root / "sys/bus/usb/devices/1-2";
   fs::create_directories(device);
-  for (const auto& [name, text] : std::map<std::string, const char*>{
-           {"idVendor", "046d"}, {"idProduct", "0825"}, {"busnum", "1"}, {"devnum", "4"}}) {
+  for (const auto& [name, text] : std::map<std::string, const char*>{{"product", "Web Camera"},
+                                                                     {"idVendor", "046d"},
+                                                                     {"idProduct", "0825"},
+                                                                     {"busnum", "1"},
+                                                                     {"devnum", "4"}}) {
     std::ofstream(device / name) << text << '\n';
   }
   fs::create_directories(root / "dev/bus/usb/001");
@@ -89,6 +92,10 @@ const ModelCause kModelCauses[] = {
      "win10 'Desk camra'",
      "device no device is called 'Desk camra'; did you mean 'Desk camera'? → plug it in, or give a "
      "device that perixctl device list shows"},
+    {{},
+     "--root $ROOT/plugged win10 'web camera'",
+     "device no device is called 'web camera', but 'Web Camera' is plugged in at 1-2 → plug it in "
+     "again, and look at the service's log"},
     {{"desktop connect debian", "device connect debian 1"},
      "win10 0x100000001",
      "state connected to another desktop, debian → perixctl device disconnect debian 1"},

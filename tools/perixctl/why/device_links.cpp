@@ -1,5 +1,7 @@
 // From a service that answers to a device in a desktop.
-#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include "platform/util/util.h"
 #include "tools/perixctl/bus.h"
@@ -75,6 +77,11 @@ Finding checkDevice(Case& about) try {
               std::to_string(about.details.sourceId));
 } catch (const CommandError& error) {
   if (error.code() != ExitCode::NotFound) throw;
+  if (const auto usb = findUsbDevice(about.root, about.run.arguments.text("DEVICE"))) {
+    return broken(
+        std::string(error.what()) + ", but '" + usb->product + "' is plugged in at " + usb->port,
+        "plug it in again, and look at the service's log");
+  }
   return broken(error.what(), "plug it in, or give a device that perixctl device list shows");
 }
 
@@ -175,8 +182,11 @@ Finding checkUsb(Case& about) {
   const auto device = findUsbDevice(about.root, details.vid, details.pid);
   if (!device) return notPluggedIn(about, id);
   const std::string place = id + " is plugged in at " + device->port + ", ";
-  if (device->obstacle.empty()) return good(place + "and its node can be opened");
-  return broken(place + "but its node cannot be opened: " + device->node + ": " + device->obstacle,
+  if (device->error == 0) return good(place + "and its node can be opened");
+  if (device->error == EACCES && about.bus.owner->user == 0U)
+    return good(place + "and the service runs as root");
+  return broken(place + "but its node cannot be opened: " + device->node + ": " +
+                    std::strerror(device->error),
                 "give this user access to the node: TAG+=\"uaccess\" in a rule of udev, or the "
                 "node's group");
 }

@@ -1,16 +1,15 @@
 #include "tools/perixctl/why/machine.h"
 
 #include <pwd.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
 
 namespace zq::ctl {
 namespace {
@@ -40,9 +39,18 @@ UsbDevice describe(const std::string& root, const fs::path& device) {
   std::snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u",
                 numberIn(device / "busnum", 10).value_or(0),
                 numberIn(device / "devnum", 10).value_or(0));
-  UsbDevice found{device.filename(), root + node, ""};
-  if (::access(found.node.c_str(), R_OK | W_OK) != 0) found.obstacle = std::strerror(errno);
+  UsbDevice found{lineOf(device / "product"), device.filename(), root + node, 0};
+  if (::access(found.node.c_str(), R_OK | W_OK) != 0) found.error = errno;
   return found;
+}
+
+template <typename Matches>
+std::optional<UsbDevice> findUsbDeviceIf(const std::string& root, Matches matches) {
+  std::error_code error;
+  for (const fs::directory_entry& entry : fs::directory_iterator(root + kUsbDevices, error)) {
+    if (matches(entry.path())) return describe(root, entry.path());
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -53,13 +61,16 @@ bool showsUsbDevices(const std::string& root) {
 }
 
 std::optional<UsbDevice> findUsbDevice(const std::string& root, uint16_t vendor, uint16_t product) {
-  std::error_code error;
-  for (const fs::directory_entry& entry : fs::directory_iterator(root + kUsbDevices, error)) {
-    const bool isMeant = numberIn(entry.path() / "idVendor", 16) == vendor &&
-                         numberIn(entry.path() / "idProduct", 16) == product;
-    if (isMeant) return describe(root, entry.path());
-  }
-  return std::nullopt;
+  return findUsbDeviceIf(root, [&](const fs::path& device) {
+    return numberIn(device / "idVendor", 16) == vendor &&
+           numberIn(device / "idProduct", 16) == product;
+  });
+}
+
+std::optional<UsbDevice> findUsbDevice(const std::string& root, const std::string& name) {
+  return findUsbDeviceIf(root, [&](const fs::path& device) {
+    return strcasecmp(lineOf(device / "product").c_str(), name.c_str()) == 0;
+  });
 }
 
 std::string processText(int process) {

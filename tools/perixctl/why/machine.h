@@ -9,9 +9,10 @@ namespace zq::ctl {
 
 /// A USB device of a machine.
 struct UsbDevice {
-  std::string port;      ///< as the kernel names it, "1-2"
-  std::string node;      ///< "/dev/bus/usb/001/004"
-  std::string obstacle;  ///< why this user cannot open the node; empty when nothing is known
+  std::string product;  ///< the name that it gives itself; may be empty
+  std::string port;     ///< as the kernel names it, "1-2"
+  std::string node;     ///< "/dev/bus/usb/001/004"
+  int error;            ///< of opening the node, as errno; 0 when this user can open it
 };
 
 /// Whether the machine shows its USB devices at all. `root` is "" or the directory where its file
@@ -19,6 +20,8 @@ struct UsbDevice {
 bool showsUsbDevices(const std::string& root);
 /// The first USB device of that vendor and product.
 std::optional<UsbDevice> findUsbDevice(const std::string& root, uint16_t vendor, uint16_t product);
+/// The first USB device of that name; capital letters do not matter.
+std::optional<UsbDevice> findUsbDevice(const std::string& root, const std::string& name);
 
 /// "process 812 (perix-devservice)"; without the name where the kernel does not tell it.
 std::string processText(int process);

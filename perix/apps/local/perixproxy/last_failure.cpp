@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <mutex>
 
 #include "forked_child.h"
 #include "platform/text/utf8.h"
+#include "platform/util/mutex.h"
 
 namespace zq {
 namespace {
@@ -45,9 +45,9 @@ void copyCut(char (&to)[size], std::string_view text) {
 /// The outcome of the last attempt of this process to connect. Trivially destructible, as
 /// LastFailure.
 struct Connecting {
-  std::mutex mutex;
-  PerixFailure failure = PerixFailure::None;
-  char text[512] = {};
+  Mutex mutex;
+  PerixFailure failure GUARDED_BY(mutex) = PerixFailure::None;
+  char text[512] GUARDED_BY(mutex) = {};
 };
 constinit Connecting connecting;
 
@@ -84,7 +84,7 @@ void noteNotAsked(const char* method, const char* why) {
 }
 
 void noteConnecting(PerixFailure failure, std::string_view words) {
-  const std::lock_guard lock(connecting.mutex);
+  const MutexLock lock(connecting.mutex);
   connecting.failure = failure;
   copyCut(connecting.text, words);
 }
@@ -94,7 +94,7 @@ void noteNoService(const char* method) {
     return last.set(PerixFailure::Forked, method,
                     "the connection to the service belongs to the process that forked this one");
   }
-  const std::lock_guard lock(connecting.mutex);
+  const MutexLock lock(connecting.mutex);
   if (connecting.failure == PerixFailure::None) {
     last.set(PerixFailure::NoService, method, "the connection to the service was given up");
   } else {
