@@ -94,8 +94,9 @@ const ModelCause kModelCauses[] = {
      "device that perixctl device list shows"},
     {{},
      "--root $ROOT/plugged win10 'web camera'",
-     "device no device is called 'web camera', but 'Web Camera' is plugged in at 1-2 → plug it in "
-     "again, and look at the service's log"},
+     "device the service does not know 'Web Camera', which is plugged in at 1-2 → plug it in "
+     "again, "
+     "and look at the service's log"},
     {{"desktop connect debian", "device connect debian 1"},
      "win10 0x100000001",
      "state connected to another desktop, debian → perixctl device disconnect debian 1"},

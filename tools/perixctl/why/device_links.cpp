@@ -79,7 +79,7 @@ Finding checkDevice(Case& about) try {
   if (error.code() != ExitCode::NotFound) throw;
   if (const auto usb = findUsbDevice(about.root, about.run.arguments.text("DEVICE"))) {
     return broken(
-        std::string(error.what()) + ", but '" + usb->product + "' is plugged in at " + usb->port,
+        "the service does not know '" + usb->product + "', which is plugged in at " + usb->port,
         "plug it in again, and look at the service's log");
   }
   return broken(error.what(), "plug it in, or give a device that perixctl device list shows");
