@@ -163,7 +163,7 @@ class ZQBusSerivceManager {
 };
 
 /// Why the last initSync(), isServiceRegistered(), startService() or getServiceProxyInterface() of
-/// this thread came to nothing.
+/// this thread found nothing.
 struct ZQBusProblem {
   enum class Kind {
     None,        ///< it did not

@@ -57,8 +57,7 @@ class BusConnection {
 
   virtual ~BusConnection() = default;
   virtual bool lost() = 0;
-  /// The bus and the service's name on it, for people: "org.zqbus.perix on the bus at
-  /// unix:path=/x".
+  /// The service's name and the bus, for people: "org.zqbus.perix on the bus at unix:path=/x".
   virtual std::string placeOf(const std::string& service) = 0;
   /// The unique name of the process that owns the name of `service`; empty when no process does.
   /// Nothing when the bus does not answer. Blocks for 25 s at most, and within the thread's time

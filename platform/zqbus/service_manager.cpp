@@ -141,7 +141,7 @@ std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
     noteProblem(ZQBusProblem::Kind::Forked, kInherited);
     return nullptr;
   }
-  if (const auto now = current(); now != nullptr && !now->lost()) return now;
+  if (auto now = current(); now != nullptr && !now->lost()) return now;
   const std::chrono::milliseconds timeout =
       timeoutMs < 0 ? kDefaultTimeout : std::chrono::milliseconds(timeoutMs);
   const auto deadline = withinTimeLimit(Clock::now() + timeout);
@@ -150,7 +150,7 @@ std::shared_ptr<BusConnection> ServiceManager::connect(int timeoutMs) {
     noteProblem(ZQBusProblem::Kind::NoBus, "another thread is still connecting to the bus");
     return nullptr;
   }
-  if (const auto now = current(); now != nullptr && !now->lost()) return now;
+  if (auto now = current(); now != nullptr && !now->lost()) return now;
   return open(deadline);
 }
 

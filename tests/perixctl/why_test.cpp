@@ -78,8 +78,8 @@ const ModelCause kModelCauses[] = {
     {{"device connect win10 1"}, "win10 1", "", "✓ state connected to win10: it is redirected"},
     {{},
      "win12 1",
-     "desktop no desktop is called 'win12'; there are: debian, win10; did you mean 'win10'? → give "
-     "the name of a desktop, as perixctl desktop list shows it",
+     "desktop no desktop is called 'win12'; there are: debian, win10; did you mean 'win10'? → "
+     "connect it with its client, or give a name that perixctl desktop list shows",
      "– diagnosis not checked without the link 'desktop'"},
     {{},
      "debian 1",
@@ -152,8 +152,8 @@ const ModelCause kModelCauses[] = {
      8},
 };
 
-/// Runs commands; "!" stands before a command that fails, and "-awaits WORD" before a command that is
-/// repeated until its output has the word.
+/// Runs commands; "!" stands before a command that fails, and "-awaits WORD" before a command that
+/// is repeated until its output has the word.
 void plant(const ToolWorld& world, const std::vector<std::string>& commands) {
   constexpr std::string_view kAwaits = "-awaits ";
   for (const std::string& command : commands) {

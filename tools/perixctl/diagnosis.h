@@ -16,8 +16,8 @@ struct DiagnosisStep {
   std::string text;
 };
 
-/// Diagnoses a desktop, or a device in it when `sourceId` is not null, and shows the progress. Waits
-/// until the diagnosis is complete, 10 s at most for each step. Throws CommandError.
+/// Diagnoses a desktop, or a device in it when `sourceId` is not null, and shows the progress.
+/// Waits until the diagnosis is complete, 10 s at most for each step. Throws CommandError.
 std::vector<DiagnosisStep> diagnose(Run& run, const std::string& desktop, const uint64_t* sourceId);
 
 }  // namespace zq::ctl

@@ -59,7 +59,7 @@ class Run {
   /// The DEVICE argument as a device's number: itself up to 65535, else looked up by source id or
   /// by name. Throws CommandError (NotFound) when no device, or more than one, is meant.
   uint16_t deviceNumber();
-  /// The records of the device that the DEVICE argument means, at least one; freed by
+  /// The records of the device that the DEVICE argument means, at least one; to be freed with
   /// FreeDeviceList. Throws as deviceNumber.
   std::list<CommonDevice*> deviceRecords();
   /// The DEVICE argument as a source id: looked up by number or by name. A number that no device

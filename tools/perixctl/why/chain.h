@@ -1,5 +1,5 @@
-// Chains of links: the conditions under which a device is redirected, or an installation works. Each
-// link is checked in its turn and told in one line.
+// Chains of links: the conditions under which a device is redirected, or an installation works.
+// Each link is checked in its turn and told in one line.
 #pragma once
 
 #include <array>
@@ -45,8 +45,8 @@ struct Link {
 /// The remedies that are told.
 enum class Remedies { OfTheFirst, OfAll };
 
-/// Checks each link whose needs hold. The exit code of the outcome is 0, or that of the first broken
-/// link. `utf8` is whether signs beyond ASCII may be used.
+/// Checks each link whose needs hold. The exit code of the outcome is 0, or that of the first
+/// broken link. `utf8` is whether signs beyond ASCII may be used.
 Outcome walk(std::span<const Link> links, Case& about, Remedies remedies, bool utf8);
 
 }  // namespace zq::ctl

@@ -1,6 +1,6 @@
 // From a service that answers to a device in a desktop.
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "platform/util/util.h"
@@ -29,24 +29,24 @@ Finding checkDesktop(Case& about) {
   }
   return broken(
       "no desktop is called '" + about.desktop + "'" + list + didYouMean(about.desktop, names),
-      "give the name of a desktop, as perixctl desktop list shows it");
+      "connect it with its client, or give a name that perixctl desktop list shows");
 }
 
-/// Whether a device or a printer is connected to the desktop, which proves that its session is open.
+/// Whether a device is connected to the desktop, which proves that its session is open.
 bool isInUse(Case& about) {
   PerixProxy& proxy = about.run.proxy();
-  bool found = false;
-  for (const CommonDevice* each : proxy.GetLocalDeviceList()) {
-    const auto device = recordIn<CommonDevice>(each);
-    found = found || (device.status == kDeviceConnected && device.vmId == about.desktopId);
-    std::free(const_cast<CommonDevice*>(each));
-  }
+  const auto devices = proxy.GetLocalDeviceList();
   requireAnswer();
+  const bool found = std::any_of(devices.begin(), devices.end(), [&](const CommonDevice* each) {
+    const auto device = recordIn<CommonDevice>(each);
+    return device.status == kDeviceConnected && device.vmId == about.desktopId;
+  });
+  proxy.FreeDeviceList(devices);
   return found;
 }
 
-/// The public interface does not tell the state of a session; the control interface of a development
-/// service does.
+/// The public interface does not tell the state of a session; the control interface of a
+/// development service does.
 Finding checkSession(Case& about) {
   const std::string remedy =
       "connect the desktop with its client, or perixctl desktop connect " + about.desktop;
@@ -160,8 +160,8 @@ Finding checkAutomatic(Case& about) {
   return open("devices of its type are connected by hand: " + about.command("device connect"));
 }
 
-/// Why the USB device is not on this machine, which stands in the way unless the devices are those of
-/// a development service.
+/// The USB device is not on this machine, which stands in the way unless the devices are those of a
+/// development service.
 Finding notPluggedIn(const Case& about, const std::string& id) {
   if (about.root.empty() && controlIsThere()) {
     return open("no USB device " + id +

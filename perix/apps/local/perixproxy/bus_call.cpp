@@ -247,7 +247,7 @@ int PerixCall::result(const ZQBusMessage& reply) const {
     std::snprintf(subject, sizeof subject, ", %s %llu", subjectKind_, subject_);
   }
   orvaneLogPrint(0, kWarningPriority, "PERIX_REFUSED",
-                 "%s %s(%d): \"Refused:\" \"%s: result %d, %s; desktop '%.*s'%s\"", site_.file,
+                 R"(%s %s(%d): "Refused:" "%s: result %d, %s; desktop '%.*s'%s")", site_.file,
                  site_.function, site_.line, method_, result,
                  known != nullptr ? known : "which has no text", static_cast<int>(desktop_.size()),
                  desktop_.data(), subject);
