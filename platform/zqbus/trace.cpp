@@ -7,12 +7,12 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <system_error>
 #include <utility>
 
 #include "bus_log.h"
 #include "platform/util/fork_generation.h"
+#include "platform/util/mutex.h"
 #include "trace_file.h"
 
 namespace zq {
@@ -22,14 +22,14 @@ using Sink = std::function<void(const ZQBusTraceEntry&)>;
 
 /// Where entries go.
 struct Trace {
-  std::mutex mutex;  // for what follows, but for `isOn`
-  std::shared_ptr<TraceFile> file;
-  std::shared_ptr<const Sink> sink;
-  std::mutex sinkMutex;  // one entry at a time
+  Mutex mutex;
+  std::shared_ptr<TraceFile> file GUARDED_BY(mutex);
+  std::shared_ptr<const Sink> sink GUARDED_BY(mutex);
+  Mutex sinkMutex;  // held while a sink runs: one entry at a time
   const int generation = forkGeneration();
   std::atomic<bool> isOn = false;
 
-  void update() { isOn = file != nullptr || sink != nullptr; }
+  void update() REQUIRES(mutex) { isOn = file != nullptr || sink != nullptr; }
 };
 
 /// Never destroyed: threads of the library may tell something until the process ends.
@@ -65,6 +65,13 @@ ZQBusTraceEntry beginTraceEntry(ZQBusTraceEntry::Kind kind, const std::string& s
   return entry;
 }
 
+ZQBusMessage withArgumentsOf(const ZQBusMessage& content, ZQBusMessageType type, std::string name) {
+  ZQBusMessage message(type, std::move(name));
+  message.reserve(content.argCount());
+  for (const ZQBusArgument& argument : content.arguments()) message.append(argument);
+  return message;
+}
+
 // Without memory for an entry the trace lacks it, and the call goes on.
 void trace(ZQBusTraceEntry entry) noexcept try {
   if (!isTracing()) return;
@@ -72,13 +79,13 @@ void trace(ZQBusTraceEntry entry) noexcept try {
   std::shared_ptr<TraceFile> file;
   std::shared_ptr<const Sink> sink;
   {
-    const std::lock_guard lock(trace.mutex);
+    const MutexLock lock(trace.mutex);
     file = trace.file;
     sink = trace.sink;
   }
   if (file != nullptr) file->add(toJson(entry));
   if (sink == nullptr) return;
-  const std::lock_guard lock(trace.sinkMutex);
+  const MutexLock lock(trace.sinkMutex);
   (*sink)(entry);
 } catch (const std::exception& problem) {
   busLog(std::string("an entry of the trace is lost: ") + problem.what());
@@ -90,7 +97,7 @@ bool startZQBusTrace(const std::string& file, std::string& error) try {
   auto opened = std::make_shared<TraceFile>(descriptor);
   Trace& trace = theTrace();
   {
-    const std::lock_guard lock(trace.mutex);
+    const MutexLock lock(trace.mutex);
     opened.swap(trace.file);
     trace.update();
   }
@@ -105,7 +112,7 @@ bool startZQBusTrace(const std::string& file, std::string& error) try {
 void setZQBusTraceSink(std::function<void(const ZQBusTraceEntry&)> sink) {
   auto shared = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
   Trace& trace = theTrace();
-  const std::lock_guard lock(trace.mutex);
+  const MutexLock lock(trace.mutex);
   trace.sink.swap(shared);
   trace.update();
 }
@@ -115,7 +122,7 @@ void stopZQBusTrace() {
   if (trace.generation != forkGeneration()) return;
   std::shared_ptr<TraceFile> file;
   std::shared_ptr<const Sink> sink;
-  const std::lock_guard lock(trace.mutex);
+  const MutexLock lock(trace.mutex);
   file.swap(trace.file);
   sink.swap(trace.sink);
   trace.update();

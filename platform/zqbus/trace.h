@@ -16,6 +16,8 @@ namespace zq {
 bool isTracing();
 /// An entry that begins now, of this process.
 ZQBusTraceEntry beginTraceEntry(ZQBusTraceEntry::Kind kind, const std::string& service);
+/// A message of that type and name with the arguments of `content`, none of them secret.
+ZQBusMessage withArgumentsOf(const ZQBusMessage& content, ZQBusMessageType type, std::string name);
 /// Hands the entry to the file and to the sink. What they throw is logged.
 void trace(ZQBusTraceEntry entry) noexcept;
 

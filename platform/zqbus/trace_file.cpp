@@ -7,15 +7,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
 #include "platform/util/library_thread.h"
+#include "platform/util/mutex.h"
 
 namespace zq {
 namespace {
@@ -33,12 +32,12 @@ struct TraceFile::Shared {
   void run();
 
   const int descriptor;
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::string waiting;
-  bool isEnding = false;
-  bool hasEnded = false;
-  uint64_t dropped = 0;
+  Mutex mutex;
+  ConditionVariable changed;
+  std::string waiting GUARDED_BY(mutex);
+  bool isEnding GUARDED_BY(mutex) = false;
+  bool hasEnded GUARDED_BY(mutex) = false;
+  uint64_t dropped GUARDED_BY(mutex) = 0;
   // Of the writing thread.
   uint64_t written = 0;
   uint64_t refused = 0;   // by the disk
@@ -69,27 +68,29 @@ TraceFile::TraceFile(int descriptor) : shared_(std::make_shared<Shared>(descript
 }
 
 TraceFile::~TraceFile() {
-  std::unique_lock lock(shared_->mutex);
+  const auto deadline = ConditionVariable::Clock::now() + kLongestEnd;
+  const MutexLock lock(shared_->mutex);
   shared_->isEnding = true;
-  shared_->changed.notify_all();
-  shared_->changed.wait_for(lock, kLongestEnd, [this] { return shared_->hasEnded; });
+  shared_->changed.notifyAll();
+  while (!shared_->hasEnded && shared_->changed.waitUntil(shared_->mutex, deadline)) {
+  }
 }
 
 void TraceFile::add(std::string_view line) {
-  const std::lock_guard lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   if (shared_->waiting.size() + line.size() >= kMaxWaiting) {
     ++shared_->dropped;
     return;
   }
-  if (shared_->waiting.empty()) shared_->changed.notify_all();
+  if (shared_->waiting.empty()) shared_->changed.notifyAll();
   shared_->waiting.append(line).push_back('\n');
 }
 
 void TraceFile::Shared::run() {
   std::string lines;
-  std::unique_lock lock(mutex);
+  MutexLock lock(mutex);
   while (!isEnding || !waiting.empty()) {
-    changed.wait(lock, [this] { return isEnding || !waiting.empty(); });
+    while (!isEnding && waiting.empty()) changed.wait(mutex);
     lines.swap(waiting);
     lock.unlock();
     write(lines);
@@ -103,7 +104,7 @@ void TraceFile::Shared::run() {
   write(last);
   lock.lock();
   hasEnded = true;
-  changed.notify_all();
+  changed.notifyAll();
 }
 
 void TraceFile::Shared::write(std::string_view lines) {

@@ -26,8 +26,12 @@ using Kind = ZQBusTraceEntry::Kind;
 constexpr char kEndOfTrace[] = R"({"kind":"end",)";
 constexpr std::size_t kShownBytes = 4096;
 constexpr std::size_t kShownText = 65536;
-// What a cut argument of a foreign file may make of itself.
+// What the cut arguments of a call, and of a whole file, may make of themselves: a file of any origin
+// names their sizes.
 constexpr std::size_t kMostBytes = std::size_t{64} << 20;
+constexpr std::size_t kMostBytesOfFile = std::size_t{1} << 30;
+// The system's clock counts nanoseconds in 64 bits; that is the year 2261.
+constexpr std::time_t kLastSecond = 9'200'000'000;
 
 template <typename Value, std::size_t size>
 using Words = std::array<std::pair<Value, const char*>, size>;
@@ -127,8 +131,17 @@ template <typename Number>
 Number numberIn(const Json& value) {
   if (!value.is_number_integer()) throw std::invalid_argument("a number is expected");
   const auto wide = value.get<int64_t>();
-  if (!std::in_range<Number>(wide)) throw std::invalid_argument("a number is out of range");
+  const bool isBeyond =
+      value.is_number_unsigned() && !std::in_range<int64_t>(value.get<uint64_t>());
+  if (isBeyond || !std::in_range<Number>(wide))
+    throw std::invalid_argument("a number is out of range");
   return static_cast<Number>(wide);
+}
+
+std::chrono::nanoseconds nanosecondsIn(const Json& value) {
+  const auto count = numberIn<int64_t>(value);
+  if (count < 0) throw std::invalid_argument("a time is negative");
+  return std::chrono::nanoseconds(count);
 }
 
 void appendArgument(ZQBusMessage& message, const Json& argument) {
@@ -151,9 +164,20 @@ void appendArgument(ZQBusMessage& message, const Json& argument) {
   message.markSecret();
 }
 
+std::size_t contentSize(const ZQBusMessage& message) {
+  std::size_t size = 0;
+  for (const ZQBusArgument& argument : message.arguments()) size += contentSize(argument);
+  return size;
+}
+
 void appendArguments(ZQBusMessage& message, const Json& arguments) {
   if (!arguments.is_array()) throw std::invalid_argument("arguments are a list");
-  for (const Json& argument : arguments) appendArgument(message, argument);
+  std::size_t size = 0;
+  for (const Json& argument : arguments) {
+    appendArgument(message, argument);
+    size += contentSize(message.arguments().back());
+    if (size > kMostBytes) throw std::invalid_argument("the arguments are too large");
+  }
 }
 
 std::chrono::system_clock::time_point timeOf(const std::string& text) {
@@ -167,7 +191,9 @@ std::chrono::system_clock::time_point timeOf(const std::string& text) {
     throw std::invalid_argument("\"time\" is not a time");
   utc.tm_year -= 1900;
   utc.tm_mon -= 1;
-  return std::chrono::system_clock::from_time_t(::timegm(&utc)) + std::chrono::microseconds(micros);
+  const std::time_t second = ::timegm(&utc);
+  if (second < 0 || second > kLastSecond) throw std::invalid_argument("\"time\" is out of range");
+  return std::chrono::system_clock::from_time_t(second) + std::chrono::microseconds(micros);
 }
 
 ZQBusMessage replyIn(const Json& document) {
@@ -184,7 +210,7 @@ ZQBusTraceEntry entryOf(const Json& document) {
   ZQBusTraceEntry entry;
   entry.kind = valueOf(kKinds, document.at("kind").get<std::string>());
   entry.wall = timeOf(document.at("time").get<std::string>());
-  entry.monotonic = std::chrono::nanoseconds(numberIn<int64_t>(document.at("ns")));
+  entry.monotonic = nanosecondsIn(document.at("ns"));
   entry.process = numberIn<int>(document.at("process"));
   entry.program = document.value("program", "");
   entry.isSent = document.value("direction", "") == "out";
@@ -192,8 +218,7 @@ ZQBusTraceEntry entryOf(const Json& document) {
   entry.service = document.value("service", "");
   entry.peer = document.value("peer", "");
   entry.isAsynchronous = document.value("asynchronous", false);
-  entry.duration = std::chrono::nanoseconds(
-      document.contains("duration") ? numberIn<int64_t>(document.at("duration")) : 0);
+  if (document.contains("duration")) entry.duration = nanosecondsIn(document.at("duration"));
   entry.content = ZQBusMessage(
       entry.kind == Kind::Call ? ZQBusMessageType::MethodCall : ZQBusMessageType::Event,
       document.value("name", ""));
@@ -239,22 +264,30 @@ std::string toJson(const ZQBusTraceEntry& entry) {
 
 bool readZQBusTrace(const std::string& file, std::vector<ZQBusTraceEntry>& entries,
                     std::string& error) {
-  std::error_code ignored;
-  std::ifstream in(file);
-  if (!in || !std::filesystem::is_regular_file(file, ignored)) {
-    error = file + ": " + (in ? "not a regular file" : std::strerror(errno));
+  // Opening a pipe would wait for its writer.
+  std::error_code problem;
+  const auto type = std::filesystem::status(file, problem).type();
+  const bool isOther = type != std::filesystem::file_type::regular && !problem;
+  std::ifstream in;
+  if (!isOther) in.open(file);
+  if (!in.is_open()) {
+    error = file + ": " + (isOther ? "not a regular file" : std::strerror(errno));
     return false;
   }
   std::vector<ZQBusTraceEntry> read;
   std::size_t number = 0;
+  std::size_t size = 0;
   for (std::string line; std::getline(in, line);) {
     ++number;
     if (line.starts_with(kEndOfTrace)) continue;
     std::string mistake;
-    if (!fromJson(line, read.emplace_back(), mistake)) {
-      error = file + ':' + std::to_string(number) + ": " + mistake;
-      return false;
+    if (fromJson(line, read.emplace_back(), mistake)) {
+      size += contentSize(read.back().content) + contentSize(read.back().reply);
+      if (size > kMostBytesOfFile) mistake = "the calls are too large";
     }
+    if (mistake.empty()) continue;
+    error = file + ':' + std::to_string(number) + ": " + mistake;
+    return false;
   }
   std::stable_sort(read.begin(), read.end(),
                    [](const auto& a, const auto& b) { return a.monotonic < b.monotonic; });

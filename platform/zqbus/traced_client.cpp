@@ -1,8 +1,8 @@
 #include <atomic>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "platform/util/mutex.h"
 #include "trace.h"
 
 namespace zq {
@@ -19,8 +19,7 @@ void traceCall(ZQBusTraceEntry entry, const ZQBusMessage& call, const ZQBusMessa
 }
 
 void traceHeard(ZQBusTraceEntry entry, const std::string& event, const ZQBusMessage& content) {
-  entry.content = ZQBusMessage(ZQBusMessageType::Event, event);
-  for (const ZQBusArgument& argument : content.arguments()) entry.content.append(argument);
+  entry.content = withArgumentsOf(content, ZQBusMessageType::Event, event);
   trace(std::move(entry));
 }
 
@@ -90,8 +89,8 @@ class TracedInterface : public ZQBusProxyInterface {
   const std::shared_ptr<ZQBusProxyInterface> interface_;
   const std::string service_;
   const std::shared_ptr<std::atomic<bool>> told_ = std::make_shared<std::atomic<bool>>(false);
-  std::mutex mutex_;
-  std::vector<Listener> listeners_;
+  Mutex mutex_;
+  std::vector<Listener> listeners_ GUARDED_BY(mutex_);
 };
 
 bool TracedInterface::addEventListener(const std::string& event, ZQBusEventCallback* callback,
@@ -108,7 +107,7 @@ bool TracedInterface::addEventListener(const std::string& event, ZQBusEventCallb
         (*owned)(std::move(heard));
       });
   if (!interface_->addEventListener(event, tracing, flags)) return false;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   listeners_.push_back({event, callback, tracing});
   return true;
 }
@@ -116,7 +115,7 @@ bool TracedInterface::addEventListener(const std::string& event, ZQBusEventCallb
 void TracedInterface::removeEventListener(const std::string& event, ZQBusEventCallback* callback) {
   std::vector<Listener> removed;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     std::erase_if(listeners_, [&](const Listener& listener) {
       const bool isIt = listener.event == event && listener.callback == callback;
       if (isIt) removed.push_back(listener);

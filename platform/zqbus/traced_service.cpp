@@ -37,11 +37,7 @@ class TracedCall : public ZQBusCall {
 
   void reply(const ZQBusMessage& result) override {
     call_->reply(result);
-    answered([&result] {
-      ZQBusMessage reply;
-      for (const ZQBusArgument& argument : result.arguments()) reply.append(argument);
-      return reply;
-    });
+    answered([&result] { return withArgumentsOf(result, ZQBusMessageType::MethodReturn, {}); });
   }
   void fail(const std::string& text) override {
     call_->fail(text);
@@ -90,8 +86,7 @@ class TracedService : public ZQBusService {
   void traceSent(Kind kind, const std::string& event, const ZQBusMessage& content) const {
     ZQBusTraceEntry entry = beginTraceEntry(kind, service_);
     entry.isSent = true;
-    entry.content = ZQBusMessage(ZQBusMessageType::Event, event);
-    for (const ZQBusArgument& argument : content.arguments()) entry.content.append(argument);
+    entry.content = withArgumentsOf(content, ZQBusMessageType::Event, event);
     trace(std::move(entry));
   }
 

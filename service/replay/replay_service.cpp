@@ -8,6 +8,8 @@ namespace {
 using Kind = ZQBusTraceEntry::Kind;
 
 constexpr std::size_t kMostUnknown = 1000;
+// What a trace, which may be of any origin, makes a client wait at most.
+constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24);
 
 }  // namespace
 
@@ -17,27 +19,27 @@ ReplayService::ReplayService(Recording recording, double speed)
 ReplayService::~ReplayService() {
   scheduler_.stop();
   std::shared_ptr<ZQBusService> service;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   service.swap(service_);
 }
 
 bool ReplayService::start(std::string& error) {
   std::shared_ptr<ZQBusService> service = ZQBusService::claim(
       "perix", {}, [this](const std::shared_ptr<ZQBusCall>& call) { onCall(call); }, error);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   service_ = std::move(service);
   return service_ != nullptr;
 }
 
 std::vector<std::string> ReplayService::report() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<std::string> lines = recording_.report();
   lines.insert(lines.end(), unknown_.begin(), unknown_.end());
   return lines;
 }
 
 void ReplayService::onCall(const std::shared_ptr<ZQBusCall>& call) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const Recording::Step* const step = recording_.next(call->message());
   if (step == nullptr) {
     const std::string asked = "not recorded: " + call->message().toDebugString();
@@ -65,7 +67,7 @@ void ReplayService::answer(const std::shared_ptr<ZQBusCall>& call, const Recordi
     case ZQBusFailure::TimedOut:
     case ZQBusFailure::PeerGone: {
       // Neither an answer nor the error that the last release of a call might send.
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       return unanswered_.push_back(call);
     }
     default:
@@ -77,7 +79,7 @@ void ReplayService::play(const Recording::Happening& happening) {
   if (happening.kind == Kind::Death) return restart();
   std::shared_ptr<ZQBusService> service;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     service = service_;
   }
   if (service == nullptr) return;
@@ -91,22 +93,23 @@ void ReplayService::restart() {
   std::vector<std::shared_ptr<ZQBusCall>> unanswered;
   std::shared_ptr<ZQBusService> service;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     service.swap(service_);
     unanswered.swap(unanswered_);
   }
   service.reset();
   std::string error;
   if (!start(error)) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     unknown_.push_back("cannot come back after the recorded death: " + error);
   }
 }
 
 std::chrono::milliseconds ReplayService::scaled(std::chrono::nanoseconds time) const {
   if (speed_ <= 0) return {};
-  return std::chrono::milliseconds(
-      static_cast<int64_t>(static_cast<double>(time.count()) / 1e6 / speed_));
+  const double wait = static_cast<double>(time.count()) / 1e6 / speed_;
+  if (wait >= static_cast<double>(kLongestWait.count())) return kLongestWait;
+  return std::chrono::milliseconds(static_cast<int64_t>(wait));
 }
 
 }  // namespace zq::devservice

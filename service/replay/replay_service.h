@@ -2,10 +2,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "platform/util/mutex.h"
 #include "service/model/scheduler.h"
 #include "service/replay/recording.h"
 #include "zqbus/zqbus_service.h"
@@ -37,11 +37,11 @@ class ReplayService {
   std::chrono::milliseconds scaled(std::chrono::nanoseconds time) const;
 
   const double speed_;
-  std::mutex mutex_;  // for what follows
-  Recording recording_;
-  std::vector<std::string> unknown_;
-  std::vector<std::shared_ptr<ZQBusCall>> unanswered_;
-  std::shared_ptr<ZQBusService> service_;
+  Mutex mutex_;
+  Recording recording_ GUARDED_BY(mutex_);
+  std::vector<std::string> unknown_ GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<ZQBusCall>> unanswered_ GUARDED_BY(mutex_);
+  std::shared_ptr<ZQBusService> service_ GUARDED_BY(mutex_);
   Scheduler scheduler_;
 };
 

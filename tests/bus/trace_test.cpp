@@ -132,6 +132,9 @@ TEST(Trace, ReadsBackEachLineThatItWrites) {
       {head + R"("call","name":"m","arguments":[{"ay":"00","size":99999999999}]})", "too large"},
       {head + R"("call","name":"m","arguments":[{"h":0}]})", "unknown type"},
       {head + R"("event","way":"by post"})", "unknown word"},
+      {R"({"time":"9999-01-01T00:00:00.000000Z","ns":1,"process":1,"kind":"call"})",
+       "out of range"},
+      {R"({"time":"2026-02-28T00:00:01.234567Z","ns":-1,"process":1,"kind":"call"})", "negative"},
       {R"({"time":"yesterday","ns":1,"process":1,"kind":"call"})", "not a time"},
   };
   for (const auto& [bad, words] : mistakes) {

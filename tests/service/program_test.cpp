@@ -3,6 +3,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <future>
 
 #include "tools/embedded/private_bus.h"
@@ -46,6 +48,46 @@ TEST_F(TheService, DoesNotStartWithMistakesInItsScenario) {
     EXPECT_EQ(result.error, file + ":1:1: cannot be read\n");
   }
   EXPECT_EQ(runToItsEnd({"--check", "--scenario", ""}).status, 1);
+}
+
+TEST_F(TheService, DoesNotStartFromATraceOrASnapshotThatIsBroken) {
+  const std::string call =
+      R"({"time":"2026-02-28T00:00:01.000000Z","ns":1,"process":1,"kind":"call","direction":"out",)"
+      R"("service":"perix","name":"m","arguments":[],"duration":1,"reply":[]})";
+  const std::string end = R"({"kind":"end","written":1,"dropped":0})";
+  const struct {
+    const char* option;
+    std::string content;
+    const char* mistake;  ///< behind the name of the file
+  } files[] = {
+      {"--replay", "", ": no call of the service is recorded"},
+      {"--replay", end, ": no call of the service is recorded"},
+      {"--replay", call + '\n' + call.substr(0, 100) + '\n', ":2: not JSON from byte 101 on"},
+      {"--replay",
+       call + '\n' + end + '\n' +
+           "\x7f"
+           "ELF",
+       ":3: not JSON from byte 1 on"},
+      {"--replay", "[timing]\n", ":1: not JSON from byte 3 on"},
+      {"--replay", std::string(100'000, '['), ":1: not JSON from byte 100001 on"},
+      {"--replay", R"({"kind":"\u001b[2J"})", R"(:1: unknown word "\x1b[2J")"},
+      {"--scenario", call, ":1:1: "},
+      {"--scenario", "[[desktop]]\nid = 1\nname = \"a", ":3:10: "},
+      {"--scenario", "[[device]]\nname = \"a\"\nsourceId = \"x\"\n", ":3:12: sourceId is out"},
+      {"--scenario", "a = " + std::string(100'000, '['), ":1:"},
+  };
+  const std::string file =
+      std::filesystem::path(bus.address().substr(bus.address().find('=') + 1)).parent_path() /
+      "input";
+  for (const auto& [option, content, mistake] : files) {
+    SCOPED_TRACE(mistake);
+    std::ofstream(file) << content;
+    const auto result = runToItsEnd({option, file});
+    EXPECT_EQ(result.status, 2) << result.error;
+    EXPECT_NE(result.error.find(file + mistake), std::string::npos) << result.error;
+  }
+  EXPECT_EQ(runToItsEnd({"--replay", "/dev/zero"}).error,
+            "perix-devservice: /dev/zero: not a regular file\n");
 }
 
 TEST_F(TheService, EndsWellWhenToldTo) {

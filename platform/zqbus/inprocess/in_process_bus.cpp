@@ -8,15 +8,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
-#include <condition_variable>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "platform/util/fork_generation.h"
 #include "platform/util/library_thread.h"
+#include "platform/util/mutex.h"
 #include "platform/zqbus/bus_log.h"
 #include "platform/zqbus/carrier.h"
 #include "platform/zqbus/failures.h"
@@ -31,7 +30,6 @@ namespace zq {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Lock = std::unique_lock<std::mutex>;
 
 constexpr std::chrono::hours kLongestSleep{1};
 
@@ -61,7 +59,8 @@ bool isMethod(const std::string& name) {
          std::all_of(name.begin(), name.end(), fits);
 }
 
-/// A call that waits for its one outcome.
+/// A call that waits for its one outcome. The bus's mutex guards `peer`, `done` and `reply` until it
+/// is done.
 struct Call {
   std::shared_ptr<Peer> peer;
   std::chrono::microseconds timeout;
@@ -75,7 +74,7 @@ struct Request {
   ZQBusMessage message;
   std::shared_ptr<Call> call;
 };
-/// A service that owns its name.
+/// A service that owns its name. The bus's mutex guards it, but for the name.
 struct Owner {
   std::string name;  // its unique name
   std::deque<Request> requests;
@@ -119,24 +118,24 @@ class Bus {
   void publish(const std::string& owner, const std::string& event, const ZQBusMessage& content);
 
  private:
-  std::string newName() { return ":1." + std::to_string(++names_); }
-  void finish(Call& call, ZQBusMessage outcome);
-  void deliver(DeliveryQueue::Job job);
-  Clock::time_point expire();
-  void runDeliveries();
+  std::string newName() REQUIRES(mutex_) { return ":1." + std::to_string(++names_); }
+  void finish(Call& call, ZQBusMessage outcome) REQUIRES(mutex_);
+  void deliver(DeliveryQueue::Job job) REQUIRES(mutex_);
+  Clock::time_point expire() REQUIRES(mutex_);
+  void runDeliveries() EXCLUDES(mutex_);
 
   const int generation_ = forkGeneration();
   std::string clientName_;
   DeliveryQueue* deliveries_ = nullptr;
-  std::mutex mutex_;                                      // of all that follows
-  std::condition_variable changed_;                       // for callers and services
-  std::condition_variable due_;                           // for the thread that runs the deliveries
-  uint64_t names_ = 0;                                    // given so far
-  std::map<std::string, std::shared_ptr<Owner>> owners_;  // by service
-  std::vector<std::weak_ptr<Peer>> peers_;
-  std::vector<std::shared_ptr<Call>> calls_;  // that wait, in the order of sending
-  std::vector<std::shared_ptr<Listener>> listeners_;
-  bool isDue_ = false;  // deliveries_->run()
+  Mutex mutex_;
+  ConditionVariable changed_;              // for callers and services
+  ConditionVariable due_;                  // for the thread that runs the deliveries
+  uint64_t names_ GUARDED_BY(mutex_) = 0;  // given so far
+  std::map<std::string, std::shared_ptr<Owner>> owners_ GUARDED_BY(mutex_);  // by service
+  std::vector<std::weak_ptr<Peer>> peers_ GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<Call>> calls_ GUARDED_BY(mutex_);  // that wait, as they were sent
+  std::vector<std::shared_ptr<Listener>> listeners_ GUARDED_BY(mutex_);
+  bool isDue_ GUARDED_BY(mutex_) = false;  // deliveries_->run()
 };
 
 Bus& Bus::instance() {
@@ -153,7 +152,7 @@ Bus& Bus::instance() {
 // --- Owners --------------------------------------------------------------------------------------
 
 std::shared_ptr<Owner> Bus::claim(const std::string& service) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto [entry, isFree] = owners_.try_emplace(service, std::make_shared<Owner>());
   if (!isFree) return nullptr;
   entry->second->name = newName();
@@ -161,8 +160,8 @@ std::shared_ptr<Owner> Bus::claim(const std::string& service) {
 }
 
 bool Bus::take(Owner& owner, Request& request) {
-  Lock lock(mutex_);
-  changed_.wait(lock, [&] { return owner.ending || !owner.requests.empty(); });
+  const MutexLock lock(mutex_);
+  while (!owner.ending && owner.requests.empty()) changed_.wait(mutex_);
   if (owner.ending) return false;
   request = std::move(owner.requests.front());
   owner.requests.pop_front();
@@ -170,13 +169,13 @@ bool Bus::take(Owner& owner, Request& request) {
 }
 
 void Bus::end(Owner& owner) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   owner.ending = true;
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 void Bus::release(const std::string& service, const Owner& owner) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   owners_.erase(service);
   for (const auto& weak : peers_) {
     const auto peer = weak.lock();
@@ -189,14 +188,14 @@ void Bus::release(const std::string& service, const Owner& owner) {
 }
 
 std::string Bus::ownerOf(const std::string& service) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = owners_.find(service);
   return found != owners_.end() ? found->second->name : std::string();
 }
 
 std::shared_ptr<Peer> Bus::addPeer(const std::string& service, const std::string& owner) {
   const auto peer = std::make_shared<Peer>(service, owner);
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   std::erase_if(peers_, [](const auto& weak) { return weak.expired(); });
   peers_.push_back(peer);
   const auto found = owners_.find(service);
@@ -206,7 +205,7 @@ std::shared_ptr<Peer> Bus::addPeer(const std::string& service, const std::string
 
 void Bus::setDeathCallback(Peer& peer, std::function<void()> onDeath) {
   Peer::DeathCallback callback = Peer::shared(std::move(onDeath));
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   peer.setDeathCallback(callback);
   if (peer.gone()) deliver(peer.deathNotice(*deliveries_));
 }
@@ -217,14 +216,14 @@ void Bus::send(const std::shared_ptr<Call>& call, const ZQBusMessage& request) {
   ZQBusMessage arrived(ZQBusMessageType::MethodCall, request.name());
   const ZQBusFailure failure =
       isMethod(request.name()) ? carry(request, arrived) : ZQBusFailure::Unusable;
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   calls_.push_back(call);
   if (call->peer->gone()) return finish(*call, peerGone(call->peer->service));
   switch (failure) {
     case ZQBusFailure::None:
       owners_.at(call->peer->service)->requests.push_back({std::move(arrived), call});
-      if (call->asynchronous) due_.notify_one();  // its deadline may be the next
-      return changed_.notify_all();
+      if (call->asynchronous) due_.notifyOne();  // its deadline may be the next
+      return changed_.notifyAll();
     case ZQBusFailure::TooLarge:
       return finish(*call, tooLarge());
     case ZQBusFailure::Unreadable:
@@ -235,17 +234,18 @@ void Bus::send(const std::shared_ptr<Call>& call, const ZQBusMessage& request) {
 }
 
 void Bus::await(Call& call) {
-  Lock lock(mutex_);
-  changed_.wait_until(lock, call.deadline, [&] { return call.done; });
+  const MutexLock lock(mutex_);
+  while (!call.done && changed_.waitUntil(mutex_, call.deadline)) {
+  }
   finish(call, timedOut(call.timeout));
 }
 
 void Bus::answer(Call& call, ZQBusMessage outcome) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   finish(call, Clock::now() < call.deadline ? std::move(outcome) : timedOut(call.timeout));
 }
 
-/// Gives a call its outcome, unless it has one. Under the lock.
+/// Gives a call its outcome, unless it has one.
 void Bus::finish(Call& call, ZQBusMessage outcome) {
   if (std::exchange(call.done, true)) return;
   call.reply = std::move(outcome);
@@ -254,12 +254,11 @@ void Bus::finish(Call& call, ZQBusMessage outcome) {
                                   [&](const auto& waiting) { return waiting.get() == &call; });
   const std::shared_ptr<Call> ended = std::move(*entry);
   calls_.erase(entry);
-  changed_.notify_all();
+  changed_.notifyAll();
   if (ended->onReply) deliver([ended] { ended->onReply({ended, &ended->reply}); });
 }
 
-/// Ends the asynchronous calls whose deadline has passed. Returns the next deadline. Under the
-/// lock.
+/// Ends the asynchronous calls whose deadline has passed. Returns the next deadline.
 Clock::time_point Bus::expire() {
   const auto now = Clock::now();
   auto next = now + kLongestSleep;
@@ -274,19 +273,19 @@ Clock::time_point Bus::expire() {
 // --- Events and deliveries -----------------------------------------------------------------------
 
 void Bus::add(std::shared_ptr<Listener> listener) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   listeners_.push_back(std::move(listener));
 }
 
 void Bus::remove(const std::shared_ptr<Listener>& listener) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   std::erase(listeners_, listener);
 }
 
 void Bus::publish(const std::string& owner, const std::string& event, const ZQBusMessage& content) {
   const auto arrived = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, event);
   if (carry(content, *arrived) != ZQBusFailure::None) return busLog("cannot send " + event);
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const auto& listener : listeners_) {
     if (listener->owner != owner || listener->event != event) continue;
     const bool isIdle = deliveries_->postEvent(
@@ -296,32 +295,32 @@ void Bus::publish(const std::string& owner, const std::string& event, const ZQBu
         memoryOf(*arrived));
     isDue_ = isDue_ || isIdle;
   }
-  due_.notify_one();
+  due_.notifyOne();
 }
 
 void Bus::connect(DeliveryQueue& deliveries) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   deliveries_ = &deliveries;
   clientName_ = newName();
   startLibraryThread("zqbus-deliver", [this] { runDeliveries(); }).detach();
 }
 
-/// Has a job run, if there is one. Under the lock.
+/// Has a job run, if there is one.
 void Bus::deliver(DeliveryQueue::Job job) {
   if (!job) return;
   isDue_ = deliveries_->post(std::move(job)) || isDue_;
-  due_.notify_one();
+  due_.notifyOne();
 }
 
 void Bus::runDeliveries() {
-  for (Lock lock(mutex_);;) {
+  for (MutexLock lock(mutex_);;) {
     const auto next = expire();
     if (std::exchange(isDue_, false)) {
       lock.unlock();
       deliveries_->run();
       lock.lock();
     } else {
-      due_.wait_until(lock, next);
+      due_.waitUntil(mutex_, next);
     }
   }
 }
