@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "bus_log.h"
 #include "platform/util/library_thread.h"
 #include "platform/util/mutex.h"
 
@@ -97,11 +98,15 @@ void TraceFile::Shared::run() {
     lines.clear();
     lock.lock();
   }
-  const uint64_t lost = dropped;
+  const uint64_t lost = dropped + refused;
   lock.unlock();
   const std::string last = R"({"kind":"end","written":)" + std::to_string(written) +
-                           R"(,"dropped":)" + std::to_string(lost + refused) + "}\n";
+                           R"(,"dropped":)" + std::to_string(lost) + "}\n";
   write(last);
+  if (lost > 0) {
+    busLog("the trace lacks " + std::to_string(lost) +
+           " entries: the disk or its writer did not keep up, or the disk is full");
+  }
   lock.lock();
   hasEnded = true;
   changed.notifyAll();

@@ -27,7 +27,7 @@ class TracedCall : public ZQBusCall {
     entry_.way = call_->way();
     entry_.peer = call_->sender();
     entry_.content = isSecret ? withSecrets(call_->message()) : call_->message();
-    entry_.reply = ZQBusMessage::failed(ZQBusFailure::Service, "dropped without an answer");
+    entry_.reply = ZQBusMessage::failed(ZQBusFailure::TimedOut, "dropped without an answer");
   }
   ~TracedCall() override { answered(); }
 

@@ -1,6 +1,7 @@
 #include "service/replay/recording.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace zq::devservice {
@@ -28,8 +29,42 @@ bool reachedTheService(const ZQBusMessage& reply) {
 }
 
 bool isOfTheService(const ZQBusTraceEntry& entry) {
+  if (entry.kind == Kind::Connection) return false;
   return entry.kind == Kind::Broadcast || entry.service == kService;
 }
+
+/// The side whose entries are played. A file may hold both ends of a call, and an event once for
+/// each client that heard it.
+class Side {
+ public:
+  explicit Side(const std::vector<ZQBusTraceEntry>& trace) {
+    for (const ZQBusTraceEntry& entry : trace) {
+      if (isOfTheService(entry) && entry.kind == Kind::Call && entry.isSent) ofClients_ = true;
+    }
+    std::map<int, std::size_t> heard;
+    std::size_t most = 0;
+    for (const ZQBusTraceEntry& entry : trace) {
+      if (entry.kind == Kind::Call || !isOfTheService(entry) || !has(entry)) continue;
+      if (++heard[entry.process] <= most) continue;
+      most = heard[entry.process];
+      listener_ = entry.process;
+    }
+  }
+
+  /// What a client calls, the service is told; what the service sends, a client hears.
+  bool plays(const ZQBusTraceEntry& entry) const {
+    if (!isOfTheService(entry) || !has(entry)) return false;
+    return entry.kind == Kind::Call || listener_ == 0 || entry.process == listener_;
+  }
+
+ private:
+  bool has(const ZQBusTraceEntry& entry) const {
+    return entry.isSent == ((entry.kind == Kind::Call) == ofClients_);
+  }
+
+  bool ofClients_ = false;
+  int listener_ = 0;  // the process that heard most; 0 when none heard anything
+};
 
 bool isSame(const ZQBusBytes& recorded, const ZQBusBytes& asked) {
   return recorded.view() == asked.view();
@@ -65,10 +100,11 @@ bool isSameCall(const ZQBusMessage& recorded, const ZQBusMessage& asked) {
 }  // namespace
 
 Recording::Recording(const std::vector<ZQBusTraceEntry>& trace) {
+  const Side side(trace);
   std::vector<Happening> early;
   std::chrono::nanoseconds begin{0};
   for (const ZQBusTraceEntry& entry : trace) {
-    if (!isOfTheService(entry) || entry.kind == Kind::Connection) continue;
+    if (!side.plays(entry)) continue;
     if (entry.kind == Kind::Call) {
       if (!reachedTheService(entry.reply)) continue;
       begin = entry.monotonic;

@@ -39,8 +39,8 @@ void letBusStart(const std::string& program) {
       << "[D-BUS Service]\nName=org.zqbus.perix\nExec=" << program << "\n";
 }
 
-std::unique_ptr<ChildProcess> startService() {
-  return startDevelopmentService(testBus().address(), PERIX_DEVSERVICE, {});
+std::unique_ptr<ChildProcess> startService(const std::vector<std::string>& arguments) {
+  return startDevelopmentService(testBus().address(), PERIX_DEVSERVICE, arguments);
 }
 
 }  // namespace zq

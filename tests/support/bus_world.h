@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tests/support/process.h"
 #include "tests/support/recording_service.h"
@@ -15,8 +16,9 @@ PrivateBus& testBus();
 /// Whether services are reached over direct lines; ZQBUS_DIRECT says so.
 bool usesDirectLines();
 
-/// The development service in a process of its own.
-std::unique_ptr<ChildProcess> startService();
+/// The development service in a process of its own; `arguments` follow those of its start.
+std::unique_ptr<ChildProcess> startService(const std::vector<std::string>& arguments = {});
 /// From now on, the bus starts that program for "perix" when it is asked to.
 void letBusStart(const std::string& program);
+
 }  // namespace zq

@@ -1,0 +1,105 @@
+// Traces of the operations: the same on both ways, and played to the client again.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+
+#include "perix/failure.h"
+#include "tests/proxy/wire_table.h"
+#include "tests/support/bus_world.h"
+#include "tests/support/trace_text.h"
+#include "zqbus/trace.h"
+
+namespace zq {
+namespace {
+
+/// Runs the table against a service that answers each operation with the row's reply; the trace of
+/// both ends.
+std::string traceOfTheTable(const std::string& name) {
+  testBus();
+  const std::string file = std::string(std::getenv("XDG_STATE_HOME")) + '/' + name;
+  std::string error;
+  EXPECT_TRUE(startZQBusTrace(file, error)) << error;
+  {
+    RecordingService service;
+    PerixProxy& proxy = *PerixProxy::getInstance();
+    for (const NamedWireRow& named : wireTable()) {
+      service.answerWith(named.row.reply);
+      EXPECT_EQ(named.row.run(proxy), named.row.result) << named.name;
+      proxy.OnFocusChanged("", 0, 0);  // behind what was sent without waiting
+    }
+    proxy.ReleaseService();
+  }
+  stopZQBusTrace();
+  return file;
+}
+
+TEST(ATrace, HoldsTheSameOfEachOperationOnBothWays) {
+  const auto linesOn = [](const std::string& way) {
+    ::setenv("ZQBUS_DIRECT", way == "direct" ? "1" : "0", 1);
+    std::vector<std::string> lines;
+    for (const std::string& line : linesOf(traceOfTheTable(way))) {
+      if (line.find(R"("service":"perix")") == std::string::npos) continue;
+      EXPECT_NE(line.find(R"("way":")" + way + '"'), std::string::npos) << line;
+      lines.push_back(normalised(line));
+    }
+    std::sort(lines.begin(), lines.end());  // both ends write, each on a thread of its own
+    return lines;
+  };
+  const auto byBroker = linesOn("broker");
+  EXPECT_GT(byBroker.size(), 2 * wireTable().size());
+  EXPECT_EQ(linesOn("direct"), byBroker);
+}
+
+TEST(AReplay, GivesEachOperationItsResultAgain) {
+  const auto replay = startService({"--replay", traceOfTheTable("wire"), "--speed", "0"});
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  for (const NamedWireRow& named : wireTable()) {
+    EXPECT_EQ(named.row.run(proxy), named.row.result) << named.name;
+    proxy.OnFocusChanged("", 0, 0);
+  }
+  EXPECT_EQ(proxy.DeletePrinter("other"), -1);
+  EXPECT_EQ(PerixLastFailure().text,
+            "not recorded: call deletePrinter(s:\"other\"); the nearest recorded one is call "
+            "deletePrinter(s:\"a\")");
+  EXPECT_EQ(proxy.DeletePrinter("a"), 5);
+  replay->signal(SIGTERM);
+  EXPECT_EQ(replay->wait(), 0);
+  EXPECT_EQ(replay->errorText(),
+            "played 2 times: call deletePrinter(s:\"a\")\nnot recorded: call "
+            "deletePrinter(s:\"other\")\n");
+}
+
+TEST(AReplay, SendsEventsAtTheirDistanceAndReportsCallsThatNobodyMade) {
+  const std::string head =
+      R"({"time":"2026-02-28T00:00:01.000000Z","process":1,"service":"perix","direction":)";
+  const std::string file = (testBus(), std::string(std::getenv("XDG_STATE_HOME")) + "/events");
+  std::ofstream(file) << head << R"("out","ns":1000000000,"kind":"call","name":"resetService",)"
+                      << R"("arguments":[],"duration":1000000,"reply":[{"i":3}]})" << '\n'
+                      << head << R"("in","ns":1200000000,"kind":"event","name":"perixevent",)"
+                      << R"("arguments":[{"i":0},{"i":6},{"ay":"0700"}]})" << '\n'
+                      << head << R"("out","ns":1300000000,"kind":"call","name":"diagnose",)"
+                      << R"("arguments":[{"i":3}],"duration":1,"reply":[{"i":0}]})" << '\n';
+  const auto replay = startService({"--replay", file});
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  static Watched<int> heard;
+  proxy.RegisterDeviceCallback(
+      [](uint16_t code, CommonDevice* device, void*) {
+        heard.change([&](int& event) { event = 100 * code + device->devNumber; });
+        return 0;
+      },
+      &heard);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(proxy.ResetService(), 3);
+  EXPECT_TRUE(heard.wait([](int event) { return event == 607; }));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
+  proxy.UnregisterDeviceCallback(&heard);
+  proxy.ReleaseService();
+  replay->signal(SIGTERM);
+  EXPECT_EQ(replay->wait(), 0);
+  EXPECT_EQ(replay->errorText(), "not played: call diagnose(i:3)\n");
+}
+
+}  // namespace
+}  // namespace zq
