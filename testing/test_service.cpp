@@ -1,7 +1,9 @@
 #include "perix/test_service.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -88,6 +90,8 @@ class PerixTestService::World {
   PrivateBus& bus() { return bus_; }
   void start();
   void stop();
+  ChildProcess& program() const;
+  int processId() const;
 
  private:
   void startInside();
@@ -146,6 +150,16 @@ void PerixTestService::World::stop() {
   beside_.reset();
 }
 
+ChildProcess& PerixTestService::World::program() const {
+  if (beside_ == nullptr) throw PerixTestError("no service runs in a process of its own");
+  return *beside_;
+}
+
+int PerixTestService::World::processId() const {
+  if (inside_ != nullptr) return ::getpid();
+  return beside_ != nullptr ? beside_->pid() : 0;
+}
+
 // --- The public face -----------------------------------------------------------------------------
 
 PerixTestService::PerixTestService() : PerixTestService(Options()) {}
@@ -170,6 +184,18 @@ void PerixTestService::stop() {
 
 void PerixTestService::start() {
   world_->start();
+}
+
+void PerixTestService::pause() {
+  world_->program().pause();
+}
+
+void PerixTestService::resume() {
+  world_->program().signal(SIGCONT);
+}
+
+int PerixTestService::processId() const {
+  return world_->processId();
 }
 
 void PerixTestService::stopBus() {

@@ -84,6 +84,12 @@ class [[gnu::visibility("default")]] PerixTestService {
   void stop();
   /// Starts the service again, with the world of the scenario. Does nothing when it runs.
   void start();
+  /// Halts a service in a process of its own: it answers nothing until resume(). Both throw for a
+  /// service in this process, and for one that does not run.
+  void pause();
+  void resume();
+  /// The process that the service runs in; 0 when it does not run.
+  int processId() const;
   /// Ends the bus, and starts it again at the same address: a service in a process of its own
   /// returns to it by itself, a client too.
   void stopBus();

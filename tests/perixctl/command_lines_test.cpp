@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "tests/perixctl/tool_world.h"
+#include "tests/support/token.h"
 #include "tools/embedded/private_bus.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_line.h"
@@ -129,8 +130,8 @@ const std::vector<Line> kLines = {
     {"snapshot /dev/full", 1, "/dev/full cannot be written: No space left on device"},
     {"--trace device connect win10 99", 10, "connectDevice(desktop=1 \"win10\", device=99) = 2 "},
     {"pen replay --fast " STROKE, 0, "     2  press    0x26003     60     78     0.350"},
-    {"token update <<< s3cret", 0, "done"},
-    {"token update --file <(echo s3cret)", 0, "done"},
+    {"token update <<< kept-from-view", 0, "done"},
+    {"token update --file <(echo kept-from-view)", 0, "done"},
     {"token update < /dev/null", 2, "the token is empty"},
     {"token update --file /tmp", 2, "cannot read /tmp: Is a directory"},
     {"token update < <(head -c 70000 /dev/zero)", 2, "more than 65536 bytes"},
@@ -354,20 +355,26 @@ TEST(PerixctlWithoutAService, EndsWithEightAtOnceAndSaysWhatIsMissing) {
 }
 
 TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
-  const ToolWorld world;
-  const std::string secret = "kept-from-view";
-  const std::string secretInHex = "6b6570742d66726f6d2d76696577";
+  ToolWorld world;
+  world.killService();
+  ::setenv("ZQBUS_TRACE", (world.directory() / "service.trace").c_str(), 1);
+  world.startService();
+  const std::string secret = kDriveToken;
+  const std::string trace = world.directory() / "tool.trace";
   std::string all;
   for (const std::string& words :
-       {"--verbose token update <<< " + secret, "--verbose --json token update <<< " + secret,
-        std::string("service calls"), std::string("service state")}) {
-    const ChildProcess::Result result = world.run(words);
+       {"--verbose token update <<< " + secret, "--trace --json token update <<< " + secret,
+        std::string("service calls"), std::string("service state"), "trace " + trace}) {
+    const ChildProcess::Result result = world.run(words, {{"ZQBUS_TRACE", trace}});
     EXPECT_EQ(result.status, 0) << words;
     all += result.output + result.error;
   }
   EXPECT_EQ(all.find(secret), std::string::npos) << all;
-  EXPECT_EQ(all.find(secretInHex), std::string::npos) << all;
+  EXPECT_EQ(all.find(kDriveTokenInHex), std::string::npos) << all;
   EXPECT_NE(all.find("updateDriveToken [14 bytes] → 0"), std::string::npos) << all;
+  EXPECT_NE(all.find("updateDriveToken(token=secret) = 0"), std::string::npos) << all;
+  // The files are searched at the end of the world.
+  EXPECT_FALSE(std::filesystem::is_empty(trace));
 }
 
 }  // namespace

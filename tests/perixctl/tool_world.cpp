@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "tests/support/token.h"
+
 namespace zq::ctl {
 namespace {
 
@@ -26,6 +28,11 @@ ChildProcess::Options optionsFor(const std::string& address, const std::string& 
 }
 
 }  // namespace
+
+ToolWorld::~ToolWorld() {
+  service.stop();
+  expectNoTokenIn(directory());
+}
 
 std::filesystem::path ToolWorld::directory() const {
   return directoryOf(service.busAddress());

@@ -18,6 +18,10 @@ class ToolWorld {
  public:
   explicit ToolWorld(const std::string& scenario = SCENARIO)
       : service({PerixTestService::Place::Beside, scenario, {}, DEVSERVICE}) {}
+  /// Ends the service, and checks that no file that was written in the directory holds the token.
+  ~ToolWorld();
+  ToolWorld(const ToolWorld&) = delete;
+  ToolWorld& operator=(const ToolWorld&) = delete;
 
   /// The directory of the bus, for files that go with it.
   std::filesystem::path directory() const;

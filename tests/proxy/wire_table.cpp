@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "tests/support/messages.h"
+#include "tests/support/token.h"
 
 namespace zq {
 namespace {
@@ -167,7 +168,8 @@ const std::vector<NamedWireRow>& wireTable() {
       status("setPortChannelStatus(i:3, i:-1, i:-2)", &P::SetPortChannelStatus, kDesk, 0xFFFFFFFF,
              -2),
       // Token and quality
-      status("updateDriveToken(ay[3] 61 00 62)", &P::UpdateDriveToken, std::string("a\0b", 3)),
+      status("updateDriveToken(ay[14] 6b 65 70 74 2d 66 72 6f 6d 2d 76 69 65 77)",
+             &P::UpdateDriveToken, kDriveToken),
       unsent("UpdateDriveTokenEmpty", "-1", &P::UpdateDriveToken, ""),
       untold("setBwInfo(i:3, x:1, x:-1)", [](P& p) { p.SetBwInfo(kDesk, 1, UINT64_MAX); }),
       untold("SetRtcQosInfoOfBandwidth: setRtcQosInfo(i:3, x:1, x:7)",

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "perix/service_methods.h"
+#include "tests/support/token.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -24,6 +26,7 @@ class StateDirectory : public testing::Environment {
     ::setenv("XDG_STATE_HOME", path.c_str(), 1);
   }
   void TearDown() override {
+    expectNoTokenIn(path);
     // The library's threads go on until the process ends, and may still log.
     std::error_code ignored;
     fs::remove_all(path, ignored);
@@ -34,6 +37,15 @@ class StateDirectory : public testing::Environment {
 
 auto* const directory =
     static_cast<StateDirectory*>(testing::AddGlobalTestEnvironment(new StateDirectory));
+
+/// The secret methods; traces must know them.
+ZQBusServiceDescription description() {
+  ZQBusServiceDescription all;
+  for (const ServiceMethod& method : kServiceMethods) {
+    if (method.secret) all.methods.push_back({method.name, {}, {}, true});
+  }
+  return all;
+}
 
 /// Waits until the bus, if there is one, has taken note that nobody owns the name any more.
 void waitUntilUnowned(const std::string& service) {
@@ -51,7 +63,8 @@ RecordingService::RecordingService() {
   answerWith(message(int32_t{0}));
   std::string error;
   service_ = ZQBusService::claim(
-      "perix", {}, [this](const std::shared_ptr<ZQBusCall>& call) { handle(call); }, error);
+      "perix", description(), [this](const std::shared_ptr<ZQBusCall>& call) { handle(call); },
+      error);
   if (service_ == nullptr) throw std::runtime_error(error);
 }
 
