@@ -15,15 +15,16 @@ function(describe package section summary text)
 endfunction()
 
 describe(libperix0 libs "client library of the peripheral service"
-  "Connects a desktop client to the local service that redirects devices into remote desktops.")
+  "Connects a desktop client to the local service that redirects devices\ninto remote desktops."
+  CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 describe(libperix-dev libdevel "client library of the peripheral service (development files)"
   "Headers, pkg-config and CMake files of libperix."
   DEPENDS "libperix0 ${exact}")
 describe(perixctl utils "command line of the peripheral service"
-  "Lists and connects devices, printers and desktops, and shows the events of the service."
+  "Lists and connects devices, printers and desktops, and shows the events\nof the service."
   RECOMMENDS "dbus-daemon, perix-devservice" SUGGESTS bash-completion)
 describe(perix-devservice devel "peripheral service for development"
-  "Plays the peripheral service from a scenario, without touching a device. For developers of clients."
+  "Plays the peripheral service from a scenario, without touching a device.\nFor developers of clients."
   RECOMMENDS dbus-daemon)
 describe(perix-console utils "window on the peripheral service"
   "Shows desktops, devices, printers and events, and draws what a pen sends."
@@ -31,10 +32,11 @@ describe(perix-console utils "window on the peripheral service"
 
 # The texts that each package carries.
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Perix maintainers <perix@packages.perix>")
-configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in changelog.Debian @ONLY)
+# The owner of the sources puts an address here.
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Perix maintainers <perix@example.org>")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in changelog @ONLY)
 foreach(package ${packages})
-  install(FILES copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian
+  install(FILES copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${package})
 endforeach()
 

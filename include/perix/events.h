@@ -1,12 +1,13 @@
-// The kinds of event that the service sends, and which callback hears each kind.
-//
-// An event carries the integer id of a desktop (0: of none), a kind, and a record. The library
-// calls one kind of callback for each event, with the event's kind as the 16-bit code and with the
-// record of perix/records.h that the list below names. A callback that wants to tell the kinds
-// apart converts its code: `static_cast<EventKind>(code)`.
-//
-// Newer services may send kinds that are not listed here. A client ignores them or shows their
-// number.
+/// @file
+/// The kinds of event that the service sends, and which callback hears each kind.
+///
+/// An event carries the integer id of a desktop (0: of none), a kind, and a record. The library
+/// calls one kind of callback for each event, with the event's kind as the 16-bit code and with the
+/// record of perix/records.h that the list below names. A callback that wants to tell the kinds
+/// apart converts its code: `static_cast<EventKind>(code)`.
+///
+/// Newer services may send kinds that are not listed here. A client ignores them or shows their
+/// number.
 #pragma once
 
 #include <cstdint>

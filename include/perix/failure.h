@@ -1,8 +1,9 @@
-// Why an operation failed, and where its time went.
-//
-// The operations of PerixProxy return -1, 0 or an empty value for every failure that is not a
-// result of the service, so the value alone does not tell a dead service from a slow service. The
-// report of PerixLastFailure does.
+/// @file
+/// Why an operation failed, and where its time went.
+///
+/// The operations of PerixProxy return -1, 0 or an empty value for every failure that is not a
+/// result of the service, so the value alone does not tell a dead service from a slow service. The
+/// report of PerixLastFailure does.
 #pragma once
 
 #include <chrono>
@@ -26,8 +27,9 @@ enum class PerixFailure {
   NoBus,       ///< not connected: the bus cannot be reached, or does not admit this process
 };
 
+/// How an operation ended.
 struct PerixFailureReport {
-  PerixFailure failure = PerixFailure::None;
+  PerixFailure failure = PerixFailure::None;  ///< why it failed; None for a success
   std::string method;  ///< the bus method that failed; "getVmListSize" for a desktop id's look-up
   /// The reason, 511 bytes at most. For `Refused` the words of the service, else a sentence without
   /// its full stop: "cannot reach the bus at unix:path=/x: Connection refused".

@@ -1,6 +1,7 @@
-// A pen event as PerixProxy::SendPenEvent takes it, for clients of any toolkit.
-//
-// Clients of Qt make it from a QTabletEvent with perix/qt_pen_event.h.
+/// @file
+/// A pen event as PerixProxy::SendPenEvent takes it, for clients of any toolkit.
+///
+/// Clients of Qt make it from a QTabletEvent with perix/qt_pen_event.h.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// What travels through the pen's port channel, for clients that carry the channel or look into it.
+/// @file
+/// What travels through the pen's port channel, for clients that carry the channel or look into it.
 #pragma once
 
 #include <array>
@@ -14,35 +15,35 @@ inline constexpr char kPenPortName[] = "com.space.port.2";
 
 /// What precedes every block on a port channel, little-endian, as it lies on the wire.
 struct PenPortHeader {
-  uint8_t magic;
-  uint8_t devId;   ///< the pen's id, from 1
-  uint16_t cmd;    ///< what the block is: one of the commands below
-  uint32_t reqId;  ///< number of the packet, from 1
-  uint32_t size;   ///< bytes from the beginning of the header to the end of the block
-  uint8_t reserved[4];
+  uint8_t magic;        ///< kPenPortMagic
+  uint8_t devId;        ///< the pen's id, from 1
+  uint16_t cmd;         ///< what the block is: one of the commands below
+  uint32_t reqId;       ///< number of the packet, from 1
+  uint32_t size;        ///< bytes from the beginning of the header to the end of the block
+  uint8_t reserved[4];  ///< zero
 };
 static_assert(sizeof(PenPortHeader) == 16);
 
-inline constexpr uint8_t kPenPortMagic = 0x27;
-inline constexpr uint16_t kPenPacketCommand = 2000;
-inline constexpr uint16_t kPenAnnouncementCommand = 2101;
+inline constexpr uint8_t kPenPortMagic = 0x27;             ///< the first byte of each block
+inline constexpr uint16_t kPenPacketCommand = 2000;        ///< to the desktop: an event of the pen
+inline constexpr uint16_t kPenAnnouncementCommand = 2101;  ///< from the desktop: the id of its pen
 
 /// What the packets of PerixProxy::SendPenEvent and SendPenData say: an event of the pen.
 struct PenPacket {
-  PenPortHeader header;
-  uint32_t code;  ///< one of the codes below, else the number of the tablet event's type
-  int32_t x;
-  int32_t y;
-  double pressure;  ///< 0 to 1
-  double rotation;  ///< degrees
-  int32_t xTilt;
-  int32_t yTilt;
+  PenPortHeader header;  ///< with kPenPacketCommand
+  uint32_t code;         ///< one of the codes below, else the number of the tablet event's type
+  int32_t x;             ///< pixels
+  int32_t y;             ///< pixels
+  double pressure;       ///< 0 to 1
+  double rotation;       ///< degrees
+  int32_t xTilt;         ///< degrees
+  int32_t yTilt;         ///< degrees
 };
 
-inline constexpr uint32_t kPenDown = 0x26003;
-inline constexpr uint32_t kPenDrag = 0x26016;
-inline constexpr uint32_t kPenUp = 0x26002;  ///< lifted, or moving without a press
-inline constexpr std::size_t kPenPacketSize = 198;
+inline constexpr uint32_t kPenDown = 0x26003;       ///< pressed
+inline constexpr uint32_t kPenDrag = 0x26016;       ///< moving while pressed
+inline constexpr uint32_t kPenUp = 0x26002;         ///< lifted, or moving without a press
+inline constexpr std::size_t kPenPacketSize = 198;  ///< bytes of a whole packet
 
 /// The block that announces a pen with that id, for PerixProxy::PortData.
 inline std::array<unsigned char, sizeof(PenPortHeader)> penAnnouncement(uint8_t devId) {

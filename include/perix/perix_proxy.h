@@ -1,4 +1,5 @@
-// PerixProxy: the client's way to the local peripheral-device service.
+/// @file
+/// PerixProxy: the client's way to the local peripheral-device service.
 #pragma once
 
 #include <atomic>
@@ -14,6 +15,7 @@
 #include "perix/pen_event.h"
 #include "perix/records.h"
 
+/// Everything that a client uses.
 namespace zq {
 
 class DeliveryGate;
@@ -144,12 +146,14 @@ class PerixProxy {
   virtual int UnregisterCallback(std::string vmId);
   /// Sets the one printer callback, in place of an earlier one. -1 when either argument is null.
   virtual int RegisterPrinterCallback(PrinterCallback callback, void* userdata);
+  /// Removes the printer callback. Always 0.
   virtual int UnregisterPrinterCallback();
   /// The userdata of the printer callback, null without one. Never waits.
   virtual void* CheckPrinterCallback();
   /// Adds a device callback, one per userdata; called in order of the userdata's address. The same
   /// userdata again replaces its callback. -1 when either argument is null.
   virtual int RegisterDeviceCallback(DeviceCallback callback, void* userdata);
+  /// Removes the device callback of that userdata. 0, even if there was none.
   virtual int UnregisterDeviceCallback(void* userdata);
   /// Removes all device callbacks.
   virtual int UnregisterDeviceCallback();
@@ -163,6 +167,7 @@ class PerixProxy {
   /// and the service's others), with the kind as its code.
   virtual int RegisterConfigNewDevResultCallback(ConfigNewDevResultCallback callback,
                                                  void* userdata);
+  /// Removes the callback of that userdata. 0, even if there was none.
   virtual int UnregisterConfigNewDevResultCallback(void* userdata);
   /// Removes all configuration-result callbacks.
   virtual int UnregisterConfigNewDevResultCallback();
@@ -239,9 +244,11 @@ class PerixProxy {
 
   /// Connects a device into a desktop. The device's new state follows as an event.
   virtual int ConnectDevice(std::string vmId, unsigned short devNumber);
+  /// Disconnects a device from a desktop; its new state follows as an event.
   virtual int DisconnectDevice(std::string vmId, unsigned short devNumber);
   /// As above, for a device named by the service's 64-bit source id.
   virtual int ConnectDeviceBySrcId(std::string vmId, unsigned long long srcId);
+  /// As DisconnectDevice, for a device named by its source id.
   virtual int DisconnectDeviceBySrcId(std::string vmId, unsigned long long srcId);
   /// Redirects a device; the service knows the meaning of `a` (a device number) and `b` (a mode).
   virtual int RedirectDevice(std::string vmId, unsigned short a, unsigned short b);
@@ -251,6 +258,7 @@ class PerixProxy {
   virtual int GetAutoConnect(unsigned short type);
   /// Adds a device reached over the network, described by a kind and a text for the service.
   virtual int AddNetworkDevice(int n, std::string& s);
+  /// Deletes such a device; the service knows the meaning of the texts.
   virtual int DeleteNetworkDevice(std::string& first, std::string& second);
   /// Reports the state of a USB redirection.
   virtual int SetUsbredirStatus(std::string vmId, UDevInfo info, unsigned short status);
@@ -264,14 +272,17 @@ class PerixProxy {
   /// Stores `localPolicy` as the device's policy; `devNumber`, `name` and `detail` identify
   /// the device. `dev` stays the caller's.
   virtual int SetDeviceLocalPolicy(CommonDevice* dev);
+  /// Sets the property of a vendor and product; the service knows the values.
   virtual int SetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                           unsigned short property, int value);
   /// The property of a vendor and product; `property` is not sent, the service has one. 0 on
   /// failure too.
   virtual int GetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                           unsigned short property);
+  /// As GetDevicePropertyWithVidPid, from the settings of the user's own machine.
   virtual int GetLocalDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                                unsigned short property);
+  /// The turbo settings of a vendor and product, in the service's own format.
   virtual std::string GetTurboConfigWithVidPid(unsigned short vid, unsigned short pid);
   /// 0 on failure too.
   virtual int SetTurboConfigWithVidPid(unsigned short vid, unsigned short pid,
@@ -280,6 +291,7 @@ class PerixProxy {
   virtual int ResetAllDeviceProperty();
   /// The camera authorisation's state, the service's values.
   virtual int CheckCameraAuthStat();
+  /// The policies per vendor and product. Release with FreePolicyList.
   virtual std::list<CommonVidPidPolicy*> GetPolicyListByVidPid();
   /// As FreeDeviceList.
   virtual int FreePolicyList(std::list<CommonVidPidPolicy*> list);
@@ -308,13 +320,16 @@ class PerixProxy {
   /// The network printers. Release with FreeDeviceList.
   virtual std::list<CommonDevice*> GetNetworkPrinterList();
 
+  /// Connects a printer into a desktop; its new state follows as an event.
   virtual int ConnectPrinter(std::string vmId, unsigned short devNumber);
+  /// Disconnects a printer from a desktop; its new state follows as an event.
   virtual int DisconnectPrinter(std::string vmId, unsigned short devNumber);
   /// Adds a network printer. -1 without a call when address or name is empty.
   virtual int AddNetworkPrinter(const std::string& printerAddr, const std::string& printerName,
                                 const std::string& description);
   /// Adds a network printer under the name "defaultPrinter". `printerAddr` is not null.
   virtual int AddNetworkPrinter(const char* printerAddr);
+  /// Deletes the network printer of that name.
   virtual int DeleteNetworkPrinter(const std::string& printerName);
   /// -1 without a call when either name is empty.
   virtual int RenameNetworkPrinter(std::string oldName, std::string newName);
@@ -340,7 +355,9 @@ class PerixProxy {
   /// As AddLocalPrinter; an empty driver lets the service choose. Waits at most 30 s.
   virtual int AutoAddPrinter(const std::string& name, const std::string& address,
                              const std::string& driver);
+  /// Deletes a printer of the user's machine.
   virtual int DeletePrinter(const std::string& name);
+  /// Gives a printer of the user's machine another driver.
   virtual int ChangePrinterDriver(const std::string& name, const std::string& driver);
   /// Waits at most 10 s.
   virtual int PrintTestPage(const std::string& name);
@@ -354,6 +371,7 @@ class PerixProxy {
   virtual std::list<CommonDevice*> GetJoystickDevList();
   /// The button mapping of a vendor and product, in the service's own format.
   virtual std::string GetJoystickMappingList(unsigned short vid, unsigned short pid);
+  /// Stores a button mapping of a vendor and product, in the service's own format.
   virtual int SetJoystickMapping(unsigned short vid, unsigned short pid,
                                  const std::string& mapping);
   /// Starts a calibration; the answer only says that the service has begun. The outcome follows as
@@ -367,6 +385,7 @@ class PerixProxy {
   /// RegisterConfigNewDevResultCallback. The same userdata again replaces the callback. -1 when
   /// either argument is null.
   virtual int RegisterJoystickCallback(JoystickCallback callback, void* userdata);
+  /// Removes the joystick callback of that userdata. 0, even if there was none.
   virtual int UnregisterJoystickCallback(void* userdata);
   /// Calls every joystick callback. Always 0.
   virtual int JoystickResultNotify(uint16_t code, void* result);

@@ -1,7 +1,8 @@
-// Makes a PenEvent from a QTabletEvent of Qt 5 or Qt 6, the Qt that the client itself uses.
-//
-// Inline functions alone, compiled by the client: the library knows nothing of them and links no
-// Qt. With Qt 6 the client links Qt's Gui library, where the event keeps its values.
+/// @file
+/// Makes a PenEvent from a QTabletEvent of Qt 5 or Qt 6, the Qt that the client itself uses.
+///
+/// Inline functions alone, compiled by the client: the library knows nothing of them and links no
+/// Qt. With Qt 6 the client links Qt's Gui library, where the event keeps its values.
 #pragma once
 
 #include <QTabletEvent>

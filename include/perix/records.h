@@ -1,16 +1,17 @@
-// The records that the peripheral service exchanges with its clients, and the callback types.
-//
-// Records with a fixed layout are little-endian and lie in memory as they travel: offsets are part
-// of the wire format and are asserted below. The service decides how long a record is. Its last
-// field stands here with the length that today's service uses. A shorter record ends earlier, so do
-// not take `sizeof` of a record for the length that you received.
-//
-// Which event carries which record: perix/events.h. What the numbers in records mean, and what the
-// service keeps in their reserved bytes: perix/service_values.h.
-//
-// Lifetime. A record in a list is a `malloc` block of exactly the received length; it belongs to
-// the caller. A record passed to a callback belongs to the library and is valid until the callback
-// returns; at least 1024 bytes of it are readable, zero behind the bytes that the service sent.
+/// @file
+/// The records that the peripheral service exchanges with its clients, and the callback types.
+///
+/// Records with a fixed layout are little-endian and lie in memory as they travel: offsets are part
+/// of the wire format and are asserted below. The service decides how long a record is. Its last
+/// field stands here with the length that today's service uses. A shorter record ends earlier, so
+/// do not take `sizeof` of a record for the length that you received.
+///
+/// Which event carries which record: perix/events.h. What the numbers in records mean, and what the
+/// service keeps in their reserved bytes: perix/service_values.h.
+///
+/// Lifetime. A record in a list is a `malloc` block of exactly the received length; it belongs to
+/// the caller. A record passed to a callback belongs to the library and is valid until the callback
+/// returns; at least 1024 bytes of it are readable, zero behind the bytes that the service sent.
 #pragma once
 
 #include <cstddef>
@@ -78,7 +79,7 @@ struct CommonVidPidPolicy;
 
 /// A USB device to be redirected: eight bytes that only the service reads.
 struct UDevInfo {
-  uint8_t bytes[8];
+  uint8_t bytes[8];  ///< for the service alone
 };
 static_assert(sizeof(UDevInfo) == 8);
 
@@ -99,18 +100,18 @@ inline constexpr uint32_t PERIX_LUM_STREAM_COLLAB_TYPE_COLLABORATOR = 1;
 
 /// A data channel of a desktop. `label1` and `label2` hold a NUL within their 128 bytes.
 struct _CHANNEL_HANDLE {
-  std::string vmId;
-  uint32_t param1;
-  uint32_t param2;
-  char label1[128];
-  char label2[128];
+  std::string vmId;  ///< string id of its desktop
+  uint32_t param1;   ///< the service knows the meaning
+  uint32_t param2;   ///< as param1
+  char label1[128];  ///< text for the service
+  char label2[128];  ///< text for the service
 };
 
 /// A printer shared on the network. Each text holds at most 127 characters and is NUL-terminated.
 struct _SharePrinterDevice {
-  char name[128];
-  char addr[128];
-  char desc[128];
+  char name[128];  ///< of the printer
+  char addr[128];  ///< of the host that shares it
+  char desc[128];  ///< further text
 };
 
 // Callbacks run on the library's threads, one at a time, while the library holds the lock of its
@@ -122,12 +123,18 @@ struct _SharePrinterDevice {
 /// The code with which a DesktopCallback hears that the service died; `data` is null.
 inline constexpr uint16_t SERVICE_DIED = 5;
 
+/// Hears of the service's death. `code` is SERVICE_DIED, `data` null.
 using DesktopCallback = int (*)(uint16_t code, void* data, void* userdata);
+/// Hears the events of printers.
 using PrinterCallback = int (*)(uint16_t code, PrinterDevice* printer, void* userdata);
+/// Hears the events of devices.
 using DeviceCallback = int (*)(uint16_t code, CommonDevice* device, void* userdata);
+/// Hears the answers of PerixProxy::DoPerixCmd.
 using CmdCallback = int (*)(uint16_t code, CmdResponse* response, void* userdata);
+/// Hears the outcomes of configurations, and every kind of event that no other callback is for.
 using ConfigNewDevResultCallback = int (*)(uint16_t code, _ConfigNewDeviceResult* result,
                                            void* userdata);
+/// Hears what PerixProxy::JoystickResultNotify passes on.
 using JoystickCallback = int (*)(uint16_t code, void* result, void* userdata);
 
 /// Hears how a diagnosis goes on. The client implements it and keeps the object alive until

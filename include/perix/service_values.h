@@ -1,9 +1,10 @@
-// The numbers that the service puts into records and answers, and the parts of records that only
-// the service explains.
-//
-// The library passes all of these on unread. They are those of today's service: another service may
-// have more, so the functions below return null for a number that they do not know. The texts are
-// literals for people and for scripts; they stay as they are.
+/// @file
+/// The numbers that the service puts into records and answers, and the parts of records that only
+/// the service explains.
+///
+/// The library passes all of these on unread. They are those of today's service: another service
+/// may have more, so the functions below return null for a number that they do not know. The texts
+/// are literals for people and for scripts; they stay as they are.
 #pragma once
 
 #include <cstddef>
@@ -46,6 +47,7 @@ enum class ServiceResult : int32_t {
   PrintServerRefused = 25,
 };
 
+/// The result in words; null for a number that stands for none.
 constexpr const char* TextOf(ServiceResult result) {
   switch (result) {
     case ServiceResult::Done:
@@ -118,6 +120,7 @@ enum class DeviceType : uint16_t {
   Printer = 9,
 };
 
+/// The type in a word; null for a number that stands for none.
 constexpr const char* TextOf(DeviceType type) {
   switch (type) {
     case DeviceType::Usb:
@@ -150,6 +153,7 @@ enum class DeviceStatus : uint16_t {
   Ignored = 3,                   ///< by a decision of the user; until the device is plugged again
 };
 
+/// The state in a word; null for a number that stands for none.
 constexpr const char* TextOf(DeviceStatus status) {
   switch (status) {
     case DeviceStatus::Idle:
@@ -167,6 +171,7 @@ constexpr const char* TextOf(DeviceStatus status) {
 /// CommonDevice::localPolicy and CommonVidPidPolicy::policy: whether a device may be connected.
 enum class DevicePolicy : uint16_t { Ask = 0, Allow = 1, Forbid = 2 };
 
+/// The policy in a word; null for a number that stands for none.
 constexpr const char* TextOf(DevicePolicy policy) {
   switch (policy) {
     case DevicePolicy::Ask:
@@ -187,6 +192,7 @@ enum class PrinterStatus : int32_t {
   Printing = 3,   ///< connected or not
 };
 
+/// The state in a word; null for a number that stands for none.
 constexpr const char* TextOf(PrinterStatus status) {
   switch (status) {
     case PrinterStatus::Idle:
@@ -214,8 +220,8 @@ enum class PrinterCommand : int32_t { Pause = 1, Resume = 2 };
 /// A policy that holds for all devices of a vendor and product, as GetPolicyListByVidPid returns
 /// it. Little-endian, as it travels; a record may be shorter, as in perix/records.h.
 struct CommonVidPidPolicy {
-  uint16_t vid;
-  uint16_t pid;
+  uint16_t vid;     ///< USB vendor id
+  uint16_t pid;     ///< USB product id
   uint16_t policy;  ///< a DevicePolicy
   char name[128];   ///< of the device for which the policy was set, NUL-terminated
 };

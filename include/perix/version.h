@@ -1,4 +1,5 @@
-// The version of these headers, and that of the library that is loaded.
+/// @file
+/// The version of these headers, and that of the library that is loaded.
 #pragma once
 
 // The build reads the version from these lines.

@@ -1,4 +1,5 @@
-// ZQBusMessage: a message of the bus, as a plain value.
+/// @file
+/// ZQBusMessage: a message of the bus, as a plain value.
 #pragma once
 
 #include <cstddef>
@@ -53,13 +54,14 @@ constexpr const char* TextOf(ZQBusWay way) {
 /// aligned for every type.
 struct ZQBusBytes {
   std::shared_ptr<uint8_t[]> data;  ///< never null in a message
-  uint32_t size = 0;
+  uint32_t size = 0;                ///< bytes, without the zero byte
 
   /// A block whose `size` bytes are not yet set; the zero byte behind them is.
   static ZQBusBytes uninitialized(uint32_t size);
   /// A block that holds a copy of `size` bytes at `source`.
   static ZQBusBytes copyOf(const void* source, uint32_t size);
 
+  /// The bytes as text; valid as long as a block of this data lives.
   std::string_view view() const { return {reinterpret_cast<const char*>(data.get()), size}; }
 };
 
@@ -84,8 +86,10 @@ class ZQBusMessage {
 
   /// A failed reply: type Error, without arguments yet; string 0 is to tell the cause.
   static ZQBusMessage failed(ZQBusFailure failure);
+  /// The same, with the cause in words.
   static ZQBusMessage failed(ZQBusFailure failure, std::string text);
 
+  /// Appends a number of 16 bits.
   virtual void appendUInt16(uint16_t value);
   /// Takes signed and unsigned values alike; the 32 bits travel as they are.
   virtual void appendInt32(int32_t value);
@@ -93,14 +97,17 @@ class ZQBusMessage {
   virtual void appendInt64(int64_t value);
   /// Appends the text up to the NUL as a string. Null counts as an empty text.
   virtual void appendCString(const char* text);
+  /// Appends a text, NULs included.
   virtual void appendString(std::string text);
   /// Appends a copy of `size` bytes at `data`; `data` may be null when `size` is 0.
   virtual void appendBytes(const void* data, uint32_t size);
   /// Marks the argument that was appended last as secret: traces and toDebugString() show its size
   /// alone. The mark does not travel.
   void markSecret();
+  /// Whether markSecret() marked argument `index`.
   bool isSecret(std::size_t index) const;
 
+  /// Number `index`.
   virtual int32_t readInt32(std::size_t index) const;
   /// Sets `out` to string `index` and returns it.
   virtual std::string& readString(std::string& out, std::size_t index) const;
@@ -111,29 +118,36 @@ class ZQBusMessage {
   /// layout of up to `kReadable` bytes, and a text at the end of a record, can be read in place,
   /// whatever the sender sent. Copies a shorter block.
   virtual std::shared_ptr<uint8_t[]> readBytes(std::size_t index, uint32_t& size) const;
+  /// The number of arguments.
   virtual std::size_t argCount() const;
 
   virtual ~ZQBusMessage() = default;
-  ZQBusMessage(const ZQBusMessage&) = default;
-  ZQBusMessage(ZQBusMessage&&) = default;
-  ZQBusMessage& operator=(const ZQBusMessage&) = default;
-  ZQBusMessage& operator=(ZQBusMessage&&) = default;
+  ZQBusMessage(const ZQBusMessage&) = default;             ///< shares the blocks
+  ZQBusMessage(ZQBusMessage&&) = default;                  ///< moves the arguments
+  ZQBusMessage& operator=(const ZQBusMessage&) = default;  ///< shares the blocks
+  ZQBusMessage& operator=(ZQBusMessage&&) = default;       ///< moves the arguments
 
   /// The type as a number; 2 is a method's return.
   int type() const { return static_cast<int>(type_); }
   /// One line for a log: the type, the name and every argument; long texts and blocks are cut.
   std::string toDebugString() const;
 
+  /// The name of the method or the event; empty in a reply.
   const std::string& name() const { return name_; }
+  /// The cause of a message of type Error; `None` in others.
   ZQBusFailure failure() const { return failure_; }
 
   /// Block `index` in the message itself, without padding; null when `index` is not a block.
   const ZQBusBytes* bytesAt(std::size_t index) const;
+  /// Number `index`.
   uint16_t readUInt16(std::size_t index) const;
+  /// Number `index`.
   int64_t readInt64(std::size_t index) const;
+  /// The arguments in their order.
   const std::vector<ZQBusArgument>& arguments() const { return arguments_; }
   /// Appends an argument of any type, for code that builds a message from another form.
   void append(ZQBusArgument argument);
+  /// Makes room for `count` arguments.
   void reserve(std::size_t count) { arguments_.reserve(count); }
   /// Frees unused memory of the arguments, if it is much.
   void shrinkToFit();
