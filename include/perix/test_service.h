@@ -1,13 +1,14 @@
-// For the unit tests of a client: the development service on a private bus.
-//
-// A test makes one object, and the client's own zq::PerixProxy::getInstance() then reaches that
-// service. No session bus is needed; `dbus-daemon` must be installed. docs/testing.md shows a whole
-// test. The library is perix::testing, which a program links beside perix::perix.
-//
-// Threads: any thread may call any function of an object, one at a time. No function may be called
-// inside a callback of the client's proxy. Every function blocks until the service has answered, at
-// most 10 s where no other time is stated. A function that fails throws PerixTestError, with the
-// reason in words.
+/// @file
+/// For the unit tests of a client: the development service on a private bus.
+///
+/// A test makes one object, and the client's own zq::PerixProxy::getInstance() then reaches that
+/// service. No session bus is needed; `dbus-daemon` must be installed. docs/testing.md shows a
+/// whole test. The library is perix::testing, which a program links beside perix::perix.
+///
+/// Threads: any thread may call any function of an object, one at a time. No function may be called
+/// inside a callback of the client's proxy. Every function blocks until the service has answered,
+/// at most 10 s where no other time is stated. A function that fails throws PerixTestError, with
+/// the reason in words.
 #pragma once
 
 #include <chrono>
