@@ -23,6 +23,7 @@ const Remote kRemotes[] = {
     {kLogin, nullptr, "--host me@box device list", 0, "Desk camera"},
     {"[ \"$3\" = me@box ] || exit 9\nshift 3; exec sh -c \"$*\"", nullptr,
      "--host me@box service state --json", 0, "\"desktops\""},
+    {kLogin, nullptr, "--host me@box device why win10 3", 0, "the session bus of me@box"},
     {nullptr, nullptr, "--host me@box device list", 8, "ssh is not installed on this machine"},
     {"exit 255", nullptr, "--host me@box device list", 8, "ssh has no connection to me@box"},
     {"exit 127", nullptr, "--host me@box device list", 8,

@@ -266,8 +266,7 @@ TEST(TheAnswerToWhy, NamesABusThatCannotBeUsedAndAServiceThatIsNotThere) {
   const PrivateBus bus;
   PrivateBus deadBus;
   deadBus.kill();
-  const fs::path directory =
-      fs::path(bus.address().substr(bus.address().find('=') + 1)).parent_path();
+  const fs::path directory = bus.directory();
   const Environment none = {
       {"DBUS_SESSION_BUS_ADDRESS", ""}, {"XDG_RUNTIME_DIR", ""}, {"XDG_STATE_HOME", directory}};
   const std::string elsewhere =
@@ -307,10 +306,21 @@ TEST(TheAnswerToWhy, NamesABusThatCannotBeUsedAndAServiceThatIsNotThere) {
   }
 }
 
+TEST(TheAnswerToWhy, NamesAServiceThatTheBusCanStartAndDoesNotStartIt) {
+  const PrivateBus bus;
+  fs::create_directories(bus.directory() / "services");
+  std::ofstream(bus.directory() / "services/org.zqbus.perix.service")
+      << "[D-BUS Service]\nName=org.zqbus.perix\nExec=/usr/bin/touch "
+      << (bus.directory() / "started").string() << '\n';
+  expectCause(runPerixctlOn(bus.address(), "device why win10 1", kUtf8), 8,
+              "service nobody owns org.zqbus.perix on this bus, which can start the service → the "
+              "next call starts it, unless ZQBUS_ACTIVATE=0: perixctl service status");
+  EXPECT_FALSE(fs::exists(bus.directory() / "started"));
+}
+
 TEST(TheAnswerToWhy, NamesABusThatDoesNotAnswer) {
   const PrivateBus bus;
-  const OddBus silent(fs::path(bus.address().substr(bus.address().find('=') + 1)).parent_path(),
-                      false);
+  const OddBus silent(bus.directory(), false);
   const auto result = runPerixctlOn(silent.address(), "device why win10 1", kUtf8);
   EXPECT_EQ(result.status, 8);
   EXPECT_TRUE(withoutSpaces(causeIn(result.output))

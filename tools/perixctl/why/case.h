@@ -22,6 +22,8 @@ struct Case {
   DeviceDetails details{};              ///< by the link "device"
   std::string root;                     ///< of the machine that is looked at, "" or a directory
 
+  /// Whether bus and service are on this machine, whose kernel knows their processes and devices.
+  bool isLocal() const { return run.globals.host.empty(); }
   std::string deviceName() const { return "device " + std::to_string(device.devNumber); }
   /// A command of this tool about the desktop and the device, for a remedy.
   std::string command(const std::string& words) const {

@@ -77,7 +77,8 @@ Finding checkDevice(Case& about) try {
               std::to_string(about.details.sourceId));
 } catch (const CommandError& error) {
   if (error.code() != ExitCode::NotFound) throw;
-  if (const auto usb = findUsbDevice(about.root, about.run.arguments.text("DEVICE"))) {
+  const auto usb = findUsbDevice(about.root, about.run.arguments.text("DEVICE"));
+  if (usb && about.isLocal()) {
     return broken(
         "the service does not know '" + usb->product + "', which is plugged in at " + usb->port,
         "plug it in again, and look at the service's log");
@@ -175,6 +176,8 @@ Finding notPluggedIn(const Case& about, const std::string& id) {
 Finding checkUsb(Case& about) {
   const DeviceDetails& details = about.details;
   if (details.vid == 0) return open("the service tells no USB vendor and product");
+  if (!about.isLocal() && about.root.empty())
+    return open("the devices are those of another machine");
   const std::string id = deviceDocument(about.device, DesktopNames())["vidPid"];
   if (!showsUsbDevices(about.root)) {
     return open("this machine shows no USB devices (" + about.root + "/sys/bus/usb/devices)");

@@ -18,7 +18,8 @@ constexpr uint64_t kSpareDescriptors = 32;
 
 Finding checkDaemon(Case& about) {
   const ZQBusParty& daemon = about.bus.bus;
-  if (!daemon.user) return open("the kernel does not tell which process listens at the address");
+  if (!about.isLocal() || !daemon.user)
+    return open("the kernel does not tell which process listens at the address");
   const std::string text = (daemon.process ? processText(*daemon.process) : "a process") + " of " +
                            userText(*daemon.user);
   const bool isTrusted = *daemon.user == ::geteuid() || *daemon.user == 0;
@@ -63,6 +64,7 @@ Finding checkOwnDescriptors(Case& /*about*/) {
 
 Finding checkServiceDescriptors(Case& about) {
   const auto process = about.bus.owner->process;
+  if (!about.isLocal()) return open("the service is on another machine");
   if (!process) return open("the bus does not tell the process of the service");
   return checkDescriptors("the service", *process,
                           "raise LimitNOFILE of its systemd unit, or ulimit -n, and restart it");

@@ -12,15 +12,27 @@
 namespace zq::ctl {
 namespace {
 
-std::string textOf(const ZQBusParty& party) {
-  std::string text = party.process ? processText(*party.process) : "an unknown process";
-  return party.user ? text + " of " + userText(*party.user) : text;
+/// The process and its user; of another machine, by their numbers.
+std::string textOf(const ZQBusParty& party, bool isLocal) {
+  std::string text = "an unknown process";
+  if (party.process) {
+    text = isLocal ? processText(*party.process) : "process " + std::to_string(*party.process);
+  }
+  if (!party.user) return text;
+  return text + " of " + (isLocal ? userText(*party.user) : "user " + std::to_string(*party.user));
 }
 
 Finding checkBus(Case& about) {
   about.bus = inspectBus();
   const ZQBusInspection& bus = about.bus;
-  if (bus.problem.empty()) return good(bus.address + " (" + bus.variable + ")");
+  if (bus.problem.empty()) {
+    return good(about.isLocal() ? bus.address + " (" + bus.variable + ")"
+                                : "the session bus of " + about.run.globals.host);
+  }
+  if (!about.isLocal()) {
+    return withoutService("no connection to the session bus of " + about.run.globals.host,
+                          "ssh -T " + about.run.globals.host + " true shows whether ssh connects");
+  }
   if (bus.address.empty()) {
     return withoutService(bus.problem,
                           "start a session bus (dbus-run-session), or set ZQBUS_ADDRESS");
@@ -31,21 +43,22 @@ Finding checkBus(Case& about) {
 
 Finding checkService(Case& about) {
   const ZQBusInspection& bus = about.bus;
-  if (bus.owner) return good(bus.name + " is " + textOf(*bus.owner));
+  if (bus.owner) return good(bus.name + " is " + textOf(*bus.owner, about.isLocal()));
   if (!bus.isActivatable) {
     return withoutService("nobody owns " + bus.name + " on this bus",
                           "start the service (to try things out: perix-devservice)");
   }
-  return withoutService("nobody owns " + bus.name + " on this bus, which can start it",
-                        "dbus-send --bus=" + bus.address +
-                            " --dest=org.freedesktop.DBus / org.freedesktop.DBus.StartServiceByName"
-                            " string:" +
-                            bus.name + " uint32:0");
+  return withoutService(
+      "nobody owns " + bus.name + " on this bus, which can start the service",
+      "the next call starts it, unless ZQBUS_ACTIVATE=0: perixctl service status");
 }
 
 Finding checkUser(Case& about) {
   const auto user = about.bus.owner->user;
-  if (!user) return open("the bus does not tell the user of the service");
+  if (!user) {
+    return withoutService("the bus does not tell the user of the service, so no client trusts it",
+                          "use a bus that tells the users of its clients");
+  }
   if (*user == ::geteuid()) return good("the service runs as this user");
   if (*user == 0) return good("the service runs as root");
   return withoutService(
