@@ -85,6 +85,7 @@ void addDirectRows(Report& report) {
   addDirectListRows(report);
   addEventRows(report);
   addThreadRow(report, 1.5);
+  addTraceRows(report);
   addStartupRow(report, thisProgram(), std::nullopt);
 }
 

@@ -25,6 +25,9 @@ void addBrokerListRows(Report& report);
 void addEventRows(Report& report);
 /// SendPenData compared with an allocation, the copies and a log line.
 void addPenRows(Report& report);
+/// ConnectDevice while a trace is written, and when it has ended, compared with the same call of a
+/// proxy that connected before the trace.
+void addTraceRows(Report& report);
 /// The first getInstance() compared with a raw connection; `program` is the path of this program.
 void addStartupRow(Report& report, const std::string& program, std::optional<Target> target);
 

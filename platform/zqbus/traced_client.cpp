@@ -39,6 +39,7 @@ class TracedInterface : public ZQBusProxyInterface {
 
   std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
                                                       int timeoutMs) override {
+    if (!isTracing()) return interface_->callWithReplyBlocking(std::move(message), timeoutMs);
     auto entry = begin(Kind::Call, true);
     auto reply = interface_->callWithReplyBlocking(message, timeoutMs);
     traceCall(std::move(entry), *message, *reply);
@@ -47,6 +48,9 @@ class TracedInterface : public ZQBusProxyInterface {
 
   void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
                      int timeoutMs) override {
+    if (!isTracing()) {
+      return interface_->callWithReply(std::move(message), std::move(onReply), timeoutMs);
+    }
     auto entry = begin(Kind::Call, true);
     entry.isAsynchronous = true;
     interface_->callWithReply(
