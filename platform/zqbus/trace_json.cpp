@@ -215,6 +215,7 @@ ZQBusTraceEntry entryOf(const Json& document) {
   entry.program = document.value("program", "");
   entry.isSent = document.value("direction", "") == "out";
   if (document.contains("way")) entry.way = valueOf(kWays, document.at("way").get<std::string>());
+  if (document.contains("connection")) entry.connection = numberIn<int>(document.at("connection"));
   entry.service = document.value("service", "");
   entry.peer = document.value("peer", "");
   entry.isAsynchronous = document.value("asynchronous", false);
@@ -241,6 +242,7 @@ std::string toJson(const ZQBusTraceEntry& entry) {
                 {"process", entry.process},           {"program", entry.program},
                 {"kind", wordOf(kKinds, entry.kind)}, {"direction", entry.isSent ? "out" : "in"}};
   if (entry.way) document["way"] = TextOf(*entry.way);
+  if (entry.connection != 0) document["connection"] = entry.connection;
   if (!entry.service.empty()) document["service"] = entry.service;
   if (!entry.peer.empty()) document["peer"] = entry.peer;
   if (!entry.content.name().empty()) {

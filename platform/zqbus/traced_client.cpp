@@ -11,6 +11,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Kind = ZQBusTraceEntry::Kind;
 
+int nextConnection() {
+  static std::atomic<int> last = 0;
+  return ++last;
+}
+
 void traceCall(ZQBusTraceEntry entry, const ZQBusMessage& call, const ZQBusMessage& reply) {
   entry.duration = Clock::now().time_since_epoch() - entry.monotonic;
   entry.content = call;
@@ -85,6 +90,7 @@ class TracedInterface : public ZQBusProxyInterface {
   ZQBusTraceEntry begin(Kind kind, bool isSent) const {
     ZQBusTraceEntry entry = beginTraceEntry(kind, service_);
     entry.isSent = isSent;
+    entry.connection = connection_;
     entry.way = way();
     entry.peer = owner();
     return entry;
@@ -92,6 +98,7 @@ class TracedInterface : public ZQBusProxyInterface {
 
   const std::shared_ptr<ZQBusProxyInterface> interface_;
   const std::string service_;
+  const int connection_ = nextConnection();
   const std::shared_ptr<std::atomic<bool>> told_ = std::make_shared<std::atomic<bool>>(false);
   Mutex mutex_;
   std::vector<Listener> listeners_ GUARDED_BY(mutex_);
@@ -102,9 +109,10 @@ bool TracedInterface::addEventListener(const std::string& event, ZQBusEventCallb
   if (callback == nullptr) return false;
   const std::shared_ptr<ZQBusEventCallback> owned(callback);
   auto* const tracing =
-      new ZQBusEventCallback([owned, service = service_, way = way(),
+      new ZQBusEventCallback([owned, service = service_, connection = connection_, way = way(),
                               peer = owner()](std::shared_ptr<ZQBusMessage> heard) {
         ZQBusTraceEntry entry = beginTraceEntry(Kind::Event, service);
+        entry.connection = connection;
         entry.way = way;
         entry.peer = peer;
         traceHeard(std::move(entry), heard->name(), *heard);
@@ -143,12 +151,14 @@ std::shared_ptr<ZQBusProxyInterface> traced(std::shared_ptr<ZQBusProxyInterface>
 ZQBusEventCallback* tracedBroadcast(const std::string& event, ZQBusEventCallback* listener) {
   if (listener == nullptr || !isTracing()) return listener;
   const std::shared_ptr<ZQBusEventCallback> owned(listener);
-  return new ZQBusEventCallback([owned, event](std::shared_ptr<ZQBusMessage> heard) {
-    ZQBusTraceEntry entry = beginTraceEntry(Kind::Broadcast, {});
-    entry.way = ZQBusWay::Broker;
-    traceHeard(std::move(entry), event, *heard);
-    (*owned)(std::move(heard));
-  });
+  return new ZQBusEventCallback(
+      [owned, event, connection = nextConnection()](std::shared_ptr<ZQBusMessage> heard) {
+        ZQBusTraceEntry entry = beginTraceEntry(Kind::Broadcast, {});
+        entry.connection = connection;
+        entry.way = ZQBusWay::Broker;
+        traceHeard(std::move(entry), event, *heard);
+        (*owned)(std::move(heard));
+      });
 }
 
 void traceConnection(const std::string& service, const std::string& owner,

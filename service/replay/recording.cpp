@@ -1,7 +1,7 @@
 #include "service/replay/recording.h"
 
 #include <algorithm>
-#include <map>
+#include <set>
 #include <utility>
 
 namespace zq::devservice {
@@ -33,39 +33,6 @@ bool isOfTheService(const ZQBusTraceEntry& entry) {
   return entry.kind == Kind::Broadcast || entry.service == kService;
 }
 
-/// The side whose entries are played. A file may hold both ends of a call, and an event once for
-/// each client that heard it.
-class Side {
- public:
-  explicit Side(const std::vector<ZQBusTraceEntry>& trace) {
-    for (const ZQBusTraceEntry& entry : trace) {
-      if (isOfTheService(entry) && entry.kind == Kind::Call && entry.isSent) ofClients_ = true;
-    }
-    std::map<int, std::size_t> heard;
-    std::size_t most = 0;
-    for (const ZQBusTraceEntry& entry : trace) {
-      if (entry.kind == Kind::Call || !isOfTheService(entry) || !has(entry)) continue;
-      if (++heard[entry.process] <= most) continue;
-      most = heard[entry.process];
-      listener_ = entry.process;
-    }
-  }
-
-  /// What a client calls, the service is told; what the service sends, a client hears.
-  bool plays(const ZQBusTraceEntry& entry) const {
-    if (!isOfTheService(entry) || !has(entry)) return false;
-    return entry.kind == Kind::Call || listener_ == 0 || entry.process == listener_;
-  }
-
- private:
-  bool has(const ZQBusTraceEntry& entry) const {
-    return entry.isSent == ((entry.kind == Kind::Call) == ofClients_);
-  }
-
-  bool ofClients_ = false;
-  int listener_ = 0;  // the process that heard most; 0 when none heard anything
-};
-
 bool isSame(const ZQBusBytes& recorded, const ZQBusBytes& asked) {
   return recorded.view() == asked.view();
 }
@@ -92,19 +59,60 @@ std::size_t equalArguments(const ZQBusMessage& recorded, const ZQBusMessage& ask
   return equal;
 }
 
-bool isSameCall(const ZQBusMessage& recorded, const ZQBusMessage& asked) {
-  return recorded.name() == asked.name() && recorded.argCount() == asked.argCount() &&
-         equalArguments(recorded, asked) == recorded.argCount();
+bool isSameMessage(const ZQBusMessage& recorded, const ZQBusMessage& other) {
+  return recorded.name() == other.name() && recorded.argCount() == other.argCount() &&
+         equalArguments(recorded, other) == recorded.argCount();
 }
+
+/// Leaves one entry of each thing that the service saw or did. A file may hold both ends of a call,
+/// and an event once for each connection that heard it.
+class Duplicates {
+ public:
+  explicit Duplicates(const std::vector<ZQBusTraceEntry>& trace)
+      : clients_(std::any_of(trace.begin(), trace.end(), [](const ZQBusTraceEntry& entry) {
+          return isOfTheService(entry) && entry.kind == Kind::Call && entry.isSent;
+        })) {}
+
+  /// Entries are given in the order of their times.
+  bool has(const ZQBusTraceEntry& entry) {
+    // The clients' side counts where there is one: a client calls, and hears what is sent.
+    const bool isCall = entry.kind == Kind::Call;
+    if (entry.isSent != (isCall == clients_)) return true;
+    if (isCall) return false;
+    const std::pair connection(entry.process, entry.connection);
+    std::size_t looked = 0;
+    for (auto heard = heard_.rbegin(); heard != heard_.rend() && looked < kMostLooks; ++heard) {
+      if (entry.monotonic - heard->entry->monotonic > kLongestDelivery) break;
+      ++looked;
+      if (heard->entry->kind != entry.kind) continue;
+      if (!isSameMessage(heard->entry->content, entry.content)) continue;
+      if (heard->by.insert(connection).second) return true;
+    }
+    heard_.push_back({&entry, {connection}});
+    return false;
+  }
+
+ private:
+  // From the first connection that hears an event to the last.
+  static constexpr std::chrono::seconds kLongestDelivery{1};
+  static constexpr std::size_t kMostLooks = 1000;
+  struct Heard {
+    const ZQBusTraceEntry* entry;
+    std::set<std::pair<int, int>> by;  // process and connection
+  };
+
+  const bool clients_;
+  std::vector<Heard> heard_;
+};
 
 }  // namespace
 
 Recording::Recording(const std::vector<ZQBusTraceEntry>& trace) {
-  const Side side(trace);
+  Duplicates duplicates(trace);
   std::vector<Happening> early;
   std::chrono::nanoseconds begin{0};
   for (const ZQBusTraceEntry& entry : trace) {
-    if (!side.plays(entry)) continue;
+    if (!isOfTheService(entry) || duplicates.has(entry)) continue;
     if (entry.kind == Kind::Call) {
       if (!reachedTheService(entry.reply)) continue;
       begin = entry.monotonic;
@@ -120,7 +128,7 @@ Recording::Recording(const std::vector<ZQBusTraceEntry>& trace) {
 Recording::Step* Recording::next(const ZQBusMessage& call) {
   Step* found = nullptr;
   for (Step& step : steps_) {
-    if (!isSameCall(step.call, call)) continue;
+    if (!isSameMessage(step.call, call)) continue;
     found = &step;
     if (step.played == 0) break;
   }

@@ -28,8 +28,8 @@ class Recording {
 
   /// Takes the calls of service "perix" that reached the service, and what the service sent. A
   /// trace of clients or of the service serves alike; of a trace of both the clients' entries are
-  /// taken, and of several clients the events of the client that heard most. What came before the
-  /// first call belongs to that one.
+  /// taken, and an event that several connections heard is taken once. What came before the first
+  /// call belongs to that one. `trace` is in the order of its times.
   explicit Recording(const std::vector<ZQBusTraceEntry>& trace);
 
   /// The step that a call plays: the first that was not yet played of those with the same method

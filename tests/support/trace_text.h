@@ -16,7 +16,8 @@ inline std::vector<std::string> linesOf(const std::string& file) {
 
 /// A line of a trace without the members that differ between runs and between ways.
 inline std::string normalised(std::string line) {
-  for (const char* key : {"time", "ns", "process", "program", "duration", "way", "peer"}) {
+  for (const char* key :
+       {"time", "ns", "process", "program", "connection", "duration", "way", "peer"}) {
     const auto begin = line.find('"' + std::string(key) + "\":");
     if (begin == std::string::npos) continue;
     const auto end = line.find_first_of(",}", begin);
