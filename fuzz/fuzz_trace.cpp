@@ -1,5 +1,5 @@
-// Trace files of any content: either entries come of a file, which can be written and read again and
-// be played, or a mistake that says where it is.
+// Trace files of any content: either entries come of a file, which can be written and read again
+// and be played, or a mistake that says where it is.
 #include <sys/mman.h>
 #include <unistd.h>
 

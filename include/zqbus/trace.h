@@ -40,8 +40,8 @@ struct ZQBusTraceEntry {
   std::chrono::nanoseconds duration{0};   ///< of a call, from its beginning to its outcome
   int process = 0;
   std::string program;  ///< the name of the process
-  /// Of a client, its interface or its listener for broadcasts, numbered from 1 in the process. Each
-  /// hears an event of its own.
+  /// Of a client, its interface or its listener for broadcasts, numbered from 1 in the process.
+  /// Each hears an event of its own.
   int connection = 0;
   std::optional<ZQBusWay> way;
   std::string service;   ///< the service's name on the bus, as "perix"

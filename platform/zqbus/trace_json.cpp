@@ -26,8 +26,8 @@ using Kind = ZQBusTraceEntry::Kind;
 constexpr char kEndOfTrace[] = R"({"kind":"end",)";
 constexpr std::size_t kShownBytes = 4096;
 constexpr std::size_t kShownText = 65536;
-// What the cut arguments of a call, and of a whole file, may make of themselves: a file of any origin
-// names their sizes.
+// What the cut arguments of a call, and of a whole file, may make of themselves: a file of any
+// origin names their sizes.
 constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 constexpr std::size_t kMostBytesOfFile = std::size_t{1} << 30;
 // The system's clock counts nanoseconds in 64 bits; that is the year 2261.

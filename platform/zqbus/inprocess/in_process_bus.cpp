@@ -59,8 +59,8 @@ bool isMethod(const std::string& name) {
          std::all_of(name.begin(), name.end(), fits);
 }
 
-/// A call that waits for its one outcome. The bus's mutex guards `peer`, `done` and `reply` until it
-/// is done.
+/// A call that waits for its one outcome. The bus's mutex guards `peer`, `done` and `reply` until
+/// it is done.
 struct Call {
   std::shared_ptr<Peer> peer;
   std::chrono::microseconds timeout;
