@@ -356,9 +356,9 @@ TEST(PerixctlWithoutAService, EndsWithEightAtOnceAndSaysWhatIsMissing) {
 
 TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
   ToolWorld world;
-  world.killService();
+  world.service.stop();
   ::setenv("ZQBUS_TRACE", (world.directory() / "service.trace").c_str(), 1);
-  world.startService();
+  world.service.start();
   const std::string secret = kDriveToken;
   const std::string trace = world.directory() / "tool.trace";
   std::string all;

@@ -12,6 +12,7 @@
 
 #include "tests/perixctl/tool_world.h"
 #include "tests/support/open_bus.h"
+#include "tools/embedded/private_bus.h"
 #include "tools/perixctl/outcome.h"
 #include "zqbus/zqbus.h"
 
