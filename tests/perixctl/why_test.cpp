@@ -68,7 +68,7 @@ struct ModelCause {
   std::vector<std::string> plant;  ///< commands
   std::string words;               ///< of 'device why'
   std::string cause;               ///< empty for none
-  std::string line = "";           ///< that must stand somewhere, too
+  std::string line{};              ///< that must stand somewhere, too
   int status = cause.empty() ? 0 : 1;
   Environment environment = {};
 };
@@ -267,7 +267,7 @@ TEST(TheAnswerToWhy, NamesABusThatCannotBeUsedAndAServiceThatIsNotThere) {
   const PrivateBus bus;
   PrivateBus deadBus;
   deadBus.kill();
-  const fs::path directory = bus.directory();
+  const fs::path& directory = bus.directory();
   const Environment none = {
       {"DBUS_SESSION_BUS_ADDRESS", ""}, {"XDG_RUNTIME_DIR", ""}, {"XDG_STATE_HOME", directory}};
   const std::string elsewhere =
@@ -308,11 +308,12 @@ TEST(TheAnswerToWhy, NamesABusThatCannotBeUsedAndAServiceThatIsNotThere) {
 }
 
 TEST(TheAnswerToWhy, NamesAServiceThatTheBusCanStartAndDoesNotStartIt) {
-  const PrivateBus bus;
+  PrivateBus bus;
   fs::create_directories(bus.directory() / "services");
   std::ofstream(bus.directory() / "services/org.zqbus.perix.service")
       << "[D-BUS Service]\nName=org.zqbus.perix\nExec=/usr/bin/touch "
       << (bus.directory() / "started").string() << '\n';
+  bus.restart();  // a bus reads its activation files when it starts
   expectCause(runPerixctlOn(bus.address(), "device why win10 1", kUtf8), 8,
               "service nobody owns org.zqbus.perix on this bus, which can start the service → the "
               "next call starts it, unless ZQBUS_ACTIVATE=0: perixctl service status");

@@ -76,8 +76,9 @@ std::optional<UsbDevice> findUsbDevice(const std::string& root, const std::strin
 std::string processText(int process) {
   const std::string number = std::to_string(process);
   // The words of the command line have a NUL behind each; the kernel's own name is cut.
-  const std::string program = lineOf("/proc/" + number + "/cmdline").c_str();
-  const std::string name = fs::path(program).filename();
+  const std::string words = lineOf("/proc/" + number + "/cmdline");
+  const fs::path program = words.substr(0, words.find('\0'));
+  const std::string name = program.filename();
   return "process " + number + (name.empty() ? "" : " (" + name + ")");
 }
 
