@@ -73,7 +73,7 @@ TEST_F(TheService, DoesNotStartFromATraceOrASnapshotThatIsBroken) {
       {"--replay", R"({"kind":"\u001b[2J"})", R"(:1: unknown word "\x1b[2J")"},
       {"--scenario", call, ":1:1: "},
       {"--scenario", "[[desktop]]\nid = 1\nname = \"a", ":3:10: "},
-      {"--scenario", "[[device]]\nname = \"a\"\nsourceId = \"x\"\n", ":3:12: sourceId is out"},
+      {"--scenario", "[[device]]\nname = \"a\"\nsourceId = \"x\"\n", ":3:12: sourceId is a text"},
       {"--scenario", "a = " + std::string(100'000, '['), ":1:"},
   };
   const std::string file =
