@@ -18,8 +18,9 @@ describe(libperix0 libs "client library of the peripheral service"
   "Connects a desktop client to the local service that redirects devices\ninto remote desktops."
   CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 describe(libperix-dev libdevel "client library of the peripheral service (development files)"
-  "Headers, pkg-config and CMake files of libperix."
-  DEPENDS "libperix0 ${exact}")
+  "Headers, pkg-config and CMake files of libperix, and the library for the\ntests of clients."
+  DEPENDS "libperix0 ${exact}" RECOMMENDS "dbus-daemon, perix-devservice"
+  CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 describe(perixctl utils "command line of the peripheral service"
   "Lists and connects devices, printers and desktops, and shows the events\nof the service."
   RECOMMENDS "dbus-daemon, perix-devservice" SUGGESTS bash-completion)
