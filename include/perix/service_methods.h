@@ -1,8 +1,9 @@
-// The methods and events of the service as they stand on the bus: names, arguments, answers.
-//
-// Clients call PerixProxy and need none of this. It serves a program that plays the service, and a
-// program that shows traces: introspection, the check of arguments and the names in traces are made
-// from this table.
+/// @file
+/// The methods and events of the service as they stand on the bus: names, arguments, answers.
+///
+/// Clients call PerixProxy and need none of this. It serves a program that plays the service, and a
+/// program that shows traces: introspection, the check of arguments and the names in traces are
+/// made from this table.
 #pragma once
 
 #include <array>
@@ -13,7 +14,7 @@ namespace zq {
 
 /// A method, or an event, whose arguments stand in `in`.
 struct ServiceMethod {
-  const char* name;
+  const char* name;  ///< on the bus
   /// Each argument is "name:signature", with blanks between; the signature is q, i, x, s or ay. A
   /// '?' in front of an argument says that it may be absent, a '*' begins a group that comes any
   /// number of times.
@@ -24,6 +25,7 @@ struct ServiceMethod {
   bool secret = false;  ///< logs and traces show the arguments by their sizes alone
 };
 
+/// The methods of the service.
 inline constexpr std::array kServiceMethods = {
     // Desktops
     ServiceMethod{"connectVm", "desktop:i systemType:i shareMode:i connectParam:i", "result:i"},
@@ -102,6 +104,7 @@ inline constexpr std::array kServiceMethods = {
     ServiceMethod{"getPerixCmdHelp", "zero:i", "help:s"},
 };
 
+/// The events and broadcasts of the service.
 inline constexpr std::array kServiceEvents = {
     ServiceMethod{"perixevent", "desktop:i kind:i payload:ay"},
     ServiceMethod{"mountedEvent", "desktop:i kind:i payload:ay"},
@@ -114,6 +117,7 @@ constexpr const ServiceMethod* ServiceMethodOf(std::string_view name) {
   }
   return nullptr;
 }
+/// As ServiceMethodOf, for an event.
 constexpr const ServiceMethod* ServiceEventOf(std::string_view name) {
   for (const ServiceMethod& event : kServiceEvents) {
     if (name == event.name) return &event;

@@ -43,8 +43,9 @@ class [[gnu::visibility("default")]] PerixTestService {
     Beside,
   };
 
+  /// The service and its world.
   struct Options {
-    Place place = Place::OwnProcess;
+    Place place = Place::OwnProcess;  ///< where the service runs
     /// The world at the start, as a TOML file; empty: the office scenario of the installation.
     std::string scenarioFile;
     /// The world at the start as TOML; when not empty it counts, and not the file.
@@ -70,6 +71,7 @@ class [[gnu::visibility("default")]] PerixTestService {
   /// Starts the bus and the service. Blocks until clients can call the service, 20 s at most.
   /// Also throws for mistakes in the scenario; what() then has a line for each, with its place.
   PerixTestService();
+  /// As above, with a service and a world of the caller's choice.
   explicit PerixTestService(const Options& options);
   ~PerixTestService();
   PerixTestService(const PerixTestService&) = delete;
@@ -85,15 +87,17 @@ class [[gnu::visibility("default")]] PerixTestService {
   void stop();
   /// Starts the service again, with the world of the scenario. Does nothing when it runs.
   void start();
-  /// Halts a service in a process of its own: it answers nothing until resume(). Both throw for a
-  /// service in this process, and for one that does not run.
+  /// Halts a service in a process of its own: it answers nothing until resume(). Throws for a
+  /// service in this process, and for a service that does not run.
   void pause();
+  /// Lets the service go on; throws as pause().
   void resume();
   /// The process that the service runs in; 0 when it does not run.
   int processId() const;
-  /// Ends the bus, and starts it again at the same address: a service in a process of its own
-  /// returns to it by itself, a client too.
+  /// Ends the bus.
   void stopBus();
+  /// Starts the bus again at the same address: a service in a process of its own returns to it by
+  /// itself, a client too.
   void startBus();
 
   // --- The world --------------------------------------------------------------------------------
@@ -109,6 +113,7 @@ class [[gnu::visibility("default")]] PerixTestService {
   /// perix/events.h. `payload` (copied) may be null, for an event without one.
   void sendEvent(int32_t desktop, int32_t kind, const void* payload = nullptr,
                  std::size_t size = 0);
+  /// As sendEvent, for a broadcast.
   void sendBroadcast(int32_t desktop, int32_t kind, const void* payload = nullptr,
                      std::size_t size = 0);
   /// The whole model, as a JSON object.
@@ -121,6 +126,7 @@ class [[gnu::visibility("default")]] PerixTestService {
   /// and 500 ms, or "error".
   void setFault(const std::string& method, const std::string& kind, int64_t value = 0,
                 int32_t count = 1);
+  /// No call goes wrong any more.
   void clearFaults();
 
   // --- The calls that the service received -------------------------------------------------------
@@ -131,6 +137,7 @@ class [[gnu::visibility("default")]] PerixTestService {
   /// it does not within `timeout`.
   std::vector<Call> awaitCalls(const std::string& method, int32_t count = 1,
                                std::chrono::milliseconds timeout = std::chrono::seconds(10));
+  /// Empties the list of calls.
   void clearCalls();
 
  private:
