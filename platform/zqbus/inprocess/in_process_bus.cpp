@@ -194,7 +194,7 @@ std::string Bus::ownerOf(const std::string& service) {
 }
 
 std::shared_ptr<Peer> Bus::addPeer(const std::string& service, const std::string& owner) {
-  const auto peer = std::make_shared<Peer>(service, owner);
+  auto peer = std::make_shared<Peer>(service, owner);
   const MutexLock lock(mutex_);
   std::erase_if(peers_, [](const auto& weak) { return weak.expired(); });
   peers_.push_back(peer);
@@ -355,8 +355,8 @@ class Way : public ServiceWay {
     return {call, &call->reply};
   }
   void callAsync(const ZQBusMessage& request, ReplyFunction onReply, Duration timeout) override {
-    Bus::instance().send(std::shared_ptr<Call>(new Call{peer_, timeout, true, std::move(onReply)}),
-                         request);
+    const std::shared_ptr<Call> call(new Call{peer_, timeout, true, std::move(onReply)});
+    Bus::instance().send(call, request);
   }
   std::unique_ptr<Subscription> subscribe(const std::string& event, EventFunction listener,
                                           Clock::time_point) override {
