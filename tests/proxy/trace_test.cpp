@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 
 #include "perix/failure.h"
 #include "tests/proxy/wire_table.h"
@@ -14,11 +15,16 @@
 namespace zq {
 namespace {
 
+/// A file that goes with this process.
+std::string fileCalled(const std::string& name) {
+  testBus();
+  return std::filesystem::path(std::getenv("XDG_STATE_HOME")) / name;
+}
+
 /// Runs the table against a service that answers each operation with the row's reply; the trace of
 /// both ends.
 std::string traceOfTheTable(const std::string& name) {
-  testBus();
-  const std::string file = std::string(std::getenv("XDG_STATE_HOME")) + '/' + name;
+  std::string file = fileCalled(name);
   std::string error;
   EXPECT_TRUE(startZQBusTrace(file, error)) << error;
   {
@@ -74,7 +80,7 @@ TEST(AReplay, GivesEachOperationItsResultAgain) {
 TEST(AReplay, SendsEventsAtTheirDistanceAndReportsCallsThatNobodyMade) {
   const std::string head =
       R"({"time":"2026-02-28T00:00:01.000000Z","process":1,"service":"perix","direction":)";
-  const std::string file = (testBus(), std::string(std::getenv("XDG_STATE_HOME")) + "/events");
+  const std::string file = fileCalled("events");
   std::ofstream trace(file);
   const auto event = [&](const char* ns, int connection, int kind, const char* device) {
     trace << head << R"("in","kind":"event","name":"perixevent","ns":)" << ns << R"(,"connection":)"
