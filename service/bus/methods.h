@@ -13,9 +13,10 @@ namespace zq::devservice {
 /// The form of the method of that name; a name without a row in perix/service_methods.h does not
 /// compile.
 consteval ServiceMethod perixMethod(std::string_view name) {
-  const ServiceMethod* const method = ServiceMethodOf(name);
-  if (method == nullptr) throw "perix/service_methods.h has no such method";
-  return *method;
+  for (const ServiceMethod& method : kServiceMethods) {
+    if (method.name == name) return method;
+  }
+  throw "perix/service_methods.h has no such method";
 }
 
 /// Sessions, ids, focus, pipes and ports, tokens, quality reports.

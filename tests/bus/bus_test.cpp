@@ -188,6 +188,7 @@ TEST_F(Bus, EventsArriveDuringCallAndCallbackMayCall) {
       "perixevent", new ZQBusEventCallback([&](const Reply& event) {
         const Reply reply = call(*service, "echo", *event, 5000);
         answers.change([&](auto& all) { all.push_back(reply->readInt32(1)); });
+        if (event->readInt32(1) == 1) throw 7;
         if (event->readInt32(1) == 2) throw std::runtime_error("out of here");
       }),
       ZQBusSecurityFlags::TrustedPeer);

@@ -88,6 +88,26 @@ TEST_F(ClientTrust, DeliversBroadcastsOfTrustedSendersInOrder) {
   EXPECT_EQ(heard.get(), want);
 }
 
+TEST_F(ClientTrust, SendsFormerOwnerNothing) {
+  FakeBus bus;
+  auto connecting = connectSoon();
+  bus.accept();
+  bus.reply(bus.question("GetNameOwner"), "s", Writer().text(":1.7").bytes());
+  bus.replyNumber(bus.question("GetConnectionUnixUser"), ::geteuid());
+  const auto service = connecting.get();
+  bus.send(Message::signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged")
+               .with("sss", Writer().text("org.zqbus.perix").text(":1.7").text(":1.8").bytes()),
+           "org.freedesktop.DBus");
+  bus.ping();
+  EXPECT_EQ(call(*service, "echo", {}, 100)->failure(), ZQBusFailure::PeerGone);
+  auto asking = connectSoon();
+  const Message next = bus.call();
+  EXPECT_EQ(next.member, "GetNameOwner");
+  bus.reply(next, "s", Writer().text(":1.8").bytes());
+  bus.fail(bus.question("GetConnectionUnixUser"));
+  EXPECT_EQ(asking.get(), nullptr);
+}
+
 TEST_F(ClientTrust, ReportsRefusedSubscription) {
   FakeBus bus;
   auto adding = std::async(std::launch::async, [] {

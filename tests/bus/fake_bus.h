@@ -53,6 +53,9 @@ class FakeBus {
   /// The service's next call of the daemon of that name, its next answer to a call of anybody's,
   /// and its next signal.
   wire::Message question(const std::string& method);
+  wire::Message call() {
+    return receiveUntil([](const auto& m) { return m.type == wire::Type::Call; });
+  }
   wire::Message answer();
   wire::Message signal();
   /// Returns when the service has dealt with what was sent to it before, calls that it keeps aside.

@@ -266,19 +266,20 @@ TEST(AForkedChild, WaitsForNoLockOfAThreadInTheMiddleOfAnything) {
 }  // namespace
 }  // namespace zq
 
-void* operator new(std::size_t size) {
+// Not inlined: the compiler takes a free() that it sees for the wrong partner of a new.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   if (void* const made = zq::allocate(size)) return made;
   throw std::bad_alloc();
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return zq::allocate(size);
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
   std::free(memory);
 }

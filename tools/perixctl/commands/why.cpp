@@ -13,8 +13,9 @@ std::vector<Link> chain(std::vector<Link> first, const std::vector<Link>& second
 }
 
 Outcome explainDevice(Run& run) {
-  Case about{
-      .run = run, .desktop = run.arguments.text("DESKTOP"), .root = run.arguments.text("--root")};
+  Case about{.run = run};
+  about.desktop = run.arguments.text("DESKTOP");
+  about.root = run.arguments.text("--root");
   return walk(chain(serviceLinks(), deviceLinks()), about, Remedies::OfTheFirst,
               run.terminal.showsUtf8());
 }
