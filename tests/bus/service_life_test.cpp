@@ -82,6 +82,14 @@ TEST(ServiceWithoutBus, ServesLinesWhenOtherProcessOwnsName) {
   setZQBusLogSink(nullptr);
 }
 
+TEST(ServiceEnd, WaitsForNoClaimOfItsName) {
+  FakeBus bus;
+  auto service = bus.start();
+  bus.close();
+  bus.welcome();  // and its claim gets no answer
+  service.reset();
+}
+
 TEST(ServiceEnd, WaitsOneSecondForAllLines) {
   constexpr int kDeaf = 20;
   FakeBus bus;

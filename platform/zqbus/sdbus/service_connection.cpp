@@ -56,14 +56,17 @@ void ServiceConnection::stop(const std::vector<std::shared_ptr<ServiceConnection
     loops.push_back(&connection->loop());
   }
   ConnectionLoop::closeAll(loops);
+  // First of all connections: the thread of one may wait for a call on another.
+  for (const auto& connection : all) connection->endCalls();
   for (const auto& connection : all) connection->finish();
 }
 
+void ServiceConnection::endCalls() {
+  const ConnectionLoop::Hold hold(loop());
+  calls_.endIf([](const PendingCall&) { return true; });
+}
+
 void ServiceConnection::finish() {
-  {
-    const ConnectionLoop::Hold hold(loop());
-    calls_.endIf([](const PendingCall&) { return true; });
-  }
   loop().join();
   const ConnectionLoop::Hold hold(loop());
   filter_.reset();

@@ -94,6 +94,7 @@ class ServiceConnection : public std::enable_shared_from_this<ServiceConnection>
                   const ZQBusMessage& content) REQUIRES(loop().mutex());
   void work() EXCLUDES(loop().mutex());
   std::shared_ptr<ReceivedCall> nextCall() EXCLUDES(loop().mutex());
+  void endCalls() EXCLUDES(loop().mutex());
   void finish() EXCLUDES(loop().mutex());
 
   Owner& owner_;
