@@ -17,8 +17,10 @@ namespace zq {
 
 /// Options of a call.
 struct CallExtras {
-  int descriptor = -1;          ///< a copy of it is the last argument
-  std::function<void()> first;  ///< runs under the loop's mutex before the call is sent
+  int descriptor = -1;  ///< a copy of it is the last argument; negative for none
+  /// Runs under the loop's mutex immediately before the call is sent, so that no message is read in
+  /// between; not when the connection is lost. May be empty.
+  std::function<void()> first;
 };
 
 class ClientConnection : private ConnectionLoop::Listener {
@@ -27,7 +29,7 @@ class ClientConnection : private ConnectionLoop::Listener {
   using Duration = std::chrono::microseconds;
   using ReplyFunction = ZQBusProxyInterface::ReplyFunction;
 
-  /// The receiver of a call. `peer` is null for calls to the bus itself, `destination` is empty on
+  /// The receiver of a call. `peer` is null for calls to the bus daemon, `destination` is empty on
   /// a direct line.
   struct Target {
     std::string destination;

@@ -96,8 +96,9 @@ int encodeVariants(Arguments arguments, sd_bus_message* to) {
 
 // --- Decoding -----------------------------------------------------------------------------------
 
-/// The blocks of one message, many to an allocation: they are usually freed together. They
-/// lie in their order, in which a processor prefetches memory.
+/// The blocks of one message, many to a chunk of memory: they are usually freed together. They lie
+/// in the order of the message, so that a processor prefetches the next. A chunk is freed with the
+/// last of its blocks.
 class BlockPool {
  public:
   /// Room for `size` bytes and a zero byte behind them.
@@ -125,7 +126,8 @@ class BlockPool {
     return *none;
   }
 
-  /// Chunks double, so that the unused memory never exceeds the used memory.
+  /// Chunks double up to kMaxChunkUnits, so that the unused rest of the newest chunk is never
+  /// larger than all blocks before it, nor than one chunk.
   void grow(std::size_t units) {
     const std::size_t size = std::max(units, nextUnits_);
     nextUnits_ = std::min(2 * size, kMaxChunkUnits);
@@ -151,7 +153,8 @@ class Decoder {
   }
 
  private:
-  /// No argument of ours is a descriptor, and a message that is kept would keep it open.
+  /// No message that is decoded carries a descriptor: the request for a line, which does, is read
+  /// by hand. A message that is kept would keep its descriptors open.
   static bool holdsDescriptors(const char* signature) {
     return std::strchr(signature, SD_BUS_TYPE_UNIX_FD) != nullptr;
   }

@@ -434,8 +434,8 @@ void ConnectionLoop::leave(const std::shared_ptr<Waiter>& waiter) {
   if (lost_) return;
   unread_ = !settled_;  // once settled, watching reports input that is there
   watch(interest());
-  // No descriptor becomes readable for messages in sd-bus's own queue, nor for a time-out earlier
-  // than the one that the threads wait for.
+  // The threads of the loop may sleep in epoll. No descriptor wakes them for messages that sd-bus
+  // has read already, nor for a time-out that is earlier than the end of their sleep.
   if (unread_ || timeout() < threadTimeout_) signalEvent(threadEvent_);
 }
 

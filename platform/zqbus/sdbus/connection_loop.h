@@ -1,17 +1,20 @@
 // One sd-bus connection, shared by many threads, of which one at a time reads it.
 //
-// Handing every reply from a reading thread to the thread that waits for it would cost two context
-// switches a call, more than all the rest of a call. So a thread that waits reads the connection
-// itself. The first thread that waits takes the loop role and dispatches for every thread. The
-// threads that come later sleep, each with its own deadline, until their answer is there or the
-// role is handed to them. When no caller waits, a thread of the loop has the role.
+// The loop role is the task of reading the connection and of dispatching each message that came.
+// One thread at a time has the role. If a thread of the library always had it, every reply would
+// cost a second context switch to the caller that waits for it, more than all the rest of a call.
+// So a caller takes the role before it sends its request, when no other caller has it. A caller
+// that comes while the role is taken sleeps, with its own deadline, until its reply has come or the
+// role is handed to it. While no caller waits, a thread of the loop has the role.
 //
-// A message may call for long work, callbacks above all. The thread that read the message does the
-// work too, for the same reason; a second thread reads meanwhile.
+// A message may ask for work: the function that the loop was made with, which runs callbacks of the
+// program and may take long. Only threads of the loop do the work. The thread that read the message
+// does it itself, unless a caller has the role. With WhileWorking::Read, a second thread of the
+// loop takes the role meanwhile.
 //
-// The sd_bus, its messages and its slots are used under one mutex. A thread unlocks it to sleep and
-// to work, and for nothing else. C callbacks of sd-bus run under the mutex too: they copy values
-// out, and leave calling the program to the work.
+// The sd_bus, its messages and its slots are used under one mutex. No thread holds the mutex while
+// it sleeps, works or wakes a caller. C callbacks of sd-bus run under the mutex: they copy values
+// out, and leave it to the work to call the program.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -54,7 +57,7 @@ class ConnectionLoop : public std::enable_shared_from_this<ConnectionLoop> {
     bool done = false;  // under the loop's mutex
   };
 
-  /// Whether the connection is read while `work` runs.
+  /// Whether the connection is read while a thread of the loop runs `work`.
   enum class WhileWorking { Wait, Read };
 
   /// Takes over a connection that is ready. `listener` lives until close() and hears nothing before
@@ -98,13 +101,16 @@ class ConnectionLoop : public std::enable_shared_from_this<ConnectionLoop> {
 
   /// Marks a waiter as done and has it woken.
   void complete(const std::shared_ptr<Waiter>& waiter) REQUIRES(mutex_);
-  /// Has the work done soon, on a thread of the loop.
+  /// Has a thread of the loop run `work`, at once if the calling thread is not a thread of the
+  /// loop.
   void requestWork() REQUIRES(mutex_);
-  /// To be called after a message was sent outside of a Turn.
+  /// To be called after a message was sent outside of a Turn: the thread that sleeps in the role
+  /// has to wait for room in the socket too, and for the deadline of a new call.
   void afterSend() REQUIRES(mutex_);
 
-  /// A caller's use of the connection: holds the mutex while it lives, but for the time in which it
-  /// waits. Take it before sending a request, so that the answer wakes this thread and no other.
+  /// A caller's use of the connection, from before it sends its request until it has the reply. The
+  /// mutex is held for as long as a Turn lives, except while waitUntil() sleeps. The constructor
+  /// takes the loop role if it is free: no thread of the loop wakes for the reply then.
   class SCOPED_CAPABILITY Turn {
    public:
     Turn(ConnectionLoop& loop, std::shared_ptr<Waiter> waiter) ACQUIRE(loop.mutex_);
@@ -164,9 +170,9 @@ class ConnectionLoop : public std::enable_shared_from_this<ConnectionLoop> {
   bool closed_ GUARDED_BY(mutex_) = false;
 
   // Callers that wait.
-  Waiter* leader_ GUARDED_BY(mutex_) = nullptr;    // null while a thread of the loop has the role
-  const int leaderEvent_;                          // wakes it
-  uint32_t leaderEvents_ GUARDED_BY(mutex_) = 0;   // the poll events it waits for; 0 when awake
+  Waiter* leader_ GUARDED_BY(mutex_) = nullptr;   // the caller with the loop role; null without one
+  const int leaderEvent_;                         // wakes it
+  uint32_t leaderEvents_ GUARDED_BY(mutex_) = 0;  // the poll events it waits for; 0 when awake
   uint64_t leaderTimeout_ GUARDED_BY(mutex_) = 0;  // when it wakes by itself, in sd-bus's time
   std::vector<std::shared_ptr<Waiter>> followers_ GUARDED_BY(mutex_);
   std::vector<std::shared_ptr<Waiter>> toWake_ GUARDED_BY(mutex_);

@@ -29,10 +29,11 @@ class PendingCall {
   std::chrono::steady_clock::time_point deadline_;
 };
 
-/// sd-bus matches a reply by its serial number alone, and a bus delivers an unsolicited reply to
-/// the connection that it names. So the account of calls is kept here: a reply counts only from the
-/// connection that was asked, or from the bus daemon when it reports that the connection is gone.
-/// Used under the mutex of the connection that owns it.
+/// sd-bus matches a reply by its serial number alone, and a bus lets any client send a reply to any
+/// other client, asked or not. So the calls that wait are listed here. A reply ends a call only if
+/// its sender is the client or service that was asked, or if the bus daemon reports that this
+/// receiver is gone; any other reply is ignored, and the call waits on. Used under the mutex of the
+/// ClientConnection or ServiceConnection that owns the list.
 class PendingCalls {
  public:
   using Clock = std::chrono::steady_clock;

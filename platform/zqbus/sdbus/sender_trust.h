@@ -13,9 +13,10 @@
 
 namespace zq {
 
-/// Asks the bus daemon for the user behind a unique name, once for each name; messages of that name
-/// wait for the answer. A bus gives no name twice, so answers are kept. Used under the mutex of the
-/// connection that owns it.
+/// Asks the bus daemon which user is behind a unique name, once for each name; verdicts about the
+/// name wait for the answer. A bus gives no name twice, so answers are kept. If the daemon does not
+/// answer, nothing is kept, and the next check asks again. Used under the mutex of the connection
+/// that owns it.
 class SenderTrust {
  public:
   using Verdict = std::function<void(bool trusted)>;

@@ -60,7 +60,9 @@ class ServiceConnection : public std::enable_shared_from_this<ServiceConnection>
   void afterSend(std::size_t size) REQUIRES(loop().mutex());
 
  protected:
-  /// Whether the messages that wait for a slow peer are limited to 64 MiB.
+  /// Whether the connection is cut once the messages that wait for a slow peer exceed 64 MiB in
+  /// all: Bounded on a line, whose peer is one client; Unbounded on the bus, whose broker reads for
+  /// all.
   enum class Backlog { Unbounded, Bounded };
 
   ServiceConnection(Owner& owner, std::shared_ptr<ServedObject> object, SdBus connection,

@@ -41,8 +41,8 @@ SdBus serve(int socket) {
   if (result >= 0) result = sd_bus_set_connected_signal(made, 1);
   if (result >= 0) result = sd_bus_start(made);
   if (result < 0) return nullptr;
-  // sd-bus has asked for the largest buffer. A smaller one is better: events in the socket can no
-  // longer be sent as one batch.
+  // sd-bus has asked for the largest buffer. A smaller buffer is better: the events for a client
+  // that is behind wait in this process, where many of them become one message.
   ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
   return line;
 }
@@ -51,7 +51,8 @@ SdBus serve(int socket) {
 
 SdBus makeLine(int handover) {
   if (!isStreamSocket(handover)) return nullptr;
-  // Not the handover pair: a monitor of the bus may have a copy of a descriptor that passed there.
+  // Not the handover socket itself: it came through the bus, and a monitor of the bus may have a
+  // copy of it, with which it could read along.
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
     return nullptr;

@@ -1,7 +1,9 @@
 // How a service survives the process's limit of descriptors.
 //
-// A message whose descriptors exceed the limit ends the connection that it came on. So the service
-// keeps room for the descriptors of one message, and a reserve with which it connects again.
+// A message with more descriptors than the process may still open ends the connection that it comes
+// on. So the service refuses work that takes descriptors while a message could exceed the limit,
+// and keeps a reserve of descriptors, with which it connects again if the bus was lost all the
+// same.
 #pragma once
 
 #include <array>
@@ -12,7 +14,8 @@ namespace zq {
 /// its limit when that is low.
 bool hasSpareDescriptors();
 
-/// Descriptors that are kept open, to be closed when others are needed. One thread at a time.
+/// Descriptors that are kept open, to be closed when the service connects again. Used by one thread
+/// at a time.
 class DescriptorReserve {
  public:
   DescriptorReserve() { refill(); }
