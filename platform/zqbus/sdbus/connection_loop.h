@@ -101,8 +101,7 @@ class ConnectionLoop : public std::enable_shared_from_this<ConnectionLoop> {
 
   /// Marks a waiter as done and has it woken.
   void complete(const std::shared_ptr<Waiter>& waiter) REQUIRES(mutex_);
-  /// Has a thread of the loop run `work`, at once if the calling thread is not a thread of the
-  /// loop.
+  /// Has a thread of the loop run `work` next; wakes a thread if all of them sleep.
   void requestWork() REQUIRES(mutex_);
   /// To be called after a message was sent outside of a Turn: the thread that sleeps in the role
   /// has to wait for room in the socket too, and for the deadline of a new call.
