@@ -141,6 +141,9 @@ void Openings::playClient(FuzzedDataProvider& input) {
   }
   Peer good = service_.openLine();
   require(service_.answersOn(good));
+  // Lines whose ends the service has not seen yet would count against those of the next inputs.
+  good.shutdown(SHUT_WR);
+  require(good.hasEnded());
 }
 
 // --- The client is answered ----------------------------------------------------------------------
