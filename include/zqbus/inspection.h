@@ -20,12 +20,13 @@ struct ZQBusInspection {
   std::string variable;  ///< of the environment, from which the address comes
   std::string problem;   ///< why the bus cannot be used, a sentence; empty when it can
   ZQBusParty bus;        ///< the process that listens at the address
-  std::string name;      ///< of the service on the bus, as "org.zqbus.perix"
+  unsigned user = 0;  ///< this process's user as the bus knows it: on another machine, that there
+  std::string name;   ///< of the service on the bus, as "org.zqbus.perix"
   std::optional<ZQBusParty> owner;
   bool isActivatable = false;  ///< the bus knows how to start the service
 };
 
-/// Blocks until `limit` has passed at most.
+/// Blocks until `limit` has passed at most. Any thread, whether or not the bus is in use.
 ZQBusInspection inspectZQBus(const std::string& service, std::chrono::milliseconds limit);
 
 }  // namespace zq

@@ -356,6 +356,20 @@ TEST(TheAnswerToWhy, NamesAServiceOfAnotherUser) {
                   .starts_with("user the service runs as user nobody, and clients trust this user "
                                "and root alone → run the service as"))
       << result.output;
+
+  // Over ssh this process is the user of the login, whom the service trusts, and who trusts it.
+  const fs::path login = fs::path(bus.address.substr(bus.address.find('=') + 1)).parent_path();
+  std::ofstream(login / "ssh")
+      << "#!/bin/sh\nshift 3; exec setpriv --reuid=65534 --clear-groups sh -c \"$*\"\n";
+  fs::permissions(login / "ssh", fs::perms::owner_all);
+  Environment environment = kUtf8;
+  environment["PATH"] = login.string() + ':' + std::getenv("PATH");
+  environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address;
+  const auto remote =
+      runPerixctlOn(bus.address, "--host nobody@box device why win10 1", environment);
+  EXPECT_NE(withoutSpaces(remote.output).find("✓ user the service runs as this user"),
+            std::string::npos)
+      << remote.output << remote.error;
 }
 
 TEST(TheAnswerToWhy, TellsThatTheServiceHasNoLineToSpare) {

@@ -64,7 +64,9 @@ ZQBusInspection inspectZQBus(const std::string& service, std::chrono::millisecon
   found.name = serviceName(service);
   found.address = busAddress(found.variable);
   const SdBus bus = openSdBus(deadline, Descriptors::Refused, found.problem);
-  if (bus != nullptr) inspect(bus.get(), deadline, found);
+  if (bus == nullptr) return found;
+  found.user = userOn(bus.get(), deadline);
+  inspect(bus.get(), deadline, found);
   return found;
 }
 

@@ -1,6 +1,4 @@
 // From the bus to a service that answers.
-#include <unistd.h>
-
 #include <cstdlib>
 #include <string_view>
 
@@ -59,11 +57,11 @@ Finding checkUser(Case& about) {
     return withoutService("the bus does not tell the user of the service, so no client trusts it",
                           "use a bus that tells the users of its clients");
   }
-  if (*user == ::geteuid()) return good("the service runs as this user");
+  if (*user == about.bus.user) return good("the service runs as this user");
   if (*user == 0) return good("the service runs as root");
   return withoutService(
       "the service runs as " + userText(*user) + ", and clients trust this user and root alone",
-      "run the service as " + userText(::geteuid()) + ", or use the bus of " + userText(*user) +
+      "run the service as " + userText(about.bus.user) + ", or use the bus of " + userText(*user) +
           " as that user");
 }
 
