@@ -19,6 +19,14 @@ void handle(const std::shared_ptr<ZQBusCall>& call) {
   call->reply(reply);
 }
 
+/// Otherwise the answer tells why there is no line.
+void requireReturn(const std::optional<Message>& answer) {
+  if (answer && answer->type != wire::Type::Return) {
+    std::fprintf(stderr, "%s: %s\n", answer->errorName.c_str(), answer->body.c_str() + 4);
+  }
+  require(answer && answer->type == wire::Type::Return);
+}
+
 }  // namespace
 
 Message openCall() {
@@ -67,7 +75,7 @@ wire::Peer ServiceWorld::openLine() {
   open.announcedDescriptors = 1;
   const auto answer = ask(open, std::array{theirs.get()});
   theirs.reset();
-  require(answer && answer->type == wire::Type::Return);
+  requireReturn(answer);
   wire::Peer line(wire::Peer(std::move(ours)).takeDescriptor());
   require(line.greet());
   return line;
