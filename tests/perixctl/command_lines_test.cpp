@@ -173,6 +173,7 @@ const std::vector<Line> kLines = {
     {R"(service plug name=$'\e[31mred')", 0, "devNumber"},
     {"device list", 0, R"(\x1b[31mred)"},
     {"service plug name=x type=teapot", 2, "'type=teapot': type is one of: usb"},
+    {"service plug type=camera", 2, "perixctl: name is missing"},
     {"service plug sourceId=0xffffffffffffffff vid=46D pid=0x825 name=F", 0,
      "18446744073709551615"},
     {"device list", 0, "046d:0825  18446744073709551615"},

@@ -110,7 +110,7 @@ std::string tomlLine(const std::string& pair) {
 }
 
 // The service names the lines of TOML ("plug:2:8: ..."), each of which is a word of the command
-// line.
+// line. The first column is that of a mistake of the whole table, as a key that is missing.
 std::string inWordsOf(const std::vector<std::string>& pairs, const std::string& complaints) {
   std::string text;
   std::istringstream lines(complaints);
@@ -119,8 +119,8 @@ std::string inWordsOf(const std::vector<std::string>& pairs, const std::string& 
     unsigned column = 0;
     int begin = 0;
     if (!text.empty()) text += "\n";
-    if (std::sscanf(complaint.c_str(), "plug:%u:%u: %n", &line, &column, &begin) == 2 && line > 0 &&
-        line <= pairs.size()) {
+    if (std::sscanf(complaint.c_str(), "plug:%u:%u: %n", &line, &column, &begin) == 2 &&
+        column > 1 && line > 0 && line <= pairs.size()) {
       text += "'" + pairs[line - 1] + "': ";
     }
     text += complaint.substr(static_cast<std::size_t>(begin));
@@ -162,16 +162,20 @@ ControlArguments theFault(const Arguments& arguments) {
           arguments.number<int32_t>("COUNT")};
 }
 
-// A block that is a text is shown as such; the service may put a NUL behind it.
+// A block that is a text is shown as such; the service may put a NUL behind it. A record would fill
+// the line, so only its begin is shown; JSON has more of it.
 std::string blockText(const Json& block) {
+  constexpr std::size_t kShown = 8;
   const std::string hex = block.value("hex", "");
   const auto bytes = fromHex(hex);
-  if (!bytes || bytes->empty()) return std::to_string(block.value("size", 0)) + " bytes";
+  const std::string size = std::to_string(block.value("size", std::size_t{0})) + " bytes";
+  if (!bytes || bytes->empty()) return size;
   std::string text(bytes->begin(), bytes->end());
   if (text.back() == '\0') text.pop_back();
   const bool whole = bytes->size() == block.value("size", std::size_t{0});
   if (whole && !text.empty() && escaped(text) == text) return '"' + text + '"';
-  return hex + (whole ? "" : "...");
+  if (bytes->size() <= kShown) return hex;
+  return hex.substr(0, 2 * kShown) + "... (" + size + ")";
 }
 
 std::string argumentText(const Json& argument) {
