@@ -66,7 +66,8 @@ TEST_F(TheMethods, CreateAllPipesOrNone) {
   EXPECT_EQ(change("createPipe", 1, {a.substr(1)}), 8);
   EXPECT_EQ(state()["desktops"][0]["pipes"].size(), 0U);
   EXPECT_EQ(change("createPipe", 2, {a, b}), 0);
-  EXPECT_EQ(change("createPipe", 1, {b}), 9);
+  EXPECT_EQ(change("createPipe", 2, {pipeBlock(kOffice, "c"), b}), 9);
+  EXPECT_EQ(state()["desktops"][0]["pipes"].size(), 2U);
   EXPECT_EQ(change("destroyPipe", 1, {a}), 0);
   EXPECT_EQ(change("destroyPipe", 1, {a}), 14);
   EXPECT_EQ(state()["desktops"][0]["pipes"][0]["label1"], std::string(127, 'b'));

@@ -46,11 +46,13 @@ TEST_F(ADevice, ThatCannotBeConnectedIsRefusedWithoutAnEvent) {
 TEST_F(ADevice, OfADesktopThatIsDisconnectedIsFree) {
   ASSERT_EQ(world.devices.connect(kOffice, kCamera), Result::Done);
   ASSERT_EQ(world.printers.connect(kOffice, 1), Result::Done);
+  ASSERT_EQ(world.desktops.createPipes({{kOffice, {}}}), Result::Done);
   events.events.clear();
   ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
   EXPECT_EQ(events.kinds(), (std::vector{4, 1}));
   EXPECT_EQ(world.devices.all().at(kCamera).status, DeviceStatus::Idle);
   EXPECT_TRUE(world.printers.of(kOffice).empty());
+  EXPECT_TRUE(world.desktops.find(kOffice)->pipes.empty());
 }
 
 TEST_F(ADevice, OfATypeThatConnectsAutomaticallyGoesToTheFocusedDesktop) {
@@ -68,6 +70,17 @@ TEST_F(ADevice, OfATypeThatConnectsAutomaticallyGoesToTheFocusedDesktop) {
   ASSERT_EQ(world.devices.plug(camera, number), Result::Done);
   EXPECT_EQ(world.devices.all().at(number).desktop, kLab);
   EXPECT_EQ(events.kinds(), (std::vector{6, 4}));
+  ASSERT_EQ(world.disconnectDesktop(kLab), Result::Done);
+  ASSERT_EQ(world.desktops.focus(kLab, true, 0), Result::Done);
+  ASSERT_EQ(world.devices.setAutoConnect(3, true), Result::Done);
+  EXPECT_EQ(world.devices.all().at(number).desktop, kOffice);
+  events.events.clear();
+  camera.name = "forbidden";
+  camera.policy = DevicePolicy::Forbid;
+  camera.mounted = true;
+  ASSERT_EQ(world.devices.plug(camera, number), Result::Done);
+  EXPECT_EQ(events.kinds(), (std::vector{6, 5}));
+  EXPECT_EQ(events.broadcasts.size(), 1U);
   EXPECT_EQ(world.devices.setAutoConnect(77, true), Result::InvalidArgument);
 }
 
@@ -82,6 +95,10 @@ TEST_F(ADevice, PolicyHoldsForAllOfItsVendorAndProduct) {
   ASSERT_EQ(world.devices.setPolicy(kCamera, 2, "Desk camera"), Result::Done);
   ASSERT_EQ(world.devices.plug(twin, number), Result::Done);
   EXPECT_EQ(world.devices.connect(kOffice, number), Result::Forbidden);
+  events.events.clear();
+  ASSERT_EQ(world.devices.setPolicy(kCamera, 0, ""), Result::Done);
+  EXPECT_EQ(events.kinds(), (std::vector{4, 4}));
+  EXPECT_EQ(world.devices.connect(kOffice, number), Result::Done);
 }
 
 TEST_F(ANewDevice, IsConfiguredAndTheOutcomeFollows) {
@@ -110,6 +127,19 @@ TEST_F(ANewDevice, IsConfiguredAndTheOutcomeFollows) {
                                            : (std::vector{4, 12}));
     }
   }
+}
+
+TEST_F(ANewDevice, WhoseConnectionFailsChangesNoHabit) {
+  Device stick;
+  stick.name = "new";
+  uint16_t number = 0;
+  ASSERT_EQ(world.devices.plug(stick, number), Result::Done);
+  const uint64_t sourceId = world.devices.all().at(number).sourceId;
+  ASSERT_EQ(world.activities.configureConnect(kOffice, {sourceId, 0, true, true}), Result::Done);
+  ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
+  timer.pass(kLong);
+  EXPECT_EQ(events.kinds(), (std::vector{6, 10, 13}));
+  EXPECT_FALSE(world.devices.autoConnects(stick.type));
 }
 
 TEST_F(ANewDevice, IsNotConfiguredTwiceNorUnderAnotherType) {
