@@ -251,6 +251,10 @@ TEST_F(APrinter, OfTheNetworkIsRenamedUnlessTheNameIsTaken) {
   EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", ""), Result::InvalidArgument);
   EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", "Desk printer"), Result::Done);
   EXPECT_EQ(world.printers.remove(PrinterOrigin::Network, "Attic"), Result::UnknownPrinter);
+  const Printer* renamed = world.printers.find(PrinterOrigin::Network, "Desk printer");
+  ASSERT_EQ(world.printers.connect(kOffice, renamed->number), Result::Done);
+  ASSERT_EQ(world.printers.remove(PrinterOrigin::Network, "Desk printer"), Result::Done);
+  EXPECT_EQ(events.events.back().desktop, 0U);
 }
 
 TEST_F(ASearch, TakesItsTimeAndCanBeStopped) {
