@@ -2,8 +2,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
+
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/fake_bus.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/bus_world.h"
 
 namespace zq {
@@ -29,6 +32,21 @@ class ClientTrust : public testing::Test {
 
 std::future<std::shared_ptr<ZQBusProxyInterface>> connectSoon() {
   return std::async(std::launch::async, [] { return connect(); });
+}
+
+TEST_F(ClientTrust, ConnectsOnceForThreadsThatComeTogether) {
+  FakeBus bus;
+  std::array<ZQBusSerivceManager*, 2> managers{};
+  BlockableThread first([&] { managers[0] = ZQBusSerivceManager::initSync(-1); });
+  ASSERT_TRUE(bus.awaitConnection(std::chrono::seconds(10)));
+  BlockableThread second([&] { managers[1] = ZQBusSerivceManager::initSync(-1); });
+  second.awaitBlocked();
+  bus.accept();
+  first.join();
+  EXPECT_FALSE(bus.awaitConnection(std::chrono::seconds(0)));
+  second.join();
+  EXPECT_NE(managers[0], nullptr);
+  EXPECT_EQ(managers[0], managers[1]);
 }
 
 TEST_F(ClientTrust, UsesServiceOfTrustedOwnerAlone) {
@@ -90,20 +108,29 @@ TEST_F(ClientTrust, DeliversBroadcastsOfTrustedSendersInOrder) {
 
 TEST_F(ClientTrust, SendsFormerOwnerNothing) {
   FakeBus bus;
+  const auto changeOwner = [&](const char* from, const char* to) {
+    bus.send(Message::signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged")
+                 .with("sss", Writer().text("org.zqbus.perix").text(from).text(to).bytes()),
+             "org.freedesktop.DBus");
+  };
   auto connecting = connectSoon();
   bus.accept();
   bus.reply(bus.question("GetNameOwner"), "s", Writer().text(":1.7").bytes());
   bus.replyNumber(bus.question("GetConnectionUnixUser"), ::geteuid());
   const auto service = connecting.get();
-  bus.send(Message::signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged")
-               .with("sss", Writer().text("org.zqbus.perix").text(":1.7").text(":1.8").bytes()),
-           "org.freedesktop.DBus");
+  changeOwner(":1.7", ":1.8");
   bus.ping();
   EXPECT_EQ(call(*service, "echo", {}, 100)->failure(), ZQBusFailure::PeerGone);
+  auto tooLate = connectSoon();
+  bus.reply(bus.call(), "s", Writer().text(":1.8").bytes());
+  const Message question = bus.question("GetConnectionUnixUser");
+  changeOwner(":1.8", ":1.9");
+  bus.replyNumber(question, ::geteuid());
+  EXPECT_EQ(call(*tooLate.get(), "echo", {}, 100)->failure(), ZQBusFailure::PeerGone);
   auto asking = connectSoon();
   const Message next = bus.call();
   EXPECT_EQ(next.member, "GetNameOwner");
-  bus.reply(next, "s", Writer().text(":1.8").bytes());
+  bus.reply(next, "s", Writer().text(":1.9").bytes());
   bus.fail(bus.question("GetConnectionUnixUser"));
   EXPECT_EQ(asking.get(), nullptr);
 }

@@ -9,6 +9,7 @@
 
 #include "testing/control_client.h"
 #include "tests/bus/bus_fixture.h"
+#include "tests/bus/peers.h"
 #include "tests/support/blocked_thread.h"
 #include "tests/support/bus_world.h"
 #include "tests/support/process.h"
@@ -92,6 +93,15 @@ TEST(ServiceDeath, DiffersFromSlowness) {
   service->setDeathCallback([&] { lateDeaths.change([](int& n) { ++n; }); });
   EXPECT_TRUE(lateDeaths.wait([](int n) { return n == 1; }));
   EXPECT_EQ(deaths.get(), 1);
+}
+
+TEST(ServiceDeath, IsAlsoTheLossOfItsNameToAnotherProcess) {
+  FakeService former;
+  Watched<int> deaths;
+  former.client().setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  former.releaseName();
+  const auto successor = startService();
+  EXPECT_TRUE(deaths.wait([](int n) { return n == 1; }));
 }
 
 TEST_F(Bus, DeathIsReportedInOrderAndBlocksNothing) {

@@ -1,5 +1,6 @@
 #include "fake_bus.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -38,6 +39,11 @@ FakeBus::FakeBus() : directory_("/tmp/perix-fake-bus-XXXXXX") {
 FakeBus::~FakeBus() {
   ::setenv("ZQBUS_ADDRESS", addressBefore_.c_str(), 1);
   std::filesystem::remove_all(directory_);
+}
+
+bool FakeBus::awaitConnection(std::chrono::milliseconds time) const {
+  pollfd listener{listener_.get(), POLLIN, 0};
+  return ::poll(&listener, 1, static_cast<int>(time.count())) == 1;
 }
 
 void FakeBus::accept() {

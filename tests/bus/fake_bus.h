@@ -2,6 +2,7 @@
 // chooses the daemon's answers and other clients' messages, and their order.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
@@ -26,6 +27,8 @@ class FakeBus {
   FakeBus(const FakeBus&) = delete;
   FakeBus& operator=(const FakeBus&) = delete;
 
+  /// Whether a connection comes within that time.
+  bool awaitConnection(std::chrono::milliseconds time) const;
   /// Takes the next connection in.
   void accept();
   /// Takes the service's next connection in, up to its claim of the name, which is returned.

@@ -88,6 +88,12 @@ FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().ad
   if (client_ == nullptr) throw std::runtime_error("the client found no service");
 }
 
+void FakeService::releaseName() {
+  bus_.ask(Message::call("/", kBus, "ReleaseName")
+               .to(kBus)
+               .with("s", Writer().text(kPerixName).bytes()));
+}
+
 void FakeService::openLine(const Message& open, Peer& handover) {
   auto [ours, theirs] = socketPair();
   hand(handover, theirs.get());

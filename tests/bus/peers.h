@@ -61,6 +61,8 @@ class FakeService {
   const std::string& clientName() const { return clientName_; }
   /// The client's next call.
   std::optional<wire::Message> nextCall();
+  /// Gives its name up; its line stays open.
+  void releaseName();
   /// Answers with kGoodAnswer, as no other reply does.
   void answerWell(const wire::Message& call);
 
