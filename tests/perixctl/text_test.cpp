@@ -16,7 +16,7 @@ TEST(TextsOfTheService, ReachTheTerminalWithoutControlCharactersAndAsUtf8) {
       {"plain", "plain"},
       {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8"},
       {"\033[2J\n\t\x7f", R"(\x1b[2J\n\x09\x7f)"},
-      {"a\u202eb\u2066c", "a\\u202eb\\u2066c"},  // turn the direction of writing
+      {"a\u202eb\u2066c\u2069", "a\\u202eb\\u2066c\\u2069"},  // turn the direction of writing
       {"\u009b"
        "3m",
        "\\u009b3m"},                                        // a control of the second block

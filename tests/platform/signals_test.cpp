@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <system_error>
 
@@ -52,10 +53,26 @@ TEST(WriteWithoutSignal, FailsInsteadOfRaisingSignal) {
     int descriptor;
     int error;
   } writes[] = {{pipe[1], EPIPE}, {::fileno(file), EFBIG}};
-  for (const auto& [descriptor, error] : writes) {
-    EXPECT_EQ(writeWithoutSignal(descriptor, "text"), -1);
-    EXPECT_EQ(errno, error);
+  sigset_t programs;
+  sigemptyset(&programs);
+  sigaddset(&programs, SIGPIPE);
+  sigaddset(&programs, SIGXFSZ);
+  for (const bool pending : {false, true}) {
+    for (const auto& [descriptor, error] : writes) {
+      EXPECT_EQ(writeWithoutSignal(descriptor, "text"), -1);
+      EXPECT_EQ(errno, error);
+    }
+    sigset_t left;
+    sigpending(&left);
+    EXPECT_EQ(sigismember(&left, SIGPIPE), pending ? 1 : 0);
+    EXPECT_EQ(sigismember(&left, SIGXFSZ), pending ? 1 : 0);
+    pthread_sigmask(SIG_BLOCK, &programs, nullptr);
+    if (!pending) {
+      for (const int signal : {SIGPIPE, SIGXFSZ}) pthread_kill(pthread_self(), signal);
+    }
   }
+  for (int taken = 0; taken < 2; ++taken) sigwaitinfo(&programs, nullptr);
+  pthread_sigmask(SIG_UNBLOCK, &programs, nullptr);
   ::setrlimit(RLIMIT_FSIZE, &usual);
   ::close(pipe[1]);
   std::fclose(file);
