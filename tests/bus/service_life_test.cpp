@@ -82,6 +82,17 @@ TEST(ServiceWithoutBus, ServesLinesWhenOtherProcessOwnsName) {
   setZQBusLogSink(nullptr);
 }
 
+TEST(ServiceWithoutBus, ConnectsAgainWhenItIsLostRightBehindTheClaim) {
+  for (int round = 0; round < 5; ++round) {
+    FakeBus bus;
+    auto claiming = FakeBus::claim();
+    bus.replyNumber(bus.welcome(), 1);
+    bus.close();
+    const auto service = claiming.get();
+    ASSERT_TRUE(service == nullptr || bus.awaitConnection(std::chrono::seconds(10)));
+  }
+}
+
 TEST(ServiceEnd, WaitsForNoClaimOfItsName) {
   FakeBus bus;
   auto service = bus.start();
