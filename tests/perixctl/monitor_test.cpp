@@ -116,13 +116,16 @@ TEST(AMonitor, TellsTheLossOfTheBusAndItsReturn) {
 
 TEST(AMonitor, ShowsTheChosenEventsUpToTheOneThatIsWaitedFor) {
   const ToolWorld world;
-  const auto monitor =
-      world.startReady("monitor --json --only printer,device --desktop win10 --until changed");
-  ASSERT_EQ(world.run("service plug name=Another").status, 0);  // in no desktop
-  ASSERT_EQ(world.run("printer connect win10 1").status, 0);
-  const ChildProcess::Result result = monitor->finish(kPatience);
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(Json::parse(result.output)["record"]["name"], "Front office");
+  for (const std::string end : {"changed", "1"}) {
+    const auto monitor =
+        world.startReady("monitor --json --only printer,device --desktop win10 --until " + end);
+    ASSERT_EQ(world.run("service plug name=Another").status, 0);  // in no desktop
+    ASSERT_EQ(world.run("printer connect win10 1").status, 0);
+    const ChildProcess::Result result = monitor->finish(kPatience);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(Json::parse(result.output)["record"]["name"], "Front office");
+    ASSERT_EQ(world.run("printer disconnect win10 1").status, 0);
+  }
 }
 
 TEST(TheService, IsGoneAfterTheCommandsThatEndIt) {

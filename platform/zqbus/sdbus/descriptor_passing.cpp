@@ -23,7 +23,7 @@ struct Message {
 
   char byte = 0;
   iovec content{&byte, sizeof byte};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))] = {};  // tells one from more
   msghdr header{};
 };
 
@@ -55,9 +55,7 @@ int receiveDescriptor(int socket) {
   Message message;
   if (::recvmsg(socket, &message.header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC) <= 0) return -1;
   const std::vector<int> all = descriptorsOf(message.header);
-  // The kernel dropped descriptors that did not fit; the buffer has room for more than one.
-  const bool isOne = all.size() == 1 && (message.header.msg_flags & MSG_CTRUNC) == 0;
-  if (isOne) return all[0];
+  if (all.size() == 1) return all[0];
   for (const int descriptor : all) ::close(descriptor);
   return -1;
 }
