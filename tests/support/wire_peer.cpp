@@ -101,7 +101,7 @@ bool Peer::send(std::string_view bytes, std::span<const int> descriptors) {
       part->cmsg_len = CMSG_LEN(descriptors.size_bytes());
       std::memcpy(CMSG_DATA(part), descriptors.data(), descriptors.size_bytes());
     }
-    const ssize_t sent = ::sendmsg(socket_.get(), &header, MSG_NOSIGNAL);
+    const ssize_t sent = TEMP_FAILURE_RETRY(::sendmsg(socket_.get(), &header, MSG_NOSIGNAL));
     if (sent <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(sent));
     descriptors = {};
@@ -130,7 +130,8 @@ bool Peer::fill(std::size_t size) {
     header.msg_iovlen = 1;
     header.msg_control = control;
     header.msg_controllen = sizeof control;
-    const ssize_t count = ::recvmsg(socket_.get(), &header, MSG_CMSG_CLOEXEC);
+    // A signal ends a call that has a time-out; the timer of a fuzzer sends signals.
+    const ssize_t count = TEMP_FAILURE_RETRY(::recvmsg(socket_.get(), &header, MSG_CMSG_CLOEXEC));
     if (count <= 0) return false;
     received_.append(bytes, static_cast<std::size_t>(count));
     for (cmsghdr* part = CMSG_FIRSTHDR(&header); part != nullptr;
