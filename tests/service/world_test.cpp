@@ -121,6 +121,7 @@ TEST_F(ANewDevice, IsConfiguredAndTheOutcomeFollows) {
       ASSERT_EQ(events.events.size(), 2U);
       const auto outcome = recordOf<_ConfigNewDeviceResult>(events.events[1].payload);
       EXPECT_EQ(outcome.isSuccess, unplugged ? 0 : 1);
+      EXPECT_EQ(events.events[1].desktop, connects && !unplugged ? kOffice : 0U);
       EXPECT_STREQ(outcome.code, unplugged ? "unknown device" : "done");
       EXPECT_EQ(events.kinds(), unplugged  ? (std::vector{7, 13})
                                 : connects ? (std::vector{4, 11})
