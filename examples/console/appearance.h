@@ -1,4 +1,4 @@
-// How the window looks: colours, fonts and the small things that several parts show alike.
+// Colours, fonts and the small things that several parts show alike.
 #pragma once
 
 #include <QColor>
@@ -7,22 +7,34 @@
 
 #include "item.h"
 
+class QAbstractButton;
 class QApplication;
 class QLabel;
 class QWidget;
 
 namespace zq::console {
 
-inline const QColor kInk("#1c3d6e");
-inline const QColor kGridLine("#eef1f5");
-inline const QColor kSheetEdge("#d9dee5");
-inline const QColor kFaintText("#7c8794");
+/// The colours that the parts draw with themselves.
+enum class Tone { Ink, Grid, Edge, Faint, Panel };
 
-/// Dresses the application. Once, before the first window.
+/// Dresses the application in light or dark, whichever its palette is, and again whenever the
+/// palette changes. Once, before the first window.
 void applyAppearance(QApplication& application);
 
-/// A panel's heading.
-QLabel* makeHeading(const QString& text, QWidget* parent);
+/// The colour in the appearance of this moment. Widgets hear of another appearance by the event
+/// QEvent::StyleChange.
+QColor colourOf(Tone tone);
+
+/// A panel's heading. The mnemonic in `text` leads to `buddy`, if there is one.
+QLabel* makeHeading(const QString& text, QWidget* parent, QWidget* buddy = nullptr);
+
+/// Shows a sentence about a button as the tool tip, with the keys that press it, and in the list of
+/// shortcuts. Without `keys` they are those of the button's mnemonic.
+void explain(QAbstractButton& button, const QString& sentence, const QString& keys = {});
+QString toolTipOf(const QString& sentence, const QString& keys);
+
+/// A tool tip that shows the text as it is, even if it looks like HTML.
+QString plainToolTip(const QString& text);
 
 /// A dot of the light's colour.
 QIcon lightIcon(Light light);

@@ -6,12 +6,13 @@
 #include <QVBoxLayout>
 
 #include "appearance.h"
+#include "text_parts.h"
 
 namespace zq::console {
 namespace {
 
 constexpr int kLinesKept = 1000;
-constexpr int kTimeWidth = 125;
+constexpr char kTimeSample[] = "00:00:00.000     00";  // with the icon
 
 QStyle::StandardPixmap iconOf(Severity severity) {
   switch (severity) {
@@ -32,21 +33,24 @@ QStyle::StandardPixmap iconOf(Severity severity) {
 EventLog::EventLog(QWidget* parent) : QFrame(parent), list_(new QTreeWidget(this)) {
   list_->setObjectName("log");
   list_->setColumnCount(2);
-  list_->setColumnWidth(0, kTimeWidth);
+  list_->setColumnWidth(0, list_->fontMetrics().horizontalAdvance(kTimeSample));
   list_->setHeaderHidden(true);
   list_->setRootIsDecorated(false);
   list_->setUniformRowHeights(true);
   list_->setIconSize(QSize(14, 14));
+  list_->setItemDelegate(new CellDelegate(0, list_));
   list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
   auto* const layout = new QVBoxLayout(this);
-  layout->addWidget(makeHeading("Events", this));
+  layout->setContentsMargins(8, 6, 8, 6);
+  layout->addWidget(makeHeading("Even&ts", this, list_));
   layout->addWidget(list_);
 }
 
 void EventLog::add(const News& news) {
-  auto* const line = new QTreeWidgetItem(list_, {news.time.toString("HH:mm:ss.zzz"), news.text});
+  const QString introduction = news.operation.isEmpty() ? QString() : news.operation + ": ";
+  auto* const line =
+      new QTreeWidgetItem(list_, {news.time.toString("HH:mm:ss.zzz"), introduction + news.text});
   line->setIcon(0, style()->standardIcon(iconOf(news.severity)));
-  line->setForeground(0, kFaintText);
   if (list_->topLevelItemCount() > kLinesKept) delete list_->takeTopLevelItem(0);
   list_->scrollToItem(line);
 }

@@ -1,4 +1,4 @@
-// What happened, the latest last.
+// The list of events and results, the latest last.
 #pragma once
 
 #include <QFrame>

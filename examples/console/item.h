@@ -1,4 +1,4 @@
-// What the window shows, as values that travel between threads.
+// The values that the window shows and asks for. They travel between threads.
 #pragma once
 
 #include <QDateTime>
@@ -21,8 +21,30 @@ struct Item {
   QString state;
   Light light = Light::Off;
   bool connected = false;  ///< of a desktop: its session is open
+  bool waiting = false;    ///< a device that is to be configured or ignored
+  quint64 sourceId = 0;    ///< of a device
   QString desktop;         ///< where it is connected
 };
+
+/// What a user can do with an item. Connecting a desktop opens its session.
+enum class Verb { Connect, Disconnect, Configure, Ignore };
+
+/// One operation that the user wants.
+struct Request {
+  Verb verb = Verb::Connect;
+  ItemKind kind = ItemKind::Desktop;
+  Item item;
+  QString desktop;      ///< into which, out of which or for which; empty when it is for none
+  bool always = false;  ///< a decision about a new device holds for all devices of its type
+};
+
+/// A text to be shown among others: a text that is written from right to left keeps its own order
+/// and leaves the order of the words around it alone.
+inline QString isolated(const QString& text) {
+  constexpr ushort kIsolate = 0x2068;
+  constexpr ushort kEnd = 0x2069;
+  return text.isRightToLeft() ? QChar(kIsolate) + text + QChar(kEnd) : text;
+}
 
 enum class Severity { Note, Success, Warning, Failure };
 
@@ -30,15 +52,17 @@ enum class Severity { Note, Success, Warning, Failure };
 struct News {
   Severity severity = Severity::Note;
   QString text;
+  QString operation;  ///< of which the text tells the result; empty when it tells of none
   QTime time = QTime::currentTime();
 };
 
-/// What is known of the service.
+/// The state of the service.
 enum class ServiceState { Searching, Connected, Died, Returned };
 
 }  // namespace zq::console
 
 Q_DECLARE_METATYPE(zq::console::ItemKind)
 Q_DECLARE_METATYPE(zq::console::Item)
+Q_DECLARE_METATYPE(zq::console::Request)
 Q_DECLARE_METATYPE(zq::console::News)
 Q_DECLARE_METATYPE(zq::console::ServiceState)

@@ -5,7 +5,11 @@
 #include "console_window.h"
 
 int main(int argc, char** argv) {
+  QApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+  QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
   QApplication application(argc, argv);
+  QApplication::setOrganizationName("perix");  // under these names the window's size is kept
+  QApplication::setApplicationName("perix-console");
   zq::console::applyAppearance(application);
   zq::console::ConsoleWindow window;
   window.show();

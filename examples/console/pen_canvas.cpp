@@ -16,7 +16,7 @@ constexpr double kThickest = 5.0;
 }  // namespace
 
 PenCanvas::PenCanvas(QWidget* parent) : QWidget(parent) {
-  setMinimumSize(320, 200);
+  setMinimumSize(200, 120);
   setCursor(Qt::CrossCursor);
   setTabletTracking(true);  // a pen that only hovers is sent, too
 }
@@ -64,7 +64,7 @@ void PenCanvas::drawTo(const QPointF& position, double pressure) {
   QPainter painter(&sheet_);
   painter.setRenderHint(QPainter::Antialiasing);
   const double width = kThinnest + pressure * (kThickest - kThinnest);
-  painter.setPen(QPen(kInk, width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+  painter.setPen(QPen(colourOf(Tone::Ink), width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
   painter.drawLine(last_, position);
   const int margin = static_cast<int>(kThickest) + 1;
   const QRectF touched = QRectF(last_, position).normalized();
@@ -75,15 +75,15 @@ void PenCanvas::drawTo(const QPointF& position, double pressure) {
 
 void PenCanvas::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
-  painter.fillRect(rect(), Qt::white);
-  painter.setPen(kGridLine);
+  painter.fillRect(rect(), colourOf(Tone::Panel));
+  painter.setPen(colourOf(Tone::Grid));
   for (int x = kGrid; x < width(); x += kGrid) painter.drawLine(x, 0, x, height());
   for (int y = kGrid; y < height(); y += kGrid) painter.drawLine(0, y, width(), y);
   painter.drawPixmap(0, 0, sheet_);
-  painter.setPen(kSheetEdge);
+  painter.setPen(colourOf(Tone::Edge));
   painter.drawRect(rect().adjusted(0, 0, -1, -1));
   if (blank_) {
-    painter.setPen(kFaintText);
+    painter.setPen(colourOf(Tone::Faint));
     painter.drawText(rect(), Qt::AlignCenter, "Draw here, with a pen or the mouse");
   }
 }
@@ -93,6 +93,14 @@ void PenCanvas::resizeEvent(QResizeEvent* event) {
   larger.fill(Qt::transparent);
   QPainter(&larger).drawPixmap(0, 0, sheet_);
   sheet_ = larger;
+}
+
+// The strokes that are drawn already take the ink of another appearance, too.
+void PenCanvas::changeEvent(QEvent* event) {
+  if (event->type() != QEvent::StyleChange || sheet_.isNull()) return;
+  QPainter painter(&sheet_);
+  painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+  painter.fillRect(sheet_.rect(), colourOf(Tone::Ink));
 }
 
 }  // namespace zq::console

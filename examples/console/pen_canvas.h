@@ -8,7 +8,7 @@ class QTabletEvent;
 
 namespace zq::console {
 
-/// Draws what a pen does on it, and passes each of the pen's events on. The mouse's left button is
+/// Draws the pen's strokes, and passes each of the pen's events on. The mouse's left button is
 /// a pen of pressure 1.
 class PenCanvas : public QWidget {
   Q_OBJECT
@@ -30,6 +30,7 @@ class PenCanvas : public QWidget {
   void mouseReleaseEvent(QMouseEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
+  void changeEvent(QEvent* event) override;
 
  private:
   void takeMouse(QMouseEvent* event, int type);

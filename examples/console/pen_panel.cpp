@@ -10,14 +10,17 @@
 #include "appearance.h"
 #include "pen_canvas.h"
 #include "pen_channel.h"
+#include "text_parts.h"
 
 namespace zq::console {
 namespace {
 
 constexpr int kPacketsShown = 500;
 enum Column { kNumber, kMeaning, kCode, kX, kY, kPressure, kHeader, kColumns };
-constexpr int kColumnWidths[] = {42, 54, 72, 40, 40, 74};
-static_assert(std::size(kColumnWidths) == kHeader);  // which takes the rest
+// Texts that fit into the columns; the header takes the rest.
+constexpr const char* kSamples[] = {"00000", "Event", "0x26016", "0000", "0000", "Pressure"};
+static_assert(std::size(kSamples) == kHeader);
+constexpr int kCellPadding = 14;
 
 QString meaningOf(uint32_t code) {
   switch (code) {
@@ -53,9 +56,11 @@ QTreeWidget* makePacketTable(QWidget* parent) {
   table->setRootIsDecorated(false);
   table->setUniformRowHeights(true);
   table->setSelectionMode(QAbstractItemView::NoSelection);
-  table->setFocusPolicy(Qt::NoFocus);
+  table->setItemDelegate(new CellDelegate(kHeader, table));
+  table->setAccessibleName("Packets");
+  const QFontMetrics metrics = table->fontMetrics();
   for (int column = 0; column < kHeader; ++column) {
-    table->setColumnWidth(column, kColumnWidths[column]);
+    table->setColumnWidth(column, metrics.horizontalAdvance(kSamples[column]) + kCellPadding);
   }
   return table;
 }
@@ -67,9 +72,10 @@ PenPanel::PenPanel(QWidget* parent)
       count_(new QLabel(this)),
       canvas_(new PenCanvas(this)),
       packets_(makePacketTable(this)) {
-  count_->setObjectName("packetCount");
+  count_->setObjectName("count");
   auto* const clearButton =
-      new QPushButton(style()->standardIcon(QStyle::SP_DialogResetButton), "Clear", this);
+      new QPushButton(style()->standardIcon(QStyle::SP_DialogResetButton), "C&lear", this);
+  explain(*clearButton, "Clear the sheet and the list of packets");
   connect(clearButton, &QPushButton::clicked, this, &PenPanel::clear);
 
   auto* const head = new QHBoxLayout;
@@ -77,6 +83,7 @@ PenPanel::PenPanel(QWidget* parent)
   head->addWidget(count_, 1);
   head->addWidget(clearButton);
   auto* const layout = new QVBoxLayout(this);
+  layout->setContentsMargins(8, 6, 8, 6);
   layout->addLayout(head);
   layout->addWidget(canvas_, 3);
   layout->addWidget(packets_, 2);

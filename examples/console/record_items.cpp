@@ -52,6 +52,8 @@ Item itemOf(const CommonDevice& device, const QString& desktop) {
   item.detail = textIn(device.detail);
   setState(item, static_cast<DeviceStatus>(device.status));
   item.connected = device.status == kDeviceConnected;
+  item.waiting = device.status == static_cast<uint16_t>(DeviceStatus::Waiting);
+  item.sourceId = DetailsOf(device).sourceId;
   if (item.connected) item.desktop = desktop;
   return item;
 }
@@ -69,8 +71,8 @@ Item itemOf(const PrinterDevice& printer, const QString& desktop) {
 Item desktopItem(const QString& name, bool sessionOpen) {
   Item item;
   item.key = name;
-  item.name = name;
-  item.state = sessionOpen ? "Session open" : "No session";
+  item.name = name.simplified();
+  item.state = sessionOpen ? "Open" : "None";
   item.light = sessionOpen ? Light::On : Light::Off;
   item.connected = sessionOpen;
   return item;

@@ -1,6 +1,6 @@
-// The service's records as items.
+// Makes items of the service's records.
 //
-// A record is as long as the service made it. Nothing here reads behind its end: what is missing
+// A record is as long as the service made it. Nothing here reads behind its end: a missing field
 // counts as zero, and a text ends with its field at the latest.
 #pragma once
 
@@ -24,10 +24,10 @@ Record recordIn(const Record* block) {
   return record;
 }
 
-/// A text in a field.
+/// A text in a field, on one line.
 template <std::size_t Size>
 QString textIn(const char (&field)[Size]) {
-  return QString::fromUtf8(field, static_cast<int>(strnlen(field, Size)));
+  return QString::fromUtf8(field, static_cast<int>(strnlen(field, Size))).simplified();
 }
 
 /// What the device did, by the code of its event.

@@ -3,6 +3,7 @@
 #include <QTimer>
 #include <cstdlib>
 
+#include "operations.h"
 #include "record_items.h"
 
 namespace zq::console {
@@ -19,12 +20,37 @@ PerixProxy& perix() {
   return *PerixProxy::getInstance();
 }
 
+// The title of an outcome that an event brings.
+QString outcomeTitle(uint16_t code, const QString& name) {
+  switch (static_cast<EventKind>(code)) {
+    case EventKind::ConfiguredConnect:
+    case EventKind::ConfiguredIgnore:
+    case EventKind::ConfigurationFailed:
+      return "Configuration of " + name;
+    default:
+      return name + ", " + deviceEventText(code);
+  }
+}
+
 }  // namespace
+
+/// Tells the window which operation runs, for as long as the object lives.
+class Session::Work {
+ public:
+  Work(Session& session, const QString& title) : session_(session) { emit session_.working(title); }
+  Work(const Work&) = delete;
+  Work& operator=(const Work&) = delete;
+  ~Work() { emit session_.working({}); }
+
+ private:
+  Session& session_;
+};
 
 Session::Session() {
   qRegisterMetaType<ItemKind>();
   qRegisterMetaType<Item>();
   qRegisterMetaType<QVector<Item>>();
+  qRegisterMetaType<Request>();
   qRegisterMetaType<News>();
   qRegisterMetaType<ServiceState>();
   qRegisterMetaType<PerixProxy*>();
@@ -85,11 +111,11 @@ void Session::takeUp() {
   setState(again ? ServiceState::Returned : ServiceState::Connected);
   if (!readDesktops()) return;
   for (const QString& desktop : QSet<QString>(sessions_)) {
-    if (!openSession(desktop)) sessions_.remove(desktop);
+    Request request;
+    request.item = desktopItem(desktop, false);
+    if (!run(request)) sessions_.remove(desktop);
   }
-  listDesktops();
-  listDevices();
-  listPrinters();
+  readItems();
 }
 
 // The service may be back before anybody noticed that it was away.
@@ -119,11 +145,12 @@ int Session::onPrinterEvent(uint16_t /*code*/, PrinterDevice* printer, void* sel
   return 0;
 }
 
-int Session::onConfigResult(uint16_t /*code*/, _ConfigNewDeviceResult* result, void* self) {
+int Session::onConfigResult(uint16_t code, _ConfigNewDeviceResult* result, void* self) {
   const bool success = result->isSuccess != 0;
-  const QString text =
-      QString("Configuration of %1: %2").arg(textIn(result->name), textIn(result->code));
-  static_cast<Session*>(self)->tell(success ? Severity::Success : Severity::Warning, text);
+  const QString words = textIn(result->code);
+  static_cast<Session*>(self)->tell(success ? Severity::Success : Severity::Warning,
+                                    success ? words : refusalText(words),
+                                    outcomeTitle(code, isolated(textIn(result->name))));
   return 0;
 }
 
@@ -145,60 +172,53 @@ void Session::hearDevice(uint16_t code, const CommonDevice& device) {
   } else {
     emit changed(ItemKind::Device, item);
   }
-  tell(Severity::Note, QString("Device %1, %2, %3: %4")
-                           .arg(item.key, item.name, deviceEventText(code), item.state.toLower()));
+  // A device that waits for a decision needs the user.
+  const bool asks = static_cast<EventKind>(code) == EventKind::NewDevice;
+  const QString name = isolated(item.name);
+  tell(asks ? Severity::Warning : Severity::Note,
+       QString("Device %1, %2, %3: %4")
+           .arg(item.key, name, deviceEventText(code), item.state.toLower()));
 }
 
 void Session::hearPrinter(const PrinterDevice& printer) {
   const Item item = itemOf(printer, desktopOf(static_cast<uint32_t>(printer.vmId)));
-  tell(Severity::Note,
-       QString("Printer %1, %2: %3").arg(item.key, item.name, item.state.toLower()));
+  const QString name = isolated(item.name);
+  tell(Severity::Note, QString("Printer %1, %2: %3").arg(item.key, name, item.state.toLower()));
   listPrinters();  // the event does not say whether the printer came, changed or went
 }
 
 // --- Operations ----------------------------------------------------------------------------------
 
 void Session::refresh() {
-  if (!readDesktops()) return;
-  listDesktops();
-  listDevices();
-  listPrinters();
+  if (readDesktops() && readItems()) tell(Severity::Success, "done", "Refresh");
+  emit handled();
 }
 
-void Session::switchItem(ItemKind kind, const QString& key, const QString& desktop, bool on) {
-  if (kind == ItemKind::Desktop) return switchSession(key, on);
-  const std::string vmId = desktop.toStdString();
-  const auto number = static_cast<unsigned short>(key.toUInt());
-  const bool device = kind == ItemKind::Device;
-  const QString what = QString(on ? "Connect %1 %2 to %3" : "Disconnect %1 %2 from %3")
-                           .arg(device ? "device" : "printer", key, desktop);
-  if (device) {
-    succeeded(what,
-              on ? perix().ConnectDevice(vmId, number) : perix().DisconnectDevice(vmId, number));
-  } else {
-    succeeded(what,
-              on ? perix().ConnectPrinter(vmId, number) : perix().DisconnectPrinter(vmId, number));
+void Session::request(const Request& request) {
+  const bool done = run(request);
+  if (done && request.kind == ItemKind::Desktop) {
+    if (request.verb == Verb::Connect) sessions_.insert(request.item.key);
+    if (request.verb == Verb::Disconnect) sessions_.remove(request.item.key);
   }
+  emit handled();
+  if (request.kind == ItemKind::Desktop) listDesktops();
 }
 
-bool Session::openSession(const QString& desktop) {
-  VmInfo info{};
-  info.vmId = desktop.toStdString();
-  return succeeded("Open session of " + desktop, perix().ConnectVm(info));
-}
-
-void Session::switchSession(const QString& desktop, bool open) {
-  if (open) {
-    if (openSession(desktop)) sessions_.insert(desktop);
-  } else if (succeeded("End session of " + desktop, perix().DisconnectVm(desktop.toStdString()))) {
-    sessions_.remove(desktop);
-  }
-  emit changed(ItemKind::Desktop, desktopItem(desktop, sessions_.contains(desktop)));
+bool Session::run(const Request& request) {
+  const QString title = titleOf(request);
+  const Work work(*this, title);
+  const int result = perform(perix(), request);
+  if (!answered(title)) return false;
+  const bool done = result == 0;
+  tell(done ? Severity::Success : Severity::Warning,
+       done ? successText(request.verb) : refusalText(result), title);
+  return done;
 }
 
 // --- Lists ---------------------------------------------------------------------------------------
 
 bool Session::readDesktops() {
+  const Work work(*this, "List desktops");
   const std::map<std::string, int> list = perix().GetVmList();
   if (!answered("List desktops")) return false;
   desktops_.clear();
@@ -222,9 +242,15 @@ void Session::listDesktops() {
   emit listed(ItemKind::Desktop, items);
 }
 
-void Session::listDevices() {
+bool Session::readItems() {
+  listDesktops();
+  return listDevices() && listPrinters();
+}
+
+bool Session::listDevices() {
+  const Work work(*this, "List devices");
   const std::list<CommonDevice*> devices = perix().GetLocalDeviceList();
-  if (!answered("List devices")) return;
+  if (!answered("List devices")) return false;
   QVector<Item> items;
   for (const CommonDevice* block : devices) {
     const CommonDevice device = recordIn(block);
@@ -232,11 +258,13 @@ void Session::listDevices() {
   }
   perix().FreeDeviceList(devices);
   emit listed(ItemKind::Device, items);
+  return true;
 }
 
-void Session::listPrinters() {
+bool Session::listPrinters() {
+  const Work work(*this, "List printers");
   const std::list<PrinterDevice*> printers = perix().GetPrinterList("");
-  if (!answered("List printers")) return;
+  if (!answered("List printers")) return false;
   QVector<Item> items;
   for (PrinterDevice* block : printers) {
     const PrinterDevice printer = recordIn(block);
@@ -244,6 +272,7 @@ void Session::listPrinters() {
     std::free(block);
   }
   emit listed(ItemKind::Printer, items);
+  return true;
 }
 
 QString Session::desktopOf(uint32_t id) {
@@ -253,29 +282,20 @@ QString Session::desktopOf(uint32_t id) {
 
 // --- Results -------------------------------------------------------------------------------------
 
-/// Whether this thread's last operation got an answer; if not, that is told.
-bool Session::answered(const QString& what) {
+/// Whether this thread's last operation got an answer; if not, tells why.
+bool Session::answered(const QString& operation) {
   const PerixFailureReport report = PerixLastFailure();
   if (report.failure == PerixFailure::None) return true;
-  tell(Severity::Failure, what + ": no answer (" + QString::fromStdString(report.text) + ")");
+  tell(Severity::Failure, failureText(report), operation);
   check();
   return false;
 }
 
-bool Session::succeeded(const QString& what, int result) {
-  if (!answered(what)) return false;
-  if (result == 0) {
-    tell(Severity::Success, what + ": done");
-  } else {
-    tell(Severity::Warning, QString("%1: the service refused (result %2)").arg(what).arg(result));
-  }
-  return result == 0;
-}
-
-void Session::tell(Severity severity, const QString& text) {
+void Session::tell(Severity severity, const QString& text, const QString& operation) {
   News news;
   news.severity = severity;
   news.text = text;
+  news.operation = operation;
   emit told(news);
 }
 

@@ -1,4 +1,4 @@
-// All that the window asks of the peripheral service and hears from it.
+// The window's questions to the peripheral service, and the answers and events.
 #pragma once
 
 #include <QMap>
@@ -11,8 +11,8 @@
 
 namespace zq::console {
 
-/// Lives on a thread of its own, for its slots wait for the service, and tells by signals what came
-/// of them. So it is used through connections alone, which queue what crosses threads; destroy it
+/// Lives on a thread of its own, for its slots wait for the service, and tells their results by
+/// signals. So it is used through connections alone, which queue calls between threads; destroy it
 /// on its thread. One per process: there is one registry of callbacks.
 ///
 /// Death. The session looks once a second whether the library is still connected, which asks nobody
@@ -30,9 +30,8 @@ class Session : public QObject {
   void start();
   /// Reads all lists again.
   void refresh();
-  /// Connects a device or printer into a desktop or takes it out, or opens or ends the session of a
-  /// desktop, which is `key` then.
-  void switchItem(zq::console::ItemKind kind, const QString& key, const QString& desktop, bool on);
+  /// Does it, and tells the result.
+  void request(const zq::console::Request& request);
 
  signals:
   /// The library's object. Lives for as long as the process; comes once, before all else.
@@ -42,6 +41,10 @@ class Session : public QObject {
   void changed(zq::console::ItemKind kind, const zq::console::Item& item);
   void removed(zq::console::ItemKind kind, const QString& key);
   void told(const zq::console::News& news);
+  /// An operation begins, or with an empty title the operation has ended.
+  void working(const QString& title);
+  /// refresh() or request() has ended. Comes before the changes that it made.
+  void handled();
 
   // From the library's thread to the session's own; for nobody else.
   void deviceHeard(uint16_t code, const zq::CommonDevice& device);
@@ -49,6 +52,8 @@ class Session : public QObject {
   void deathHeard();
 
  private:
+  class Work;
+
   static int onDeviceEvent(uint16_t code, CommonDevice* device, void* self);
   static int onPrinterEvent(uint16_t code, PrinterDevice* printer, void* self);
   static int onConfigResult(uint16_t code, _ConfigNewDeviceResult* result, void* self);
@@ -64,15 +69,14 @@ class Session : public QObject {
   void hearPrinter(const PrinterDevice& printer);
   void watchDesktop(const QString& name);
   bool readDesktops();
-  bool openSession(const QString& desktop);
-  void switchSession(const QString& desktop, bool open);
+  bool run(const Request& request);
+  bool readItems();
   void listDesktops();
-  void listDevices();
-  void listPrinters();
+  bool listDevices();
+  bool listPrinters();
   QString desktopOf(uint32_t id);
-  bool answered(const QString& what);
-  bool succeeded(const QString& what, int result);
-  void tell(Severity severity, const QString& text);
+  bool answered(const QString& operation);
+  void tell(Severity severity, const QString& text, const QString& operation = {});
 
   ServiceState state_ = ServiceState::Searching;
   bool toldOfDeath_ = false;  ///< whether the library has told of the death that state_ speaks of

@@ -1,14 +1,22 @@
-// The window, driven with the mouse on a display of its own, against the real service.
+// The window, driven with keys and the mouse on a small display of its own, against the real
+// service.
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QDialog>
 #include <QFile>
+#include <QHelpEvent>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
+#include <QSettings>
 #include <QTabletEvent>
+#include <QTemporaryDir>
 #include <QTest>
+#include <QToolTip>
 #include <QTreeWidget>
 #include <cstdlib>
 
@@ -16,7 +24,8 @@
 #include "examples/console/console_window.h"
 #include "examples/console/item_panel.h"
 #include "examples/console/pen_canvas.h"
-#include "tools/embedded/private_bus.h"
+#include "perix/test_service.h"
+#include "tools/embedded/child_process.h"
 
 // LeakSanitizer asks for this by its name: the platform without a display leaves its screen behind.
 extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
@@ -27,14 +36,15 @@ namespace zq::console {
 namespace {
 
 constexpr int kPatienceMs = 30'000;
+constexpr QSize kLarge(1280, 800);
 
-// An X server of the test's own, or nothing where the window is drawn without one.
+// An X server of the test's own, or nothing where the window is drawn without a server.
 std::unique_ptr<ChildProcess> startDisplay() {
   ::setenv("QT_QPA_PLATFORM", PLATFORM, 1);
   if (std::string_view(PLATFORM) != "xcb") return nullptr;
   ChildProcess::Options options;
   options.arguments = {"Xvfb",    "-displayfd", std::to_string(ChildProcess::kReadinessDescriptor),
-                       "-screen", "0",          "1400x1000x24"};
+                       "-screen", "0",          "800x600x24"};
   options.error = ChildProcess::Stream::Capture;
   options.readiness = true;
   auto display = std::make_unique<ChildProcess>(options);
@@ -44,26 +54,23 @@ std::unique_ptr<ChildProcess> startDisplay() {
   return display;
 }
 
-// What the process has one of, from the first test to the last: the display, the bus that the
-// library is connected to, and Qt.
-class World : public testing::Environment {
+// The display and Qt, of which the process has one each, from the first test to the last.
+class Screen : public testing::Environment {
  public:
   void SetUp() override {
     display_ = startDisplay();
-    bus = std::make_unique<PrivateBus>();
-    ::setenv("ZQBUS_ADDRESS", bus->address().c_str(), 1);
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings_.path());
+    QApplication::setOrganizationName("console-test");
     application_ = std::make_unique<QApplication>(count_, arguments_);
     applyAppearance(*application_);
   }
   void TearDown() override {
     application_.reset();
-    bus.reset();
     display_.reset();
   }
 
-  std::unique_ptr<PrivateBus> bus;
-
  private:
+  QTemporaryDir settings_;
   std::unique_ptr<ChildProcess> display_;
   char name_[8] = "console";
   char* arguments_[2] = {name_, nullptr};
@@ -71,7 +78,7 @@ class World : public testing::Environment {
   std::unique_ptr<QApplication> application_;
 };
 
-auto* const world = static_cast<World*>(testing::AddGlobalTestEnvironment(new World));
+[[maybe_unused]] auto* const screen = testing::AddGlobalTestEnvironment(new Screen);
 
 template <typename Condition>
 bool comes(Condition condition) {
@@ -80,55 +87,93 @@ bool comes(Condition condition) {
 
 class AConsole : public testing::Test {
  protected:
+  void SetUp() override { QSettings().clear(); }
+
   void open() {
     window = std::make_unique<ConsoleWindow>();
     window->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
   }
-  void startService() {
-    service =
-        startDevelopmentService(world->bus->address(), PERIX_DEVSERVICE, {"--scenario", SCENARIO});
+  void openWithSession(const char* desktop) {
+    open();
+    EXPECT_TRUE(shows("desktops", desktop, "None"));
+    press("desktops", desktop);
+    EXPECT_TRUE(shows("desktops", desktop, "Open"));
   }
 
-  ItemPanel& panel(const char* name) const { return *window->findChild<ItemPanel*>(name); }
-  QPushButton& button(const char* name) const { return *panel(name).findChild<QPushButton*>(); }
-  QTreeWidget& list(const char* name) const { return *panel(name).findChild<QTreeWidget*>(); }
-  QTreeWidgetItem* row(const char* name, const char* item) const {
-    return list(name).findItems(item, Qt::MatchExactly).value(0);
+  template <typename Part>
+  Part& part(const char* name) const {
+    return *window->findChild<Part*>(name);
+  }
+  QPushButton& button(const char* panel) const {
+    return *part<ItemPanel>(panel).findChild<QPushButton*>("action");
+  }
+  QTreeWidget& list(const char* panel) const {
+    return *part<ItemPanel>(panel).findChild<QTreeWidget*>();
+  }
+  QTreeWidgetItem* row(const char* panel, const char* item) const {
+    return list(panel).findItems(item, Qt::MatchExactly).value(0);
   }
   /// Waits until the item is there in that state.
-  bool shows(const char* name, const char* item, const char* state) const {
+  bool shows(const char* panel, const char* item, const char* state) const {
     return comes([=, this] {
-      const QTreeWidgetItem* const found = row(name, item);
+      const QTreeWidgetItem* const found = row(panel, item);
       return found != nullptr && found->text(1) == state;
     });
   }
-  void select(const char* name, const char* item) const {
-    list(name).scrollToItem(row(name, item));
-    QTest::mouseClick(list(name).viewport(), Qt::LeftButton, {},
-                      list(name).visualItemRect(row(name, item)).center());
+  bool vanishes(const char* panel, const char* item) const {
+    return comes([=, this] { return row(panel, item) == nullptr; });
   }
-  void switchItem(const char* name, const char* item) const {
-    select(name, item);
-    QTest::mouseClick(&button(name), Qt::LeftButton);
+  void select(const char* panel, const char* item) const {
+    list(panel).scrollToItem(row(panel, item));
+    QTest::mouseClick(list(panel).viewport(), Qt::LeftButton, {},
+                      list(panel).visualItemRect(row(panel, item)).center());
   }
+  void press(const char* panel, const char* item) const {
+    select(panel, item);
+    QTest::mouseClick(&button(panel), Qt::LeftButton);
+  }
+  void alt(Qt::Key key) const { QTest::keyClick(window.get(), key, Qt::AltModifier); }
+  /// Goes to an item of the list that has the keyboard, and presses Enter there.
+  void enter(const char* item) const {
+    QTest::keyClicks(QApplication::focusWidget(), item);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+  }
+  QString title() const { return part<QLabel>("bannerTitle").text(); }
+  QString detail() const { return part<QLabel>("bannerDetail").text(); }
   bool bannerBecomes(const char* text) const {
-    return comes([=, this] { return window->findChild<QLabel*>("bannerTitle")->text() == text; });
+    return comes([=, this] { return title() == text; });
   }
   bool logHas(const char* text) const {
-    const auto* const log = window->findChild<QTreeWidget*>("log");
-    return !log->findItems(text, Qt::MatchContains, 1).isEmpty();
+    return !part<QTreeWidget>("log").findItems(text, Qt::MatchContains, 1).isEmpty();
   }
-  QTreeWidget& packets() const { return *window->findChild<QTreeWidget*>("packets"); }
   QString packet(int index, int column) const {
-    return packets().topLevelItem(index)->text(column);
+    return part<QTreeWidget>("packets").topLevelItem(index)->text(column);
   }
 
-  std::unique_ptr<ChildProcess> service;
+  PerixTestService service{{PerixTestService::Place::Beside, SCENARIO, {}, PERIX_DEVSERVICE}};
   std::unique_ptr<ConsoleWindow> window;
 };
 
-// Draws the recorded stroke with a pen; how many events it has.
+int visibleRows(const QTreeWidget& list) {
+  int count = 0;
+  for (int index = 0; list.isVisible() && index < list.topLevelItemCount(); ++index) {
+    count += list.viewport()->rect().contains(list.visualItemRect(list.topLevelItem(index)));
+  }
+  return count;
+}
+
+// The tool tip that a mouse over a cell brings.
+QString toolTipOver(const QTreeWidget& list, const QTreeWidgetItem* row) {
+  const QPoint place = list.visualItemRect(row).topLeft() + QPoint(10, 5);
+  QHelpEvent hover(QEvent::ToolTip, place, list.viewport()->mapToGlobal(place));
+  QApplication::sendEvent(list.viewport(), &hover);
+  return QToolTip::isVisible() ? QToolTip::text() : QString();
+}
+
+// Draws the recorded stroke with a pen; returns the number of its events.
 int drawStroke(PenCanvas& canvas) {
   QFile file(STROKE);
   EXPECT_TRUE(file.open(QIODevice::ReadOnly));
@@ -136,7 +181,7 @@ int drawStroke(PenCanvas& canvas) {
   for (; !file.atEnd(); ++count) {
     const QJsonObject event = QJsonDocument::fromJson(file.readLine()).object();
     const QString type = event["type"].toString();
-    const QPointF position(event["x"].toDouble() + 110, event["y"].toDouble() + 20);
+    const QPointF position(event["x"].toDouble() + 10, event["y"].toDouble() + 20);
     QTabletEvent pen(type == "press"  ? QEvent::TabletPress
                      : type == "move" ? QEvent::TabletMove
                                       : QEvent::TabletRelease,
@@ -147,77 +192,217 @@ int drawStroke(PenCanvas& canvas) {
   return count;
 }
 
-TEST_F(AConsole, ConnectsWhatIsClickedAndSendsWhatIsDrawn) {
-  startService();
+TEST_F(AConsole, ConnectsTheClickedItemAndSendsTheStroke) {
   open();
+  window->resize(kLarge);
   EXPECT_TRUE(shows("devices", "Backup disk", "Idle"));
   select("devices", "Backup disk");
   EXPECT_FALSE(button("devices").isEnabled()) << "there is no session to connect into";
-  switchItem("desktops", "lab-2");
-  EXPECT_TRUE(shows("desktops", "lab-2", "Session open"));
-  EXPECT_EQ(button("devices").text(), "Connect to lab-2");
-  switchItem("devices", "Backup disk");
+  press("desktops", "lab-2");
+  EXPECT_TRUE(shows("desktops", "lab-2", "Open"));
+  EXPECT_EQ(button("devices").text(), "&Connect to lab-2");
+  press("devices", "Backup disk");
   EXPECT_TRUE(shows("devices", "Backup disk", "Connected"));
   EXPECT_EQ(row("devices", "Backup disk")->text(2), "lab-2");
   select("printers", "Label printer");
   QTest::mouseDClick(list("printers").viewport(), Qt::LeftButton, {},
                      list("printers").visualItemRect(row("printers", "Label printer")).center());
   EXPECT_TRUE(shows("printers", "Label printer", "Connected"));
-  switchItem("devices", "Firmware stick");
-  EXPECT_TRUE(comes([this] { return logHas("Connect device 8 to lab-2: the service refused"); }));
 
   PenCanvas& canvas = *window->findChild<PenCanvas*>();
   const int count = drawStroke(canvas);
-  EXPECT_EQ(packets().topLevelItemCount(), count);
+  EXPECT_EQ(part<QTreeWidget>("packets").topLevelItemCount(), count);
   EXPECT_EQ(packet(1, 2), "0x26003");
-  EXPECT_EQ(packet(1, 3), "170");  // 60 in the recording
+  EXPECT_EQ(packet(1, 3), "70");  // 60 in the recording
   EXPECT_EQ(packet(1, 5), "0.350");
   EXPECT_TRUE(packet(1, 6).startsWith("27 01 d007 02000000 c2000000"))
       << packet(1, 6).toStdString();
   EXPECT_TRUE(window->grab().save(SCREENSHOTS "/console.png"));
 
   QTest::mouseClick(&canvas, Qt::LeftButton, {}, {7, 9});
-  ASSERT_EQ(packets().topLevelItemCount(), count + 2) << "the mouse is a pen, too";
+  ASSERT_EQ(part<QTreeWidget>("packets").topLevelItemCount(), count + 2)
+      << "the mouse is a pen, too";
   EXPECT_EQ(packet(count, 5), "1.000");
   EXPECT_EQ(packet(count + 1, 2), "0x26002");
 }
 
-TEST_F(AConsole, SaysThatTheServiceDiedAndOpensItsSessionsAgain) {
-  startService();
+TEST_F(AConsole, ShowsRowsOnSmallScreensAndKeepsItsSize) {
+  openWithSession("lab-2");
+  const QSize room = QGuiApplication::primaryScreen()->availableSize();
+  EXPECT_EQ(window->size().boundedTo(room), window->size()) << "larger than the screen";
+  for (const QSize size : {QSize(640, 480), window->size(), QSize(800, 600), kLarge}) {
+    window->resize(size);
+    ASSERT_TRUE(comes([&] { return window->size() == size; })) << size.width();
+    for (const char* panel : {"desktops", "devices", "printers"}) {
+      EXPECT_GE(visibleRows(list(panel)), 2) << panel << " at " << size.width();
+    }
+    EXPECT_GE(visibleRows(part<QTreeWidget>("log")), 2) << size.width();
+    EXPECT_EQ(part<QTreeWidget>("packets").isVisible(), size == kLarge) << size.width();
+  }
+  window->resize(700, 500);
+  window.reset();
   open();
-  EXPECT_TRUE(shows("desktops", "office-1", "No session"));
-  switchItem("desktops", "office-1");
-  EXPECT_TRUE(shows("desktops", "office-1", "Session open"));
-  switchItem("devices", "Desk camera");
-  EXPECT_TRUE(shows("devices", "Desk camera", "Connected"));
-  for (int death = 0; death < 2; ++death) {
-    service->kill();
-    EXPECT_TRUE(bannerBecomes("The service died"));
-    EXPECT_FALSE(panel("devices").isEnabled());
-    EXPECT_TRUE(window->grab().save(SCREENSHOTS "/console-died.png"));
-    startService();
-    EXPECT_TRUE(bannerBecomes("Connected again"));
-    EXPECT_TRUE(shows("devices", "Desk camera", "Idle"))
-        << "the new service knows of no connection";
-    EXPECT_TRUE(panel("devices").isEnabled());
-    switchItem("devices", "Desk camera");  // which takes the session of office-1
-    EXPECT_TRUE(shows("devices", "Desk camera", "Connected"));
+  EXPECT_EQ(window->size(), QSize(700, 500));
+}
+
+TEST_F(AConsole, DoesEverythingByKeys) {
+  open();
+  EXPECT_TRUE(comes([this] { return list("desktops").hasFocus(); }));
+  enter("lab");
+  EXPECT_TRUE(shows("desktops", "lab-2", "Open"));
+  alt(Qt::Key_V);
+  enter("Backup");
+  EXPECT_TRUE(shows("devices", "Backup disk", "Connected"));
+  alt(Qt::Key_C);
+  EXPECT_TRUE(shows("devices", "Backup disk", "Idle"));
+  alt(Qt::Key_P);
+  enter("Corridor");
+  EXPECT_TRUE(shows("printers", "Corridor", "Connected"));
+  QTest::keyClick(window.get(), Qt::Key_F5);
+  EXPECT_TRUE(comes([this] { return logHas("Refresh: done"); }));
+  QStringList help;
+  QMetaObject::invokeMethod(
+      window.get(),
+      [&] {
+        for (const auto* label : part<QDialog>("shortcuts").findChildren<QLabel*>()) {
+          help.append(label->text());
+        }
+        QTest::keyClick(&part<QDialog>("shortcuts"), Qt::Key_Escape);
+      },
+      Qt::QueuedConnection);
+  QTest::keyClick(window.get(), Qt::Key_F1);
+  for (const char* keys : {"F5, Alt+R", "Return, Enter", "Alt+C", "Alt+N"}) {
+    EXPECT_TRUE(help.contains(keys)) << keys;
   }
 }
 
-TEST_F(AConsole, StaysUsableWhileTheServiceHangsAndConnectsOnceThereIsOne) {
+TEST_F(AConsole, ShowsAFailureUntilTheNextSuccessOrDismissal) {
+  openWithSession("lab-2");
+  service.setFault("connectPrinter", "error");
+  struct Case {
+    const char* panel;
+    const char* item;
+    const char* title;
+    const char* reason;
+  };
+  for (const Case& row : {Case{"devices", "Firmware stick", "Connect Firmware stick to lab-2",
+                               "The service refused: forbidden by the device's policy (result 7)"},
+                          {"printers", "Corridor", "Connect Corridor to lab-2",
+                           "The service answered with an error: "}}) {
+    press(row.panel, row.item);
+    EXPECT_TRUE(bannerBecomes(row.title));
+    EXPECT_TRUE(detail().startsWith(row.reason)) << detail().toStdString();
+    EXPECT_TRUE(logHas(row.title));
+  }
+  service.plug("type = \"camera\"\nname = \"New camera\"");
+  EXPECT_TRUE(shows("devices", "New camera", "Waiting"));
+  EXPECT_EQ(title(), "Connect Corridor to lab-2") << "an event put the failure away";
+  QTest::keyClick(window.get(), Qt::Key_Escape);
+  EXPECT_EQ(title(), "Connected");
+  press("devices", "Firmware stick");
+  EXPECT_TRUE(bannerBecomes("Connect Firmware stick to lab-2"));
+  press("printers", "Corridor");
+  EXPECT_TRUE(bannerBecomes("Connected"));
+}
+
+TEST_F(AConsole, ConfiguresOrIgnoresNewDevices) {
+  openWithSession("lab-2");
+  struct Case {
+    const char* type;
+    bool always;
+    Qt::Key key;
+    const char* state;
+    const char* method;
+    const char* decision;  // ends the arguments: type, automatic connection, announcement
+  };
+  for (const Case& row :
+       {Case{"camera", false, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,0,1]"},
+        {"disk", true, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,1,1]"},
+        {"scanner", false, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,1]"},
+        {"pen", true, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,0]"}}) {
+    service.clearCalls();
+    const auto device = service.plug(std::string("type = \"") + row.type + "\"\nname = \"New\"");
+    ASSERT_TRUE(shows("devices", "New", "Waiting"));
+    select("devices", "New");
+    if (row.always) alt(Qt::Key_A);
+    alt(row.key);
+    EXPECT_TRUE(shows("devices", "New", row.state)) << row.type;
+    const std::string arguments = service.awaitCalls(row.method).at(0).arguments;
+    EXPECT_TRUE(QString::fromStdString(arguments).endsWith(row.decision)) << arguments;
+    EXPECT_FALSE(part<QPushButton>("ignore").isVisible());
+    service.unplug(device.number);
+    EXPECT_TRUE(vanishes("devices", "New"));
+  }
+}
+
+TEST_F(AConsole, ShowsLongNamesInFullAsToolTips) {
+  open();
+  const QString name = QString("Camera with a very long name ").repeated(4) + "<b>";
+  service.plug("type = \"camera\"\nname = \"" + name.toStdString() + "\"");
+  const QByteArray shown = name.toUtf8();
+  ASSERT_TRUE(shows("devices", shown, "Waiting"));
+  EXPECT_EQ(toolTipOver(list("devices"), row("devices", "Headset")), QString());
+  EXPECT_TRUE(toolTipOver(list("devices"), row("devices", shown)).contains("name &lt;b&gt;"));
+}
+
+TEST_F(AConsole, SaysThatTheServiceDiedAndOpensItsSessionsAgain) {
+  openWithSession("office-1");
+  press("desktops", "lab-2");
+  EXPECT_TRUE(shows("desktops", "lab-2", "Open"));
+  press("desktops", "lab-2");
+  EXPECT_TRUE(shows("desktops", "lab-2", "None"));
+  select("desktops", "office-1");
+  const auto camera = service.plug("type = \"camera\"\nname = \"New camera\"");
+  EXPECT_TRUE(shows("devices", "New camera", "Waiting"));
+  service.unplug(camera.number);
+  EXPECT_TRUE(vanishes("devices", "New camera"));
+  for (int death = 0; death < 2; ++death) {
+    service.stop();
+    EXPECT_TRUE(bannerBecomes("The service died"));
+    EXPECT_FALSE(button("devices").isEnabled());
+    EXPECT_TRUE(window->grab().save(SCREENSHOTS "/console-died.png"));
+    service.start();
+    EXPECT_TRUE(bannerBecomes("Connected again"));
+    EXPECT_TRUE(shows("devices", "Desk camera", "Idle"))
+        << "the new service knows of no connection";
+    EXPECT_TRUE(comes([this] { return button("devices").isEnabled(); }));
+    press("devices", "Desk camera");  // which takes the session of office-1
+    EXPECT_TRUE(shows("devices", "Desk camera", "Connected"));
+    EXPECT_EQ(row("desktops", "lab-2")->text(1), "None") << "an ended session was opened again";
+  }
+}
+
+TEST_F(AConsole, SaysThatItWaitsWhileTheServiceHangs) {
+  service.stop();
   open();
   EXPECT_TRUE(bannerBecomes("Looking for the peripheral service"));
-  EXPECT_FALSE(panel("devices").isEnabled());
-  startService();
+  EXPECT_FALSE(button("desktops").isEnabled());
+  service.start();
   EXPECT_TRUE(bannerBecomes("Connected"));
-  EXPECT_TRUE(shows("desktops", "office-1", "No session"));
-  service->pause();
-  switchItem("desktops", "office-1");
-  EXPECT_GT(drawStroke(*window->findChild<PenCanvas*>()), 0);
-  EXPECT_FALSE(logHas("Open session of office-1")) << "the click waited for the service";
+  EXPECT_TRUE(shows("desktops", "office-1", "None"));
+  service.pause();
+  press("desktops", "office-1");
+  EXPECT_TRUE(bannerBecomes("Open session of office-1"));
+  EXPECT_TRUE(window->findChild<QProgressBar*>()->isVisible());
+  EXPECT_FALSE(button("desktops").isEnabled());
+  select("desktops", "lab-2");
+  EXPECT_EQ(list("desktops").currentItem()->text(0), "lab-2") << "lists can be read meanwhile";
   EXPECT_TRUE(comes([this] { return logHas("Open session of office-1: no answer"); }));
-  service->signal(SIGCONT);
+  EXPECT_TRUE(comes([this] { return detail().startsWith("No answer: "); }));
+  EXPECT_FALSE(window->findChild<QProgressBar*>()->isVisible());
+  service.resume();
+  EXPECT_TRUE(comes([this] { return button("desktops").isEnabled(); }));
+}
+
+TEST_F(AConsole, FollowsADarkPalette) {
+  open();
+  const auto lightness = [this] { return window->grab().toImage().pixelColor(2, 2).lightness(); };
+  const QPalette before = QApplication::palette();
+  EXPECT_GT(lightness(), 200);
+  QApplication::setPalette(QPalette(Qt::black));
+  EXPECT_TRUE(comes([&] { return lightness() < 50; }));
+  QApplication::setPalette(before);
+  EXPECT_TRUE(comes([&] { return lightness() > 200; }));
 }
 
 }  // namespace
