@@ -26,6 +26,12 @@ constexpr int kRowsAtLeast = 3;  // the heads of the columns are the first
 constexpr int kNameCharacters = 6;
 constexpr int kTargetCharacters = 14;
 
+struct Spare {
+  Column column;
+  int characters;  // the list's width from which on the column is shown
+};
+constexpr Spare kSpares[] = {{kDesktop, 40}, {kDetail, 56}};
+
 QTreeWidget* makeList(const QStringList& columns, QWidget* parent) {
   auto* const list = new QTreeWidget(parent);
   list->setColumnCount(columns.size());
@@ -136,6 +142,15 @@ QWidget* ItemPanel::makeDecision() {
   layout->addWidget(ignore_);
   connect(ignore_, &QPushButton::clicked, this, [this] { ask(Verb::Ignore); });
   return decision_;
+}
+
+// The names come first where there is little room.
+void ItemPanel::resizeEvent(QResizeEvent* event) {
+  QFrame::resizeEvent(event);
+  for (const Spare& spare : kSpares) {
+    const bool fits = width() >= spare.characters * fontMetrics().averageCharWidth();
+    list_->setColumnHidden(spare.column, !fits);
+  }
 }
 
 void ItemPanel::setItems(const QVector<Item>& items) {

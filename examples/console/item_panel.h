@@ -54,6 +54,9 @@ class ItemPanel : public QFrame {
   void selectionChanged();
   void requested(const zq::console::Request& request);
 
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
+
  private:
   void makeEnterAction();
   QWidget* makeHead(const QIcon& icon);

@@ -18,9 +18,9 @@ namespace {
 constexpr int kPacketsShown = 500;
 enum Column { kNumber, kMeaning, kCode, kX, kY, kPressure, kHeader, kColumns };
 // Texts that fit into the columns; the header takes the rest.
-constexpr const char* kSamples[] = {"00000", "Event", "0x26016", "0000", "0000", "Pressure"};
+constexpr const char* kSamples[] = {"0000", "Event", "0x26016", "000", "000", "Pressure"};
 static_assert(std::size(kSamples) == kHeader);
-constexpr int kCellPadding = 14;
+constexpr int kCellPadding = 12;
 
 QString meaningOf(uint32_t code) {
   switch (code) {

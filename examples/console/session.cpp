@@ -32,6 +32,12 @@ QString outcomeTitle(uint16_t code, const QString& name) {
   }
 }
 
+// Some events want a person.
+Severity severityOf(EventKind kind) {
+  const bool urgent = kind == EventKind::NewDevice || kind == EventKind::DeviceRefused;
+  return urgent ? Severity::Warning : Severity::Note;
+}
+
 }  // namespace
 
 /// Tells the window which operation runs, for as long as the object lives.
@@ -172,10 +178,8 @@ void Session::hearDevice(uint16_t code, const CommonDevice& device) {
   } else {
     emit changed(ItemKind::Device, item);
   }
-  // A device that waits for a decision needs the user.
-  const bool asks = static_cast<EventKind>(code) == EventKind::NewDevice;
   const QString name = isolated(item.name);
-  tell(asks ? Severity::Warning : Severity::Note,
+  tell(severityOf(static_cast<EventKind>(code)),
        QString("Device %1, %2, %3: %4")
            .arg(item.key, name, deviceEventText(code), item.state.toLower()));
 }

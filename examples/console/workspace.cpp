@@ -19,7 +19,7 @@ const QString kColumnKeys[] = {"handles/wide", "handles/narrow"};
 // Shares of the room, which the splitter scales.
 const QList<int> kBody = {560, 170};
 const QList<int> kLeft = {40, 60};
-const QList<int> kColumns = {300, 400, 380};
+const QList<int> kColumns = {270, 390, 440};
 
 void setUp(QSplitter& splitter, const QList<int>& shares) {
   splitter.setChildrenCollapsible(false);  // the keyboard cannot bring a hidden panel back
