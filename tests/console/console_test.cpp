@@ -62,6 +62,9 @@ class Screen : public testing::Environment {
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings_.path());
     QApplication::setOrganizationName("console-test");
     application_ = std::make_unique<QApplication>(count_, arguments_);
+    QFont font = QApplication::font();
+    font.setPixelSize(13);  // on every display the same: the room counts in lines of text
+    QApplication::setFont(font);
     applyAppearance(*application_);
   }
   void TearDown() override {
