@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "tests/support/bus_daemon.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -13,7 +14,7 @@ namespace {
 class World : public testing::Environment {
  public:
   void SetUp() override {
-    bus = std::make_unique<PrivateBus>();
+    bus = std::make_unique<PrivateBus>(busDaemon());
     ::setenv("ZQBUS_ADDRESS", bus->address().c_str(), 1);
   }
   void TearDown() override { bus.reset(); }

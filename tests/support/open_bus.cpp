@@ -5,6 +5,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "tests/support/bus_daemon.h"
+
 namespace zq {
 
 OpenBus::OpenBus() {
@@ -15,7 +17,7 @@ OpenBus::OpenBus() {
       <policy context="default"><allow user="*"/><allow own="*"/><allow send_destination="*"/>
       <allow receive_sender="*"/></policy></busconfig>)";
   ChildProcess::Options options;
-  options.arguments = {"dbus-daemon", "--nofork", "--nopidfile",
+  options.arguments = {busDaemon(), "--nofork", "--nopidfile",
                        "--config-file=" + directory_ + "/conf",
                        "--print-address=" + std::to_string(ChildProcess::kReadinessDescriptor)};
   options.readiness = true;

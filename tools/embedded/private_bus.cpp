@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "platform/util/mutex.h"
@@ -167,7 +168,7 @@ std::string readinessOf(ChildProcess& child, const std::string& name) {
 
 }  // namespace
 
-PrivateBus::PrivateBus() {
+PrivateBus::PrivateBus(std::string daemon) : program_(std::move(daemon)) {
   removeStaleDirectories();
   directory_ = makeDirectory();
   try {
@@ -204,13 +205,13 @@ void PrivateBus::removeAll() {
 void PrivateBus::start() {
   std::filesystem::remove(directory_ / "bus");
   ChildProcess::Options options;
-  options.arguments = {"dbus-daemon", "--nofork", "--nopidfile",
+  options.arguments = {program_, "--nofork", "--nopidfile",
                        "--config-file=" + (directory_ / "bus.conf").string(),
                        "--print-address=" + std::to_string(ChildProcess::kReadinessDescriptor)};
   options.error = ChildProcess::Stream::Capture;
   options.readiness = true;
   daemon_ = std::make_unique<ChildProcess>(options);
-  const std::string line = readinessOf(*daemon_, "dbus-daemon");
+  const std::string line = readinessOf(*daemon_, program_);
   // Behind the comma stands the identity of this daemon; a later one has another.
   address_ = line.substr(0, line.find(','));
 }

@@ -36,8 +36,9 @@ class NotReady : public std::runtime_error {
 class PrivateBus {
  public:
   /// Starts the daemon and waits until it listens. Throws std::runtime_error, in words, when there
-  /// is no dbus-daemon, and NotReady when it does not come up within 10 s.
-  PrivateBus();
+  /// is no dbus-daemon, and NotReady when it does not come up within 10 s. `daemon` is dbus-daemon,
+  /// or a program that takes its options.
+  explicit PrivateBus(std::string daemon = "dbus-daemon");
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
   ~PrivateBus();
@@ -62,6 +63,7 @@ class PrivateBus {
  private:
   void start();
 
+  const std::string program_;
   std::filesystem::path directory_;
   OwnedDescriptor lock_;  ///< held for as long as the directory is in use
   std::string address_;
