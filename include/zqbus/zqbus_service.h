@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zqbus/message.h"
@@ -48,6 +49,11 @@ class ZQBusCall {
   virtual void fail(const std::string& text) = 0;
   /// Answers that the service has no such method.
   virtual void failUnknownMethod() = 0;
+  /// For a service that plays a faulty service: writes `bytes` in place of an answer, and ends the
+  /// connection that the call came on. On the bus that is the connection of the service itself,
+  /// which connects again as after any loss. In one process no bytes travel, and the call goes
+  /// without an answer.
+  virtual void breakConnection(std::string_view /*bytes*/) {}
 };
 
 /// A service on the bus, from claim() to its destruction, and on a direct line to each client that

@@ -47,6 +47,10 @@ class TracedCall : public ZQBusCall {
     call_->failUnknownMethod();
     answered([] { return ZQBusMessage::failed(ZQBusFailure::Service, "no such method"); });
   }
+  void breakConnection(std::string_view bytes) override {
+    call_->breakConnection(bytes);
+    answered();
+  }
 
  private:
   template <typename Reply>

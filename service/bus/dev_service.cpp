@@ -150,6 +150,7 @@ void DevService::noteAnswer(const NotedCall& noted, const Answer& answer) {
 void DevService::serve(const NotedCall& noted, const FaultPlan& plan) {
   const auto& call = noted.call;
   const std::string& method = call->message().name();
+  if (plan.lastBytes) return call->breakConnection(*plan.lastBytes);
   if (plan.error) {
     noteAnswer(noted, Answer::error("injected fault"));
     return call->fail("injected fault");

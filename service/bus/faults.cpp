@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <random>
+#include <string_view>
 #include <utility>
 
 namespace zq::devservice {
@@ -10,6 +12,27 @@ namespace {
 constexpr int64_t kLongestMs = 3'600'000;
 constexpr int64_t kLargestFlood = 300'000;  // the backlog of the bus library is somewhat longer
 constexpr int64_t kLongestRecord = 1 << 20;
+constexpr int64_t kLongestGarbage = 1 << 16;
+
+// The head of an answer with one block of bytes for its argument, and the block's length.
+constexpr std::string_view kAnswerHead(
+    "l\2\1\1\100\0\0\0\1\0\0\0\20\0\0\0"       // sizes of body and fields; serial number
+    "\5\1u\0\1\0\0\0\10\1g\0\2ay\0\74\0\0\0",  // answered number; types; block's length
+    36);
+constexpr int64_t kLongestCutAnswer = 95;  // one byte short of the whole
+
+std::string garbage(int64_t length) {
+  std::minstd_rand random;
+  std::string bytes(static_cast<std::size_t>(length), '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random() >> 8);
+  return bytes;
+}
+
+std::string cutAnswer(int64_t length) {
+  std::string bytes(kAnswerHead);
+  bytes.resize(static_cast<std::size_t>(length));
+  return bytes;
+}
 
 struct KindRow {
   FaultKind kind;
@@ -35,6 +58,10 @@ constexpr std::array kKinds = {
             [](FaultPlan& plan, int64_t n) { plan.flood += n; }},
     KindRow{FaultKind::StopReading, "stop-reading", kLongestMs,
             [](FaultPlan& plan, int64_t ms) { plan.stopReading += std::chrono::milliseconds(ms); }},
+    KindRow{FaultKind::Garbage, "garbage", kLongestGarbage,
+            [](FaultPlan& plan, int64_t n) { plan.lastBytes = garbage(n); }},
+    KindRow{FaultKind::Truncate, "truncate", kLongestCutAnswer,
+            [](FaultPlan& plan, int64_t n) { plan.lastBytes = cutAnswer(n); }},
     KindRow{FaultKind::Crash, "crash", kLongestMs,
             [](FaultPlan& plan, int64_t) { plan.crash = true; }},
 };

@@ -21,6 +21,8 @@ enum class FaultKind {
   Drop,
   Flood,
   StopReading,
+  Garbage,
+  Truncate,
   Crash,
 };
 
@@ -35,6 +37,8 @@ struct FaultPlan {
   bool crash = false;
   bool wrongType = false;
   std::optional<uint32_t> recordLength;
+  /// Written in place of an answer; then the connection ends.
+  std::optional<std::string> lastBytes;
 
   /// The answer, distorted by the faults.
   Answer distort(const Answer& answer) const;

@@ -55,6 +55,21 @@ TEST(AProxy, HasTheBusStartTheServiceAtFirstAndAfterItsDeath) {
   EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
 }
 
+TEST(AProxy, TakesABrokenConnectionForADeathAndConnectsAgain) {
+  const auto service = startService();
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  for (const char* kind : {"garbage", "truncate"}) {
+    for (const int64_t length : {0, 1, 15, 16, 40, 95}) {
+      awaitConnection();
+      askControl("setFault", message(std::string("doPerixTest"), std::string(kind), length, 1));
+      EXPECT_EQ(proxy.DoPerixTest("loopback"), -1);
+      EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Died) << kind << ' ' << length;
+    }
+  }
+  awaitConnection();
+  EXPECT_EQ(askControl("listFaults"), "[]");
+}
+
 TEST(AProxy, SurvivesManyDeathsUnderLoad) {
   auto service = startService();
   std::atomic<bool> stop = false;

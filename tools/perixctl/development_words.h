@@ -21,6 +21,8 @@ inline constexpr std::array kFaultKinds = {
     FaultKind{"drop", "no answer", false},
     FaultKind{"flood", "events before the answer", true},
     FaultKind{"stop-reading", "milliseconds without reading the bus", true},
+    FaultKind{"garbage", "bytes that are not a message; then the connection ends", true},
+    FaultKind{"truncate", "bytes of an answer; then the connection ends", true},
     FaultKind{"crash", "the service kills itself", false},
 };
 

@@ -81,6 +81,13 @@ void ReceivedCall::failUnknownMethod() {
   failWith(SD_BUS_ERROR_UNKNOWN_METHOD, "no method " + call_.name());
 }
 
+void ReceivedCall::breakConnection(std::string_view bytes) {
+  const ConnectionLoop::Hold hold(connection_->loop());
+  if (message_ == nullptr) return;
+  connection_->breakOff(bytes);
+  message_.reset();
+}
+
 void ReceivedCall::failWith(const char* name, const std::string& text) {
   const ConnectionLoop::Hold hold(connection_->loop());
   answerError(name, text);

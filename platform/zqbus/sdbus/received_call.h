@@ -31,6 +31,7 @@ class ReceivedCall : public ZQBusCall {
   void reply(const ZQBusMessage& result) override;
   void fail(const std::string& text) override;
   void failUnknownMethod() override;
+  void breakConnection(std::string_view bytes) override;
 
  private:
   int decode() REQUIRES(connection_->loop().mutex());

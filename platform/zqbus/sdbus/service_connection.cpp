@@ -199,6 +199,12 @@ void ServiceConnection::afterSend(std::size_t size) {
   loop().afterSend();
 }
 
+void ServiceConnection::breakOff(std::string_view bytes) {
+  if (loop().lost()) return;
+  ::send(sd_bus_get_fd(loop().bus()), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  cut();
+}
+
 void ServiceConnection::cut() {
   ::shutdown(sd_bus_get_fd(loop().bus()), SHUT_RDWR);
 }

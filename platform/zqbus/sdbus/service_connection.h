@@ -5,6 +5,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "connection_loop.h"
@@ -58,6 +59,8 @@ class ServiceConnection : public std::enable_shared_from_this<ServiceConnection>
   /// To be called after a message of `size` bytes was sent. Cuts the line of a client that does not
   /// read, once its backlog exceeds 64 MiB.
   void afterSend(std::size_t size) REQUIRES(loop().mutex());
+  /// Writes bytes that need not be a message, and ends the connection.
+  void breakOff(std::string_view bytes) REQUIRES(loop().mutex());
 
  protected:
   /// Whether the connection is cut once the messages that wait for a slow peer exceed 64 MiB in
