@@ -10,6 +10,7 @@
 #include "tests/bus/hostile_bodies.h"
 #include "tests/bus/hostile_memory.h"
 #include "tests/bus/peers.h"
+#include "tests/support/bus_daemon.h"
 
 namespace zq {
 namespace {
@@ -36,6 +37,13 @@ Fate fateAtClient(const OddBody& body) {
   return fate != Fate::Cut && body.sentDescriptors > 0 ? Fate::Dropped : fate;
 }
 
+/// Whether dbus-broker handles a body in its own way (docs/bus.md). It ends the connection of a
+/// client that takes no descriptors, and drops the good reply that follows a dropped reply.
+bool isOtherOnDbusBroker(const OddBody& body) {
+  const bool droppedByClient = body.fate == Fate::Dropped && body.passesBus;
+  return usesDbusBroker() && !usesDirectLines() && (body.sentDescriptors > 0 || droppedByClient);
+}
+
 /// Descriptors to send along.
 std::vector<int> descriptorsFor(const OddBody& body) {
   return std::vector<int>(body.sentDescriptors, STDIN_FILENO);
@@ -51,6 +59,7 @@ bool send(Peer& peer, Message message, const OddBody& body) {
 template <typename Check>
 void forEachOddBody(Check check) {
   for (const OddBody& body : oddBodies()) {
+    if (isOtherOnDbusBroker(body)) continue;
     SCOPED_TRACE(body.name);
     std::fprintf(stderr, "%s\n", body.name);
     resetPeak();
