@@ -12,7 +12,7 @@ struct Holdings {
 };
 
 /// What a process may hold beyond what it held at first.
-inline constexpr Holdings kAllowance = {0, 0, 24 * 1024};
+inline constexpr Holdings kAllowance = {0, 0, 8 * 1024};
 
 Holdings currentHoldings();
 

@@ -68,6 +68,10 @@ int runMatrix(const CommandLine& line) {
   std::erase_if(jobs, [&](const Job& job) {
     return !(job.setting.name() + "/" + job.operations.front()).starts_with(line.cell);
   });
+  if (jobs.empty()) {
+    std::fprintf(stderr, "perix_chaos: there is no cell %s\n", line.cell.c_str());
+    return 2;
+  }
   std::printf("seed %u\n", line.seed);
   std::fflush(stdout);
   Table table;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/text/escape.h"
+
 namespace zq::chaos {
 namespace {
 
@@ -23,6 +25,11 @@ bool isFailure(const WireRow& operation, const Outcome& outcome, PerixFailure fa
   return outcome.result == operation.failure && outcome.report.failure == failure;
 }
 
+/// Whether that is the result for an argument that is missing.
+bool isEmpty(const WireRow& operation, const std::string& result) {
+  return result == "0" || (result == operation.failure && result != "-1");
+}
+
 bool isAllowed(const WireRow& operation, Effect effect, const std::vector<Outcome>& healthy,
                const Outcome& outcome) {
   const bool isSent = outcome.result == healthy.front().result;
@@ -40,7 +47,8 @@ bool isAllowed(const WireRow& operation, Effect effect, const std::vector<Outcom
       return isFailure(operation, outcome, PerixFailure::Refused) &&
              outcome.report.text == "injected fault";
     case Effect::Odd:
-      return outcome.report.failure == PerixFailure::Unreadable;
+      return isEmpty(operation, outcome.result) &&
+             outcome.report.failure == PerixFailure::Unreadable;
     case Effect::TimedOut:
       return isFailure(operation, outcome, PerixFailure::TimedOut) || contains(healthy, outcome);
     case Effect::Gone:
@@ -59,7 +67,7 @@ bool isInTime(const WireRow& operation, const Outcome& outcome) {
 
 std::string show(const Outcome& outcome) {
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(outcome.took);
-  return "'" + outcome.result + "', " +
+  return "'" + escaped(outcome.result) + "', " +
          kFailures[static_cast<std::size_t>(outcome.report.failure)] + " \"" + outcome.report.text +
          "\" after " + std::to_string(milliseconds.count()) + " ms";
 }

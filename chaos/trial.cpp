@@ -76,6 +76,11 @@ std::vector<Testimony> runOnThreads(const Tried& tried, int threads) {
   return all;
 }
 
+int countDeath(uint16_t code, void*, void* deaths) {
+  if (code == SERVICE_DIED) static_cast<Watched<int>*>(deaths)->change([](int& all) { ++all; });
+  return 0;
+}
+
 /// The proxy handles a death on a thread of its own, and until then operations end as Died.
 Outcome outcomeAfterwards(const WireRow& operation) {
   const auto deadline = std::chrono::steady_clock::now() + kSlack;
@@ -102,6 +107,7 @@ std::string Trial::run(const NamedWireRow& named) {
   }
   std::string complaint = runUnderFault(tried, healthy);
   if (complaint.empty()) complaint = runAfterwards(tried, healthy.front());
+  if (complaint.empty() && tried.endsConnection()) complaint = complaintAboutDeaths();
   if (complaint.empty()) complaint = excessOver(*first_);
   const PlannedFault& fault = tried.fault;
   return complaint.empty()
@@ -109,9 +115,13 @@ std::string Trial::run(const NamedWireRow& named) {
              : complaint + " (" + fault.kind + " " + std::to_string(fault.value) + ")";
 }
 
-std::string Trial::runUnderFault(const Tried& tried, const std::vector<Outcome>& healthy) const {
+std::string Trial::runUnderFault(const Tried& tried, const std::vector<Outcome>& healthy) {
   const auto& [operation, method, fault] = tried;
   World::control("clearCalls");
+  if (tried.endsConnection()) {
+    deaths_.change([](int& deaths) { deaths = 0; });
+    PerixProxy::getInstance()->RegisterCallback("desk-3", &countDeath, &deaths_);
+  }
   if (tried.asks()) {
     World::control("setFault", message(method, fault.kind, fault.value, fault.calls));
   }
@@ -135,6 +145,12 @@ std::string Trial::complaintAboutCalls(const std::string& method) const {
   for (std::size_t at = 0; (at = calls.find(call, at)) != std::string::npos; ++at) ++received;
   if (received == setting_.threads) return {};
   return "the service received " + std::to_string(received) + " calls of " + method;
+}
+
+/// A callback is told of one death, and removed.
+std::string Trial::complaintAboutDeaths() {
+  if (deaths_.wait([](int deaths) { return deaths > 0; }) && deaths_.get() == 1) return {};
+  return "the desktop was told of " + std::to_string(deaths_.get()) + " deaths";
 }
 
 std::string Trial::runAfterwards(const Tried& tried, const Outcome& healthy) {

@@ -10,6 +10,7 @@
 #include "chaos/holdings.h"
 #include "chaos/outcome.h"
 #include "chaos/world.h"
+#include "tests/support/watched.h"
 
 namespace zq::chaos {
 
@@ -20,6 +21,7 @@ struct Tried {
   PlannedFault fault;
 
   bool asks() const { return !method.empty(); }
+  bool endsConnection() const { return asks() && fault.effect == Effect::Gone; }
   /// Whether the witnesses keep their texts as turbo settings, whose methods work then.
   bool usesTurbo() const { return method.find("Turbo") == std::string::npos; }
 };
@@ -33,13 +35,15 @@ class Trial {
   std::string run(const NamedWireRow& operation);
 
  private:
-  std::string runUnderFault(const Tried& tried, const std::vector<Outcome>& healthy) const;
+  std::string runUnderFault(const Tried& tried, const std::vector<Outcome>& healthy);
   std::string complaintAboutCalls(const std::string& method) const;
   std::string runAfterwards(const Tried& tried, const Outcome& healthy);
+  std::string complaintAboutDeaths();
 
   const Setting setting_;
   const uint32_t seed_;
   World world_;
+  Watched<int> deaths_;            ///< that a desktop's callback was told of in this cell
   std::optional<Holdings> first_;  ///< after the first operation without a fault
 };
 
