@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -19,6 +20,7 @@ using Clock = std::chrono::steady_clock;
 // nothing for so long hangs.
 constexpr std::chrono::seconds kLongestCell{180};
 constexpr std::chrono::seconds kStart{3};
+constexpr std::chrono::seconds kEnd{20};
 
 // A line of a process: one of these words, the operation, and after kFailed the complaint.
 constexpr char kBegins[] = "begins";
@@ -64,22 +66,37 @@ class Jobs {
     ChildProcess process(optionsOf(job));
     std::vector<std::string> left = job.operations;
     std::string begun;
+    bool hasFailed = false;
     while (auto line = process.readinessLine(kLongestCell)) {
       const std::string word = takeWord(*line);
       const std::string operation = takeWord(*line);
       begun = word == kBegins ? operation : "";
       std::erase(left, operation);
-      if (word != kBegins) tell({job.setting, operation, word == kFailed ? *line : ""});
+      hasFailed = word == kFailed;
+      if (word != kBegins) tell({job.setting, operation, hasFailed ? *line : ""});
     }
-    const bool hangs = process.running();
-    const int status = process.finish(std::chrono::seconds(2)).status;
-    if (!begun.empty()) {
-      tell({job.setting, begun,
-            hangs && status == 137 ? "no outcome"
-                                   : "the process ended with status " + std::to_string(status)});
+    const std::string badEnd = badEndOf(process);
+    if (!badEnd.empty()) {
+      // A process may also fail before its first cell, between two cells and after its last.
+      if (begun.empty()) begun = left.empty() ? job.operations.back() : left.front();
+      std::erase(left, begun);
+      tell({job.setting, begun, badEnd});
     }
+    if (hasFailed || !badEnd.empty()) tryLater({job.setting, left});
+  }
+
+  /// Says how a process ended that hangs or dies; empty for one that ends by itself.
+  static std::string badEndOf(ChildProcess& process) {
+    constexpr int kKilled = 128 + SIGKILL;
+    const int status = process.finish(kEnd).status;
+    if (status == 0) return {};
+    return status == kKilled ? "no outcome"
+                             : "the process ended with status " + std::to_string(status);
+  }
+
+  void tryLater(const Job& job) {
     const std::lock_guard lock(mutex_);
-    if (!left.empty() && left.size() < job.operations.size()) jobs_.push_front({job.setting, left});
+    if (!job.operations.empty()) jobs_.push_front(job);
   }
 
   ChildProcess::Options optionsOf(const Job& job) const {

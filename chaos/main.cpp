@@ -79,9 +79,8 @@ int runMatrix(const CommandLine& line) {
     table.add(result);
     show(result, line.seed);
   });
-  if (line.cell.empty()) std::printf("%s", table.asMarkdown().c_str());
+  std::printf("%s", table.asMarkdown().c_str());
   if (!line.tableFile.empty()) std::ofstream(line.tableFile) << table.asMarkdown();
-  std::printf("%d cells run, %d failed\n", table.run(), table.failed());
   return table.run() > 0 && table.failed() == 0 ? 0 : 1;
 }
 

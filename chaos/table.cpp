@@ -29,7 +29,8 @@ std::string Table::asMarkdown() const {
     const Count count = found == counts_.end() ? Count() : found->second;
     text += " " + std::to_string(count.run) + " run, " + std::to_string(count.failed) + " failed |";
   }
-  return text + "\n";
+  return text + "\n\n" + std::to_string(total_.run) + " cells run, " +
+         std::to_string(total_.failed) + " failed.\n";
 }
 
 }  // namespace zq::chaos
