@@ -1,4 +1,4 @@
-// What this process holds: descriptors, threads, memory.
+// The descriptors, threads and memory of this process.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ struct Holdings {
   long residentKib = 0;
 };
 
-/// What a process may hold beyond what it held at first.
+/// The increase that is allowed.
 inline constexpr Holdings kAllowance = {0, 0, 8 * 1024};
 
 Holdings currentHoldings();

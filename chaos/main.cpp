@@ -1,6 +1,6 @@
 // Tries every operation of the proxy under every fault of the development service: on a direct line
-// and through the broker, on both brokers, from one thread and from eight. docs/reliability.md says
-// what must hold in each of these cells.
+// and through the broker, on both brokers, from one thread and from eight. docs/reliability.md
+// lists the conditions that each cell must meet.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -100,7 +100,7 @@ int run(int argc, char** argv) {
   app.add_option("--seconds", line.seconds, "Try a random sample for that long; all without it");
   app.add_option(
       "--cell", line.cell,
-      "Try one cell, FAULT/WAY/BROKER/THREADS/OPERATION, or those whose setting begins so");
+      "Try one cell, FAULT/WAY/BROKER/THREADS/OPERATION, or all whose setting begins so");
   app.add_option("--at-once", line.atOnce, "Processes that run at once")
       ->check(CLI::PositiveNumber);
   app.add_option("--table", line.tableFile, "Write the table into this file, too");

@@ -1,4 +1,4 @@
-// What a run of the matrix has found, as a table.
+// The table of a run of the matrix.
 #pragma once
 
 #include <map>
