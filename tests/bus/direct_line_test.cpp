@@ -83,6 +83,19 @@ TEST_F(Bus, MonitorSeesTrafficOfTheBusAlone) {
   EXPECT_EQ(seen, usesDirectLines() ? Names() : (Names{"updateDriveToken", "perixevent"}));
 }
 
+TEST_F(Bus, EventReachesClientWithoutLineThatOnlyListens) {
+  if (!usesDirectLines()) GTEST_SKIP() << "ZQBUS_DIRECT is 0";
+  ::setenv("ZQBUS_DIRECT", "0", 1);
+  const auto listening = connect();
+  ::setenv("ZQBUS_DIRECT", "1", 1);
+  ASSERT_EQ(listening->way(), ZQBusWay::Broker);
+  ASSERT_EQ(service->way(), ZQBusWay::Direct);
+  Watched<int> heard;
+  EXPECT_TRUE(listening->addEventListener("perixevent", counter(heard), ZQBusSecurityFlags::None));
+  recorder->sendEvent(0, 4);
+  EXPECT_TRUE(heard.wait([](int n) { return n == 1; }));
+}
+
 TEST(DirectLine, EndsWithServiceThatDiesDuringItsOpening) {
   if (!usesDirectLines()) GTEST_SKIP() << "ZQBUS_DIRECT is 0";
   const auto process = startService();

@@ -137,8 +137,7 @@ TEST(OddEvent, IsDeliveredOrLogged) {
   forEachOddBody([&](const OddBody& body) {
     if (!service) {
       service.emplace();
-      service->client().addEventListener("perixevent", heard.listener(),
-                                         ZQBusSecurityFlags::TrustedPeer);
+      service->addListener(heard.listener());
       service->client().setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
     }
     send(service->way(), kEvent, body);
@@ -157,8 +156,7 @@ TEST(ForeignMessage, IsIgnoredUnread) {
   if (usesDirectLines()) GTEST_SKIP() << "no stranger reaches a line";
   Heard heard;
   FakeService service;
-  service.client().addEventListener("perixevent", heard.listener(),
-                                    ZQBusSecurityFlags::TrustedPeer);
+  service.addListener(heard.listener());
   Peer stranger = Peer::onBus(testBus().address());
   forEachOddBody([&](const OddBody& body) {
     if (!body.passesBus) return;

@@ -40,7 +40,8 @@ std::string introspectionXml(const std::string& name, const ZQBusServiceDescript
   return std::string(kDoctype) + "<node>\n" +
          interface(kIntrospectableInterface, method({kIntrospect, {}, {{"xml", "s"}}})) +
          interface(kDirectInterface,
-                   method({kDirectOpen, {{"handover", "h"}}, {{"process", "i"}}})) +
+                   method({kDirectOpen, {{"handover", "h"}}, {{"process", "i"}}}) +
+                       method({kDirectListen, {}, {}})) +
          interface(name, members) + "</node>\n";
 }
 

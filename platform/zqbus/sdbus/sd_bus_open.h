@@ -55,6 +55,7 @@ inline constexpr char kBroadcastInterface[] = "org.zqbus.Broadcast";
 inline constexpr char kBroadcastPath[] = "/org/zqbus/Broadcast";
 inline constexpr char kDirectInterface[] = "org.zqbus.Direct";
 inline constexpr char kDirectOpen[] = "Open";
+inline constexpr char kDirectListen[] = "Listen";
 inline constexpr char kDirectEvents[] = "Events";
 inline constexpr char kErrorName[] = "org.zqbus.Error.Failed";
 }  // namespace zq

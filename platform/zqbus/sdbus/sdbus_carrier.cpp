@@ -1,4 +1,5 @@
 // D-Bus beneath the rules: connections to the bus, and services on it or on direct lines.
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -11,6 +12,8 @@
 
 namespace zq {
 namespace {
+
+constexpr std::chrono::seconds kAnnounceTime{3};
 
 /// The way to a service through the bus or on its line.
 class WayOnConnection : public ServiceWay {
@@ -31,18 +34,41 @@ class WayOnConnection : public ServiceWay {
     connection_->callAsync(target_, request, std::move(onReply), timeout);
   }
   std::unique_ptr<Subscription> subscribe(const std::string& event, EventFunction listener,
-                                          Clock::time_point deadline) override {
-    return connection_->subscribe({target_.interface, event, target_.destination},
-                                  std::move(listener), deadline);
-  }
+                                          Clock::time_point deadline) override;
   void setDeathCallback(std::function<void()> onDeath) override {
     connection_->setDeathCallback(target_.peer, std::move(onDeath));
   }
 
  private:
+  bool announceListener(Clock::time_point deadline);
+
   const std::shared_ptr<ClientConnection> connection_;
   const ClientConnection::Target target_;
 };
+
+std::unique_ptr<Subscription> WayOnConnection::subscribe(const std::string& event,
+                                                         EventFunction listener,
+                                                         Clock::time_point deadline) {
+  auto subscription = connection_->subscribe({target_.interface, event, target_.destination},
+                                             std::move(listener), deadline);
+  if (subscription != nullptr && way() == ZQBusWay::Broker && !announceListener(deadline)) {
+    return nullptr;
+  }
+  return subscription;
+}
+
+/// The service sends its events on the bus only while it knows of a client there. A service that
+/// refuses knows of the caller, too, and so does a service that answers late. False when the
+/// service is gone.
+bool WayOnConnection::announceListener(Clock::time_point deadline) {
+  const auto left = std::chrono::duration_cast<ClientConnection::Duration>(
+      std::min(deadline, Clock::now() + kAnnounceTime) - Clock::now());
+  ClientConnection::Target target = target_;
+  target.interface = kDirectInterface;
+  const auto answer =
+      connection_->call(target, ZQBusMessage(ZQBusMessageType::MethodCall, kDirectListen), left);
+  return answer->failure() != ZQBusFailure::PeerGone && answer->failure() != ZQBusFailure::BusGone;
+}
 
 /// The direct lines of this process, which live on when the bus is lost.
 class DirectLines {

@@ -115,12 +115,20 @@ void ServiceBusConnection::onCall(sd_bus_message* call) {
   if (holdsDescriptors(call)) {
     return refuse(call, SD_BUS_ERROR_INVALID_ARGS, "calls must not carry descriptors");
   }
-  if (clients_.contains(std::string_view(sd_bus_message_get_sender(call)))) return receive(call);
+  if (clients_.contains(std::string_view(sd_bus_message_get_sender(call)))) return serve(call);
   const std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(call), SdBusRelease());
   checkSender(call, kept, [this, call]() REQUIRES(loop().mutex()) {
     addClient(sd_bus_message_get_sender(call));
-    receive(call);
+    serve(call);
   });
+}
+
+/// Every call makes its sender a client, to which events go on the bus. Listen does nothing else.
+void ServiceBusConnection::serve(sd_bus_message* call) {
+  if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectListen) <= 0) {
+    return receive(call);
+  }
+  sd_bus_reply_method_return(call, nullptr);
 }
 
 void ServiceBusConnection::checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept,

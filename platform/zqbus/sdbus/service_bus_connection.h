@@ -43,6 +43,7 @@ class ServiceBusConnection : public ServiceConnection {
   using Trusted = std::function<void()>;
   void checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept, Trusted trusted)
       REQUIRES(loop().mutex());
+  void serve(sd_bus_message* call) REQUIRES(loop().mutex());
   void onOpen(sd_bus_message* call) REQUIRES(loop().mutex());
   void answerRequest(const LineRequest& request) EXCLUDES(loop().mutex());
   void addClient(const std::string& name) REQUIRES(loop().mutex());
