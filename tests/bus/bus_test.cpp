@@ -56,15 +56,21 @@ TEST_F(Bus, BlockIsReceiversOwnCopy) {
 }
 
 TEST_F(Bus, ListOfAnyLengthArrivesInOrder) {
-  for (const int count : {0, 1, 126, 127, 128, 1000, 20000}) {
+  struct {
+    int count;
+    std::size_t padding;
+  } const lists[] = {{0, 0},   {1, 0},    {126, 0},   {127, 0},
+                     {128, 0}, {1000, 0}, {20000, 0}, {65535, 1024}};
+  for (const auto& [count, padding] : lists) {
     ZQBusMessage list;
     list.appendInt32(count);
-    for (int i = 0; i < count; ++i) list.append(bytes(std::to_string(i)));
+    const std::string filler(padding, 'x');
+    for (int i = 0; i < count; ++i) list.append(bytes(std::to_string(i) + filler));
     const Reply reply = call(*service, "echo", list);
     ASSERT_EQ(reply->argCount(), list.argCount()) << reply->toDebugString().substr(0, 200);
     for (int i = 0; i < count; ++i) {
       const auto index = static_cast<std::size_t>(i) + 1;
-      ASSERT_EQ(std::get<ZQBusBytes>(reply->arguments()[index]).view(), std::to_string(i));
+      ASSERT_EQ(std::get<ZQBusBytes>(reply->arguments()[index]).view(), std::to_string(i) + filler);
     }
   }
 }

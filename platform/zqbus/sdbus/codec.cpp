@@ -19,6 +19,9 @@ constexpr std::size_t kMaxSignature = 254;
 constexpr std::size_t kHeaderAllowance = 4096;
 // The bytes of an argument on the wire beside its content: length, signature, alignment.
 constexpr std::size_t kArgumentAllowance = 24;
+// Of two arrays in a row, the first has no room for the first block of the second: the two together
+// take more than kMaxContent.
+constexpr std::size_t kMostLists = 2 * kMaxMessage / kMaxContent - 1;
 // The arguments that memory is reserved for when a message begins with a list.
 constexpr std::size_t kListRoom = 128;
 
@@ -77,10 +80,28 @@ int encodeEach(Arguments arguments, sd_bus_message* to) {
   return 0;
 }
 
+/// How many of the blocks one array can hold, from the first.
+std::size_t fittingBlocks(Arguments blocks) {
+  std::size_t size = 0;
+  std::size_t count = 0;
+  for (; count < blocks.size(); ++count) {
+    size += contentSize(blocks[count]) + kArgumentAllowance;
+    if (size > kMaxContent) break;
+  }
+  return count;
+}
+
 int encodeBlocks(Arguments blocks, sd_bus_message* to) {
-  int result = sd_bus_message_open_container(to, 'a', "ay");
-  if (result >= 0) result = encodeEach(blocks, to);
-  return result >= 0 ? sd_bus_message_close_container(to) : result;
+  int result = 0;
+  while (result >= 0 && !blocks.empty()) {
+    const std::size_t count = fittingBlocks(blocks);
+    if (count == 0) return -EMSGSIZE;
+    result = sd_bus_message_open_container(to, 'a', "ay");
+    if (result >= 0) result = encodeEach(blocks.first(count), to);
+    if (result >= 0) result = sd_bus_message_close_container(to);
+    blocks = blocks.subspan(count);
+  }
+  return result;
 }
 
 int encodeVariants(Arguments arguments, sd_bus_message* to) {
@@ -333,9 +354,11 @@ int encodeArguments(const ZQBusMessage& from, sd_bus_message* to) {
     leading = i + 1;
     head = signature;
   }
-  if (signature <= kMaxSignature) return size > kMaxMessage ? -EMSGSIZE : encodeEach(all, to);
-  if (size > kMaxContent) return -EMSGSIZE;
-  if (head + std::strlen("aay") > kMaxSignature) return encodeVariants(all, to);
+  if (size > kMaxMessage) return -EMSGSIZE;
+  if (signature <= kMaxSignature) return encodeEach(all, to);
+  if (head + kMostLists * std::strlen("aay") > kMaxSignature) {
+    return size > kMaxContent ? -EMSGSIZE : encodeVariants(all, to);
+  }
   const int result = encodeEach(all.first(leading), to);
   return result >= 0 ? encodeBlocks(all.subspan(leading), to) : result;
 }
