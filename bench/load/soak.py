@@ -2,6 +2,7 @@
 """Mixed load on one service for MINUTES, while service and broker are restarted again and again.
 
     bench/load/soak.py BUILD MINUTES [--seed N] [--rows FILE]
+                       [--service-every SECONDS] [--broker-every SECONDS]
 
 Prints a table, and each promise that did not hold; the exit code is 1 then. FILE gets the samples, for
 bench/load/plot.py.
@@ -25,8 +26,6 @@ from world import (COLUMNS, Client, World, descriptors, now_ns, private_kib, rai
  DEATHS, BROADCASTS, PEN_PACKETS, WRONG_PENS, WRONG_LISTS) = range(13)
 RESTARTS, QUIET_SINCE = range(2)  # of the script's own row
 
-SERVICE_EVERY = 20  # seconds
-BROKER_EVERY = 90
 TRACE_EVERY = 60  # the trace is cut to nothing, or it would fill the disk
 
 # Seconds, from include/perix/perix_proxy.h and docs/bus.md: connecting takes 10; a recovery looks for
@@ -74,10 +73,11 @@ class Broken(Exception):
 
 
 class Soak:
-    def __init__(self, world, seed, rows):
+    def __init__(self, world, seed, rows, service_every, broker_every):
         self.world = world
         self.random = random.Random(seed)
         self.rows = open(rows, "w", encoding="utf-8") if rows else None
+        self.service_every, self.broker_every = service_every, broker_every
         self.begin = time.monotonic()
         self.restarts = 0
         self.broken = []
@@ -215,7 +215,8 @@ class Soak:
 
     def run(self, minutes):
         end = self.begin + 60 * minutes
-        next_service, next_broker = (self.begin + SERVICE_EVERY, self.begin + BROKER_EVERY)
+        next_service, next_broker = (self.begin + self.service_every,
+                                      self.begin + self.broker_every)
         next_sample, next_trace = self.begin, self.begin + TRACE_EVERY
         while (now := time.monotonic()) < end:
             self.check_processes()
@@ -228,10 +229,10 @@ class Soak:
                 next_trace += TRACE_EVERY
             if now >= next_broker and now < end - BROKER_BOUND:
                 self.restart_broker()
-                next_broker += BROKER_EVERY
+                next_broker += self.broker_every
             if now >= next_service and now < end - BROKER_BOUND:
                 self.restart_service()
-                next_service += SERVICE_EVERY
+                next_service += self.service_every
             time.sleep(0.05)
         self.end_clients()
 
@@ -280,12 +281,15 @@ def main():
     parser.add_argument("minutes", type=float)
     parser.add_argument("--seed", type=int, default=int.from_bytes(os.urandom(2), "little"))
     parser.add_argument("--rows")
+    parser.add_argument("--service-every", type=float, default=20, help="seconds from restart to restart")
+    parser.add_argument("--broker-every", type=float, default=90)
     arguments = parser.parse_args()
     print(f"seed {arguments.seed}", flush=True)
     raise_descriptor_limit()
     with World(arguments.build, len(CLIENTS) + 1) as world, contextlib.ExitStack() as stack:
         world.start_service(SCENARIO)
-        soak = Soak(world, arguments.seed, arguments.rows)
+        soak = Soak(world, arguments.seed, arguments.rows, arguments.service_every,
+                    arguments.broker_every)
         try:
             soak.start_clients(stack, arguments.seed)
             soak.run(arguments.minutes)

@@ -115,19 +115,5 @@ TEST(DirectLine, EndsWithServiceThatDiesDuringItsOpening) {
   EXPECT_TRUE(deaths.wait([](int n) { return n == 1; }));
 }
 
-TEST(DirectLine, LeavesNoDescriptorBehind) {
-  if (!usesDirectLines()) GTEST_SKIP() << "ZQBUS_DIRECT is 0";
-  RecordingService owner;
-  int descriptors = 0;
-  for (int round = 0; round < 200; ++round) {
-    const auto interface = connect();
-    ASSERT_EQ(call(*interface, "getVmList", {})->type(), 2);
-    owner.sendEvent(0, 4);
-    if (round == 10) descriptors = openDescriptors();
-  }
-  // Lines that ended are cleared at the next opening.
-  EXPECT_LE(openDescriptors(), descriptors + 8);
-}
-
 }  // namespace
 }  // namespace zq

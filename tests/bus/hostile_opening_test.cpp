@@ -8,6 +8,8 @@
 #include <array>
 
 #include "platform/zqbus/sdbus/descriptor_passing.h"
+#include "tests/bus/bus_fixture.h"
+#include "tests/bus/hostile_memory.h"
 #include "tests/bus/peers.h"
 
 namespace zq {
@@ -215,6 +217,25 @@ TEST_F(HostileOpening, OfServiceLeavesClientOnBus) {
     EXPECT_TRUE(isGood(reply.get()));
     descriptors.check();
   }
+}
+
+TEST(DirectLine, LeavesNothingBehind) {
+  if (!usesDirectLines()) GTEST_SKIP() << "ZQBUS_DIRECT is 0";
+  RecordingService owner;
+  int descriptors = 0;
+  std::size_t memory = 0;
+  for (int round = 0; round < 200; ++round) {
+    const auto interface = connect();
+    ASSERT_EQ(call(*interface, "getVmList", {})->type(), 2);
+    owner.sendEvent(0, 4);
+    owner.takeCalls();
+    if (round != 10) continue;
+    descriptors = openDescriptors();
+    memory = liveBytes();
+  }
+  // Lines that ended are cleared at the next opening.
+  EXPECT_LE(openDescriptors(), descriptors + 8);
+  EXPECT_LE(liveBytes(), memory + 40'000);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The service's direct lines, whatever a client does with its own: the bus is the test.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,8 +16,9 @@ using namespace std::string_literals;
 using wire::Message;
 using wire::Peer;
 using wire::Type;
+using wire::Writer;
 
-constexpr int kMaxLines = 64;
+constexpr int kMaxLines = 256;
 constexpr int kMaxNewLines = 32;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 
@@ -30,6 +32,22 @@ bool isAnswered(Peer& line) {
   const auto answer = line.ask(perixMethod("echo"));
   return answer && answer->type == Type::Return;
 }
+
+/// As many descriptors as the process may have, for as long as this lives.
+class MoreDescriptors {
+ public:
+  MoreDescriptors() {
+    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
+    const rlimit raised{before_.rlim_max, before_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &raised), 0);
+  }
+  ~MoreDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+  MoreDescriptors(const MoreDescriptors&) = delete;
+  MoreDescriptors& operator=(const MoreDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+};
 
 /// A service that keeps the calls to "hang", and lines to it.
 class ServiceLine : public testing::Test {
@@ -82,6 +100,7 @@ TEST_F(ServiceLine, EndsAndIsNotCountedWithoutHandshake) {
 }
 
 TEST_F(ServiceLine, IsCutBeyondLimitOnceHandshakeIsComplete) {
+  const MoreDescriptors forBothEnds;
   std::vector<Peer> lines;
   for (int i = 0; i < kMaxLines - 1; ++i) lines.push_back(openReady());
   Peer last = open();
@@ -91,6 +110,10 @@ TEST_F(ServiceLine, IsCutBeyondLimitOnceHandshakeIsComplete) {
   EXPECT_TRUE(isRefused());
   beyond.greet();
   EXPECT_TRUE(beyond.hasEnded());
+  // Of the memory for what waits to be sent, each line has its share.
+  const std::string block = Writer().number(4, kMiB).raw(std::string(kMiB, 'x')).bytes();
+  for (int i = 0; i < 48 && lines[1].send(perixCall("echo").with("ay", block)); ++i) continue;
+  EXPECT_TRUE(lines[1].hasEnded());
   EXPECT_TRUE(isAnswered(lines[0]));
 }
 

@@ -192,10 +192,12 @@ struct ClientBusConnection::ProcessAnswer : PendingCall {
 };
 
 void ClientBusConnection::follow(const std::string& service, pid_t process,
-                                 const std::string& owner, std::function<void()> onTakenOver) {
+                                 const std::string& owner, std::weak_ptr<ClientConnection> line) {
   const ConnectionLoop::Hold hold(*loop_);
   if (loop_->lost()) return;
-  followed_.push_back({service, process, owner, std::move(onTakenOver)});
+  // A process may open one line after the other to a service that lives on.
+  std::erase_if(followed_, [](const Followed& followed) { return followed.line.expired(); });
+  followed_.push_back({service, process, owner, std::move(line)});
   if (!track(service)) return checkFollowed(service, owners_[service].owner);
   const auto answer = std::make_shared<OwnerAnswer>();
   answer->connection = this;
@@ -227,7 +229,12 @@ void ClientBusConnection::compareProcess(const std::string& service, const std::
       followed.owner = owner;
       return false;
     }
-    deliver(std::move(followed.onTakenOver));
+    deliver([line = std::move(followed.line), service] {
+      const auto open = line.lock();
+      if (open == nullptr) return;
+      busLog("another process owns " + serviceName(service) + ": its old line is cut");
+      open->cut();
+    });
     return true;
   });
 }

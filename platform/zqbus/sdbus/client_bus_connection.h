@@ -43,11 +43,11 @@ class ClientBusConnection : public ClientConnection {
   /// is dead already when it has lost the name since.
   std::shared_ptr<Peer> bind(const std::string& service, const std::string& owner);
 
-  /// From now on, delivers `onTakenOver` once another process than `process` owns the name of
+  /// From now on, cuts `line`, which leads to `process`, once another process owns the name of
   /// `service`. A name without an owner does not count. `owner` is the unique name of `process`, or
   /// empty when it is not known. Does not block.
   void follow(const std::string& service, pid_t process, const std::string& owner,
-              std::function<void()> onTakenOver);
+              std::weak_ptr<ClientConnection> line);
 
  private:
   struct NameOwner {
@@ -58,7 +58,7 @@ class ClientBusConnection : public ClientConnection {
     std::string service;
     pid_t process;
     std::string owner;  // the unique name of `process`; empty when it is not known
-    std::function<void()> onTakenOver;
+    std::weak_ptr<ClientConnection> line;
   };
   struct OwnerAnswer;
   struct ProcessAnswer;

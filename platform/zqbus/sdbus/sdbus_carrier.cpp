@@ -6,7 +6,6 @@
 #include "client_bus_connection.h"
 #include "client_line.h"
 #include "platform/util/mutex.h"
-#include "platform/zqbus/bus_log.h"
 #include "platform/zqbus/carrier.h"
 #include "sd_bus_open.h"
 
@@ -127,13 +126,7 @@ void DirectLines::follow(const std::shared_ptr<ClientBusConnection>& bus) {
 /// A service also ends when another process takes its name, while its line is still open.
 void DirectLines::follow(ClientBusConnection& bus, const Line& line, const std::string& owner) {
   if (line.connection.expired()) return;
-  const std::string& service = line.peer->service;
-  bus.follow(service, line.process, owner, [connection = line.connection, service] {
-    const auto open = connection.lock();
-    if (open == nullptr) return;
-    busLog("another process owns " + serviceName(service) + ": its old line is cut");
-    open->cut();
-  });
+  bus.follow(line.peer->service, line.process, owner, line.connection);
 }
 
 /// A connection to the bus, and the lines beside it.

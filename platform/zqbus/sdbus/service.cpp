@@ -20,7 +20,8 @@ namespace {
 
 using Clock = ConnectionLoop::Clock;
 
-constexpr std::size_t kMaxLines = 64;
+// A line takes a thread, four descriptors and 20 to 30 KiB.
+constexpr std::size_t kMaxLines = 256;
 constexpr std::size_t kMaxNewLines = 32;  // whose handshake is not complete
 
 constexpr std::chrono::milliseconds kFirstPause{100};

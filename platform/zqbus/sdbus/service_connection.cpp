@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -17,6 +18,7 @@ namespace zq {
 namespace {
 
 constexpr std::size_t kMaxUnsent = std::size_t{64} << 20;
+constexpr std::size_t kMaxUnsentOnAllLines = std::size_t{4} << 30;
 constexpr char kPeerInterface[] = "org.freedesktop.DBus.Peer";
 
 // The object is registered so that introspection shows it. The filter receives its calls.
@@ -192,7 +194,7 @@ void ServiceConnection::afterSend(std::size_t size) {
   for (; unsent_.size() > waiting; unsent_.pop_front()) unsentSize_ -= unsent_.front();
   if (waiting == 0) return;
   // One message may have any size; the backlog behind it may not.
-  if (backlog_ == Backlog::Bounded && waiting > 1 && unsentSize_ > kMaxUnsent) {
+  if (backlog_ == Backlog::Bounded && waiting > 1 && unsentSize_ > mostUnsent()) {
     busLog("cut the direct line to " + peer_ + ": it does not read");
     cut();
   }
@@ -203,6 +205,12 @@ void ServiceConnection::breakOff(std::string_view bytes) {
   if (loop().lost()) return;
   ::send(sd_bus_get_fd(loop().bus()), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   cut();
+}
+
+/// An equal share for each line, as clients of many lines may stop reading at the same time.
+std::size_t ServiceConnection::mostUnsent() const {
+  const std::size_t lines = std::max<std::size_t>(object_->lines, 1);
+  return std::min(kMaxUnsent, kMaxUnsentOnAllLines / lines);
 }
 
 void ServiceConnection::cut() {

@@ -24,6 +24,8 @@ struct ServedObject {
   std::string introspection;
   /// The memory of the calls that the service has received and not yet released.
   std::atomic<std::size_t> callsInHand = 0;
+  /// The direct lines that there are.
+  std::atomic<std::size_t> lines = 0;
 };
 
 /// Reads the connection on a thread of its own and turns method calls into `ZQBusCall`s. Unanswered
@@ -101,6 +103,7 @@ class ServiceConnection : public std::enable_shared_from_this<ServiceConnection>
   std::shared_ptr<ReceivedCall> nextCall() EXCLUDES(loop().mutex());
   void endCalls() EXCLUDES(loop().mutex());
   void finish() EXCLUDES(loop().mutex());
+  std::size_t mostUnsent() const;
 
   Owner& owner_;
   const std::shared_ptr<ServedObject> object_;

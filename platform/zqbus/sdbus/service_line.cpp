@@ -69,7 +69,9 @@ ServiceLine::ServiceLine(Owner& owner, std::shared_ptr<ServedObject> object, SdB
     : ServiceConnection(owner, std::move(object), std::move(connection), std::move(client),
                         Backlog::Bounded),
       admit_(std::move(admit)),
-      handshakeDeadline_(ConnectionLoop::Clock::now() + kHandshakeTime) {}
+      handshakeDeadline_(ConnectionLoop::Clock::now() + kHandshakeTime) {
+  ++this->object().lines;
+}
 
 /// sd-bus itself brings the first signal of a line: the handshake is complete.
 void ServiceLine::onSignal(sd_bus_message*) {

@@ -18,6 +18,7 @@ class ServiceLine : public ServiceConnection {
   /// `client` is the client's unique name on the bus.
   ServiceLine(Owner& owner, std::shared_ptr<ServedObject> object, SdBus connection,
               std::string client, Admit admit);
+  ~ServiceLine() override { --object().lines; }
 
   /// Whether the handshake with the client is complete; any thread.
   bool isReady() const { return isReady_; }
