@@ -20,6 +20,7 @@ from world import (World, Client, descriptors, now_ns, private_kib, raise_descri
 
 EVENTS = 40
 CALL_SECONDS = 3
+LIMITS = (64, 256, 1024, 4096)  # descriptors of the service
 USUAL_DESCRIPTORS = 1024  # the soft limit of a user's session
 WAYS = {"direct": {}, "broker": {"ZQBUS_DIRECT": "0"}}
 SCENARIO = """
@@ -182,13 +183,13 @@ def measure_crowd(arguments, report, way, environment, count):
 def measure_limits(arguments, report):
     """How many of 1000 clients get a line, by the descriptors that the service may open."""
     report.head("descriptors", "clients", "lines", "broker", "failed", "calls/s", "service KiB")
-    for limit in (32, 64, 256, 1024, 4096, 16384):
+    for limit in LIMITS:
         with World(arguments.build, arguments.limit_clients) as world, contextlib.ExitStack() as stack:
             world.start_service(SCENARIO, limit)
             crowd = Crowd(world, arguments.limit_clients, {}, stack)
+            lines = crowd.lines()
             crowd.events()
             rate = crowd.calls()
-            lines = crowd.lines()
             report.row("limits", "direct", limit, lines=lines, rate=rate)
             report.line((limit, len(crowd.clients), lines, len(crowd.clients) - lines, crowd.failed,
                          round(rate), crowd.after["private"]))

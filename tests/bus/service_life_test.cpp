@@ -245,7 +245,7 @@ TEST(ServiceWithoutDescriptors, RefusesLinesAndGoesOn) {
   ASSERT_EQ(bus.answer().type, Type::Return);
   {
     std::vector<LineRequest> requests(30);
-    const FewDescriptors few(40);
+    const FewDescriptors few(61);
     int opened = 0;
     for (const LineRequest& request : requests) {
       bus.send(request.call, kClient, std::array{request.theirs.get()});
@@ -254,6 +254,8 @@ TEST(ServiceWithoutDescriptors, RefusesLinesAndGoesOn) {
     EXPECT_GT(opened, 0);
     EXPECT_LT(opened, 6);
     bus.send(perixMethod("echo"), kClient);
+    EXPECT_EQ(bus.answer().type, Type::Return);
+    bus.introduce(perixMethod("echo"), ":1.9");
     EXPECT_EQ(bus.answer().type, Type::Return);
     // A call that waits would hold the descriptors that came with it.
     std::vector<OwnedDescriptor> rest;

@@ -244,7 +244,7 @@ int Service::roomForLine() const {
 
 int Service::openLine(int handover, const std::string& client) {
   stopEnded();
-  if (!hasSpareDescriptors()) return -EMFILE;
+  if (!hasSpareDescriptorsForLine()) return -EMFILE;
   SdBus connection = makeLine(handover);
   if (connection == nullptr) return -EINVAL;
   const auto line =

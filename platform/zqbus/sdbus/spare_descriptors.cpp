@@ -13,6 +13,8 @@ namespace {
 
 // The kernel passes 253 at once.
 constexpr rlim_t kWanted = 256;
+// The lines that are being opened take some for a while.
+constexpr rlim_t kWantedForLine = 64;
 constexpr int kAtOnce = 1024;
 
 /// How many of the numbers from `first` to before `end` are free.
@@ -27,18 +29,34 @@ rlim_t freeOf(int first, int end) {
                     [](const pollfd& one) { return (one.revents & POLLNVAL) != 0; }));
 }
 
-}  // namespace
-
-bool hasSpareDescriptors() {
+rlim_t descriptorLimit() {
   rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
-  const rlim_t wanted = std::min(kWanted, limit.rlim_cur / 4);
-  const int end = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 1 << 20));
+  return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : 0;
+}
+
+bool hasFree(rlim_t wanted, rlim_t limit) {
+  const int end = static_cast<int>(std::min<rlim_t>(limit, 1 << 20));
   rlim_t found = 0;
   for (int first = 0; first < end && found < wanted; first += kAtOnce) {
     found += freeOf(first, std::min(first + kAtOnce, end));
   }
   return found >= wanted;
+}
+
+rlim_t spareForMessage(rlim_t limit) {
+  return std::min(kWanted, limit / 4);
+}
+
+}  // namespace
+
+bool hasSpareDescriptors() {
+  const rlim_t limit = descriptorLimit();
+  return limit > 0 && hasFree(spareForMessage(limit), limit);
+}
+
+bool hasSpareDescriptorsForLine() {
+  const rlim_t limit = descriptorLimit();
+  return limit > 0 && hasFree(spareForMessage(limit) + std::min(kWantedForLine, limit / 8), limit);
 }
 
 void DescriptorReserve::release() {

@@ -13,6 +13,9 @@ namespace zq {
 /// Whether the process may still open as many descriptors as one message can carry, or a quarter of
 /// its limit when that is low.
 bool hasSpareDescriptors();
+/// Whether it has them, and more beside them, before a line is opened. Without these, lines would
+/// take so many that the service refuses every new client.
+bool hasSpareDescriptorsForLine();
 
 /// Descriptors that are kept open, to be closed when the service connects again. Used by one thread
 /// at a time.
