@@ -93,6 +93,22 @@ TEST(ServiceTrust, BoundsCallsThatWaitForCheck) {
   EXPECT_LE(openDescriptors(), before);
 }
 
+TEST(ServiceTrust, ChecksManyListenersAtOnce) {
+  constexpr std::size_t kListeners = 1000;
+  FakeBus bus;
+  const auto service = bus.start();
+  const Message listen = Message::call(kPerixPath, "org.zqbus.Direct", "Listen").to(kPerixName);
+  for (std::size_t i = 0; i < kListeners; ++i) bus.send(listen, ":2." + std::to_string(i));
+  std::vector<Message> questions;
+  while (questions.size() < kListeners) {
+    questions.push_back(bus.question("GetConnectionUnixUser"));
+  }
+  for (const Message& question : questions) bus.replyNumber(question, ::geteuid());
+  for (std::size_t i = 0; i < kListeners; ++i) EXPECT_EQ(outcomeOf(bus.answer()), "") << i;
+  bus.send(perixMethod("echo").with("u", body(7)), ":2.0");
+  EXPECT_EQ(bus.answer().body, body(7));
+}
+
 TEST(ServiceTrust, RefusesDescriptors) {
   FakeBus bus;
   const auto service = bus.start();

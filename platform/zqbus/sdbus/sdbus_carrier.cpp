@@ -57,8 +57,8 @@ std::unique_ptr<Subscription> WayOnConnection::subscribe(const std::string& even
 }
 
 /// The service sends its events on the bus only while it knows of a client there. A service that
-/// refuses knows of the caller, too, and so does a service that answers late. False when the
-/// service is gone.
+/// answers late, or does not have the method, knows of the caller, too. False when the service is
+/// gone.
 bool WayOnConnection::announceListener(Clock::time_point deadline) {
   const auto left = std::chrono::duration_cast<ClientConnection::Duration>(
       std::min(deadline, Clock::now() + kAnnounceTime) - Clock::now());

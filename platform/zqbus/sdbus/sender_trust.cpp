@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t kMaxKnown = 1024;
 // Each pending verdict keeps a message, with as many descriptors as a bus lets through.
 constexpr std::size_t kMaxAwaited = 32;
+constexpr std::size_t kMaxAwaitedOfLittle = 4096;
 
 }  // namespace
 
@@ -40,15 +41,16 @@ bool SenderTrust::isTrustedUser(sd_bus_message* reply) const {
   return sd_bus_message_read(reply, "u", &user) > 0 && (user == user_ || user == 0);
 }
 
-bool SenderTrust::check(sd_bus* bus, const char* name, Verdict verdict) {
+bool SenderTrust::check(sd_bus* bus, const char* name, Verdict verdict, Keeps keeps) {
   if (const auto known = known_.find(name); known != known_.end()) {
     verdict(known->second);
     return true;
   }
-  if (awaitedCount_ >= kMaxAwaited) return false;
-  std::vector<Verdict>& awaited = awaited_[name];
-  awaited.push_back(std::move(verdict));
-  ++awaitedCount_;
+  std::size_t& count = awaitedCount_[keeps];
+  if (count >= (keeps == Keeps::Message ? kMaxAwaited : kMaxAwaitedOfLittle)) return false;
+  std::vector<Awaited>& awaited = awaited_[name];
+  awaited.push_back({std::move(verdict), keeps});
+  ++count;
   if (awaited.size() > 1) return true;
   const SdBusMessage question = newBusCall(bus, "GetConnectionUnixUser", name);
   const int asked = question == nullptr
@@ -67,13 +69,13 @@ void SenderTrust::learn(const std::string& name, bool trusted) {
 void SenderTrust::answer(const std::string& name, bool trusted) {
   const auto awaited = awaited_.extract(name);
   if (awaited.empty()) return;
-  awaitedCount_ -= awaited.mapped().size();
-  for (const Verdict& verdict : awaited.mapped()) verdict(trusted);
+  for (const Awaited& one : awaited.mapped()) --awaitedCount_[one.keeps];
+  for (const Awaited& one : awaited.mapped()) one.verdict(trusted);
 }
 
 void SenderTrust::clear() {
   awaited_.clear();
-  awaitedCount_ = 0;
+  awaitedCount_.clear();
 }
 
 }  // namespace zq

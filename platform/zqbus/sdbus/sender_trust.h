@@ -20,6 +20,9 @@ namespace zq {
 class SenderTrust {
  public:
   using Verdict = std::function<void(bool trusted)>;
+  /// What a verdict keeps while it is pending: a message, which may be large and hold descriptors, or
+  /// little. There may be far more verdicts of the second kind.
+  enum class Keeps { Message, Little };
 
   /// Asks through `calls`, the pending calls of the connection. `user` is this process's user, as
   /// the bus knows it.
@@ -30,15 +33,20 @@ class SenderTrust {
 
   /// Calls `verdict` under the connection's mutex: now when the answer is known, else when the
   /// daemon has answered, in the order in which check() was called for that name. A name for which
-  /// the daemon does not answer within 25 s is not trusted. False when too many verdicts are
-  /// pending: `verdict` is dropped then.
-  [[nodiscard]] bool check(sd_bus* bus, const char* name, Verdict verdict);
+  /// the daemon does not answer within 25 s is not trusted. False when too many verdicts of that
+  /// kind are pending: `verdict` is dropped then.
+  [[nodiscard]] bool check(sd_bus* bus, const char* name, Verdict verdict,
+                           Keeps keeps = Keeps::Message);
 
   /// Drops the pending verdicts.
   void clear();
 
  private:
   class Question;
+  struct Awaited {
+    Verdict verdict;
+    Keeps keeps;
+  };
 
   bool isTrustedUser(sd_bus_message* reply) const;
   void learn(const std::string& name, bool trusted);
@@ -47,8 +55,8 @@ class SenderTrust {
   PendingCalls& calls_;
   const uid_t user_;
   std::map<std::string, bool> known_;
-  std::map<std::string, std::vector<Verdict>> awaited_;
-  std::size_t awaitedCount_ = 0;
+  std::map<std::string, std::vector<Awaited>> awaited_;
+  std::map<Keeps, std::size_t> awaitedCount_;
   // Replies may come after this object is destroyed.
   std::shared_ptr<SenderTrust*> self_ = std::make_shared<SenderTrust*>(this);
 };

@@ -115,30 +115,37 @@ void ServiceBusConnection::onCall(sd_bus_message* call) {
   if (holdsDescriptors(call)) {
     return refuse(call, SD_BUS_ERROR_INVALID_ARGS, "calls must not carry descriptors");
   }
-  if (clients_.contains(std::string_view(sd_bus_message_get_sender(call)))) return serve(call);
+  if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectListen) > 0) {
+    return onListen(call);
+  }
+  if (clients_.contains(std::string_view(sd_bus_message_get_sender(call)))) return receive(call);
   const std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(call), SdBusRelease());
-  checkSender(call, kept, [this, call]() REQUIRES(loop().mutex()) {
+  checkSender(call, kept, SenderTrust::Keeps::Message, [this, call]() REQUIRES(loop().mutex()) {
     addClient(sd_bus_message_get_sender(call));
-    serve(call);
+    receive(call);
   });
 }
 
-/// Every call makes its sender a client, to which events go on the bus. Listen does nothing else.
-void ServiceBusConnection::serve(sd_bus_message* call) {
-  if (sd_bus_message_is_method_call(call, kDirectInterface, kDirectListen) <= 0) {
-    return receive(call);
-  }
-  sd_bus_reply_method_return(call, nullptr);
+/// Every call makes its sender a client, to which events go on the bus. Listen does nothing else, and
+/// its stub is small: all clients of a session may call it at the same time.
+void ServiceBusConnection::onListen(sd_bus_message* call) {
+  const std::shared_ptr<sd_bus_message> stub(stubOf(call));
+  if (stub == nullptr) return refuse(call, SD_BUS_ERROR_NO_MEMORY, "no memory");
+  checkSender(call, stub, SenderTrust::Keeps::Little, [this, stub]() REQUIRES(loop().mutex()) {
+    addClient(sd_bus_message_get_sender(stub.get()));
+    sd_bus_reply_method_return(stub.get(), nullptr);
+  });
 }
 
 void ServiceBusConnection::checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept,
-                                       Trusted trusted) {
+                                       SenderTrust::Keeps keeps, Trusted trusted) {
   const char* sender = sd_bus_message_get_sender(call);
   const auto verdict = [kept = std::move(kept), trusted = std::move(trusted)](bool isTrusted) {
     if (isTrusted) return trusted();
     refuse(kept.get(), SD_BUS_ERROR_ACCESS_DENIED, "the service belongs to another user");
   };
-  if (!hasSpareDescriptors() || !trust_.check(loop().bus(), sender, verdict)) {
+  const bool hasRoom = keeps == SenderTrust::Keeps::Little || hasSpareDescriptors();
+  if (!hasRoom || !trust_.check(loop().bus(), sender, verdict, keeps)) {
     refuse(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many senders are being checked");
   }
 }
@@ -150,7 +157,7 @@ void ServiceBusConnection::onOpen(sd_bus_message* call) {
   const auto request = std::make_shared<LineRequest>(call);
   if (request->stub == nullptr) return refuse(call, SD_BUS_ERROR_NO_MEMORY, "no memory");
   const std::shared_ptr<sd_bus_message> kept(request, request->stub.get());
-  checkSender(call, kept, [this, request]() REQUIRES(loop().mutex()) {
+  checkSender(call, kept, SenderTrust::Keeps::Message, [this, request]() REQUIRES(loop().mutex()) {
     requests_.push_back(request);
     loop().requestWork();
   });

@@ -41,9 +41,9 @@ class ServiceBusConnection : public ServiceConnection {
   void onSignal(sd_bus_message* signal) override REQUIRES(loop().mutex());
   void doMore() override EXCLUDES(loop().mutex());
   using Trusted = std::function<void()>;
-  void checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept, Trusted trusted)
-      REQUIRES(loop().mutex());
-  void serve(sd_bus_message* call) REQUIRES(loop().mutex());
+  void checkSender(sd_bus_message* call, std::shared_ptr<sd_bus_message> kept,
+                   SenderTrust::Keeps keeps, Trusted trusted) REQUIRES(loop().mutex());
+  void onListen(sd_bus_message* call) REQUIRES(loop().mutex());
   void onOpen(sd_bus_message* call) REQUIRES(loop().mutex());
   void answerRequest(const LineRequest& request) EXCLUDES(loop().mutex());
   void addClient(const std::string& name) REQUIRES(loop().mutex());
