@@ -1,10 +1,10 @@
 // One client of many: scale_client FIGURES ROW. It does what its standard input says:
 //
-//   connect         connects, and hears the answers of commands           -> connected FAILURE
-//   calls SECONDS   makes calls back to back                              -> calls NUMBER FAILED
-//   command NAME    has the service send an event to every client         -> sent NANOSECONDS
-//   list DESKTOP    gets a list of devices and keeps it                   -> list RECORDS NANOSECONDS
-//   free            frees that list                                       -> freed
+//   connect         connects, and hears the answers of commands      -> connected FAILURE
+//   calls SECONDS   makes calls back to back                         -> calls NUMBER FAILED
+//   command NAME    has the service send an event to every client    -> sent NANOSECONDS
+//   list DESKTOP    gets a list of devices and keeps it              -> list RECORDS NANOSECONDS
+//   free            frees that list                                  -> freed
 //
 // The first number of its row of FIGURES counts the events, and those behind it are the times at
 // which they came.

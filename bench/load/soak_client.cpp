@@ -1,6 +1,6 @@
-// One client of the long run: soak_client FIGURES ROW SEED. Its threads use most operations at once,
-// whatever becomes of the service, until a line comes on its standard input. Row 0 of FIGURES is the
-// script's; its columns and those of a client's row are below, and in bench/load/soak.py.
+// One client of the long run: soak_client FIGURES ROW SEED. Its threads use many operations at
+// once, whatever becomes of the service, until a line comes on its standard input. Row 0 of FIGURES
+// is the script's; its columns and those of a client's row are below, and in bench/load/soak.py.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>

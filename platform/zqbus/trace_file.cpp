@@ -21,6 +21,7 @@ namespace zq {
 namespace {
 
 constexpr std::size_t kMaxWaiting = std::size_t{8} << 20;
+constexpr std::size_t kKeptBuffer = std::size_t{64} << 10;
 constexpr std::chrono::seconds kLongestEnd{1};
 
 }  // namespace
@@ -96,6 +97,7 @@ void TraceFile::Shared::run() {
     lock.unlock();
     write(lines);
     lines.clear();
+    if (lines.capacity() > kKeptBuffer) lines.shrink_to_fit();  // of a burst
     lock.lock();
   }
   const uint64_t lost = dropped + refused;

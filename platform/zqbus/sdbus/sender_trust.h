@@ -20,8 +20,8 @@ namespace zq {
 class SenderTrust {
  public:
   using Verdict = std::function<void(bool trusted)>;
-  /// What a verdict keeps while it is pending: a message, which may be large and hold descriptors, or
-  /// little. There may be far more verdicts of the second kind.
+  /// What a verdict keeps while it is pending: a message, which may be large and hold descriptors,
+  /// or little. There may be far more verdicts of the second kind.
   enum class Keeps { Message, Little };
 
   /// Asks through `calls`, the pending calls of the connection. `user` is this process's user, as

@@ -126,8 +126,8 @@ void ServiceBusConnection::onCall(sd_bus_message* call) {
   });
 }
 
-/// Every call makes its sender a client, to which events go on the bus. Listen does nothing else, and
-/// its stub is small: all clients of a session may call it at the same time.
+/// Every call makes its sender a client, to which events go on the bus. Listen does nothing else,
+/// and its stub is small: all clients of a session may call it at the same time.
 void ServiceBusConnection::onListen(sd_bus_message* call) {
   const std::shared_ptr<sd_bus_message> stub(stubOf(call));
   if (stub == nullptr) return refuse(call, SD_BUS_ERROR_NO_MEMORY, "no memory");
