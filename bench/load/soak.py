@@ -221,7 +221,7 @@ class Soak:
         while (now := time.monotonic()) < end:
             self.check_processes()
             self.check_recoveries()
-            if now >= next_sample:
+            if now >= next_sample and now < end - BROKER_BOUND:  # while there are restarts
                 self.sample()
                 next_sample += 1
             if now >= next_trace:
