@@ -83,17 +83,35 @@ TEST_F(Bus, MonitorSeesTrafficOfTheBusAlone) {
   EXPECT_EQ(seen, usesDirectLines() ? Names() : (Names{"updateDriveToken", "perixevent"}));
 }
 
-TEST_F(Bus, EventReachesClientWithoutLineThatOnlyListens) {
+TEST(DirectLine, ThatWasRefusedHasTheListenerAnnounced) {
   if (!usesDirectLines()) GTEST_SKIP() << "ZQBUS_DIRECT is 0";
-  ::setenv("ZQBUS_DIRECT", "0", 1);
-  const auto listening = connect();
-  ::setenv("ZQBUS_DIRECT", "1", 1);
-  ASSERT_EQ(listening->way(), ZQBusWay::Broker);
-  ASSERT_EQ(service->way(), ZQBusWay::Direct);
-  Watched<int> heard;
-  EXPECT_TRUE(listening->addEventListener("perixevent", counter(heard), ZQBusSecurityFlags::None));
-  recorder->sendEvent(0, 4);
-  EXPECT_TRUE(heard.wait([](int n) { return n == 1; }));
+  const std::pair<const char*, bool> refusals[] = {
+      {"no direct line: Too many open files", true},
+      {"too many senders are being checked", true},
+      {"Unknown method Open", false},
+  };
+  for (const auto& [reason, announces] : refusals) {
+    SCOPED_TRACE(reason);
+    FakeService service([text = reason](Peer& bus, const Message& open, Peer&) {
+      bus.send(Message::replyTo(open, wire::Type::Error).with("s", Writer().text(text).bytes()));
+    });
+    Watched<int> heard;
+    auto listening = std::async(std::launch::async, [&] {
+      return service.client().addEventListener("perixevent", counter(heard),
+                                               ZQBusSecurityFlags::TrustedPeer);
+    });
+    if (announces) {
+      const auto listen = service.nextCall();
+      EXPECT_EQ(listen->member, "Listen");
+      service.answerWell(*listen);
+    }
+    EXPECT_TRUE(listening.get());
+    auto asking = callSoon(service.client());
+    const auto ask = service.nextCall();
+    EXPECT_EQ(ask->member, "ask");
+    service.answerWell(*ask);
+    EXPECT_TRUE(isGood(asking.get()));
+  }
 }
 
 TEST(DirectLine, EndsWithServiceThatDiesDuringItsOpening) {

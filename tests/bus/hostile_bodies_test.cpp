@@ -137,7 +137,8 @@ TEST(OddEvent, IsDeliveredOrLogged) {
   forEachOddBody([&](const OddBody& body) {
     if (!service) {
       service.emplace();
-      service->addListener(heard.listener());
+      service->client().addEventListener("perixevent", heard.listener(),
+                                         ZQBusSecurityFlags::TrustedPeer);
       service->client().setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
     }
     send(service->way(), kEvent, body);
@@ -156,7 +157,8 @@ TEST(ForeignMessage, IsIgnoredUnread) {
   if (usesDirectLines()) GTEST_SKIP() << "no stranger reaches a line";
   Heard heard;
   FakeService service;
-  service.addListener(heard.listener());
+  service.client().addEventListener("perixevent", heard.listener(),
+                                    ZQBusSecurityFlags::TrustedPeer);
   Peer stranger = Peer::onBus(testBus().address());
   forEachOddBody([&](const OddBody& body) {
     if (!body.passesBus) return;

@@ -111,14 +111,6 @@ Message processReply(const Message& open, int32_t process) {
   return Message::replyTo(open).with("i", Writer().number(4, process).bytes());
 }
 
-void FakeService::addListener(ZQBusEventCallback* listener) {
-  auto adding = std::async(std::launch::async, [this, listener] {
-    return client_->addEventListener("perixevent", listener, ZQBusSecurityFlags::TrustedPeer);
-  });
-  if (!line_) bus_.send(Message::replyTo(*nextCall()));
-  EXPECT_TRUE(adding.get());
-}
-
 std::optional<Message> FakeService::nextCall() {
   auto call = way().receiveUntil(isCall);
   if (call && !call->sender.empty()) clientName_ = call->sender;

@@ -55,8 +55,6 @@ class FakeService {
   explicit FakeService(const Opening& opening);
 
   ZQBusProxyInterface& client() { return *client_; }
-  /// Has the client hear "perixevent".
-  void addListener(ZQBusEventCallback* listener);
   /// The connection on which the client calls.
   wire::Peer& way() { return line_ ? *line_ : bus_; }
   /// The name on the bus of the client that called last.

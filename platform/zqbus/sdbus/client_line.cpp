@@ -66,6 +66,15 @@ SdBus handshake(int socket, ClientConnection::Clock::time_point deadline) {
   return line;
 }
 
+/// Whether a service that has lines gave this answer. Other services, and services that do not answer,
+/// know nothing of lines.
+bool isRefusal(const ZQBusMessage& answer) {
+  std::string text;
+  answer.readString(text, 0);
+  return answer.failure() == ZQBusFailure::Service &&
+         (text.starts_with(kNoLine) || text == kTooManyChecks);
+}
+
 }  // namespace
 
 DirectLine openDirectLine(const std::string& service, const std::string& owner,
@@ -84,7 +93,7 @@ DirectLine openDirectLine(const std::string& service, const std::string& owner,
                                std::chrono::duration_cast<ClientConnection::Duration>(
                                    deadline - ClientConnection::Clock::now()),
                                {handover.ends[1], {}});
-  if (answer->type() != 2) return {};
+  if (answer->type() != 2) return {.isRefused = isRefusal(*answer)};
   const pid_t process = answer->readInt32(0);
   SdBus connection = handshake(receiveLine(handover.ends[0], process), deadline);
   if (connection == nullptr) {
@@ -94,7 +103,7 @@ DirectLine openDirectLine(const std::string& service, const std::string& owner,
   auto line =
       std::make_shared<ClientConnection>(std::move(connection), deliveries, ZQBusFailure::PeerGone);
   if (line->start() < 0) return {};
-  return {std::move(line), process};
+  return {.connection = std::move(line), .process = process};
 }
 
 }  // namespace zq

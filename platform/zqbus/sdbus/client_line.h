@@ -13,6 +13,7 @@ namespace zq {
 struct DirectLine {
   std::shared_ptr<ClientConnection> connection;  ///< null without a line
   pid_t process = 0;                             ///< the service's
+  bool isRefused = false;  ///< the service has lines, but none for this client
 };
 
 /// Opens a direct line to the owner of `service`: passes it the handover socket in a call through

@@ -57,5 +57,8 @@ inline constexpr char kDirectInterface[] = "org.zqbus.Direct";
 inline constexpr char kDirectOpen[] = "Open";
 inline constexpr char kDirectListen[] = "Listen";
 inline constexpr char kDirectEvents[] = "Events";
+/// A service's reasons to open no line for now.
+inline constexpr char kNoLine[] = "no direct line";
+inline constexpr char kTooManyChecks[] = "too many senders are being checked";
 inline constexpr char kErrorName[] = "org.zqbus.Error.Failed";
 }  // namespace zq

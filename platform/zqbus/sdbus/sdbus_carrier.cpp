@@ -17,9 +17,13 @@ constexpr std::chrono::seconds kAnnounceTime{3};
 /// The way to a service through the bus or on its line.
 class WayOnConnection : public ServiceWay {
  public:
-  /// `target` is the service behind its peer, as `connection` reaches it.
-  WayOnConnection(std::shared_ptr<ClientConnection> connection, ClientConnection::Target target)
-      : connection_(std::move(connection)), target_(std::move(target)) {}
+  /// `target` is the service behind its peer, as `connection` reaches it. `announcesListeners` when
+  /// the service gives lines to other clients.
+  WayOnConnection(std::shared_ptr<ClientConnection> connection, ClientConnection::Target target,
+                  bool announcesListeners)
+      : connection_(std::move(connection)),
+        target_(std::move(target)),
+        announcesListeners_(announcesListeners) {}
   ~WayOnConnection() override { connection_->setDeathCallback(target_.peer, {}); }
 
   const std::string& owner() const override { return target_.peer->owner; }
@@ -43,6 +47,7 @@ class WayOnConnection : public ServiceWay {
 
   const std::shared_ptr<ClientConnection> connection_;
   const ClientConnection::Target target_;
+  const bool announcesListeners_;
 };
 
 std::unique_ptr<Subscription> WayOnConnection::subscribe(const std::string& event,
@@ -50,15 +55,12 @@ std::unique_ptr<Subscription> WayOnConnection::subscribe(const std::string& even
                                                          Clock::time_point deadline) {
   auto subscription = connection_->subscribe({target_.interface, event, target_.destination},
                                              std::move(listener), deadline);
-  if (subscription != nullptr && way() == ZQBusWay::Broker && !announceListener(deadline)) {
-    return nullptr;
-  }
+  if (subscription != nullptr && announcesListeners_ && !announceListener(deadline)) return nullptr;
   return subscription;
 }
 
-/// The service sends its events on the bus only while it knows of a client there. A service that
-/// answers late, or does not have the method, knows of the caller, too. False when the service is
-/// gone.
+/// A service whose clients have lines sends its events on the bus only while it knows of a client
+/// there. A service that answers late knows of the caller, too. False when the service is gone.
 bool WayOnConnection::announceListener(Clock::time_point deadline) {
   const auto left = std::chrono::duration_cast<ClientConnection::Duration>(
       std::min(deadline, Clock::now() + kAnnounceTime) - Clock::now());
@@ -175,12 +177,12 @@ std::unique_ptr<ServiceWay> Bus::wayTo(const std::string& service, const std::st
   ClientConnection::Target target{owner, servicePath(service), serviceName(service), onBus};
   const DirectLine line = openDirectLine(service, owner, deliveries_);
   if (line.connection == nullptr) {
-    return std::make_unique<WayOnConnection>(connection_, std::move(target));
+    return std::make_unique<WayOnConnection>(connection_, std::move(target), line.isRefused);
   }
   target.destination.clear();
   target.peer = line.connection->addPeer(service, owner);
   lines_.add(line, target.peer, connection_);
-  return std::make_unique<WayOnConnection>(line.connection, std::move(target));
+  return std::make_unique<WayOnConnection>(line.connection, std::move(target), false);
 }
 
 class SdBusCarrier : public Carrier {

@@ -146,7 +146,7 @@ void ServiceBusConnection::checkSender(sd_bus_message* call, std::shared_ptr<sd_
   };
   const bool hasRoom = keeps == SenderTrust::Keeps::Little || hasSpareDescriptors();
   if (!hasRoom || !trust_.check(loop().bus(), sender, verdict, keeps)) {
-    refuse(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many senders are being checked");
+    refuse(call, SD_BUS_ERROR_LIMITS_EXCEEDED, kTooManyChecks);
   }
 }
 
@@ -182,7 +182,7 @@ void ServiceBusConnection::answerRequest(const LineRequest& request) {
   if (opened >= 0) {
     sd_bus_reply_method_return(request.stub.get(), "i", static_cast<int32_t>(::getpid()));
   } else {
-    sd_bus_reply_method_errnof(request.stub.get(), -opened, "no direct line: %s",
+    sd_bus_reply_method_errnof(request.stub.get(), -opened, "%s: %s", kNoLine,
                                std::strerror(-opened));
   }
   loop().afterSend();
