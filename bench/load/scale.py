@@ -138,20 +138,20 @@ class Crowd:
     # --- Calls ---
 
     def calls(self):
-        """Calls in a second, of all clients at once."""
+        """Calls in a second, of all clients at once, and how many calls failed: with more clients than
+        the machine serves, some wait for longer than an operation does."""
         for client in self.clients:
             client.order(f"calls {CALL_SECONDS}")
         answers = [client.answer() for client in self.clients]
-        if any(answer[2] != "0" for answer in answers):
-            raise RuntimeError("calls failed: " + str([answer[2] for answer in answers]))
-        return sum(int(answer[1]) for answer in answers) / CALL_SECONDS
+        failed = sum(int(answer[2]) for answer in answers)
+        return (sum(int(answer[1]) for answer in answers) - failed) / CALL_SECONDS, failed
 
 
 def measure_clients(arguments, report):
     report.head("way", "clients", "lines", "KiB each", "threads", "service", "service", "service",
-                "event us", "event us", "event us", "calls/s", "wake-ups", "wake-ups")
+                "event us", "event us", "event us", "calls/s", "calls", "wake-ups", "wake-ups")
     report.line(("", "", "", "median", "each", "KiB/client", "threads", "descr.", "median", "last",
-                 "worst", "all", "client", "service"))
+                 "worst", "all", "late", "client", "service"))
     for way, environment in WAYS.items():
         for count in arguments.clients:
             measure_crowd(arguments, report, way, environment, count)
@@ -166,11 +166,11 @@ def measure_crowd(arguments, report, way, environment, count):
         woken = crowd.idle(arguments.idle) if arguments.idle else ("", "")
         memory, held = crowd.median(private_kib), crowd.median(threads)
         median, last, worst = crowd.events()
-        rate = crowd.calls()
+        rate, late = crowd.calls()
         figures = {"lines": crowd.lines(), "private": memory, "threads": held,
                    "service": crowd.per_client("private"), "service_threads": crowd.after["threads"],
                    "service_descriptors": crowd.after["descriptors"], "median": median,
-                   "last": last, "worst": worst, "rate": rate, "woken": woken[0],
+                   "last": last, "worst": worst, "rate": rate, "late": late, "woken": woken[0],
                    "service_woken": woken[1]}
         report.row("clients", way, count, **figures)
         report.line((way, count, *(round(f, 1) if isinstance(f, float) else f
@@ -182,17 +182,18 @@ def measure_crowd(arguments, report, way, environment, count):
 
 def measure_limits(arguments, report):
     """How many of 1000 clients get a line, by the descriptors that the service may open."""
-    report.head("descriptors", "clients", "lines", "broker", "failed", "calls/s", "service KiB")
+    report.head("descriptors", "clients", "lines", "broker", "failed", "calls/s", "late",
+                "service KiB")
     for limit in LIMITS:
         with World(arguments.build, arguments.limit_clients) as world, contextlib.ExitStack() as stack:
             world.start_service(SCENARIO, limit)
             crowd = Crowd(world, arguments.limit_clients, {}, stack)
             lines = crowd.lines()
             crowd.events()
-            rate = crowd.calls()
-            report.row("limits", "direct", limit, lines=lines, rate=rate)
+            rate, late = crowd.calls()
+            report.row("limits", "direct", limit, lines=lines, rate=rate, late=late)
             report.line((limit, len(crowd.clients), lines, len(crowd.clients) - lines, crowd.failed,
-                         round(rate), crowd.after["private"]))
+                         round(rate), late, crowd.after["private"]))
             if not world.service.runs():
                 raise RuntimeError("the service has ended")
 
@@ -229,7 +230,7 @@ def measure_list(arguments, report, way, environment, records):
             times.append(int(taken) / 1000)
             held = private_kib(client.pid)
             client.ask("free")
-        micros = statistics.median(times)
+        micros = min(times)  # the others met other work of the machine
         figures = {"us": micros, "us_per_record": micros / records,
                    "client": (held - before) / records,
                    "client_after": private_kib(client.pid) - before,
@@ -259,7 +260,7 @@ def main():
     parser.add_argument("--records", type=numbers, default=[1, 10, 100, 1000, 10000, 30000, 65535])
     parser.add_argument("--limit-clients", type=int, default=1000)
     parser.add_argument("--idle", type=int, default=60)
-    parser.add_argument("--repeat", type=int, default=5)
+    parser.add_argument("--repeat", type=int, default=15)
     parser.add_argument("--only", choices=PARTS)
     arguments = parser.parse_args()
     raise_descriptor_limit()

@@ -13,7 +13,6 @@ namespace zq {
 namespace {
 
 using namespace std::string_literals;
-using wire::Message;
 using wire::Peer;
 using wire::Type;
 using wire::Writer;

@@ -155,7 +155,7 @@ void ClientBusConnection::setOwner(const std::string& service, const std::string
 
 std::shared_ptr<Peer> ClientBusConnection::bind(const std::string& service,
                                                 const std::string& owner) {
-  const auto peer = addPeer(service, owner);
+  auto peer = addPeer(service, owner);
   const ConnectionLoop::Hold hold(*loop_);
   if (owners_[service].owner != owner) peer->leave();
   return peer;
