@@ -139,7 +139,7 @@ def scale_charts(tables):
         ("An event's way to all clients, the last client", "clients", "µs for each client", each,
          ONLY_X),
         ("Calls of all clients together", "clients", "calls a second", by_way(clients, "rate"), ONLY_X),
-        ("A list, time for each record", "records", "µs, fastest of 15", by_way(lists, "us_per_record"), BOTH),
+        ("A list, time for each record", "records", "µs, the fastest", by_way(lists, "us_per_record"), BOTH),
         ("A list, memory of the client that holds it", "records", "KiB for each record",
          by_way(lists, "client"), ONLY_X),
     ]
