@@ -108,7 +108,7 @@ QString successText(Verb verb) {
 }
 
 QString failureText(const PerixFailureReport& report) {
-  const QString reason = QString::fromStdString(report.text);
+  QString reason = QString::fromStdString(report.text);
   for (const Introduction& row : kIntroductions) {
     if (row.failure == report.failure) return row.words + reason;
   }
