@@ -66,8 +66,8 @@ SdBus handshake(int socket, ClientConnection::Clock::time_point deadline) {
   return line;
 }
 
-/// Whether a service that has lines gave this answer. Other services, and services that do not answer,
-/// know nothing of lines.
+/// Whether a service that has lines gave this answer. Other services, and services that do not
+/// answer, know nothing of lines.
 bool isRefusal(const ZQBusMessage& answer) {
   std::string text;
   answer.readString(text, 0);
