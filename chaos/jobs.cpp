@@ -34,7 +34,7 @@ std::string joined(const std::vector<std::string>& names) {
 }
 
 std::string takeWord(std::string& line) {
-  const std::string word = line.substr(0, line.find(' '));
+  std::string word = line.substr(0, line.find(' '));
   line.erase(0, std::min(line.size(), word.size() + 1));
   return word;
 }

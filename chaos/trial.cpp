@@ -130,7 +130,7 @@ std::string Trial::runUnderFault(const Tried& tried, const std::vector<Outcome>&
     if (!testimony.complaint.empty()) return testimony.complaint;
     outcomes.push_back(testimony.outcome);
   }
-  const std::string complaint = complaintAbout(operation, fault, healthy, outcomes);
+  std::string complaint = complaintAbout(operation, fault, healthy, outcomes);
   if (!complaint.empty() || !tried.asks()) return complaint;
   // A delayed call would change the world of the next operation.
   if (waitsFor(fault.kind)) World::control("awaitCalls", message(method, setting_.threads));
