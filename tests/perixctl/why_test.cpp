@@ -373,15 +373,15 @@ TEST(TheAnswerToWhy, NamesAServiceOfAnotherUser) {
 }
 
 TEST(TheAnswerToWhy, TellsThatTheServiceHasNoLineToSpare) {
-  constexpr int kMostLines = 64;
+  constexpr std::size_t kFarMoreThanThereAre = 10'000;
   const ToolWorld world;
   ::setenv("ZQBUS_ADDRESS", world.service.busAddress().c_str(), 1);
   std::vector<std::shared_ptr<ZQBusProxyInterface>> lines;
-  for (int i = 0; i < kMostLines; ++i) {
+  do {
     lines.push_back(ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
         "perix", ZQBusSecurityFlags::TrustedPeer, 1));
-    ASSERT_EQ(lines.back()->way(), ZQBusWay::Direct) << i;
-  }
+    ASSERT_LT(lines.size(), kFarMoreThanThereAre);
+  } while (lines.back()->way() == ZQBusWay::Direct);
   const auto result = world.run("device why win10 1", kUtf8);
   EXPECT_EQ(result.status, 0);
   EXPECT_NE(withoutSpaces(result.output)

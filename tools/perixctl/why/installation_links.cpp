@@ -13,7 +13,8 @@
 namespace zq::ctl {
 namespace {
 
-constexpr uint64_t kFewDescriptors = 256;  // a service has 64 lines, and takes two for each at most
+// Each line takes four of a service: with fewer, most clients get none.
+constexpr uint64_t kFewDescriptors = 256;
 constexpr uint64_t kSpareDescriptors = 32;
 
 Finding checkDaemon(Case& about) {
