@@ -36,7 +36,7 @@ bool TableReader::refuse(std::string_view key, const toml::node& node, std::stri
 void TableReader::requireUnique(std::string_view key, const char* nameSpace,
                                 const std::string& value) {
   if (document_.claim(nameSpace, value)) return;
-  complain(key, "duplicate " + std::string(key) + ": another one has it already");
+  complain(key, "duplicate " + std::string(key) + ": another table has it already");
 }
 
 bool TableReader::read(std::string_view key, const toml::node& node, bool& out,

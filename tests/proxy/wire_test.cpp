@@ -98,7 +98,7 @@ TEST(ADesktopId, IsAskedForOnceAndRememberedByNumber) {
   EXPECT_EQ(proxy.GetVmIdString(7), "b-7");
   EXPECT_EQ(proxy.GetVmIdInt("other-7"), 7U);
   EXPECT_EQ(proxy.GetVmIdString(7), "other-7");
-  EXPECT_EQ(proxy.GetVmIdString(8), "");
+  for (const unsigned int unknown : {0U, 8U}) EXPECT_EQ(proxy.GetVmIdString(unknown), "");
 }
 
 TEST(ARecord, OfAConnectedDeviceIsNamedAfterItsDesktopAsFarAsItReaches) {

@@ -3,6 +3,7 @@
 
 #include <array>
 
+#include "perix/events.h"
 #include "perix/service_values.h"
 #include "tools/perixctl/words.h"
 
@@ -22,6 +23,12 @@ inline constexpr std::array kDiskCommands = {Word{DiskCommand::Mount, "mount"},
                                              Word{DiskCommand::Eject, "eject"}};
 inline constexpr std::array kPrinterCommands = {Word{PrinterCommand::Pause, "pause"},
                                                 Word{PrinterCommand::Resume, "resume"}};
+inline constexpr std::array kEventKinds =
+    wordsOf(EventKind::DeviceState, EventKind::DeviceRefused, EventKind::DeviceArrived,
+            EventKind::DeviceRemoved, EventKind::NewDevice, EventKind::DiskMounted,
+            EventKind::DiskUnmounted, EventKind::ConfiguredConnect, EventKind::ConfiguredIgnore,
+            EventKind::ConfigurationFailed, EventKind::DiskCommandDone,
+            EventKind::JoystickCalibrated, EventKind::CommandResponse);
 inline constexpr std::array kCameraStates = {Word{0, "not authorised"}, Word{1, "authorised"}};
 
 }  // namespace zq::ctl

@@ -18,7 +18,7 @@
 #include "tools/perixctl/command_error.h"
 #include "tools/perixctl/event_feed.h"
 #include "tools/perixctl/record_documents.h"
-#include "tools/perixctl/words.h"
+#include "tools/perixctl/service_words.h"
 
 namespace zq::ctl {
 namespace {
@@ -47,15 +47,7 @@ constexpr const char* kGone = "gone";
 // The words with which a monitor may end. News that are not events have no number.
 Words eventWords() {
   static const std::vector<Word> words = [] {
-    std::vector<Word> all;
-    for (const Word& kind : wordsOf(
-             EventKind::DeviceState, EventKind::DeviceRefused, EventKind::DeviceArrived,
-             EventKind::DeviceRemoved, EventKind::NewDevice, EventKind::DiskMounted,
-             EventKind::DiskUnmounted, EventKind::ConfiguredConnect, EventKind::ConfiguredIgnore,
-             EventKind::ConfigurationFailed, EventKind::DiskCommandDone,
-             EventKind::JoystickCalibrated, EventKind::CommandResponse)) {
-      all.push_back(kind);
-    }
+    std::vector<Word> all(kEventKinds.begin(), kEventKinds.end());
     for (const char* news : {"service died", "died", kReturned, kGone}) all.emplace_back(-1, news);
     return all;
   }();

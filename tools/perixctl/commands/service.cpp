@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <system_error>
 
@@ -131,7 +132,11 @@ std::string inWordsOf(const std::vector<std::string>& pairs, const std::string& 
 Outcome plugDevice(Run& run) {
   const std::vector<std::string>& pairs = run.arguments.texts("KEY=VALUE");
   std::string table;
-  for (const std::string& pair : pairs) table += tomlLine(pair);
+  std::set<std::string> keys;
+  for (const std::string& pair : pairs) {
+    table += tomlLine(pair);
+    if (!keys.insert(pair.substr(0, pair.find('='))).second) complainAbout(pair, "given twice");
+  }
   try {
     return factsOf(withIdTexts(askControl("plug", {table})));
   } catch (const CommandError& error) {
@@ -251,7 +256,10 @@ Outcome runProgram(Run& run) {
 }
 
 const Argument kDesktopId{"DESKTOP-ID", ArgumentKind::Int32, "The desktop's integer id"};
-const Argument kEventKind{"KIND", ArgumentKind::Int32, "The kind of event"};
+const Argument kEventKind{.name = "KIND",
+                          .kind = ArgumentKind::Int32,
+                          .help = "The kind of event, as monitor calls it",
+                          .words = kEventKinds};
 const Argument kPayload{"PAYLOAD", ArgumentKind::Hex, "The record, in hex", Presence::Optional};
 
 std::vector<Command> worldCommands() {
