@@ -56,21 +56,15 @@ TEST_F(Bus, BlockIsReceiversOwnCopy) {
 }
 
 TEST_F(Bus, ListOfAnyLengthArrivesInOrder) {
-  struct {
-    int count;
-    std::size_t padding;
-  } const lists[] = {{0, 0},   {1, 0},    {126, 0},   {127, 0},
-                     {128, 0}, {1000, 0}, {65535, 0}, {130, 600 << 10}};
-  for (const auto& [count, padding] : lists) {
+  for (const int count : {0, 1, 126, 127, 128, 1000, 65535}) {
     ZQBusMessage list;
     list.appendInt32(count);
-    const std::string filler(padding, 'x');
-    for (int i = 0; i < count; ++i) list.append(bytes(std::to_string(i) + filler));
+    for (int i = 0; i < count; ++i) list.append(bytes(std::to_string(i)));
     const Reply reply = call(*service, "echo", list);
     ASSERT_EQ(reply->argCount(), list.argCount()) << reply->toDebugString().substr(0, 200);
     for (int i = 0; i < count; ++i) {
       const auto index = static_cast<std::size_t>(i) + 1;
-      ASSERT_EQ(std::get<ZQBusBytes>(reply->arguments()[index]).view(), std::to_string(i) + filler);
+      ASSERT_EQ(std::get<ZQBusBytes>(reply->arguments()[index]).view(), std::to_string(i));
     }
   }
 }
