@@ -1,5 +1,5 @@
-// A list that is larger than D-Bus lets an array be, to its form on the wire and back. Without a bus:
-// sanitizers take half a minute to pass such a message on.
+// A list that is larger than D-Bus lets an array be, to its form on the wire and back. Without a
+// bus: sanitizers take half a minute to pass such a message on.
 #include "platform/zqbus/sdbus/codec.h"
 
 #include <gtest/gtest.h>
