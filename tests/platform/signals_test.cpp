@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <system_error>
 
 #include "platform/util/library_thread.h"
@@ -71,7 +72,9 @@ TEST(WriteWithoutSignal, FailsInsteadOfRaisingSignal) {
       for (const int signal : {SIGPIPE, SIGXFSZ}) pthread_kill(pthread_self(), signal);
     }
   }
-  for (int taken = 0; taken < 2; ++taken) sigwaitinfo(&programs, nullptr);
+  constexpr timespec kNoWait = {};
+  while (sigtimedwait(&programs, nullptr, &kNoWait) > 0) {
+  }
   pthread_sigmask(SIG_UNBLOCK, &programs, nullptr);
   ::setrlimit(RLIMIT_FSIZE, &usual);
   ::close(pipe[1]);
