@@ -116,17 +116,6 @@ std::string utcText(std::chrono::system_clock::time_point time) {
 
 // --- Reading -------------------------------------------------------------------------------------
 
-/// The bytes of an argument, filled with zeros up to the size that it had.
-std::string wholeBytes(const Json& argument, const char* key) {
-  const auto shown = fromHex(argument.at(key).get_ref<const std::string&>());
-  if (!shown) throw std::invalid_argument("a block is not hexadecimal");
-  std::string bytes(shown->begin(), shown->end());
-  const auto size = argument.value("size", bytes.size());
-  if (size > kMostBytes) throw std::invalid_argument("an argument is too large");
-  bytes.resize(std::max(size, bytes.size()));
-  return bytes;
-}
-
 template <typename Number>
 Number numberIn(const Json& value) {
   if (!value.is_number_integer()) throw std::invalid_argument("a number is expected");
@@ -136,6 +125,19 @@ Number numberIn(const Json& value) {
   if (isBeyond || !std::in_range<Number>(wide))
     throw std::invalid_argument("a number is out of range");
   return static_cast<Number>(wide);
+}
+
+/// The bytes of an argument, filled with zeros up to the size that it had.
+std::string wholeBytes(const Json& argument, const char* key) {
+  const auto shown = fromHex(argument.at(key).get_ref<const std::string&>());
+  if (!shown) throw std::invalid_argument("a block is not hexadecimal");
+  std::string bytes(shown->begin(), shown->end());
+  const auto size = argument.find("size");
+  if (size == argument.end()) return bytes;
+  const auto whole = numberIn<uint64_t>(*size);
+  if (whole > kMostBytes) throw std::invalid_argument("an argument is too large");
+  bytes.resize(std::max<std::size_t>(whole, bytes.size()));
+  return bytes;
 }
 
 std::chrono::nanoseconds nanosecondsIn(const Json& value) {

@@ -112,6 +112,8 @@ TEST(Trace, ReadsBackEachLineThatItWrites) {
       {head + R"("call","name":"m","arguments":[{"ay":"0"}]})", "not hexadecimal"},
       {head + R"("call","name":"m","arguments":[{"ay":"0g"}]})", "not hexadecimal"},
       {head + R"("call","name":"m","arguments":[{"ay":"00","size":99999999999}]})", "too large"},
+      {head + R"("call","name":"m","arguments":[{"ay":"00","size":6e90}]})",
+       "a number is expected"},
       {head + R"("call","name":"m","arguments":[{"h":0}]})", "unknown type"},
       {head + R"("event","way":"by post"})", "unknown word"},
       {R"({"time":"9999-01-01T00:00:00.000000Z","ns":1,"process":1,"kind":"call"})",
