@@ -96,11 +96,11 @@ class ZQBusProxyInterface {
                              int timeoutMs) = 0;
 
   /// Calls `callback` for every `event` of the service from now on. When events come through the
-  /// bus it blocks for a round trip to the bus, 25 s at most, and one to the service, 3 s at most;
-  /// on a direct line it does not block. Takes ownership of `callback` and deletes it some time
-  /// after it was removed. `flags` is ignored: only the owner of the service's name is heard. False
-  /// for a null `callback` (without effect) and when the service or the bus is gone (`callback` is
-  /// deleted).
+  /// bus it blocks for a round trip to the bus, 25 s at most; when the service refused a direct
+  /// line, also for one to the service, 3 s at most. On a direct line it does not block. Takes
+  /// ownership of `callback` and deletes it some time after it was removed. `flags` is ignored:
+  /// only the owner of the service's name is heard. False for a null `callback` (without effect)
+  /// and when the service or the bus is gone (`callback` is deleted).
   virtual bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
                                 ZQBusSecurityFlags flags) = 0;
 

@@ -18,7 +18,7 @@ constexpr std::chrono::seconds kAnnounceTime{3};
 class WayOnConnection : public ServiceWay {
  public:
   /// `target` is the service behind its peer, as `connection` reaches it. `announcesListeners` when
-  /// the service gives lines to other clients.
+  /// the service has refused this client a line.
   WayOnConnection(std::shared_ptr<ClientConnection> connection, ClientConnection::Target target,
                   bool announcesListeners)
       : connection_(std::move(connection)),

@@ -69,8 +69,8 @@ void SenderTrust::learn(const std::string& name, bool trusted) {
 void SenderTrust::answer(const std::string& name, bool trusted) {
   const auto awaited = awaited_.extract(name);
   if (awaited.empty()) return;
-  for (const Awaited& one : awaited.mapped()) --awaitedCount_[one.keeps];
-  for (const Awaited& one : awaited.mapped()) one.verdict(trusted);
+  for (const Awaited& pending : awaited.mapped()) --awaitedCount_[pending.keeps];
+  for (const Awaited& pending : awaited.mapped()) pending.verdict(trusted);
 }
 
 void SenderTrust::clear() {

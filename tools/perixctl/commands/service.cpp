@@ -168,7 +168,7 @@ ControlArguments theFault(const Arguments& arguments) {
 }
 
 // A block that is a text is shown as such; the service may put a NUL behind it. A record would fill
-// the line, so only its begin is shown; JSON has more of it.
+// the line, so only its first bytes are shown; JSON has more of them.
 std::string blockText(const Json& block) {
   constexpr std::size_t kShown = 8;
   const std::string hex = block.value("hex", "");
