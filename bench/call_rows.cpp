@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "bench/bench_service.h"
-#include "bench/echo_process.h"
+#include "bench/far_end.h"
 #include "bench/paired.h"
 #include "bench/peer_process.h"
 #include "bench/raw_bus.h"
@@ -39,17 +39,24 @@ void addPeerRows(Report& report, const Rounds& rounds, std::size_t first,
 
 }  // namespace
 
-void addDirectCallRows(Report& report, const std::string& program) {
+void addDirectCallRows(Report& report, const std::string& program, sd_bus* bare) {
   const EchoProcess echo;
   PerixProxy& proxy = *PerixProxy::getInstance();
   const auto peers = startPeers(program);
   std::vector<Side> sides = {batchOf(kBatch, [&] { connectDevice(proxy); }),
-                             batchOf(kBatch, [&] { echo.pingPong(); })};
+                             batchOf(kBatch, [&] { echo.pingPong(); }),
+                             batchOf(kBatch, [&] { connectDeviceRaw(bare, kRawName, kRawPath); })};
   for (const auto& peer : peers) sides.emplace_back([&peer] { return peer->measure(kBatch); });
   const Rounds rounds(kRounds, sides);
   report.add({kWhat, rounds.median(0), "unix-socket ping-pong of 64 bytes", rounds.median(1),
               rounds.ratio(0, 1), Target{Target::Kind::AtMost, 2}});
-  addPeerRows(report, rounds, 2, peers);
+  report.add({"  the same by bare sd-bus on a socket pair",
+              rounds.median(2),
+              "unix-socket ping-pong of 64 bytes",
+              rounds.median(1),
+              rounds.ratio(2, 1),
+              {}});
+  addPeerRows(report, rounds, 3, peers);
 }
 
 void addBrokerCallRows(Report& report) {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bench/bench_service.h"
+#include "bench/far_end.h"
 #include "bench/raw_service.h"
 #include "bench/rows.h"
 #include "tools/embedded/private_bus.h"
@@ -80,9 +81,10 @@ std::FILE* takeStandardOutput() {
 }
 
 void addDirectRows(Report& report) {
+  const RawPair bare;  // before the first thread
   const auto raw = startService("--raw-service");
-  addDirectCallRows(report, thisProgram());
-  addDirectListRows(report);
+  addDirectCallRows(report, thisProgram(), bare.bus());
+  addDirectListRows(report, bare.bus());
   addEventRows(report);
   addThreadRow(report, 1.5);
   addTraceRows(report);

@@ -1,5 +1,7 @@
 #include "bench/raw_bus.h"
 
+#include <fcntl.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -22,6 +24,16 @@ RawBus openRawBus() {
   return bus;
 }
 
+RawBus openRawEnd(int socket) {
+  sd_bus* opened = nullptr;
+  requireRaw(sd_bus_new(&opened), "sd_bus_new");
+  RawBus bus(opened);
+  const int copy = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
+  requireRaw(sd_bus_set_fd(opened, copy, copy), "sd_bus_set_fd");
+  requireRaw(sd_bus_start(opened), "sd_bus_start");
+  return bus;
+}
+
 void askRawOwner(sd_bus* bus) {
   sd_bus_message* reply = nullptr;
   const int result = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -31,11 +43,10 @@ void askRawOwner(sd_bus* bus) {
   requireRaw(result, "GetNameOwner");
 }
 
-void connectDeviceRaw(sd_bus* bus) {
+void connectDeviceRaw(sd_bus* bus, const char* name, const char* path) {
   sd_bus_message* reply = nullptr;
-  const int result =
-      sd_bus_call_method(bus, kServiceName, kServicePath, kServiceName, "connectDevice", nullptr,
-                         &reply, "iq", kDesktopId, kDevice);
+  const int result = sd_bus_call_method(bus, name, path, name, "connectDevice", nullptr, &reply,
+                                        "iq", kDesktopId, kDevice);
   const RawMessage owned(reply);
   requireRaw(result, "connectDevice");
   int32_t status = -1;

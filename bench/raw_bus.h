@@ -31,10 +31,13 @@ void requireRaw(int result, const char* what);
 
 /// Opens a connection to the bus of ZQBUS_ADDRESS.
 RawBus openRawBus();
+/// Opens a connection on one end of a socket pair, which it copies.
+RawBus openRawEnd(int socket);
 /// Asks the bus for the owner of the service's name.
 void askRawOwner(sd_bus* bus);
-/// "connectDevice" as the proxy makes it, its result read.
-void connectDeviceRaw(sd_bus* bus);
+/// "connectDevice" as the proxy makes it, of the service `name` at `path`, its result read.
+void connectDeviceRaw(sd_bus* bus, const char* name = kServiceName,
+                      const char* path = kServicePath);
 /// "getDeviceList" as the proxy makes it, of the service `name` at `path`: the reply as it was
 /// received, not decoded.
 RawMessage getDeviceListRaw(sd_bus* bus, const char* name, const char* path);

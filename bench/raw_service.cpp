@@ -49,8 +49,16 @@ int sendEvents(sd_bus_message* call, void*, sd_bus_error*) {
   return 1;
 }
 
+int connectDevice(sd_bus_message* call, void*, sd_bus_error*) {
+  int32_t desktop = 0;
+  uint16_t device = 0;
+  requireRaw(sd_bus_message_read(call, "iq", &desktop, &device), "the arguments");
+  return sd_bus_reply_method_return(call, "i", 0);
+}
+
 constexpr sd_bus_vtable kMethods[] = {
     SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("connectDevice", "iq", "i", &connectDevice, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("getDeviceList", "i", "iaay", &getDeviceList, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("sendEvents", "ii", "", &sendEvents, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
@@ -65,6 +73,20 @@ int runRawService() {
   requireRaw(sd_bus_request_name(bus.get(), kRawName, 0), "the raw service's name");
   if (::write(ChildProcess::kReadinessDescriptor, "ready\n", 6) != 6) return 1;
   for (;;) processRaw(bus.get());
+}
+
+void serveRawEnd(int socket) {
+  sd_bus* made = nullptr;
+  sd_id128_t id{};
+  requireRaw(sd_id128_randomize(&id), "sd_id128_randomize");
+  requireRaw(sd_bus_new(&made), "sd_bus_new");
+  const RawBus bus(made);
+  requireRaw(sd_bus_set_fd(made, socket, socket), "sd_bus_set_fd");
+  requireRaw(sd_bus_set_server(made, 1, id), "sd_bus_set_server");
+  requireRaw(sd_bus_start(made), "sd_bus_start");
+  requireRaw(sd_bus_add_object_vtable(made, nullptr, kRawPath, kRawName, kMethods, nullptr),
+             "the raw service's object");
+  while (sd_bus_process(made, nullptr) >= 0) sd_bus_wait(made, UINT64_MAX);
 }
 
 }  // namespace zq::bench

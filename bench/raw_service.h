@@ -8,4 +8,7 @@ namespace zq::bench {
 /// many microseconds apart) with nothing before it sends them. Returns an exit code when it cannot.
 [[nodiscard]] int runRawService();
 
+/// Serves the same methods on one end of a socket pair, until the other end is closed.
+void serveRawEnd(int socket);
+
 }  // namespace zq::bench

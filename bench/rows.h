@@ -6,19 +6,21 @@
 #include <optional>
 #include <string>
 
+#include "bench/raw_bus.h"
 #include "bench/report.h"
 
 namespace zq::bench {
 
-/// ConnectDevice over a direct line, compared with a bare socket and with the peers.
-void addDirectCallRows(Report& report, const std::string& program);
+/// ConnectDevice over a direct line, compared with a bare socket and with the peers. `bare` is one
+/// end of a RawPair.
+void addDirectCallRows(Report& report, const std::string& program, sd_bus* bare);
 /// ConnectDevice through the bus compared with raw sd-bus.
 void addBrokerCallRows(Report& report);
 /// Calls of four threads compared with calls of one thread; `target` is for the ratio of their
 /// rates on more than one CPU.
 void addThreadRow(Report& report, double target);
 /// GetDeviceList of a long list over a direct line compared with raw sd-bus through the daemon.
-void addDirectListRows(Report& report);
+void addDirectListRows(Report& report, sd_bus* bare);
 /// GetDeviceList of a long list through the bus compared with allocating and copying its records.
 void addBrokerListRows(Report& report);
 /// Events over a direct line compared with raw sd-bus through the daemon: in a flood, and singly.
