@@ -10,8 +10,10 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "bus_log.h"
 #include "platform/util/library_thread.h"
@@ -21,7 +23,9 @@ namespace zq {
 namespace {
 
 constexpr std::size_t kMaxWaiting = std::size_t{8} << 20;
-constexpr std::size_t kKeptBuffer = std::size_t{64} << 10;
+// Lines wait in blocks. In one buffer that grows, a burst would be a large piece of memory, and after
+// freeing that, the C library keeps as much for each thread.
+constexpr std::size_t kBlock = std::size_t{64} << 10;
 constexpr std::chrono::seconds kLongestEnd{1};
 
 }  // namespace
@@ -30,13 +34,15 @@ struct TraceFile::Shared {
   explicit Shared(int opened) : descriptor(opened) {}
   ~Shared() { ::close(descriptor); }
 
+  void append(std::string_view line) REQUIRES(mutex);
   void write(std::string_view lines);
   void run();
 
   const int descriptor;
   Mutex mutex;
   ConditionVariable changed;
-  std::string waiting GUARDED_BY(mutex);
+  std::vector<std::string> waiting GUARDED_BY(mutex);  // blocks of lines
+  std::size_t waitingSize GUARDED_BY(mutex) = 0;
   bool isEnding GUARDED_BY(mutex) = false;
   bool hasEnded GUARDED_BY(mutex) = false;
   uint64_t dropped GUARDED_BY(mutex) = 0;
@@ -80,24 +86,33 @@ TraceFile::~TraceFile() {
 
 void TraceFile::add(std::string_view line) {
   const MutexLock lock(shared_->mutex);
-  if (shared_->waiting.size() + line.size() >= kMaxWaiting) {
+  if (shared_->waitingSize + line.size() >= kMaxWaiting) {
     ++shared_->dropped;
     return;
   }
   if (shared_->waiting.empty()) shared_->changed.notifyAll();
-  shared_->waiting.append(line).push_back('\n');
+  shared_->append(line);
+}
+
+void TraceFile::Shared::append(std::string_view line) {
+  const std::size_t size = line.size() + 1;
+  if (waiting.empty() || waiting.back().capacity() - waiting.back().size() < size) {
+    waiting.emplace_back().reserve(std::max(size, kBlock));
+  }
+  waiting.back().append(line).push_back('\n');
+  waitingSize += size;
 }
 
 void TraceFile::Shared::run() {
-  std::string lines;
   MutexLock lock(mutex);
   while (!isEnding || !waiting.empty()) {
     while (!isEnding && waiting.empty()) changed.wait(mutex);
-    lines.swap(waiting);
+    std::vector<std::string> blocks;
+    blocks.swap(waiting);
+    waitingSize = 0;
     lock.unlock();
-    write(lines);
-    lines.clear();
-    if (lines.capacity() > kKeptBuffer) lines.shrink_to_fit();  // of a burst
+    for (const std::string& lines : blocks) write(lines);
+    blocks.clear();
     lock.lock();
   }
   const uint64_t lost = dropped + refused;
