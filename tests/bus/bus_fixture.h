@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "tests/support/process.h"
 #include "tests/support/recording_service.h"
@@ -21,6 +18,25 @@ inline std::shared_ptr<ZQBusProxyInterface> connect() {
       "perix", ZQBusSecurityFlags::TrustedPeer, 1);
 }
 
+using Listener = std::function<void(const Reply&)>;
+
+/// Adds a listener to a service or to the bus.
+template <typename Source>
+bool listen(Source& source, Listener onEvent, const std::string& event = "perixevent") {
+  return source.addEventListener(event, new ZQBusEventCallback(std::move(onEvent)),
+                                 ZQBusSecurityFlags::TrustedPeer);
+}
+inline Listener counter(Watched<int>& heard) {
+  return [&](const Reply&) { heard.increment(); };
+}
+
+/// How often the death of a service was reported.
+struct Deaths : Watched<int> {
+  explicit Deaths(ZQBusProxyInterface& service) {
+    service.setDeathCallback([this] { increment(); });
+  }
+};
+
 inline Reply call(ZQBusProxyInterface& service, const std::string& method,
                   const ZQBusMessage& arguments, int timeoutMs = 20000) {
   const auto request = service.makeMethodCallMessage(method);
@@ -33,9 +49,9 @@ inline std::string text(const Reply& reply) {
   return reply->readString(out, 0);
 }
 
-/// A listener that counts what it hears.
-inline ZQBusEventCallback* counter(Watched<int>& heard) {
-  return new ZQBusEventCallback([&](const Reply&) { heard.change([](int& n) { ++n; }); });
+inline void callAsynchronously(ZQBusProxyInterface& service, const std::string& method,
+                               Listener onReply, int timeoutMs = -1) {
+  service.callWithReply(service.makeMethodCallMessage(method), std::move(onReply), timeoutMs);
 }
 
 /// Answers "echo" with its arguments, keeps "hang" until it is released, fails "fail".
@@ -44,26 +60,24 @@ class Bus : public testing::Test {
   Bus() {
     recorder->answerWith([this](const std::shared_ptr<ZQBusCall>& received) {
       const std::string& name = received->message().name();
-      if (name == "hang") return hanging.change([&](auto& calls) { calls.push_back(received); });
+      if (name == "hang") return hanging.append(received);
       if (name == "fail") return received->fail("no luck");
       received->reply(received->message());
     });
     service = connect();
   }
   void release() {
-    hanging.change([](auto& calls) {
-      for (const auto& one : calls) one->reply(message(int32_t{1}));
-      calls.clear();
-    });
+    for (const auto& held : hanging.take()) held->reply(message(int32_t{1}));
   }
   std::future<Reply> hang(int timeoutMs = 20000) {
     auto reply = std::async(std::launch::async,
                             [this, timeoutMs] { return call(*service, "hang", {}, timeoutMs); });
-    EXPECT_TRUE(hanging.wait([](const auto& calls) { return !calls.empty(); }));
+    EXPECT_TRUE(hanging.waitForSize(1));
     return reply;
   }
 
   Watched<std::vector<std::shared_ptr<ZQBusCall>>> hanging;
+  ZQBusSerivceManager& manager = *ZQBusSerivceManager::initSync(-1);
   std::unique_ptr<RecordingService> recorder = std::make_unique<RecordingService>();
   std::shared_ptr<ZQBusProxyInterface> service;
 };

@@ -20,27 +20,23 @@ namespace {
 /// What a child does with a bus that its parent uses: none of it may wait for the parent's threads.
 bool failsAtOnce(ZQBusProxyInterface& service, ZQBusSerivceManager& manager) {
   bool ended = false;
-  service.callWithReply(
-      service.makeMethodCallMessage("echo"),
-      [&](const Reply& reply) { ended = reply->failure() == ZQBusFailure::Unusable; }, -1);
+  callAsynchronously(service, "echo", [&](const Reply& reply) {
+    ended = reply->failure() == ZQBusFailure::Unusable;
+  });
   service.setDeathCallback([] {});
   service.removeEventListener("perixevent", nullptr);
   manager.waitForCallbacks();
-  const auto add = [](auto& to) {
-    return to.addEventListener("perixevent", new ZQBusEventCallback([](const Reply&) {}),
-                               ZQBusSecurityFlags::TrustedPeer);
-  };
   return ended && call(service, "echo", {})->failure() == ZQBusFailure::Unusable &&
          ZQBusSerivceManager::initSync(-1) == nullptr && !manager.isServiceRegistered("perix") &&
          manager.getServiceProxyInterface("perix", ZQBusSecurityFlags::None, 1) == nullptr &&
-         !add(service) && !add(manager) && manager.droppedEvents() == 0;
+         !listen(service, [](const Reply&) {}) && !listen(manager, [](const Reply&) {}) &&
+         manager.droppedEvents() == 0;
 }
 
 TEST_F(Bus, CallsFailInForkedChild) {
   if (kForksWithAllocatorLocked) GTEST_SKIP() << "the child may hang in the allocator";
-  auto* const manager = ZQBusSerivceManager::initSync(-1);
   Watched<int> heard;
-  service->addEventListener("perixevent", counter(heard), ZQBusSecurityFlags::TrustedPeer);
+  listen(*service, counter(heard));
   ASSERT_EQ(call(*service, "echo", {})->type(), 2);
   std::atomic<bool> stop = false;
   // As often as not the fork finds a lock taken: the connection's, or the manager's.
@@ -48,12 +44,12 @@ TEST_F(Bus, CallsFailInForkedChild) {
     while (!stop) call(*service, "echo", {});
   });
   std::thread asking([&] {
-    while (!stop) manager->isServiceRegistered("perix");
+    while (!stop) manager.isServiceRegistered("perix");
   });
   for (int round = 0; round < 16; ++round) {
     const pid_t child = ::fork();
     if (child == 0) {
-      const bool failed = failsAtOnce(*service, *manager);
+      const bool failed = failsAtOnce(*service, manager);
       service.reset();
       ::_exit(failed ? 0 : 1);
     }
@@ -65,7 +61,7 @@ TEST_F(Bus, CallsFailInForkedChild) {
   busy.join();
   asking.join();
   recorder->sendEvent(0, 1);
-  EXPECT_TRUE(heard.wait([](int n) { return n == 1; }));
+  EXPECT_TRUE(heard.waitFor(1));
 }
 
 // --- Deaths --------------------------------------------------------------------------------------
@@ -74,8 +70,7 @@ TEST(ServiceDeath, DiffersFromSlowness) {
   const auto process = startService();
   const auto service = connect();
   ASSERT_NE(service, nullptr);
-  Watched<int> deaths;
-  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  Deaths deaths(*service);
 
   process->pause();
   EXPECT_EQ(call(*service, "getVmList", message(int32_t{0}), 200)->failure(),
@@ -84,77 +79,61 @@ TEST(ServiceDeath, DiffersFromSlowness) {
   auto waiting = std::async(std::launch::async, [&] { return call(*service, "getVmList", {}); });
   process->kill();
   EXPECT_EQ(waiting.get()->failure(), ZQBusFailure::PeerGone);
-  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(deaths.waitFor(1));
   EXPECT_EQ(call(*service, "getVmList", {})->failure(), ZQBusFailure::PeerGone);
   EXPECT_FALSE(ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"));
   EXPECT_EQ(connect(), nullptr);
 
-  Watched<int> lateDeaths;
-  service->setDeathCallback([&] { lateDeaths.change([](int& n) { ++n; }); });
-  EXPECT_TRUE(lateDeaths.wait([](int n) { return n == 1; }));
+  EXPECT_TRUE(Deaths(*service).waitFor(1));
   EXPECT_EQ(deaths.get(), 1);
 }
 
-TEST(ServiceDeath, IsAlsoTheLossOfItsNameToAnotherProcess) {
+TEST(ServiceDeath, IsLossOfNameToOtherProcessToo) {
   FakeService former;
-  Watched<int> deaths;
-  former.client().setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  Deaths deaths(former.client());
   former.releaseName();
   const auto successor = startService();
-  EXPECT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  EXPECT_TRUE(deaths.waitFor(1));
 }
 
 TEST_F(Bus, DeathIsReportedInOrderAndBlocksNothing) {
   Watched<std::vector<std::string>> order;
-  const auto note = [&](const std::string& what) {
-    order.change([&](auto& all) { all.push_back(what); });
-  };
-  Watched<bool> begun;
-  Watched<bool> told;
-  service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply&) {
-                              begun.change([](bool& yes) { yes = true; });
-                              EXPECT_TRUE(told.wait([](bool yes) { return yes; }));
-                              note("event");
-                            }),
-                            ZQBusSecurityFlags::TrustedPeer);
-  Watched<bool> goOn;
+  BlockingPoint event;
+  listen(*service, [&](const Reply&) {
+    event.stop();
+    order.append("event");
+  });
+  BlockingPoint death;
   service->setDeathCallback([&] {
-    note("death");
-    EXPECT_TRUE(goOn.wait([](bool yes) { return yes; }));
+    order.append("death");
+    death.stop();
   });
   recorder->sendEvent(0, 1);
-  ASSERT_TRUE(begun.wait([](bool yes) { return yes; }));
+  event.awaitStop();
   recorder.reset();
-  service->callWithReply(
-      service->makeMethodCallMessage("echo"), [&](const Reply&) { note("outcome"); }, -1);
-  told.change([](bool& yes) { yes = true; });
-  EXPECT_TRUE(order.wait([](const auto& all) { return all.size() == 3; }));
-  auto seen = order.get();
-  EXPECT_EQ(seen.front(), "event");
-  goOn.change([](bool& yes) { yes = true; });
-  ZQBusSerivceManager::initSync(-1)->waitForCallbacks();
+  callAsynchronously(*service, "echo", [&](const Reply&) { order.append("outcome"); });
+  event.go();
+  EXPECT_TRUE(order.waitForSize(3));
+  EXPECT_EQ(order.get().front(), "event");
+  death.go();
+  manager.waitForCallbacks();
 }
 
 /// Which callback runs while its interface is released.
 enum class Running { Event, EventBeforeDeath, Death };
 
 TEST_F(Bus, ReleasedInterfaceCallsNoCallback) {
-  auto* const manager = ZQBusSerivceManager::initSync(-1);
   for (const auto running : {Running::Event, Running::EventBeforeDeath, Running::Death}) {
     if (recorder == nullptr) recorder = std::make_unique<RecordingService>();
     auto interface = connect();
-    Watched<bool> begun;
-    Watched<bool> goOn;
-    Watched<int> ended;
+    BlockingPoint point;
+    std::atomic<int> ended = 0;
     const auto block = [&] {
-      begun.change([](bool& yes) { yes = true; });
-      EXPECT_TRUE(goOn.wait([](bool yes) { return yes; }));
-      manager->waitForCallbacks();  // returns at once in a callback
-      ended.change([](int& n) { ++n; });
+      point.stop();
+      manager.waitForCallbacks();  // returns at once in a callback
+      ++ended;
     };
-    interface->addEventListener("perixevent",
-                                new ZQBusEventCallback([&](const Reply&) { block(); }),
-                                ZQBusSecurityFlags::TrustedPeer);
+    listen(*interface, [&](const Reply&) { block(); });
     interface->setDeathCallback(block);
     if (running != Running::Death) {
       recorder->sendEvent(0, 1);
@@ -162,30 +141,25 @@ TEST_F(Bus, ReleasedInterfaceCallsNoCallback) {
     } else {
       recorder.reset();
     }
-    ASSERT_TRUE(begun.wait([](bool yes) { return yes; }));
-    if (running == Running::EventBeforeDeath) {
-      recorder.reset();
-      while (manager->isServiceRegistered("perix")) std::this_thread::yield();
-    }
+    point.awaitStop();
+    if (running == Running::EventBeforeDeath) recorder.reset();
     interface.reset();
     int endedBefore = 0;
     BlockableThread waiting([&] {
-      manager->waitForCallbacks();
-      endedBefore = ended.get();
+      manager.waitForCallbacks();
+      endedBefore = ended;
     });
     waiting.awaitBlocked();
     EXPECT_FALSE(waiting.done());
-    goOn.change([](bool& yes) { yes = true; });
+    point.go();
     waiting.join();
     EXPECT_EQ(endedBefore, 1);
     // An outcome that is delivered behind all that was on its way.
-    Watched<bool> last;
-    service->callWithReply(
-        service->makeMethodCallMessage("echo"),
-        [&](const Reply&) { last.change([](bool& yes) { yes = true; }); }, -1);
-    ASSERT_TRUE(last.wait([](bool yes) { return yes; }));
-    manager->waitForCallbacks();
-    EXPECT_EQ(ended.get(), 1);
+    Watched<int> last;
+    callAsynchronously(*service, "echo", counter(last));
+    ASSERT_TRUE(last.waitFor(1));
+    manager.waitForCallbacks();
+    EXPECT_EQ(ended, 1);
   }
 }
 
@@ -201,9 +175,8 @@ TEST(TimeLimit, HoldsForAllQuestionsTogether) {
       EXPECT_FALSE(manager->isServiceRegistered("perix"));
       EXPECT_EQ(connect(), nullptr);
     }
-    Watched<int> heard;
-    manager->addEventListener("mountedEvent", new ZQBusEventCallback([](const Reply&) {}),
-                              ZQBusSecurityFlags::TrustedPeer);
+    listen(
+        *manager, [](const Reply&) {}, "mountedEvent");
   }
   // Each question by itself would have taken 25 s.
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
@@ -211,48 +184,35 @@ TEST(TimeLimit, HoldsForAllQuestionsTogether) {
   EXPECT_TRUE(manager->isServiceRegistered("perix"));
 }
 
-Watched<int>& reconnections() {
-  static auto* const count = new Watched<int>;
-  return *count;
-}
-
-void countReconnections(const char* line) {
-  if (std::strcmp(line, "connected to the bus again") != 0) return;
-  reconnections().change([](int& n) { ++n; });
-}
-
 TEST(LostBus, IsFoundAgainByIdleClient) {
-  setZQBusLogSink(&countReconnections);
+  static auto& reconnections = *new Watched<int>;  // the log outlives the test
+  setZQBusLogSink([](const char* line) {
+    if (std::strcmp(line, "connected to the bus again") == 0) reconnections.increment();
+  });
   const auto owner = startService();
   const auto service = connect();
-  Watched<int> deaths;
-  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  Deaths deaths(*service);
   Watched<int> mounts;
-  ZQBusSerivceManager::initSync(-1)->addEventListener("mountedEvent", counter(mounts),
-                                                      ZQBusSecurityFlags::TrustedPeer);
+  listen(*ZQBusSerivceManager::initSync(-1), counter(mounts), "mountedEvent");
   owner->pause();  // or it would take its name again
   testBus().restart();
-  ASSERT_TRUE(reconnections().wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(reconnections.waitFor(1));
   // Another process takes the name, while the line of the first is still open.
   const auto successor = startService();
-  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(deaths.waitFor(1));
   askControl("sendBroadcast", message(int32_t{0}, int32_t{1}));
-  EXPECT_TRUE(mounts.wait([](int n) { return n == 1; }));
+  EXPECT_TRUE(mounts.waitFor(1));
 }
 
 TEST(LostBus, IsFoundAgainByClient) {
   auto owner = std::make_unique<RecordingService>();
   const auto service = connect();
-  Watched<int> deaths;
-  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  Deaths deaths(*service);
   ZQBusSerivceManager* const manager = ZQBusSerivceManager::initSync(-1);
   Watched<int> mounts;
-  manager->addEventListener("mountedEvent", new ZQBusEventCallback([&](const Reply&) {
-                              mounts.change([](int& n) { ++n; });
-                            }),
-                            ZQBusSecurityFlags::TrustedPeer);
+  listen(*manager, counter(mounts), "mountedEvent");
   owner->bus().sendBroadcast("mountedEvent", message(int32_t{1}));
-  ASSERT_TRUE(mounts.wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(mounts.waitFor(1));
 
   testBus().kill();
   EXPECT_FALSE(manager->isServiceRegistered("perix"));
@@ -261,7 +221,7 @@ TEST(LostBus, IsFoundAgainByClient) {
     EXPECT_EQ(call(*service, "echo", {})->type(), 2);  // a line needs no bus
     owner.reset();
   }
-  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(deaths.waitFor(1));
   EXPECT_EQ(call(*service, "echo", {})->failure(),
             usesDirectLines() ? ZQBusFailure::PeerGone : ZQBusFailure::BusGone);
 
@@ -272,7 +232,7 @@ TEST(LostBus, IsFoundAgainByClient) {
   EXPECT_TRUE(manager->isServiceRegistered("perix"));
   EXPECT_EQ(call(*connect(), "echo", {})->type(), 2);
   successor.bus().sendBroadcast("mountedEvent", message(int32_t{1}));
-  EXPECT_TRUE(mounts.wait([](int n) { return n == 2; }));
+  EXPECT_TRUE(mounts.waitFor(2));
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
 // What other clients of the bus can do to ours, and see of it, and the ends of direct lines.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <future>
-#include <vector>
-
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/peers.h"
 
@@ -15,13 +11,6 @@ using wire::Message;
 using wire::Peer;
 using wire::Writer;
 
-constexpr char kBus[] = "org.freedesktop.DBus";
-
-Message nameChange(const std::string& before, const std::string& after) {
-  return Message::signal("/org/freedesktop/DBus", kBus, "NameOwnerChanged")
-      .with("sss", Writer().text(kPerixName).text(before).text(after).bytes());
-}
-
 std::string eventBody(uint32_t kind) {
   return Writer().number(4, 0).number(4, kind).bytes();
 }
@@ -29,16 +18,12 @@ std::string eventBody(uint32_t kind) {
 TEST_F(Bus, ForgedSignalsReachNoCallback) {
   Watched<std::string> caller;
   recorder->answerWith([&](const std::shared_ptr<ZQBusCall>& received) {
-    caller.change([&](std::string& name) { name = received->sender(); });
+    caller.set(received->sender());
     received->reply(message(int32_t{0}));
   });
   Watched<std::vector<int>> heard;
-  service->addEventListener("perixevent", new ZQBusEventCallback([&](const Reply& event) {
-                              heard.change([&](auto& all) { all.push_back(event->readInt32(1)); });
-                            }),
-                            ZQBusSecurityFlags::TrustedPeer);
-  Watched<int> deaths;
-  service->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+  listen(*service, [&](const Reply& event) { heard.append(event->readInt32(1)); });
+  Deaths deaths(*service);
   call(*service, "whoami", {});
 
   Peer forger = Peer::onBus(testBus().address());
@@ -50,15 +35,15 @@ TEST_F(Bus, ForgedSignalsReachNoCallback) {
   forger.send(event);
   forger.send(batch);
   // To every client, only the daemon may send changes of names.
-  for (const Message& forged : {event, batch, nameChange(service->owner(), ""),
-                                nameChange(service->owner(), forger.name())}) {
+  for (const Message& forged : {event, batch, nameChange(kPerixName, service->owner(), ""),
+                                nameChange(kPerixName, service->owner(), forger.name())}) {
     forger.send(Message(forged).to(caller.get()));
   }
-  forger.ask(Message::call("/", "org.freedesktop.DBus.Peer", "Ping").to(kBus));
+  forger.ask(Message::call("/", "org.freedesktop.DBus.Peer", "Ping").to(wire::kDaemon));
   // An answer of the bus comes behind the forgeries now.
-  ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix");
+  manager.isServiceRegistered("perix");
   recorder->sendEvent(0, 1);
-  ASSERT_TRUE(heard.wait([](const auto& all) { return !all.empty(); }));
+  ASSERT_TRUE(heard.waitForSize(1));
   EXPECT_EQ(heard.get(), std::vector<int>{1});
   EXPECT_EQ(call(*service, "whoami", {})->type(), 2);
   EXPECT_NE(caller.get(), forger.name());
@@ -67,12 +52,12 @@ TEST_F(Bus, ForgedSignalsReachNoCallback) {
 
 TEST_F(Bus, MonitorSeesTrafficOfTheBusAlone) {
   Watched<int> heard;
-  service->addEventListener("perixevent", counter(heard), ZQBusSecurityFlags::TrustedPeer);
+  listen(*service, counter(heard));
   Peer monitor = Peer::onBus(testBus().address());
   becomeMonitor(monitor);
   EXPECT_EQ(call(*service, "updateDriveToken", message(std::string("secret")))->type(), 2);
   recorder->sendEvent(0, 4);
-  ASSERT_TRUE(heard.wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(heard.waitFor(1));
   recorder->bus().sendBroadcast("last", {});
   std::vector<std::string> seen;
   monitor.receiveUntil([&](const Message& message) {
@@ -83,7 +68,7 @@ TEST_F(Bus, MonitorSeesTrafficOfTheBusAlone) {
   EXPECT_EQ(seen, usesDirectLines() ? Names() : (Names{"updateDriveToken", "perixevent"}));
 }
 
-TEST(DirectLine, ThatWasRefusedHasTheListenerAnnounced) {
+TEST(DirectLine, AnnouncesListenerWhenItIsRefused) {
   if (!usesDirectLines()) GTEST_SKIP() << "ZQBUS_DIRECT is 0";
   const std::pair<const char*, bool> refusals[] = {
       {"no direct line: Too many open files", true},
@@ -96,10 +81,8 @@ TEST(DirectLine, ThatWasRefusedHasTheListenerAnnounced) {
       bus.send(Message::replyTo(open, wire::Type::Error).with("s", Writer().text(text).bytes()));
     });
     Watched<int> heard;
-    auto listening = std::async(std::launch::async, [&] {
-      return service.client().addEventListener("perixevent", counter(heard),
-                                               ZQBusSecurityFlags::TrustedPeer);
-    });
+    auto listening =
+        std::async(std::launch::async, [&] { return listen(service.client(), counter(heard)); });
     if (announces) {
       const auto listen = service.nextCall();
       EXPECT_EQ(listen->member, "Listen");
@@ -128,9 +111,7 @@ TEST(DirectLine, EndsWithServiceThatDiesDuringItsOpening) {
   const auto interface = opening.get();
   if (interface == nullptr) return;
   EXPECT_EQ(call(*interface, "getVmList", {})->failure(), ZQBusFailure::PeerGone);
-  Watched<int> deaths;
-  interface->setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
-  EXPECT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  EXPECT_TRUE(Deaths(*interface).waitFor(1));
 }
 
 }  // namespace

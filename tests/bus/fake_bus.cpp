@@ -17,7 +17,6 @@ using wire::Peer;
 using wire::Type;
 using wire::Writer;
 
-constexpr char kBus[] = "org.freedesktop.DBus";
 constexpr char kServiceName[] = ":1.1";
 
 }  // namespace
@@ -83,7 +82,7 @@ void FakeBus::send(Message message, const std::string& sender, std::span<const i
 }
 
 void FakeBus::reply(const Message& call, const std::string& signature, std::string body) {
-  send(Message::replyTo(call).with(signature, std::move(body)), kBus);
+  send(Message::replyTo(call).with(signature, std::move(body)), wire::kDaemon);
 }
 
 void FakeBus::replyNumber(const Message& call, uint32_t number) {
@@ -91,7 +90,7 @@ void FakeBus::replyNumber(const Message& call, uint32_t number) {
 }
 
 void FakeBus::fail(const Message& call) {
-  send(Message::replyTo(call, Type::Error), kBus);
+  send(Message::replyTo(call, Type::Error), wire::kDaemon);
 }
 
 Message FakeBus::receiveUntil(const std::function<bool(const Message&)>& wanted) {
@@ -121,56 +120,25 @@ void FakeBus::ping() {
   receiveUntil([this](const Message& message) { return message.replySerial == serial_; });
 }
 
+void FakeBus::admit() {
+  replyNumber(question("GetConnectionUnixUser"), ::geteuid());
+}
+
+void FakeBus::own(const std::string& owner) {
+  reply(question("GetNameOwner"), "s", Writer().text(owner).bytes());
+}
+
 void FakeBus::introduce(const Message& call, const std::string& client) {
   send(call, client);
-  replyNumber(question("GetConnectionUnixUser"), ::geteuid());
+  admit();
 }
 
 Peer FakeBus::openLine(const std::string& client, bool isKnown) {
   LineRequest request;
   send(request.call, client, std::array{request.theirs.get()});
-  if (!isKnown) replyNumber(question("GetConnectionUnixUser"), ::geteuid());
+  if (!isKnown) admit();
   if (answer().type != Type::Return) throw std::runtime_error("no line");
   return Peer(Peer(std::move(request.ours)).takeDescriptor());
-}
-
-const std::vector<Verdict>& verdicts() {
-  static const std::vector<Verdict> all = {
-      {"this user", [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, ::geteuid()); },
-       true},
-      {"root", [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, 0); }, true},
-      {"another user",
-       [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, kOtherUser); }, false},
-      {"nobody any more", [](FakeBus& bus, const Message& asked) { bus.fail(asked); }, false},
-      {"an error that holds a number",
-       [](FakeBus& bus, const Message& asked) {
-         bus.send(Message::replyTo(asked, Type::Error)
-                      .with("u", Writer().number(4, ::geteuid()).bytes()),
-                  "org.freedesktop.DBus");
-       },
-       false},
-      {"an answer that cannot be read",
-       [](FakeBus& bus, const Message& asked) {
-         bus.reply(asked, "s", Writer().text("0").bytes());
-       },
-       false},
-      {"another user, after a forger's answer",
-       [](FakeBus& bus, const Message& asked) {
-         bus.send(Message::replyTo(asked).with("u", Writer().number(4, ::geteuid()).bytes()),
-                  ":1.66");
-         bus.send(Message::replyTo(asked).with("u", Writer().number(4, ::geteuid()).bytes()),
-                  ":1.7");
-         bus.replyNumber(asked, kOtherUser);
-       },
-       false},
-      {"this user, after a forger's error",
-       [](FakeBus& bus, const Message& asked) {
-         bus.send(Message::replyTo(asked, Type::Error), ":1.66");
-         bus.replyNumber(asked, ::geteuid());
-       },
-       true},
-  };
-  return all;
 }
 
 }  // namespace zq

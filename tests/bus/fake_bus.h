@@ -3,21 +3,12 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
-#include <future>
-#include <memory>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "tests/bus/peers.h"
-#include "tests/support/bus_world.h"
-#include "tests/support/wire_peer.h"
 #include "zqbus/zqbus_service.h"
 
 namespace zq {
-
-inline constexpr uint32_t kOtherUser = 54321;
 
 class FakeBus {
  public:
@@ -63,9 +54,13 @@ class FakeBus {
   wire::Message signal();
   /// Returns when the service has dealt with what was sent to it before, calls that it keeps aside.
   void ping();
+  /// Tells that the next connection that is asked about is of this user.
+  void admit();
+  /// Tells who owns the service's name.
+  void own(const std::string& owner);
   /// Opens a line for a client of this user, which has called before or not. The client's socket.
   wire::Peer openLine(const std::string& client, bool isKnown = false);
-  /// Has a client of this user call, which has not called before.
+  /// Sends the first call of a client of this user.
   void introduce(const wire::Message& call, const std::string& client);
 
  private:
@@ -84,30 +79,16 @@ class Keeper {
   ZQBusService::Handler handler() {
     return [this](const std::shared_ptr<ZQBusCall>& call) {
       if (call->message().name() != "hang") return FakeBus::echo(call);
-      kept_.change([&](auto& calls) { calls.push_back(call); });
+      kept_.append(call);
     };
   }
-  [[nodiscard]] bool waitFor(std::size_t count) {
-    return kept_.wait([count](const auto& calls) { return calls.size() == count; });
-  }
+  [[nodiscard]] bool waitFor(std::size_t count) { return kept_.waitForSize(count); }
   void release() {
-    kept_.change([](auto& calls) {
-      for (const auto& call : calls) call->reply(message(int32_t{1}));
-      calls.clear();
-    });
+    for (const auto& call : kept_.take()) call->reply(message(int32_t{1}));
   }
 
  private:
   Watched<std::vector<std::shared_ptr<ZQBusCall>>> kept_;
 };
-
-/// The daemon's and other clients' answers to a question for a connection's user, and whether the
-/// connection is trusted then.
-struct Verdict {
-  const char* name;
-  std::function<void(FakeBus&, const wire::Message& question)> give;
-  bool trusted;
-};
-const std::vector<Verdict>& verdicts();
 
 }  // namespace zq

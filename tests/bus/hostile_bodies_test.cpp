@@ -5,9 +5,8 @@
 
 #include <atomic>
 #include <cstdio>
-#include <utility>
 
-#include "tests/bus/hostile_bodies.h"
+#include "tests/bus/bus_fixture.h"
 #include "tests/bus/hostile_memory.h"
 #include "tests/bus/peers.h"
 #include "tests/support/bus_daemon.h"
@@ -92,18 +91,16 @@ TEST(OddReply, EndsItsCallAlone) {
 /// Counts the events that a client hears, apart from those with kGoodAnswer behind the odd ones.
 class Heard {
  public:
-  ZQBusEventCallback* listener() {
-    return new ZQBusEventCallback([this](const Reply& event) {
+  Listener listener() {
+    return [this](const Reply& event) {
       const bool good = event->argCount() == 1 && event->readInt32(0) == kGoodAnswer;
       counts_.change([&](Counts& counts) { ++(good ? counts.good : counts.odd); });
-    });
+    };
   }
   /// What became of an odd event since the last time, once a good one was heard behind it.
   const char* fate() {
     EXPECT_TRUE(counts_.wait([](const Counts& counts) { return counts.good > 0; }));
-    bool odd = false;
-    counts_.change([&](Counts& counts) { odd = std::exchange(counts, {}).odd > 0; });
-    return odd ? "heard" : "not heard";
+    return counts_.take().odd > 0 ? "heard" : "not heard";
   }
 
  private:
@@ -123,28 +120,23 @@ void sendGood(Peer& peer, Message message) {
 }
 
 const Message kEvent = Message::signal(kPerixPath, kPerixName, "perixevent");
-std::atomic<int> linesLogged = 0;
-
-void countLogLines() {
-  setZQBusLogSink([](const char*) { ++linesLogged; });
-}
 
 TEST(OddEvent, IsDeliveredOrLogged) {
-  countLogLines();
+  static std::atomic<int> linesLogged = 0;
+  setZQBusLogSink([](const char*) { ++linesLogged; });
   Heard heard;
   Watched<int> deaths;
   std::optional<FakeService> service;
   forEachOddBody([&](const OddBody& body) {
     if (!service) {
       service.emplace();
-      service->client().addEventListener("perixevent", heard.listener(),
-                                         ZQBusSecurityFlags::TrustedPeer);
-      service->client().setDeathCallback([&] { deaths.change([](int& n) { ++n; }); });
+      listen(service->client(), heard.listener());
+      service->client().setDeathCallback([&] { deaths.increment(); });
     }
     send(service->way(), kEvent, body);
     if (fateAtClient(body) == Fate::Cut) {
-      EXPECT_TRUE(deaths.wait([](int n) { return n == 1; }));
-      deaths.change([](int& n) { n = 0; });
+      EXPECT_TRUE(deaths.waitFor(1));
+      deaths.set(0);
       return service.reset();
     }
     sendGood(service->way(), kEvent);
@@ -157,17 +149,15 @@ TEST(ForeignMessage, IsIgnoredUnread) {
   if (usesDirectLines()) GTEST_SKIP() << "no stranger reaches a line";
   Heard heard;
   FakeService service;
-  service.client().addEventListener("perixevent", heard.listener(),
-                                    ZQBusSecurityFlags::TrustedPeer);
+  listen(service.client(), heard.listener());
   Peer stranger = Peer::onBus(testBus().address());
   forEachOddBody([&](const OddBody& body) {
     if (!body.passesBus) return;
     auto reply = callSoon(service.client());
     const auto call = service.nextCall();
     const std::string client = service.clientName();
-    for (Message message :
-         {Message::replyTo(*call), Message::replyTo(*call, Type::Error), kEvent,
-          Message::signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged")}) {
+    for (Message message : {Message::replyTo(*call), Message::replyTo(*call, Type::Error), kEvent,
+                            nameChange("", "", "")}) {
       send(stranger, message.to(client), body);
     }
     // The answer comes behind what the client has made of those.
@@ -200,15 +190,10 @@ TEST(OddCall, IsAnsweredOrRefused) {
   });
 }
 
-/// What a decoded message of so many bytes on the wire may keep allocated.
-std::size_t allowanceFor(std::size_t wireSize) {
-  return 12 * wireSize + 4096;
-}
-
 TEST(DecodedMessage, TakesBoundedMemory) {
   for (const OddBody& body : thriftyBodies()) {
     SCOPED_TRACE(body.name);
-    const std::size_t allowance = allowanceFor(body.content.bytes().size());
+    const std::size_t allowance = 12 * body.content.bytes().size() + 4096;
     {
       FakeService service;
       auto reply = callSoon(service.client());
@@ -221,9 +206,7 @@ TEST(DecodedMessage, TakesBoundedMemory) {
     }
     RecordingService service;
     Watched<std::shared_ptr<ZQBusCall>> received;
-    service.answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
-      received.change([&](auto& kept) { kept = call; });
-    });
+    service.answerWith([&](const std::shared_ptr<ZQBusCall>& call) { received.set(call); });
     FakeClient client;
     const std::size_t before = liveBytes();
     send(client.way(), perixCall("odd"), body);

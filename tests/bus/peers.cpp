@@ -15,8 +15,6 @@ using wire::Message;
 using wire::Peer;
 using wire::Writer;
 
-constexpr char kBus[] = "org.freedesktop.DBus";
-
 bool isCall(const Message& message) {
   return message.type == wire::Type::Call;
 }
@@ -62,8 +60,13 @@ std::optional<Peer> openLine(Peer& bus) {
 void becomeMonitor(Peer& bus) {
   const std::string noRules = Writer().array(4, [](Writer&) {}).number(4, 0).bytes();
   bus.ask(Message::call("/org/freedesktop/DBus", "org.freedesktop.DBus.Monitoring", "BecomeMonitor")
-              .to(kBus)
+              .to(wire::kDaemon)
               .with("asu", noRules));
+}
+
+Message nameChange(const std::string& name, const std::string& before, const std::string& after) {
+  return Message::signal("/org/freedesktop/DBus", wire::kDaemon, "NameOwnerChanged")
+      .with("sss", Writer().text(name).text(before).text(after).bytes());
 }
 
 FakeService::FakeService()
@@ -72,8 +75,8 @@ FakeService::FakeService()
 
 FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().address())) {
   constexpr uint32_t kOrReplace = 1 | 2 | 4;  // and may be replaced itself, and does not queue
-  bus_.ask(Message::call("/", kBus, "RequestName")
-               .to(kBus)
+  bus_.ask(Message::call("/", wire::kDaemon, "RequestName")
+               .to(wire::kDaemon)
                .with("su", Writer().text(kPerixName).number(4, kOrReplace).bytes()));
   auto client = std::async(std::launch::async, [] {
     return ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
@@ -89,8 +92,8 @@ FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().ad
 }
 
 void FakeService::releaseName() {
-  bus_.ask(Message::call("/", kBus, "ReleaseName")
-               .to(kBus)
+  bus_.ask(Message::call("/", wire::kDaemon, "ReleaseName")
+               .to(wire::kDaemon)
                .with("s", Writer().text(kPerixName).bytes()));
 }
 

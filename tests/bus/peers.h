@@ -1,10 +1,7 @@
 // Peers of ours that are played by hand: a service and a client on the real bus.
 #pragma once
 
-#include <functional>
 #include <future>
-#include <memory>
-#include <optional>
 
 #include "tests/bus/hostile_bodies.h"
 #include "tests/support/bus_world.h"
@@ -40,6 +37,9 @@ struct LineRequest {
 std::optional<wire::Peer> openLine(wire::Peer& bus);
 /// Makes a connection to the bus a monitor, which receives a copy of every message.
 void becomeMonitor(wire::Peer& bus);
+/// The signal of the daemon about the owner of a name.
+wire::Message nameChange(const std::string& name, const std::string& before,
+                         const std::string& after);
 
 /// The owner of the service's name, and a client of this process that has obtained it: on a direct
 /// line, or through the bus.

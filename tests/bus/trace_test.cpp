@@ -23,18 +23,17 @@ fs::path traceFile() {
   return fs::path(std::getenv("XDG_STATE_HOME")) / "trace";
 }
 
-TEST(Trace, HoldsWhatPassedAtBothEndsAndOnBothWays) {
+TEST(Trace, HoldsTrafficOfBothEndsOnBothWays) {
   Watched<std::vector<std::string>> seen;
   setZQBusTraceSink([&](const ZQBusTraceEntry& entry) {
     if (entry.way && entry.kind != Kind::Broadcast && !entry.service.empty()) {
       EXPECT_EQ(*entry.way, usesDirectLines() ? ZQBusWay::Direct : ZQBusWay::Broker);
     }
-    seen.change([&](auto& lines) { lines.push_back(normalised(toJson(entry))); });
+    seen.append(normalised(toJson(entry)));
   });
   const auto next = [&](std::size_t count) {
-    EXPECT_TRUE(seen.wait([&](const auto& lines) { return lines.size() >= count; }));
-    std::vector<std::string> lines;
-    seen.change([&](auto& all) { lines.swap(all); });
+    EXPECT_TRUE(seen.waitForSize(count));
+    auto lines = seen.take();
     std::sort(lines.begin(), lines.end());
     return lines;
   };
@@ -43,7 +42,7 @@ TEST(Trace, HoldsWhatPassedAtBothEndsAndOnBothWays) {
   auto recorder = std::make_unique<RecordingService>();
   auto service = connect();
   Watched<int> heard;
-  ASSERT_TRUE(service->addEventListener("news", counter(heard), ZQBusSecurityFlags::TrustedPeer));
+  ASSERT_TRUE(listen(*service, counter(heard), "news"));
   EXPECT_EQ(next(2), (Lines{R"({"kind":"connection","direction":"out","service":"perix"})",
                             R"({"kind":"connection","direction":"out"})"}));
 
@@ -128,7 +127,7 @@ TEST(Trace, ReadsBackEachLineThatItWrites) {
   EXPECT_EQ(toJson(read), line) << "unchanged by what cannot be read";
 }
 
-TEST(Trace, IsWrittenToARegularFileOfThisUserAlone) {
+TEST(Trace, IsWrittenToRegularFileOfThisUserAlone) {
   const fs::path file = (testBus(), traceFile());
   std::string error;
   ASSERT_TRUE(startZQBusTrace(file, error)) << error;
@@ -153,7 +152,7 @@ TEST(Trace, IsWrittenToARegularFileOfThisUserAlone) {
   }
 }
 
-TEST(Trace, CountsTheLinesThatTheDiskDoesNotTake) {
+TEST(Trace, CountsLinesThatDiskDoesNotTake) {
   const fs::path file = (testBus(), traceFile());
   std::string error;
   static std::atomic<int> told = 0;

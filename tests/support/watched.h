@@ -4,6 +4,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace zq {
 
@@ -21,11 +22,34 @@ class Watched {
     change(value_);
     changed_.notify_all();
   }
+  void set(T value) {
+    change([&](T& now) { now = std::move(value); });
+  }
+  /// Adds one to a number, or an element to a list.
+  void increment() {
+    change([](T& now) { ++now; });
+  }
+  template <typename Element>
+  void append(Element element) {
+    change([&](T& now) { now.push_back(std::move(element)); });
+  }
+  /// The value until now; an empty one takes its place.
+  T take() {
+    T taken{};
+    change([&](T& now) { std::swap(now, taken); });
+    return taken;
+  }
   /// Waits until `condition` holds for the value; false when it does not come to that.
   template <typename Condition>
   [[nodiscard]] bool wait(Condition condition) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, kPatience, [&] { return condition(value_); });
+  }
+  [[nodiscard]] bool waitFor(const T& value) {
+    return wait([&](const T& now) { return now == value; });
+  }
+  [[nodiscard]] bool waitForSize(std::size_t size) {
+    return wait([&](const T& now) { return now.size() >= size; });
   }
   T get() {
     const std::lock_guard lock(mutex_);

@@ -11,6 +11,8 @@ namespace zq::wire {
 enum class Order : char { Little = 'l', Big = 'B' };
 enum class Type : uint8_t { Call = 1, Return = 2, Error = 3, Signal = 4 };
 
+inline constexpr char kDaemon[] = "org.freedesktop.DBus";
+
 /// Lays values out one behind the other, each aligned as counted from the first byte.
 class Writer {
  public:

@@ -13,7 +13,6 @@
 namespace zq::wire {
 namespace {
 
-constexpr char kBus[] = "org.freedesktop.DBus";
 constexpr timeval kPatience{30, 0};
 constexpr std::size_t kMostDescriptors = 253;
 
@@ -44,7 +43,7 @@ Peer Peer::dial(const std::string& address) {
 
 Peer Peer::onBus(const std::string& address) {
   Peer peer = dial(address);
-  const auto answer = peer.greet() ? peer.ask(Message::call("/", kBus, "Hello").to(kBus))
+  const auto answer = peer.greet() ? peer.ask(Message::call("/", kDaemon, "Hello").to(kDaemon))
                                    : std::optional<Message>();
   if (!answer) throw std::runtime_error("no welcome on the bus");
   peer.name_ = answer->body.substr(4, answer->body.size() - 5);
