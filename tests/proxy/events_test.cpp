@@ -2,11 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <thread>
 
 #include "perix/perix_proxy.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/recording_service.h"
-#include "zqbus/message.h"
 
 namespace zq {
 namespace {
@@ -17,14 +16,7 @@ using Heard = std::vector<std::string>;
 struct Listener : PerixDiagnoseNotify {
   Watched<Heard> heard;
 
-  void note(const std::string& line) {
-    heard.change([&](Heard& all) { all.push_back(line); });
-  }
-  Heard take() {
-    Heard all;
-    heard.change([&](Heard& now) { all.swap(now); });
-    return all;
-  }
+  void note(const std::string& line) { heard.append(line); }
   void OnDiagnoseProgress(const std::string& vmId, uint64_t value, uint32_t progress,
                           const std::string& text) override {
     note("progress " + vmId + ' ' + std::to_string(value) + ' ' + std::to_string(progress) + ' ' +
@@ -76,56 +68,42 @@ void registerAll(PerixProxy& proxy, Listener& all) {
   proxy.Diagnose("desk-3", &all);
 }
 
-std::shared_ptr<ZQBusMessage> event(int desktop, int kind) {
-  auto made = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, "perixevent");
-  made->appendInt32(desktop);
-  made->appendInt32(kind);
-  return made;
-}
-
-std::shared_ptr<ZQBusMessage> event(int desktop, int kind, const std::string& payload) {
-  auto made = event(desktop, kind);
-  made->append(bytes(payload));
-  return made;
+/// An event with a payload or without any.
+template <typename... Payload>
+std::shared_ptr<ZQBusMessage> event(int desktop, int kind, const Payload&... payload) {
+  return std::make_shared<ZQBusMessage>(
+      message(int32_t{desktop}, int32_t{kind}, bytes(payload)...));
 }
 
 template <typename Record>
 std::string bytesOf(const Record& record) {
   return {reinterpret_cast<const char*>(&record), sizeof record};
 }
+template <typename Record, typename Fill>
+std::string payload(Fill fill) {
+  Record record{};
+  fill(record);
+  return bytesOf(record);
+}
 
-std::string devicePayload() {
-  CommonDevice device{};
+const std::string kCommand("\5\0\0\0done", 8);
+const std::string kDevice = payload<CommonDevice>([](auto& device) {
   device.devNumber = 7;
   device.status = 1;
   std::strcpy(device.name, "cam");
-  return bytesOf(device);
-}
-
-std::string printerPayload() {
-  PrinterDevice printer{};
+});
+const std::string kPrinter = payload<PrinterDevice>([](auto& printer) {
   printer.devNum = 8;
   std::strcpy(printer.name, "lp");
-  return bytesOf(printer);
-}
-
-std::string resultPayload() {
-  _ConfigNewDeviceResult result{};
+});
+const std::string kResult = payload<_ConfigNewDeviceResult>([](auto& result) {
   result.vid = 9;
   std::strcpy(result.name, "cam");
   std::strcpy(result.code, "OK");
-  return bytesOf(result);
-}
-
-std::string commandPayload() {
-  return std::string("\5\0\0\0done", 8);
-}
+});
 
 std::string progressPayload(uint32_t desktop) {
-  const uint64_t value = 1ULL << 40;
-  const uint32_t percent = 50;
-  std::string payload = bytesOf(value) + bytesOf(percent) + bytesOf(desktop);
-  return payload + "halfway";
+  return bytesOf(uint64_t{1} << 40) + bytesOf(uint32_t{50}) + bytesOf(desktop) + "halfway";
 }
 
 struct EventRow {
@@ -137,34 +115,27 @@ struct EventRow {
 };
 
 std::vector<EventRow> eventRows() {
+  const Heard none = {"progress  0 0 "};
   std::vector<EventRow> rows = {
-      {1, printerPayload(), {"printer 1 #8 lp"}, {"printer 1 #8 "}, {}},
-      {66, commandPayload(), {"command 66 5 done"}, {"command 66 5 "}, {"command 66 0 "}},
-      {9,
-       progressPayload(3),
-       {"progress desk-3 1099511627776 50 halfway"},
-       {"progress  0 0 "},
-       {"progress  0 0 "}},
-      {9,
-       progressPayload(4),
-       {"progress  1099511627776 50 halfway"},
-       {"progress  0 0 "},
-       {"progress  0 0 "}},
+      {1, kPrinter, {"printer 1 #8 lp"}, {"printer 1 #8 "}, {}},
+      {66, kCommand, {"command 66 5 done"}, {"command 66 5 "}, {"command 66 0 "}},
+      {9, progressPayload(3), {"progress desk-3 1099511627776 50 halfway"}, none, none},
+      {9, progressPayload(4), {"progress  1099511627776 50 halfway"}, none, none},
   };
   for (const int kind : {4, 6, 7, 10, 64, 65, 5}) {
     const std::string head = "device " + std::to_string(kind) + " #7 ";
-    rows.push_back({kind, devicePayload(), {head + "cam"}, {head}, {}});
+    rows.push_back({kind, kDevice, {head + "cam"}, {head}, {}});
   }
   // Everything else counts as the result of a configuration, joystick results and what no version
   // of the service sends yet included.
   for (const int kind : {11, 12, 13, 14, 16, 70, 71, 0, 2, 999, -1}) {
     const std::string head = "result " + std::to_string(static_cast<uint16_t>(kind)) + " 9 ";
-    rows.push_back({kind, resultPayload(), {head + "camOK"}, {head}, {}});
+    rows.push_back({kind, kResult, {head + "camOK"}, {head}, {}});
   }
   return rows;
 }
 
-TEST(AnEvent, ReachesTheCallbacksOfItsKindAndNoOthers) {
+TEST(Event, ReachesCallbacksOfItsKindAlone) {
   RecordingService service;
   Listener all;
   PerixProxy& proxy = *PerixProxy::getInstance();
@@ -172,40 +143,39 @@ TEST(AnEvent, ReachesTheCallbacksOfItsKindAndNoOthers) {
   for (const EventRow& row : eventRows()) {
     SCOPED_TRACE(row.kind);
     proxy.HandleEvent(event(3, row.kind, row.full));
-    EXPECT_EQ(all.take(), row.heard);
+    EXPECT_EQ(all.heard.take(), row.heard);
     proxy.HandleEvent(event(3, row.kind, row.full.substr(0, 1)));
-    EXPECT_EQ(all.take(), row.heardOfByte);
+    EXPECT_EQ(all.heard.take(), row.heardOfByte);
     proxy.HandleEvent(event(3, row.kind, ""));
-    EXPECT_EQ(all.take(), row.heardOfNone);
+    EXPECT_EQ(all.heard.take(), row.heardOfNone);
     proxy.HandleEvent(event(3, row.kind));
-    EXPECT_EQ(all.take(), row.heardOfNone);
+    EXPECT_EQ(all.heard.take(), row.heardOfNone);
     // Every length up to the full one, for what reads beyond the end.
     for (std::size_t length = 2; length < row.full.size(); ++length) {
       proxy.HandleEvent(event(999, row.kind, row.full.substr(0, length)));
     }
     proxy.HandleEvent(event(999, row.kind, std::string(2000, '\xFF')));
-    all.take();
+    all.heard.take();
   }
   PerixProxy::getInstance()->Diagnose("", nullptr);
   proxy.HandleEvent(event(3, 9, progressPayload(3)));
-  EXPECT_EQ(all.take(), Heard{});
+  EXPECT_EQ(all.heard.take(), Heard{});
 }
 
-TEST(AnEvent, TravelsFromTheServiceToTheCallback) {
+TEST(Event, TravelsFromServiceToCallback) {
   RecordingService service;
   Listener all;
   registerAll(*PerixProxy::getInstance(), all);
-  const std::string payload = devicePayload();
-  service.sendEvent(3, 4, payload.data(), payload.size());
-  service.bus().sendBroadcast("mountedEvent", message(int32_t{3}, int32_t{6}, bytes(payload)));
-  ASSERT_TRUE(all.heard.wait([](const Heard& heard) { return heard.size() == 2; }));
-  // The broadcast's sender is looked into first, so that it may come second.
-  const Heard heard = all.take();
-  EXPECT_NE(std::find(heard.begin(), heard.end(), "device 4 #7 cam"), heard.end());
-  EXPECT_NE(std::find(heard.begin(), heard.end(), "device 6 #7 cam"), heard.end());
+  service.sendEvent(3, 4, kDevice);
+  service.bus().sendBroadcast("mountedEvent", message(int32_t{3}, int32_t{6}, bytes(kDevice)));
+  ASSERT_TRUE(all.heard.waitForSize(2));
+  // The sender of the broadcast is checked first, so that the broadcast may come second.
+  Heard heard = all.heard.take();
+  std::sort(heard.begin(), heard.end());
+  EXPECT_EQ(heard, (Heard{"device 4 #7 cam", "device 6 #7 cam"}));
 }
 
-TEST(ARegistry, RefusesNullsWhereItSaysSo) {
+TEST(Registry, RefusesNulls) {
   PerixProxy proxy;
   for (void* const userdata : {static_cast<void*>(nullptr), static_cast<void*>(&proxy)}) {
     const bool none = userdata != nullptr;  // else a callback without userdata
@@ -221,19 +191,19 @@ TEST(ARegistry, RefusesNullsWhereItSaysSo) {
   EXPECT_EQ(proxy.CheckPrinterCallback(), nullptr);
 }
 
-TEST(ARegistry, KnowsCallbacksByTheirUserdata) {
+TEST(Registry, KnowsCallbacksByTheirUserdata) {
   PerixProxy proxy;
   Listener some[3];
   /// How often each of them hears an event.
   const auto heard = [&](int kind, const std::string& payload) {
     proxy.HandleEvent(event(0, kind, payload));
     std::string counts;
-    for (Listener& one : some) counts += std::to_string(one.take().size());
+    for (Listener& one : some) counts += std::to_string(one.heard.take().size());
     return counts;
   };
   for (const int i : {1, 0, 0}) EXPECT_EQ(proxy.RegisterDeviceCallback(onDevice, &some[i]), 0);
   EXPECT_EQ(proxy.CheckDeviceCallback(), &some[0]);
-  EXPECT_EQ(heard(4, devicePayload()), "110");
+  EXPECT_EQ(heard(4, kDevice), "110");
   EXPECT_EQ(proxy.UnregisterDeviceCallback(&some[0]), 0);
   EXPECT_EQ(proxy.CheckDeviceCallback(), &some[1]);
   EXPECT_EQ(proxy.UnregisterDeviceCallback(), 0);
@@ -241,15 +211,15 @@ TEST(ARegistry, KnowsCallbacksByTheirUserdata) {
 
   for (const int i : {0, 2}) EXPECT_EQ(proxy.RegisterPrinterCallback(onPrinter, &some[i]), 0);
   EXPECT_EQ(proxy.CheckPrinterCallback(), &some[2]);
-  EXPECT_EQ(heard(1, printerPayload()), "001");
+  EXPECT_EQ(heard(1, kPrinter), "001");
   EXPECT_EQ(proxy.UnregisterPrinterCallback(), 0);
-  EXPECT_EQ(heard(1, printerPayload()), "000");
+  EXPECT_EQ(heard(1, kPrinter), "000");
 
   for (const int i : {0, 1}) proxy.RegisterConfigNewDevResultCallback(onResult, &some[i]);
   EXPECT_EQ(proxy.UnregisterConfigNewDevResultCallback(&some[0]), 0);
-  EXPECT_EQ(heard(11, resultPayload()), "010");
+  EXPECT_EQ(heard(11, kResult), "010");
   EXPECT_EQ(proxy.UnregisterConfigNewDevResultCallback(), 0);
-  EXPECT_EQ(heard(11, resultPayload()), "000");
+  EXPECT_EQ(heard(11, kResult), "000");
 
   for (const int i : {2, 0, 1, 0}) proxy.RegisterJoystickCallback(onJoystick, &some[i]);
   EXPECT_EQ(proxy.UnregisterJoystickCallback(&some[1]), 0);
@@ -257,27 +227,22 @@ TEST(ARegistry, KnowsCallbacksByTheirUserdata) {
   EXPECT_EQ(heard(-2, ""), "101");
 }
 
-TEST(ACallback, ThatSleepsHoldsUpNoCall) {
+TEST(Callback, HoldsUpNoCall) {
   RecordingService service;
   PerixProxy& proxy = *PerixProxy::getInstance();
-  static Watched<bool> entered;
-  static Watched<bool> released;
-  const auto sleeper = [](uint16_t, CommonDevice*, void*) -> int {
-    entered.change([](bool& yes) { yes = true; });
-    return released.wait([](bool yes) { return yes; }) ? 0 : -1;
-  };
+  static BlockingPoint point;
+  const auto sleeper = [](uint16_t, CommonDevice*, void*) { return point.stop(), 0; };
   proxy.RegisterDeviceCallback(sleeper, &proxy);
-  const std::string payload = devicePayload();
-  service.sendEvent(3, 4, payload.data(), payload.size());
-  ASSERT_TRUE(entered.wait([](bool yes) { return yes; }));
+  service.sendEvent(3, 4, kDevice);
+  point.awaitStop();
   EXPECT_EQ(proxy.ConnectDevice("desk-3", 1), 0);
   EXPECT_EQ(proxy.OnFocusChanged("desk-3", 1, 1), 0);
   EXPECT_EQ(proxy.CheckDeviceCallback(), &proxy);
-  released.change([](bool& yes) { yes = true; });
+  point.go();
   proxy.UnregisterDeviceCallback();
 }
 
-TEST(TheRegistries, MayChangeWhileEventsArrive) {
+TEST(Registry, MayChangeWhileEventsArrive) {
   RecordingService service;
   PerixProxy& proxy = *PerixProxy::getInstance();
   Listener steady;
@@ -301,15 +266,12 @@ TEST(TheRegistries, MayChangeWhileEventsArrive) {
       EXPECT_TRUE(printer == nullptr || printer == &coming);
     }
   });
-  const std::string device = devicePayload();
-  const std::string printer = printerPayload();
-  const std::string command = commandPayload();
   for (std::size_t i = 0; i < kEvents; ++i) {
-    service.sendEvent(3, 4, device.data(), device.size());
-    service.sendEvent(3, 1, printer.data(), printer.size());
-    service.sendEvent(3, 66, command.data(), command.size());
+    service.sendEvent(3, 4, kDevice);
+    service.sendEvent(3, 1, kPrinter);
+    service.sendEvent(3, 66, kCommand);
   }
-  EXPECT_TRUE(steady.heard.wait([](const Heard& all) { return all.size() == kEvents; }));
+  EXPECT_TRUE(steady.heard.waitForSize(kEvents));
   stop = true;
   changer.join();
   checker.join();

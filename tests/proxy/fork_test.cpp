@@ -6,7 +6,6 @@
 
 #include <thread>
 
-#include "perix/perix_proxy.h"
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/wire_table.h"
 #include "tests/support/blocked_thread.h"
@@ -65,9 +64,8 @@ struct EndChild : PerixDiagnoseNotify {
 
 void sendEvents(PerixProxy& proxy) {
   for (const int kind : {1, 4, 66, 9, 11}) {
-    const auto event = std::make_shared<ZQBusMessage>();
-    *event = message(int32_t{3}, int32_t{kind}, bytes(std::string(1024, '\0')));
-    proxy.HandleEvent(event);
+    proxy.HandleEvent(std::make_shared<ZQBusMessage>(
+        message(int32_t{3}, int32_t{kind}, bytes(std::string(1024, '\0')))));
   }
 }
 
@@ -110,7 +108,7 @@ std::string localFailures(PerixProxy& proxy) {
   return complaints;
 }
 
-TEST(AForkedChild, OfAProcessThatHasNotUsedTheLibraryIsAProcessLikeAnyOther) {
+TEST(ForkedChild, WorksWhenParentHasNotUsedLibrary) {
   RecordingService service;
   EXPECT_EQ(inChild([] {
               PerixProxy& proxy = *PerixProxy::getInstance();
@@ -121,7 +119,7 @@ TEST(AForkedChild, OfAProcessThatHasNotUsedTheLibraryIsAProcessLikeAnyOther) {
   EXPECT_EQ(PerixProxy::getInstance()->ConnectDevice("desk-3", 1), 0);
 }
 
-TEST(AForkedChild, FailsAtOnceWhateverLocksItsParentHolds) {
+TEST(ForkedChild, FailsAtOnceWithLocksHeld) {
   RecordingService service;
   PerixProxy& proxy = *PerixProxy::getInstance();
   auto* const own = new PerixProxy;
@@ -136,25 +134,22 @@ TEST(AForkedChild, FailsAtOnceWhateverLocksItsParentHolds) {
     ASSERT_EQ(one->Diagnose("desk-3", &endDiagnosis), 0);
   }
   Watched<std::vector<std::shared_ptr<ZQBusCall>>> hanging;
-  service.answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
-    hanging.change([&](auto& held) { held.push_back(call); });
-  });
+  service.answerWith([&](const std::shared_ptr<ZQBusCall>& call) { hanging.append(call); });
   static BlockingPoint point;
   const auto block = [](uint16_t, CommonDevice*, void*) -> int {
     point.stop();
     return 0;
   };
   for (PerixProxy* const one : {&proxy, own}) one->RegisterDeviceCallback(block, &point);
-  const std::string payload(sizeof(CommonDevice), '\0');
-  service.sendEvent(3, 4, payload.data(), payload.size());
+  service.sendEvent(3, 4, devicePayload());
   point.awaitStop();  // in a callback of the one or the other
-  auto event = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, "perixevent");
-  *event = message(int32_t{3}, int32_t{4}, bytes(payload));
+  const auto event =
+      std::make_shared<ZQBusMessage>(message(int32_t{3}, int32_t{4}, bytes(devicePayload())));
   std::thread delivering([&] { own->HandleEvent(event); });
   std::thread deliveringToo([&] { proxy.HandleEvent(event); });
   std::thread calling([&] { proxy.SearchAllPrinter(); });
   std::thread callingToo([&] { own->SearchAllPrinter(); });
-  ASSERT_TRUE(hanging.wait([](const auto& held) { return held.size() == 2; }));
+  ASSERT_TRUE(hanging.waitForSize(2));
 
   EXPECT_EQ(inChild([&] {
               std::string complaints;

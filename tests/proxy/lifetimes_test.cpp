@@ -1,9 +1,7 @@
 // Notifiers, callbacks, derived proxies and desktop ids: who outlives whom.
 #include <gtest/gtest.h>
 
-#include <thread>
-
-#include "perix/perix_proxy.h"
+#include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
 #include "tests/support/blocked_thread.h"
 #include "tests/support/messages.h"
@@ -39,13 +37,14 @@ int runIt(uint16_t, CommonDevice*, void* userdata) {
   (*static_cast<std::function<void()>*>(userdata))();
   return 0;
 }
-std::string devicePayload() {
-  return std::string(sizeof(CommonDevice), '\0');
+/// The delivery of an event that runs the device callbacks.
+std::function<void()> deviceEvent() {
+  return service()->delivery(0, kDevice, devicePayload());
 }
 
 // --- Notifiers -----------------------------------------------------------------------------------
 
-TEST(ACallback, MayCallAndThrow) {
+TEST(Callback, MayCallAndThrow) {
   P proxy = *PerixProxy::getInstance();
   Notify notify;
   int others = 0;
@@ -57,17 +56,17 @@ TEST(ACallback, MayCallAndThrow) {
   };
   std::function<void()> callbacks[] = {other, diagnose, other};  // called in the order of addresses
   for (auto& callback : callbacks) proxy.RegisterDeviceCallback(runIt, &callback);
-  service()->delivery(2, kDevice, devicePayload())();
+  deviceEvent()();
   EXPECT_EQ(others, 2);
   sendProgress();
   EXPECT_EQ(notify.calls(), 1);
   callbacks[1] = [&] { EXPECT_EQ(proxy.StopDiagnoseNotify(&notify), 0); };
-  service()->delivery(2, kDevice, devicePayload())();
+  deviceEvent()();
   sendProgress();
   EXPECT_EQ(notify.calls(), 1);
 }
 
-TEST(ANotifier, EndsByItsOwnNameAlone) {
+TEST(Notifier, EndsByItsOwnAddressAlone) {
   P proxy = *PerixProxy::getInstance();
   Notify first;
   Notify second;
@@ -82,25 +81,21 @@ TEST(ANotifier, EndsByItsOwnNameAlone) {
   EXPECT_EQ(second.calls(), 1);
 }
 
-TEST(ANotifier, OfAFailedStartIsNotCalledAnyMore) {
+TEST(Notifier, EndsWithFailedStart) {
   P proxy = *PerixProxy::getInstance();
-  const std::function<int(Notify*)> starts[] = {
-      [&](Notify* notify) { return proxy.Diagnose("", notify); },
-      [&](Notify* notify) { return proxy.DiagnoseDevice("", 9, notify); },
-  };
-  for (const auto& start : starts) {
-    for (const ZQBusMessage& answer :
-         {message(int32_t{5}), ZQBusMessage::failed(ZQBusFailure::TimedOut, "")}) {
-      script().answer = [&](const ZQBusMessage&) { return answer; };
-      Notify notify;
-      EXPECT_NE(start(&notify), 0);
-      sendProgress();
-      EXPECT_EQ(notify.calls(), 0);
-    }
+  for (const ZQBusMessage& answer :
+       {message(int32_t{5}), ZQBusMessage::failed(ZQBusFailure::TimedOut, "")}) {
+    script().answer = [&](const ZQBusMessage&) { return answer; };
+    Notify notify;
+    EXPECT_NE(proxy.Diagnose("", &notify), 0);
+    sendProgress();
+    EXPECT_NE(proxy.DiagnoseDevice("", 9, &notify), 0);
+    sendProgress();
+    EXPECT_EQ(notify.calls(), 0);
   }
 }
 
-TEST(ANotifier, ThatReplacedTheOneOfAFailedStartStays) {
+TEST(Notifier, StaysWhenEarlierStartFails) {
   P proxy = *PerixProxy::getInstance();
   Notify failing;
   Notify next;
@@ -117,8 +112,7 @@ TEST(ANotifier, ThatReplacedTheOneOfAFailedStartStays) {
   EXPECT_EQ(next.calls(), 1);
 }
 
-/// The operations that wait for a callback that runs.
-TEST(ACallback, IsWaitedForByWhatEndsIt) {
+TEST(Callback, IsWaitedForByOperationsThatEndIt) {
   P proxy = *PerixProxy::getInstance();
   int userdata = 0;
   Notify notify;
@@ -138,7 +132,7 @@ TEST(ACallback, IsWaitedForByWhatEndsIt) {
     BlockingPoint point;
     std::function<void()> block = [&] { point.stop(); };
     proxy.RegisterDeviceCallback(runIt, &block);
-    std::thread delivering(service()->delivery(0, kDevice, devicePayload()));
+    std::thread delivering(deviceEvent());
     point.awaitStop();
     BlockableThread ending(end);
     ending.awaitBlocked();
@@ -151,6 +145,12 @@ TEST(ACallback, IsWaitedForByWhatEndsIt) {
 }
 
 // --- Derived proxies -----------------------------------------------------------------------------
+
+void end(std::unique_ptr<PerixProxy>& proxy) {
+  proxy->ReleaseService();
+  proxy->AwaitDeliveries();
+  proxy.reset();
+}
 
 /// Notes its events on the heap, so that a sanitizer sees one that comes after its end.
 class OwnProxy : public PerixProxy {
@@ -166,18 +166,14 @@ class OwnProxy : public PerixProxy {
   std::unique_ptr<int> events_ = std::make_unique<int>(0);
 };
 
-TEST(ADerivedProxy, OutlivesAnEventThatRuns) {
+TEST(DerivedProxy, OutlivesRunningEvent) {
   BlockingPoint point;
-  auto proxy = std::make_unique<OwnProxy>(point);
+  std::unique_ptr<PerixProxy> proxy = std::make_unique<OwnProxy>(point);
   ASSERT_EQ(proxy->Init(), 0);
-  const auto late = service()->delivery(0, kDevice, "x");
-  std::thread delivering(service()->delivery(0, kDevice, "x"));
+  const auto late = deviceEvent();
+  std::thread delivering(late);
   point.awaitStop();
-  BlockableThread ending([&] {
-    proxy->ReleaseService();
-    proxy->AwaitDeliveries();
-    proxy.reset();
-  });
+  BlockableThread ending([&] { end(proxy); });
   ending.awaitBlocked();
   EXPECT_FALSE(ending.done());
   point.go();
@@ -186,7 +182,7 @@ TEST(ADerivedProxy, OutlivesAnEventThatRuns) {
   late();  // had begun on the bus's side
 }
 
-TEST(ADerivedProxy, EndsARecoveryThatWaitsForTheService) {
+TEST(DerivedProxy, EndsWaitingRecovery) {
   auto proxy = std::make_unique<PerixProxy>();
   ASSERT_EQ(proxy->Init(), 0);
   BlockingPoint point;
@@ -194,11 +190,7 @@ TEST(ADerivedProxy, EndsARecoveryThatWaitsForTheService) {
   script().sleep = [&] { point.stop(); };
   std::thread recovering(service()->death());
   point.awaitStop();
-  BlockableThread ending([&] {
-    proxy->ReleaseService();
-    proxy->AwaitDeliveries();
-    proxy.reset();
-  });
+  BlockableThread ending([&] { end(proxy); });
   ending.awaitBlocked();
   EXPECT_FALSE(ending.done());
   const int attempts = history().attempts;
@@ -224,7 +216,7 @@ class LateProxy : public PerixProxy {
   bool connected_ = false;
 };
 
-TEST(ADerivedProxy, IsNotConnectedByARecoveryThatPassedItsLastCheck) {
+TEST(DerivedProxy, IsNotConnectedByLateRecovery) {
   BlockingPoint point;
   LateProxy proxy(point);
   ASSERT_EQ(proxy.Init(), 0);
@@ -240,41 +232,41 @@ TEST(ADerivedProxy, IsNotConnectedByARecoveryThatPassedItsLastCheck) {
   EXPECT_EQ(history().broadcasts, 2);
 }
 
-TEST(ADerivedProxy, TakesNoEventOnceItsDeliveriesWereAwaited) {
+TEST(DerivedProxy, TakesNoEventAfterAwaitDeliveries) {
   PerixProxy proxy;
   ASSERT_EQ(proxy.Init(), 0);
   int calls = 0;
   std::function<void()> count = [&] { ++calls; };
   proxy.RegisterDeviceCallback(runIt, &count);
-  const auto event = service()->delivery(0, kDevice, devicePayload());
+  const auto event = deviceEvent();
   proxy.AwaitDeliveries();
   event();
   EXPECT_EQ(calls, 0);
   // An attempt that failed half-way leaves nothing behind either.
   script().offersEvents = false;
   EXPECT_EQ(proxy.Init(), -1);
-  const auto ofTheAttempt = service()->delivery(0, kDevice, devicePayload());
+  const auto ofTheAttempt = deviceEvent();
   proxy.AwaitDeliveries();
   ofTheAttempt();
   EXPECT_EQ(calls, 0);
 }
 
-TEST(ADerivedProxy, IsNotWaitedForInsideItsOwnCallback) {
+TEST(DerivedProxy, AwaitsNothingInItsOwnCallback) {
   PerixProxy proxy;
   ASSERT_EQ(proxy.Init(), 0);
   std::function<void()> await = [&] { proxy.AwaitDeliveries(); };
   proxy.RegisterDeviceCallback(runIt, &await);
-  service()->delivery(0, kDevice, devicePayload())();
+  deviceEvent()();
   EXPECT_EQ(history().interfaces, 1);
 }
 
-TEST(AReleasedProxy, TakesNoDeliveryThatTheBusHadBegun) {
+TEST(ReleasedProxy, TakesNoLateDelivery) {
   P proxy = *PerixProxy::getInstance();
   int calls = 0;
   std::function<void()> count = [&] { ++calls; };
   proxy.RegisterDeviceCallback(runIt, &count);
   const auto before = service();
-  const auto event = before->delivery(0, kDevice, devicePayload());
+  const auto event = deviceEvent();
   proxy.ReleaseService();
   event();
   before->death()();
@@ -294,7 +286,7 @@ int lookUps() {
   return count;
 }
 
-TEST(ADesktopId, StaysKnownAsLongAsItsProcessAnswers) {
+TEST(DesktopId, StaysKnownWhileItsProcessAnswers) {
   P proxy = *PerixProxy::getInstance();
   EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
   proxy.ReleaseService();
@@ -333,7 +325,7 @@ void replace(P proxy) {
   ASSERT_EQ(proxy.Init(), 0);
 }
 
-TEST(ADesktopId, OfAProcessThatWasReplacedOrDiedMeanwhileIsNotRemembered) {
+TEST(DesktopId, IsForgottenWithItsProcess) {
   P proxy = *PerixProxy::getInstance();
   duringLookUp([&] { EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 7U); }, [&] { replace(proxy); });
   EXPECT_EQ(proxy.GetVmIdString(7), "");
@@ -356,7 +348,7 @@ TEST(ADesktopId, OfAProcessThatWasReplacedOrDiedMeanwhileIsNotRemembered) {
   recovering.join();
 }
 
-TEST(ADesktopId, OfAnotherProcessIsNotSent) {
+TEST(DesktopId, IsNotSentToOtherProcess) {
   const std::pair<const char*, std::function<int(P)>> operations[] = {
       {"onFocusChanged", [](P p) { return p.OnFocusChanged("lab-2", 1, 1); }},
       {"diagnose", [](P p) { return p.Diagnose("lab-2", nullptr); }},

@@ -73,9 +73,9 @@ void replaceService(PerixProxy& proxy) {
   script().owner = ":1." + std::to_string(++process);
 }
 
-class AnOperationWithoutMemory : public testing::TestWithParam<NamedWireRow> {};
+class OperationWithoutMemory : public testing::TestWithParam<NamedWireRow> {};
 
-TEST_P(AnOperationWithoutMemory, FailsWithoutAnExceptionAndTellsIt) {
+TEST_P(OperationWithoutMemory, FailsWithoutException) {
   const WireRow& row = GetParam().row;
   script().answer = [&](const ZQBusMessage&) { return row.reply; };
   PerixProxy& proxy = *PerixProxy::getInstance();
@@ -110,10 +110,10 @@ std::vector<NamedWireRow> rows() {
   return all;
 }
 
-INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperationWithoutMemory, testing::ValuesIn(rows()),
+INSTANTIATE_TEST_SUITE_P(Wire, OperationWithoutMemory, testing::ValuesIn(rows()),
                          [](const auto& row) { return row.param.name; });
 
-TEST(TheOtherOperations, ThrowNothingWithoutMemory) {
+TEST(OtherOperations, ThrowNothingWithoutMemory) {
   PerixProxy& proxy = *PerixProxy::getInstance();
   const std::string longName(100, 'x');
   const std::string longId = longName + "-3";
@@ -200,7 +200,7 @@ bool holdsInChild(const std::function<bool()>& body) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-TEST(TheFirstInstance, IsMadeWheneverThereIsMemoryForIt) {
+TEST(Instance, IsMadeWhenThereIsMemory) {
   // In a new process each time, since a process makes it once.
   int number = 1;
   for (bool failed = true; failed; ++number) {
@@ -225,7 +225,7 @@ bool failsAsInAChild(PerixProxy& proxy) {
 }
 
 /// What is forked while a thread is at any of its allocations, under whichever locks.
-TEST(AForkedChild, WaitsForNoLockOfAThreadInTheMiddleOfAnything) {
+TEST(ForkedChild, WaitsForNoLockOfItsParent) {
   const std::string longId = std::string(100, 'x') + "-3";
   PerixProxy* proxy = nullptr;  // made after the instance, whose making is the first use
   const std::pair<const char*, std::function<void()>> operations[] = {

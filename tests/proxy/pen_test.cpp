@@ -30,7 +30,7 @@ struct Sent {
 
 enum class Way { TabletEvent, Record };
 
-class APen : public testing::TestWithParam<Way> {
+class Pen : public testing::TestWithParam<Way> {
  protected:
   void open(bool opened = true) {
     proxy.PortInit(kPort, opened,
@@ -58,11 +58,11 @@ class APen : public testing::TestWithParam<Way> {
 };
 
 #ifdef LIBRARY_READS_THIS_QT
-INSTANTIATE_TEST_SUITE_P(TabletEvent, APen, testing::Values(Way::TabletEvent));
+INSTANTIATE_TEST_SUITE_P(TabletEvent, Pen, testing::Values(Way::TabletEvent));
 #endif
-INSTANTIATE_TEST_SUITE_P(Record, APen, testing::Values(Way::Record));
+INSTANTIATE_TEST_SUITE_P(Record, Pen, testing::Values(Way::Record));
 
-TEST_P(APen, IsSilentUntilThereAreAPortAndADevice) {
+TEST_P(Pen, IsSilentWithoutPortOrDevice) {
   send(QEvent::TabletPress);
   open(false);
   announce(0, 2100);
@@ -87,7 +87,7 @@ TEST_P(APen, IsSilentUntilThereAreAPortAndADevice) {
   EXPECT_EQ(sent.size(), 1U);
 }
 
-TEST_P(APen, SendsEveryByteInItsPlace) {
+TEST_P(Pen, SendsEveryByteInItsPlace) {
   open();
   announce(5);
   send(QEvent::TabletPress, -1, 50);
@@ -115,7 +115,7 @@ TEST_P(APen, SendsEveryByteInItsPlace) {
   EXPECT_EQ(sent[0].packet, want);
 }
 
-TEST_P(APen, TellsPressingDraggingAndHoveringApart) {
+TEST_P(Pen, TellsPressingDraggingAndHoveringApart) {
   open();
   announce(5);
   const std::pair<QEvent::Type, int> steps[] = {
@@ -134,7 +134,7 @@ TEST_P(APen, TellsPressingDraggingAndHoveringApart) {
   EXPECT_EQ(sent.back().request(), 1U);
 }
 
-TEST_P(APen, CountsRequestsInSixteenBits) {
+TEST_P(Pen, CountsRequestsInSixteenBits) {
   open();
   announce(5);
   for (int i = 0; i < 65536; ++i) send(QEvent::TabletMove);
@@ -142,7 +142,7 @@ TEST_P(APen, CountsRequestsInSixteenBits) {
   EXPECT_EQ(sent[65535].request(), 0U);
 }
 
-TEST_P(APen, OutlivesWhatTheClientsFunctionDoes) {
+TEST_P(Pen, OutlivesFunctionOfClient) {
   int calls = 0;
   // On the heap, so that a sanitizer sees a use after the end.
   const auto text = std::make_shared<std::string>(100, 'x');

@@ -3,9 +3,9 @@
 
 #include <thread>
 
-#include "perix/perix_proxy.h"
 #include "perix/test_service.h"
 #include "testing/control_client.h"
+#include "tests/proxy/callbacks.h"
 #include "tests/support/bus_world.h"
 #include "tests/support/sleeps.h"
 
@@ -14,17 +14,12 @@ namespace {
 
 constexpr int kDeaths = kSanitized ? 30 : 60;
 
-int countDeath(uint16_t, void*, void* userdata) {
-  static_cast<Watched<int>*>(userdata)->change([](int& deaths) { ++deaths; });
-  return 0;
-}
-
 /// Waits until the proxy is connected again; what asks without a connection fails at once.
 void awaitConnection() {
   while (PerixProxy::getInstance()->GetVmList().empty()) std::this_thread::yield();
 }
 
-TEST(AProxy, FindsItsWayBackWhenTheBusReturns) {
+TEST(Proxy, ConnectsAgainWhenBusReturns) {
   auto service = startService();
   PerixProxy& proxy = *PerixProxy::getInstance();
   Watched<int> deaths;
@@ -39,23 +34,23 @@ TEST(AProxy, FindsItsWayBackWhenTheBusReturns) {
   EXPECT_EQ(proxy.ConnectDevice("office-1", 1), -1);
   testBus().restart();
   service = startService();
-  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(deaths.waitFor(1));
   EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
 }
 
-TEST(AProxy, HasTheBusStartTheServiceAtFirstAndAfterItsDeath) {
+TEST(Proxy, HasBusStartServiceAlsoAfterDeath) {
   letBusStart(PERIX_DEVSERVICE);
   PerixProxy& proxy = *PerixProxy::getInstance();
   EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
   Watched<int> deaths;
   proxy.RegisterCallback("office-1", countDeath, &deaths);
   EXPECT_THROW(askControl("crash"), PerixTestError);
-  ASSERT_TRUE(deaths.wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(deaths.waitFor(1));
   EXPECT_EQ(sleeps().get(), 0) << "the first check starts it";
   EXPECT_EQ(proxy.GetVmIdInt("office-1"), 1U);
 }
 
-TEST(AProxy, TakesABrokenConnectionForADeathAndConnectsAgain) {
+TEST(Proxy, TakesBrokenConnectionForDeath) {
   const auto service = startService();
   PerixProxy& proxy = *PerixProxy::getInstance();
   for (const char* kind : {"garbage", "truncate"}) {
@@ -70,7 +65,7 @@ TEST(AProxy, TakesABrokenConnectionForADeathAndConnectsAgain) {
   EXPECT_EQ(askControl("listFaults"), "[]");
 }
 
-TEST(AProxy, SurvivesManyDeathsUnderLoad) {
+TEST(Proxy, SurvivesManyDeathsUnderLoad) {
   auto service = startService();
   std::atomic<bool> stop = false;
   std::atomic<int> calls = 0;

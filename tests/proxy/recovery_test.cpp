@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <utility>
 
-#include "perix/perix_proxy.h"
+#include "tests/proxy/callbacks.h"
 #include "tests/support/recording_service.h"
 #include "tests/support/sleeps.h"
 #include "zqbus/zqbus.h"
@@ -12,14 +11,7 @@
 namespace zq {
 namespace {
 
-int countDeath(uint16_t code, void* data, void* userdata) {
-  EXPECT_EQ(code, SERVICE_DIED);
-  EXPECT_EQ(data, nullptr);
-  static_cast<Watched<int>*>(userdata)->change([](int& deaths) { ++deaths; });
-  return 0;
-}
-
-TEST(ANameOfAService, IsOwnedOnceAndByAnotherUniqueNameEachTime) {
+TEST(ServiceName, HasOneOwnerAndAnotherEachTime) {
   ZQBusSerivceManager& bus = *ZQBusSerivceManager::initSync(-1);
   std::string before;
   for (int claim = 1; claim <= 2; ++claim) {
@@ -39,7 +31,7 @@ TEST(ANameOfAService, IsOwnedOnceAndByAnotherUniqueNameEachTime) {
   }
 }
 
-TEST(AProxy, WithoutAServiceFailsAtOnceAndConnectsWhenItComes) {
+TEST(Proxy, ConnectsWhenServiceComes) {
   PerixProxy* const proxy = PerixProxy::getInstance();
   ASSERT_NE(proxy, nullptr);
   EXPECT_EQ(proxy->Init(), -1);
@@ -60,7 +52,7 @@ TEST(AProxy, WithoutAServiceFailsAtOnceAndConnectsWhenItComes) {
   EXPECT_EQ(proxy->GetVmIdInt("office-1"), 1U);
 }
 
-TEST(AProxy, TellsEveryDesktopOfADeathOnceAndGoesOn) {
+TEST(Death, IsToldOnceToEachDesktop) {
   auto service = std::make_unique<RecordingService>();
   PerixProxy& proxy = *PerixProxy::getInstance();
   Watched<int> deaths[3];
@@ -70,9 +62,7 @@ TEST(AProxy, TellsEveryDesktopOfADeathOnceAndGoesOn) {
   ASSERT_EQ(proxy.GetVmIdInt("office-1"), 1U);
 
   Watched<std::shared_ptr<ZQBusCall>> hanging;
-  service->answerWith([&](const std::shared_ptr<ZQBusCall>& call) {
-    hanging.change([&](auto& held) { held = call; });
-  });
+  service->answerWith([&](const std::shared_ptr<ZQBusCall>& call) { hanging.set(call); });
   auto waiting = std::async(std::launch::async, [&] {
     EXPECT_TRUE(proxy.GetDeviceList("office-1").empty());
     return PerixLastFailure().failure;
@@ -84,8 +74,8 @@ TEST(AProxy, TellsEveryDesktopOfADeathOnceAndGoesOn) {
   EXPECT_EQ(proxy.GetVmIdString(1), "");
   EXPECT_EQ(deaths[1].get(), 0);  // told once the service is back
   service = std::make_unique<RecordingService>();
-  ASSERT_TRUE(deaths[1].wait([](int n) { return n == 1; }));
-  ASSERT_TRUE(deaths[2].wait([](int n) { return n == 1; }));
+  ASSERT_TRUE(deaths[1].waitFor(1));
+  ASSERT_TRUE(deaths[2].waitFor(1));
   EXPECT_EQ(deaths[0].get(), 0);
   EXPECT_EQ(proxy.ConnectDevice("office-1", 1), 0);
 }

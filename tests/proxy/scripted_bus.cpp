@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 
 #include "platform/log/log.h"
 #include "platform/util/util.h"
@@ -102,6 +103,16 @@ std::vector<LogLine> takeLog() {
   return lines;
 }
 
+int linesWith(const std::vector<LogLine>& log, const std::string& function,
+              const std::string& text) {
+  int count = 0;
+  for (const LogLine& line : log) {
+    if (!function.empty() && line.function != function) continue;
+    if (line.text.find(text) != std::string::npos) ++count;
+  }
+  return count;
+}
+
 // --- The service ---------------------------------------------------------------------------------
 
 std::shared_ptr<ZQBusMessage> ScriptedService::makeMethodCallMessage(const std::string& method) {
@@ -139,10 +150,8 @@ void ScriptedService::setDeathCallback(std::function<void()> onDeath) {
 
 std::function<void()> ScriptedService::delivery(int desktop, int kind,
                                                 const std::string& payload) const {
-  auto event = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, "perixevent");
-  event->appendInt32(desktop);
-  event->appendInt32(kind);
-  event->appendBytes(payload.data(), static_cast<uint32_t>(payload.size()));
+  const auto event =
+      std::make_shared<ZQBusMessage>(message(int32_t{desktop}, int32_t{kind}, bytes(payload)));
   return [listener = listener_, event] { (*listener)(event); };
 }
 

@@ -2,13 +2,8 @@
 // place of the bus library's own, of the log and of the waits.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <functional>
-#include <memory>
-#include <mutex>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "zqbus/zqbus.h"
@@ -93,5 +88,8 @@ struct LogLine {
 };
 /// The lines since the last time.
 std::vector<LogLine> takeLog();
+/// How many of these lines a function wrote with that text; any function when it is "".
+int linesWith(const std::vector<LogLine>& log, const std::string& function,
+              const std::string& text);
 
 }  // namespace zq

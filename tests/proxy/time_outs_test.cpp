@@ -1,5 +1,4 @@
-// How long each operation waits, and by which name it goes in the log, told by a bus that answers
-// at once or never and does not let it wait.
+// The time-out of each operation and its name in the log, over a bus that lets nothing wait.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,9 +9,9 @@
 namespace zq {
 namespace {
 
-class AnOperation : public testing::TestWithParam<NamedWireRow> {};
+class Operation : public testing::TestWithParam<NamedWireRow> {};
 
-TEST_P(AnOperation, WaitsAsLongAsItSays) {
+TEST_P(Operation, HasItsTimeOut) {
   script().answer = [](const ZQBusMessage&) {
     return ZQBusMessage::failed(ZQBusFailure::TimedOut, "too late");
   };
@@ -38,7 +37,7 @@ std::vector<std::string> writersSince() {
   return writers;
 }
 
-TEST_P(AnOperation, GoesByItsOwnNameInTheLog) {
+TEST_P(Operation, IsNamedInLog) {
   // A row is named after its operation, one after that which it calls.
   std::string name = GetParam().name;
   if (name == "GetLocalDeviceList") name = "GetDeviceList";
@@ -69,7 +68,7 @@ TEST_P(AnOperation, GoesByItsOwnNameInTheLog) {
       << testing::PrintToString(writers);
 }
 
-INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperation, testing::ValuesIn(wireTable()),
+INSTANTIATE_TEST_SUITE_P(Wire, Operation, testing::ValuesIn(wireTable()),
                          [](const auto& row) { return row.param.name; });
 
 }  // namespace

@@ -41,7 +41,7 @@ std::string traceOfTheTable(const std::string& name) {
   return file;
 }
 
-TEST(ATrace, HoldsTheSameOfEachOperationOnBothWays) {
+TEST(Trace, HoldsTheSameOnBothWays) {
   const auto linesOn = [](const std::string& way) {
     ::setenv("ZQBUS_DIRECT", way == "direct" ? "1" : "0", 1);
     std::vector<std::string> lines;
@@ -58,7 +58,7 @@ TEST(ATrace, HoldsTheSameOfEachOperationOnBothWays) {
   EXPECT_EQ(linesOn("direct"), byBroker);
 }
 
-TEST(AReplay, GivesEachOperationItsResultAgain) {
+TEST(Replay, RepeatsResultOfEachOperation) {
   const auto replay = startService({"--replay", traceOfTheTable("wire"), "--speed", "0"});
   PerixProxy& proxy = *PerixProxy::getInstance();
   for (const NamedWireRow& named : wireTable()) {
@@ -77,7 +77,7 @@ TEST(AReplay, GivesEachOperationItsResultAgain) {
             "deletePrinter(s:\"other\")\n");
 }
 
-TEST(AReplay, SendsEventsAtTheirDistanceAndReportsCallsThatNobodyMade) {
+TEST(Replay, KeepsDistanceOfEvents) {
   const std::string head =
       R"({"time":"2026-02-28T00:00:01.000000Z","process":1,"service":"perix","direction":)";
   const std::string file = fileCalled("events");

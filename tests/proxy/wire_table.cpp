@@ -98,7 +98,7 @@ NamedWireRow row(std::string sends, int timeoutMs, ZQBusMessage reply, std::stri
   name[0] = static_cast<char>(std::toupper(name[0]));
   return {name,
           {sends, timeoutMs, std::move(reply), std::move(result), std::move(failure),
-           [=](P& p) { return show(std::invoke(run, p, arguments...)); }}};
+           [=](P& p) mutable { return show(std::invoke(run, p, arguments...)); }}};
 }
 
 constexpr char kFails[] = "-1";
@@ -110,9 +110,9 @@ NamedWireRow status(const std::string& sends, int timeoutMs, const char* failure
   return row(sends, timeoutMs, message(int32_t{5}), "5", failure, run...);
 }
 template <typename Run, typename... Arguments>
-requires std::invocable<Run, P&, Arguments...> NamedWireRow status(const std::string& sends,
-                                                                   Run run,
-                                                                   Arguments... arguments) {
+requires std::invocable<Run, P&, Arguments&...> NamedWireRow status(const std::string& sends,
+                                                                    Run run,
+                                                                    Arguments... arguments) {
   return status(sends, 3000, kFails, run, arguments...);
 }
 template <typename... Run>
@@ -200,16 +200,9 @@ const std::vector<NamedWireRow>& wireTable() {
       status("SetAutoConnectSendsSixteenBits: setAutoConnect(i:0, q:4, q:1)", &P::SetAutoConnect, 4,
              0x10001),
       row("getAutoConnect(i:0, q:4)", 3000, message(int32_t{1}), "1", "0", &P::GetAutoConnect, 4),
-      status("addNetworkDevice(i:-3, ay[0])",
-             [](P& p) {
-               std::string s;
-               return p.AddNetworkDevice(-3, s);
-             }),
-      status("deleteNetworkDevice(ay[1] 61, ay[2] 62 63)",
-             [](P& p) {
-               std::string a = "a", b = "bc";
-               return p.DeleteNetworkDevice(a, b);
-             }),
+      status("addNetworkDevice(i:-3, ay[0])", &P::AddNetworkDevice, -3, std::string()),
+      status("deleteNetworkDevice(ay[1] 61, ay[2] 62 63)", &P::DeleteNetworkDevice,
+             std::string("a"), std::string("bc")),
       status("setUsbredirStatus(i:3, q:9, ay[8] 01 02 03 04 05 06 07 08)", &P::SetUsbredirStatus,
              kDesk, kUsb, 9),
       unsent("ConnectUsbredir", "0", &P::ConnectUsbredir, kDesk, kUsb),
@@ -271,15 +264,10 @@ const std::vector<NamedWireRow>& wireTable() {
              &P::StopSearchSharePrinterDevice),
       status("AddSharePrinterDevice: addSharePrinter(i:2, s:\"a\", s:\"n\", s:\"d\", s:\"b\", "
              "s:\"o\", s:\"\")",
-             [](P& p) {
-               std::list<_SharePrinterDevice> all = {shared("n", "a", "d"), shared("o", "b", "")};
-               return p.AddSharePrinterDevice(all);
-             }),
+             &P::AddSharePrinterDevice,
+             std::list<_SharePrinterDevice>{shared("n", "a", "d"), shared("o", "b", "")}),
       status("DeleteSharePrinterDevice: deleteSharePrinter(s:\"a\", s:\"n\")",
-             [](P& p) {
-               auto one = shared("n", "a", "d");
-               return p.DeleteSharePrinterDevice(one);
-             }),
+             &P::DeleteSharePrinterDevice, shared("n", "a", "d")),
       text("searchAllPrinter()", 30000, &P::SearchAllPrinter),
       text("getPrinterDriverlList(s:\"q\")", 30000, &P::GetPrinterDriverlList, "q"),
       status("AddLocalPrinter: addPrinter(s:\"a\", s:\"b\", s:\"c\")", &P::AddLocalPrinter, "a",

@@ -10,14 +10,26 @@ namespace zq {
 namespace {
 
 /// A recording service, and the proxy connected to it.
-struct Session {
-  ~Session() { proxy.ReleaseService(); }
+class Session : public testing::Test {
+ protected:
+  ~Session() override { proxy.ReleaseService(); }
+  void endService() {
+    proxy.ReleaseService();
+    owned.reset();
+  }
 
-  RecordingService service;
+  std::optional<RecordingService> owned{std::in_place};
+  RecordingService& service = *owned;
   PerixProxy& proxy = *PerixProxy::getInstance();
 };
+using SearchAddress = Session;
+using DesktopId = Session;
+using DeviceRecord = Session;
 
-class AnOperation : public testing::TestWithParam<NamedWireRow> {};
+class Operation : public Session, public testing::WithParamInterface<NamedWireRow> {
+ protected:
+  const WireRow& row = GetParam().row;
+};
 
 /// What is reported when the service answers everything with an error.
 PerixFailure failureOf(const WireRow& row) {
@@ -25,10 +37,7 @@ PerixFailure failureOf(const WireRow& row) {
   return row.sends.empty() && row.result == "-1" ? PerixFailure::NotAsked : PerixFailure::None;
 }
 
-TEST_P(AnOperation, SendsItsCallAndReturnsWhatTheAnswerSays) {
-  const WireRow& row = GetParam().row;
-  Session session;
-  auto& [service, proxy] = session;
+TEST_P(Operation, SendsCallAndReturnsAnswer) {
   service.answerWith(row.reply);
   EXPECT_EQ(row.run(proxy), row.result);
   proxy.OnFocusChanged("", 0, 0);  // behind what was sent without waiting
@@ -39,35 +48,28 @@ TEST_P(AnOperation, SendsItsCallAndReturnsWhatTheAnswerSays) {
   }
 }
 
-TEST_P(AnOperation, ReturnsItsFailureValueForAnErrorAndWithoutAService) {
-  const WireRow& row = GetParam().row;
-  {
-    Session session;
-    session.service.answerWith(
-        [](const std::shared_ptr<ZQBusCall>& call) { call->fail("no luck"); });
-    const bool waits = row.timeoutMs > 0;
-    EXPECT_EQ(row.run(session.proxy), waits ? row.failure : row.result);
-    const PerixFailureReport report = PerixLastFailure();
-    EXPECT_EQ(report.failure, failureOf(row));
-    EXPECT_EQ(report.text == "no luck", waits);
-    EXPECT_EQ(report.text.empty(), report.failure == PerixFailure::None);
-    if (report.failure == PerixFailure::NotAsked) {
-      EXPECT_EQ(GetParam().name.find(report.method.substr(1)), 1U) << report.method;
-    }
-    EXPECT_EQ(logText().find("no luck") != std::string::npos, waits);
+TEST_P(Operation, ReturnsFailureValue) {
+  service.answerWith([](const std::shared_ptr<ZQBusCall>& call) { call->fail("no luck"); });
+  const bool waits = row.timeoutMs > 0;
+  EXPECT_EQ(row.run(proxy), waits ? row.failure : row.result);
+  const PerixFailureReport report = PerixLastFailure();
+  EXPECT_EQ(report.failure, failureOf(row));
+  EXPECT_EQ(report.text == "no luck", waits);
+  EXPECT_EQ(report.text.empty(), report.failure == PerixFailure::None);
+  if (report.failure == PerixFailure::NotAsked) {
+    EXPECT_EQ(GetParam().name.find(report.method.substr(1)), 1U) << report.method;
   }
-  PerixProxy& proxy = *PerixProxy::getInstance();
+  EXPECT_EQ(logText().find("no luck") != std::string::npos, waits);
+  endService();
   EXPECT_EQ(row.run(proxy), row.failure);
   if (row.timeoutMs == 0) return;
   EXPECT_EQ(PerixLastFailure().failure, PerixFailure::NoService);
 }
 
-INSTANTIATE_TEST_SUITE_P(OfTheProxy, AnOperation, testing::ValuesIn(wireTable()),
+INSTANTIATE_TEST_SUITE_P(Wire, Operation, testing::ValuesIn(wireTable()),
                          [](const auto& row) { return row.param.name; });
 
-TEST(AnAddressToSearch, IsCheckedBeforeAnythingIsSent) {
-  Session session;
-  auto& [service, proxy] = session;
+TEST_F(SearchAddress, IsCheckedBeforeCall) {
   std::list<_SharePrinterDevice> found;
   service.answerWith(message(int32_t{0}, int32_t{0}));
   for (const char* valid : {"10.0.0.5", "0.0.0.0", "255.255.255.255", "10.0.0.5:0",
@@ -84,9 +86,7 @@ TEST(AnAddressToSearch, IsCheckedBeforeAnythingIsSent) {
   EXPECT_TRUE(service.takeCalls().empty());
 }
 
-TEST(ADesktopId, IsAskedForOnceAndRememberedByNumber) {
-  Session session;
-  auto& [service, proxy] = session;
+TEST_F(DesktopId, IsAskedForOnce) {
   EXPECT_EQ(proxy.GetVmIdInt(""), 0U);
   EXPECT_EQ(service.idLookups(), 0);
   EXPECT_EQ(proxy.GetVmIdInt("b-7"), 7U);
@@ -101,9 +101,7 @@ TEST(ADesktopId, IsAskedForOnceAndRememberedByNumber) {
   for (const unsigned int unknown : {0U, 8U}) EXPECT_EQ(proxy.GetVmIdString(unknown), "");
 }
 
-TEST(ARecord, OfAConnectedDeviceIsNamedAfterItsDesktopAsFarAsItReaches) {
-  Session session;
-  auto& [service, proxy] = session;
+TEST_F(DeviceRecord, IsNamedAfterItsDesktop) {
   const std::string longId = std::string(297, 'v') + "-42";
   ASSERT_EQ(proxy.GetVmIdInt(longId), 42U);
   CommonDevice device{};
@@ -135,7 +133,7 @@ class OwnIds : public PerixProxy {
   std::string GetVmIdString(unsigned int) override { return "mine"; }
 };
 
-TEST(ADerivedProxy, IsAskedForDesktopIds) {
+TEST(DerivedProxy, IsAskedForDesktopIds) {
   RecordingService service;
   OwnIds proxy;
   ASSERT_EQ(proxy.Init(), 0);

@@ -110,9 +110,8 @@ void RecordingService::sendEvent(int desktop, int kind) {
   service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}));
 }
 
-void RecordingService::sendEvent(int desktop, int kind, const void* payload, std::size_t size) {
-  const auto block = ZQBusBytes::copyOf(payload, static_cast<uint32_t>(size));
-  service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}, block));
+void RecordingService::sendEvent(int desktop, int kind, const std::string& payload) {
+  service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}, bytes(payload)));
 }
 
 std::string logText() {

@@ -35,7 +35,7 @@ class RecordingService {
 
   ZQBusService& bus() { return *service_; }
   void sendEvent(int desktop, int kind);
-  void sendEvent(int desktop, int kind, const void* payload, std::size_t size);
+  void sendEvent(int desktop, int kind, const std::string& payload);
 
  private:
   struct State {
