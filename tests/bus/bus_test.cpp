@@ -86,42 +86,44 @@ TEST_F(Bus, TooLargeMessageFailsAlone) {
 }
 
 TEST_F(Bus, FailuresTellTheirCause) {
-  const Reply refused = call(*service, "fail", {});
-  EXPECT_EQ(refused->type(), 3);
-  EXPECT_EQ(refused->failure(), ZQBusFailure::Service);
-  EXPECT_EQ(text(refused), "no luck");
-  const Reply unsendable = call(*service, "no such name", {});
-  EXPECT_EQ(unsendable->failure(), ZQBusFailure::Unusable);
-  const Reply late = call(*service, "hang", {}, 50);
-  EXPECT_EQ(late->failure(), ZQBusFailure::TimedOut);
-  EXPECT_EQ(text(late), "no answer within 50 ms");
-  release();
-  EXPECT_EQ(call(*service, "echo", message(int32_t{3}))->readInt32(0), 3);
-}
-
-TEST_F(Bus, AsynchronousCallHasOneOutcome) {
-  Watched<std::vector<ZQBusFailure>> ends;
-  const auto note = [&](const Reply& reply) { ends.append(reply->failure()); };
-  callAsynchronously(*service, "echo", note);
-  callAsynchronously(*service, "fail", note);
-  callAsynchronously(*service, "hang", note, 50);
-  ASSERT_TRUE(ends.waitForSize(3));
-  recorder.reset();
-  callAsynchronously(*service, "echo", note);
-  ASSERT_TRUE(ends.waitForSize(4));
-  const std::vector<ZQBusFailure> want = {ZQBusFailure::None, ZQBusFailure::Service,
-                                          ZQBusFailure::TimedOut, ZQBusFailure::PeerGone};
-  EXPECT_EQ(ends.get(), want);
-}
-
-TEST_F(Bus, CallWithTimeOutOfZeroIsSent) {
-  EXPECT_EQ(call(*service, "zero", {}, 0)->failure(), ZQBusFailure::TimedOut);
-  Watched<ZQBusFailure> end;
-  callAsynchronously(
-      *service, "hang", [&](const Reply& reply) { end.set(reply->failure()); }, 0);
-  EXPECT_TRUE(end.waitFor(ZQBusFailure::TimedOut));
-  call(*service, "echo", {});
-  EXPECT_EQ(recorder->takeCalls(), (std::vector<std::string>{"zero()", "hang()", "echo()"}));
+  const struct {
+    const char* method;
+    int timeoutMs;
+    ZQBusFailure failure;
+    const char* text = nullptr;
+  } rows[] = {
+      {"echo", 20000, ZQBusFailure::None},
+      {"fail", 20000, ZQBusFailure::Service, "no luck"},
+      {"no such name", 20000, ZQBusFailure::Unusable},
+      {"hang", 50, ZQBusFailure::TimedOut, "no answer within 50 ms"},
+      {"hang", 0, ZQBusFailure::TimedOut, "no answer within 0 ms"},
+      {"last", 20000, ZQBusFailure::None},
+      {"gone", 20000, ZQBusFailure::PeerGone},
+  };
+  Watched<std::vector<Reply>> outcomes;
+  for (const auto& [method, timeoutMs, failure, words] : rows) {
+    SCOPED_TRACE(method);
+    if (failure == ZQBusFailure::PeerGone) {
+      const std::vector<std::string> sent = {"echo()", "echo()", "fail()", "fail()", "hang()",
+                                             "hang()", "hang()", "hang()", "last()", "last()"};
+      EXPECT_EQ(recorder->takeCalls(), sent);
+      recorder.reset();
+    }
+    const Reply blocking = call(*service, method, {}, timeoutMs);
+    callAsynchronously(
+        *service, method, [&](const Reply& reply) { outcomes.append(reply); }, timeoutMs);
+    ASSERT_TRUE(outcomes.waitForSize(1));
+    for (const Reply& reply : {blocking, outcomes.take().front()}) {
+      EXPECT_EQ(reply->failure(), failure);
+      EXPECT_EQ(reply->type(), failure == ZQBusFailure::None ? 2 : 3);
+      if (words != nullptr) {
+        EXPECT_EQ(text(reply), words);
+      }
+    }
+    release();  // answers that come too late
+  }
+  manager.waitForCallbacks();
+  EXPECT_TRUE(outcomes.get().empty());
 }
 
 /// Who sleeps on the connection when a call with an early deadline is made, and must wake for it.

@@ -1,5 +1,4 @@
 // What other clients of the bus can do to ours, and see of it, and the ends of direct lines.
-#include <gtest/gtest.h>
 
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/peers.h"

@@ -2,11 +2,7 @@
 // chooses the daemon's answers and other clients' messages, and their order.
 #pragma once
 
-#include <chrono>
-#include <vector>
-
 #include "tests/bus/peers.h"
-#include "zqbus/zqbus_service.h"
 
 namespace zq {
 

@@ -1,9 +1,7 @@
 // Message bodies that no peer of ours sends, and what becomes of them.
 #pragma once
 
-#include <cstdint>
 #include <iosfwd>
-#include <string>
 #include <vector>
 
 #include "tests/support/wire_bytes.h"

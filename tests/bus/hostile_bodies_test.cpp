@@ -1,5 +1,4 @@
 // Peers that send what no library sends: each harms nobody but itself.
-#include <gtest/gtest.h>
 
 #include <unistd.h>
 

@@ -1,6 +1,5 @@
 // Direct lines whose other end breaks the protocol, stops in the middle, ends or opens oddly.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>

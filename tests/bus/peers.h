@@ -18,10 +18,9 @@ inline constexpr int32_t kGoodAnswer = 4711;
 /// Two connected stream sockets.
 std::pair<OwnedDescriptor, OwnedDescriptor> socketPair();
 
-/// A call of the service.
-wire::Message perixMethod(const std::string& method);
-/// A call of the service with a number of its own: the bus daemon refuses a second call of the same
+/// Calls of the service. perixCall() numbers them: the bus daemon refuses a second call of the same
 /// number while the first waits for its reply.
+wire::Message perixMethod(const std::string& method);
 wire::Message perixCall(const std::string& method);
 /// A request for a direct line, without its descriptor.
 wire::Message openCall();
@@ -32,8 +31,7 @@ struct LineRequest {
   OwnedDescriptor ours;
   OwnedDescriptor theirs;
 };
-/// Asks for a direct line. The client's socket before the handshake; nothing when the service
-/// refuses.
+/// The client's end of a new direct line before the handshake; nothing when the service refuses.
 std::optional<wire::Peer> openLine(wire::Peer& bus);
 /// Makes a connection to the bus a monitor, which receives a copy of every message.
 void becomeMonitor(wire::Peer& bus);

@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "tests/bus/fake_bus.h"
-#include "zqbus/zqbus.h"
 
 namespace zq {
 namespace {

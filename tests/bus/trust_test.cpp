@@ -1,7 +1,5 @@
 // Which connections the service and a client trust, whatever other connections say and in which
 // order: the bus is the test.
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 

@@ -1,5 +1,4 @@
 // Connecting, and what happens when the service dies, over a bus that follows a script.
-#include <gtest/gtest.h>
 
 #include <set>
 

@@ -1,5 +1,4 @@
 // Events and the callbacks registered for them.
-#include <gtest/gtest.h>
 
 #include <cstring>
 

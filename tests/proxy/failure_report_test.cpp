@@ -1,7 +1,4 @@
 // What PerixLastFailure() tells.
-#include <gtest/gtest.h>
-
-#include <thread>
 
 #include "perix/apps/local/perixproxy/last_failure.h"
 #include "perix/perix_proxy.h"

@@ -1,10 +1,6 @@
 // Forked children: of a process whose threads hold every lock that there is, operations fail at
 // once; of one that has not used the library, they work.
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <thread>
 
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/wire_table.h"

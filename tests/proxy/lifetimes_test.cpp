@@ -1,5 +1,4 @@
 // Notifiers, callbacks, derived proxies and desktop ids: who outlives whom.
-#include <gtest/gtest.h>
 
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
@@ -135,8 +134,7 @@ TEST(Callback, IsWaitedForByOperationsThatEndIt) {
     std::thread delivering(deviceEvent());
     point.awaitStop();
     BlockableThread ending(end);
-    ending.awaitBlocked();
-    EXPECT_FALSE(ending.done()) << &end - ends;
+    EXPECT_TRUE(ending.awaitBlocked()) << &end - ends;
     point.go();
     ending.join();
     delivering.join();
@@ -174,8 +172,7 @@ TEST(DerivedProxy, OutlivesRunningEvent) {
   std::thread delivering(late);
   point.awaitStop();
   BlockableThread ending([&] { end(proxy); });
-  ending.awaitBlocked();
-  EXPECT_FALSE(ending.done());
+  EXPECT_TRUE(ending.awaitBlocked());
   point.go();
   ending.join();
   delivering.join();
@@ -191,8 +188,7 @@ TEST(DerivedProxy, EndsWaitingRecovery) {
   std::thread recovering(service()->death());
   point.awaitStop();
   BlockableThread ending([&] { end(proxy); });
-  ending.awaitBlocked();
-  EXPECT_FALSE(ending.done());
+  EXPECT_TRUE(ending.awaitBlocked());
   const int attempts = history().attempts;
   script().isRegistered = [] { return true; };
   point.go();

@@ -1,5 +1,4 @@
 // Deaths of the service's process and of the bus, on a real bus.
-#include <gtest/gtest.h>
 
 #include <thread>
 

@@ -1,5 +1,4 @@
 // The service's death and return, on any bus.
-#include <gtest/gtest.h>
 
 #include <future>
 

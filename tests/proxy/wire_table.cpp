@@ -3,7 +3,6 @@
 #include <cctype>
 #include <concepts>
 #include <cstring>
-#include <functional>
 
 #include "tests/support/messages.h"
 #include "tests/support/token.h"

@@ -1,4 +1,4 @@
-// Threads that wait at a known place, so that the order of things is no matter of luck.
+// Threads that wait at a known place, so that the order of events does not depend on luck.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -47,11 +47,11 @@ class BlockableThread {
           done_ = true;
         }) {}
 
-  /// Waits until the thread sleeps in the kernel, or has ended.
-  void awaitBlocked() {
+  /// Waits until the thread sleeps in the kernel, or has ended; false when it has ended.
+  bool awaitBlocked() {
     while (!done_ && !sleeps()) std::this_thread::yield();
+    return !done_;
   }
-  bool done() const { return done_; }
   void join() { thread_.join(); }
 
  private:

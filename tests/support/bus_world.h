@@ -1,10 +1,6 @@
 // What the tests of a real bus stand on: a private bus for this process, and services on it.
 #pragma once
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "tests/support/process.h"
 #include "tests/support/recording_service.h"
 #include "tools/embedded/private_bus.h"

@@ -2,12 +2,10 @@
 //
 //   perix-dbus-broker --config-file=FILE --print-address=FD
 //
-// Of the file it takes the path of the socket alone. dbus-broker itself opens no socket: another
-// process, its controller, gives it a socket that listens and a policy, over the connection
-// "--controller". The stock controller, dbus-broker-launch, needs a service manager and a journal.
-// This one gives the socket, and the policy that admits everybody to everything; it knows no
-// services to start. The program becomes the broker, so that the death of the process is that of
-// the bus. The controller is its child, and ends with it.
+// Of the file it takes the path of the socket alone. dbus-broker opens no socket itself: a controller
+// gives it a socket that listens and a policy, over the connection "--controller". The stock
+// controller needs a service manager and a journal. This controller is a child of the broker, ends
+// with it, admits everybody to everything, and knows no services to start.
 #include <systemd/sd-bus.h>
 
 #include <sys/socket.h>
@@ -39,26 +37,18 @@ void check(int result, const char* action) {
   if (result < 0) fail(std::string(action) + " failed: " + std::to_string(result));
 }
 
-/// The text of the option `name`, which stands as "name=text".
-std::string option(int argc, char** argv, const std::string& name) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument.starts_with(name + "=")) return argument.substr(name.size() + 1);
-  }
-  fail("needs " + name);
+/// The part of a text behind `before`, up to a character.
+std::string partOf(const std::string& text, const std::string& before, char end) {
+  auto start = text.find(before);
+  if (start == std::string::npos) fail("needs " + before);
+  start += before.size();
+  return text.substr(start, text.find(end, start) - start);
 }
 
 std::string socketOf(const std::string& configuration) {
   std::ostringstream content;
   content << std::ifstream(configuration).rdbuf();
-  const std::string text = content.str();
-  const std::string before = "<listen>unix:path=";
-  const auto start = text.find(before);
-  if (start == std::string::npos) fail(configuration + " names no unix:path=");
-  std::string path = text.substr(start + before.size());
-  path.erase(path.find('<'));
-  if (path.find('%') != std::string::npos) fail("cannot listen at " + path);
-  return path;
+  return partOf(content.str(), "<listen>unix:path=", '<');
 }
 
 int listenAt(const std::string& path) {
@@ -126,8 +116,10 @@ int appendPolicy(sd_bus_message* message) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string path = socketOf(option(argc, argv, "--config-file"));
-  const int readiness = std::atoi(option(argc, argv, "--print-address").c_str());
+  std::string options;
+  for (int i = 1; i < argc; ++i) options += std::string(argv[i]) + '\n';
+  const std::string path = socketOf(partOf(options, "--config-file=", '\n'));
+  const int readiness = std::stoi(partOf(options, "--print-address=", '\n'));
   const int listener = listenAt(path);
   int ends[2];
   check(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), "controller");

@@ -1,6 +1,5 @@
 #include "tests/support/open_bus.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>

@@ -1,11 +1,5 @@
 #include "recording_service.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "perix/service_methods.h"

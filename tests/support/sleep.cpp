@@ -1,5 +1,4 @@
 // The library's waits, a hundred times as fast.
-#include <chrono>
 #include <thread>
 
 #include "platform/util/util.h"

@@ -1,11 +1,8 @@
 // A peer that speaks D-Bus by hand: it sends exactly the bytes it is given.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <span>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "tests/support/wire_bytes.h"
