@@ -20,7 +20,6 @@ inline std::shared_ptr<ZQBusProxyInterface> connect() {
 
 using Listener = std::function<void(const Reply&)>;
 
-/// Adds a listener to a service or to the bus.
 template <typename Source>
 bool listen(Source& source, Listener onEvent, const std::string& event = "perixevent") {
   return source.addEventListener(event, new ZQBusEventCallback(std::move(onEvent)),

@@ -1,7 +1,5 @@
 // How a client and its calls end: in a forked child, with the service, with the bus, and when the
 // client itself lets go.
-#include <sys/wait.h>
-
 #include <csignal>
 #include <cstring>
 
@@ -9,11 +7,12 @@
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/peers.h"
 #include "tests/support/blocked_thread.h"
+#include "tests/support/child.h"
 
 namespace zq {
 namespace {
 
-/// What a child does with a bus that its parent uses: none of it may wait for the parent's threads.
+/// Whether all that a child does with the bus of its parent fails, without waiting for a thread.
 bool failsAtOnce(ZQBusProxyInterface& service, ZQBusSerivceManager& manager) {
   bool ended = false;
   callAsynchronously(service, "echo", [&](const Reply& reply) {
@@ -43,15 +42,12 @@ TEST_F(Bus, CallsFailInForkedChild) {
     while (!stop) manager.isServiceRegistered("perix");
   });
   for (int round = 0; round < 16; ++round) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      const bool failed = failsAtOnce(*service, manager);
-      service.reset();
-      ::_exit(failed ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(inChild([&] {
+                const bool failed = failsAtOnce(*service, manager);
+                service.reset();
+                return failed ? "" : "does not fail";
+              }),
+              "");
   }
   stop = true;
   busy.join();

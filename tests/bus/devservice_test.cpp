@@ -1,12 +1,10 @@
 // The development service on the bus: its start, and the users that it serves.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <array>
 
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/peers.h"
 #include "tests/support/bus_daemon.h"
+#include "tests/support/child.h"
 #include "tests/support/open_bus.h"
 
 namespace zq {
@@ -41,42 +39,34 @@ TEST(Activation, StartsServiceOrTellsWhyNot) {
   EXPECT_NE(connect(), nullptr);
 }
 
-// Needs root, to become another user.
-constexpr uid_t kNobody = 65534;
-
-/// The calls of a user that are not denied: a bit for each, in the order of the list.
-int servedOf(const std::string& address, uid_t user) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    if (::setuid(user) != 0) ::_exit(64);
+/// The calls that are served, and not denied, when that user makes them.
+std::string servedOf(const std::string& address, uid_t user) {
+  return inChild([&] {
+    if (::setuid(user) != 0) return std::string("not this user");
     wire::Peer peer = wire::Peer::onBus(address);
     const LineRequest request;
-    wire::Message control =
+    const auto control =
         wire::Message::call("/org/zqbus/perixcontrol", "org.zqbus.perixcontrol", "state");
-    const std::array calls{perixMethod("getVmList"), control.to("org.zqbus.perixcontrol"),
-                           request.call};
-    int served = 0;
-    for (std::size_t i = 0; i < calls.size(); ++i) {
+    std::string served;
+    for (auto call : {perixMethod("getVmList"), wire::Message(control).to("org.zqbus.perixcontrol"),
+                      request.call}) {
       std::array descriptors{request.theirs.get()};
-      const bool isOpen = calls[i].announcedDescriptors > 0;
-      const auto answer = peer.ask(calls[i], std::span(descriptors).first(isOpen ? 1 : 0));
-      if (answer && answer->errorName != "org.freedesktop.DBus.Error.AccessDenied") {
-        served |= 1 << i;
-      }
+      const auto answer = peer.ask(call, std::span(descriptors).first(call.announcedDescriptors));
+      const bool isDenied =
+          answer && answer->errorName == "org.freedesktop.DBus.Error.AccessDenied";
+      if (answer && !isDenied) served += call.member + ' ';
     }
-    ::_exit(served);
-  }
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return served;
+  });
 }
 
 TEST(OtherUser, IsRefusedByBothInterfaces) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  constexpr uid_t kNobody = 65534;
   const OpenBus bus;
   const auto service = startDevelopmentService(bus.address, PERIX_DEVSERVICE, {});
-  EXPECT_EQ(servedOf(bus.address, kNobody), 0);
-  EXPECT_EQ(servedOf(bus.address, 0), 7);
+  EXPECT_EQ(servedOf(bus.address, kNobody), "");
+  EXPECT_EQ(servedOf(bus.address, 0), "getVmList state Open ");
 }
 
 }  // namespace

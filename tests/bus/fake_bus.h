@@ -14,29 +14,23 @@ class FakeBus {
   FakeBus(const FakeBus&) = delete;
   FakeBus& operator=(const FakeBus&) = delete;
 
-  /// Whether a connection comes within that time.
   bool awaitConnection(std::chrono::milliseconds time) const;
-  /// Takes the next connection in.
   void accept();
   /// Takes the service's next connection in, up to its claim of the name, which is returned.
   wire::Message welcome();
   /// Has the service claimed and lets it own its name.
   std::unique_ptr<ZQBusService> start(ZQBusService::Handler handler = echo);
-  /// Has the service claimed in the background.
   static std::future<std::unique_ptr<ZQBusService>> claim(std::string* error = nullptr,
                                                           ZQBusService::Handler handler = echo);
-  /// Answers with the arguments.
   static void echo(const std::shared_ptr<ZQBusCall>& call) { call->reply(call->message()); }
   /// Ends the service's connection, and takes it in again so far as to end it again.
   void close() { service_.reset(); }
   void turnAway();
-  /// Waits for the service to end it.
   bool hasEnded() { return service_->hasEnded(); }
 
   /// Sends a message as if it came from that connection.
   void send(wire::Message message, const std::string& sender,
             std::span<const int> descriptors = {});
-  /// The daemon's replies.
   void reply(const wire::Message& call, const std::string& signature, std::string body);
   void replyNumber(const wire::Message& call, uint32_t number);
   void fail(const wire::Message& call);
@@ -52,11 +46,9 @@ class FakeBus {
   void ping();
   /// Tells that the next connection that is asked about is of this user.
   void admit();
-  /// Tells who owns the service's name.
   void own(const std::string& owner);
   /// Opens a line for a client of this user, which has called before or not. The client's socket.
   wire::Peer openLine(const std::string& client, bool isKnown = false);
-  /// Sends the first call of a client of this user.
   void introduce(const wire::Message& call, const std::string& client);
 
  private:

@@ -33,7 +33,6 @@ const std::vector<OddBody>& oddBodies();
 /// Bodies that cost few bytes on the wire and might cost many in memory.
 const std::vector<OddBody>& thriftyBodies();
 
-/// Gives a message that body, which descriptors go along with.
 void setBody(wire::Message& message, const OddBody& body);
 
 }  // namespace zq

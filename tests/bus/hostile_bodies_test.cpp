@@ -42,7 +42,6 @@ bool isOtherOnDbusBroker(const OddBody& body) {
   return usesDbusBroker() && !usesDirectLines() && (body.sentDescriptors > 0 || droppedByClient);
 }
 
-/// Descriptors to send along.
 std::vector<int> descriptorsFor(const OddBody& body) {
   return std::vector<int>(body.sentDescriptors, STDIN_FILENO);
 }

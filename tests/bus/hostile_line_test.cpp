@@ -33,7 +33,6 @@ Message odd(Message message) {
   return message.with("i", Writer().number(4, 1).bytes());
 }
 
-/// Makes the bytes of an odd message from a good one.
 struct OddFrame {
   const char* name;
   Fate fate;
@@ -45,7 +44,6 @@ auto withFixed(std::size_t at, std::string bytes) {
   return [=](const Message& good) { return wire::bytesOf(good).replace(at, bytes.size(), bytes); };
 }
 
-/// The frame with a further header field.
 auto withField(uint8_t code, std::string_view signature, const Writer::Content& value) {
   const std::string field = Writer().number(1, code).variant(signature, value).bytes();
   return [field](Message good) {
@@ -154,7 +152,6 @@ TEST_F(HostileLine, FramesOfClientAreReadOrEndIt) {
 
 // --- Ends ----------------------------------------------------------------------------------------
 
-/// How much of a message comes before the end.
 constexpr std::size_t kBeginnings[] = {0, 1, 15, 16, 33};
 
 TEST_F(HostileLine, EndWithinMessageIsServiceDeath) {
@@ -334,7 +331,6 @@ FakeService::Opening handing(OwnedDescriptor (*make)()) {
   };
 }
 
-/// Hands out an end, and answers so.
 FakeService::Opening answering(Message (*answer)(const Message& open)) {
   return [answer](Peer& bus, const Message& open, Peer& handover) {
     hand(handover, halfOfAPair().get());

@@ -15,14 +15,12 @@ inline constexpr char kPerixName[] = "org.zqbus.perix";
 
 inline constexpr int32_t kGoodAnswer = 4711;
 
-/// Two connected stream sockets.
 std::pair<OwnedDescriptor, OwnedDescriptor> socketPair();
 
 /// Calls of the service. perixCall() numbers them: the bus daemon refuses a second call of the same
 /// number while the first waits for its reply.
 wire::Message perixMethod(const std::string& method);
 wire::Message perixCall(const std::string& method);
-/// A request for a direct line, without its descriptor.
 wire::Message openCall();
 /// A request for a direct line, and the handover pair that goes with it.
 struct LineRequest {
@@ -57,7 +55,6 @@ class FakeService {
   wire::Peer& way() { return line_ ? *line_ : bus_; }
   /// The name on the bus of the client that called last.
   const std::string& clientName() const { return clientName_; }
-  /// The client's next call.
   std::optional<wire::Message> nextCall();
   /// Gives its name up; its line stays open.
   void releaseName();
@@ -75,9 +72,7 @@ class FakeService {
 
 using Reply = std::shared_ptr<ZQBusMessage>;
 
-/// Has a client make a call on another thread.
 std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs = -1);
-/// Whether a call was answered with kGoodAnswer.
 bool isGood(const Reply& reply);
 /// The fate of an odd reply, after which a good reply was sent.
 Fate fateOf(const Reply& reply);
@@ -85,7 +80,6 @@ Fate fateOf(const Reply& reply);
 Fate fateOfCall(wire::Peer& client, uint32_t serial, std::string_view call,
                 std::span<const int> descriptors = {});
 
-/// A client of the service, on a direct line or through the bus.
 class FakeClient {
  public:
   FakeClient();
@@ -97,7 +91,6 @@ class FakeClient {
   std::optional<wire::Peer> line_;
 };
 
-/// Sends a descriptor on a handover socket.
 void hand(wire::Peer& handover, int descriptor);
 /// The answer of a service that has opened a line.
 wire::Message processReply(const wire::Message& open, int32_t process);

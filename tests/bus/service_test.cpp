@@ -28,7 +28,6 @@ bool isAnswered(Peer& line) {
   return answer && answer->type == Type::Return;
 }
 
-/// Another limit of descriptors for as long as this lives.
 class DescriptorLimit {
  public:
   /// Leaves this process so few more descriptors.

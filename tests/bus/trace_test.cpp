@@ -17,7 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using Kind = ZQBusTraceEntry::Kind;
 
-/// A place for the trace of this test alone.
 fs::path traceFile() {
   return fs::path(std::getenv("XDG_STATE_HOME")) / "trace";
 }

@@ -188,7 +188,6 @@ TEST_F(ClientTrust, ReportsRefusedSubscription) {
 
 // --- The service ---------------------------------------------------------------------------------
 
-/// "" for a return, else the error's name.
 std::string outcomeOf(const Message& answer) {
   return answer.type == Type::Return ? "" : answer.errorName;
 }

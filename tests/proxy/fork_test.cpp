@@ -1,40 +1,14 @@
 // Forked children: of a process whose threads hold every lock that there is, operations fail at
 // once; of one that has not used the library, they work.
-#include <sys/wait.h>
 
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/wire_table.h"
 #include "tests/support/blocked_thread.h"
 #include "tests/support/bus_world.h"
+#include "tests/support/child.h"
 
 namespace zq {
 namespace {
-
-constexpr unsigned int kChildSeconds = 60;
-
-/// Runs `body` in a forked child; what it complains of, "killed" when it does not end.
-std::string inChild(const std::function<std::string()>& body) {
-  int ends[2];
-  EXPECT_EQ(::pipe(ends), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::alarm(kChildSeconds);
-    const std::string complaints = body();
-    [[maybe_unused]] const auto written = ::write(ends[1], complaints.data(), complaints.size());
-    ::_exit(0);
-  }
-  ::close(ends[1]);
-  std::string complaints;
-  char part[4096];
-  for (ssize_t got = 0; (got = ::read(ends[0], part, sizeof part)) > 0;) {
-    complaints.append(part, static_cast<std::size_t>(got));
-  }
-  ::close(ends[0]);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  const bool ended = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  return ended ? complaints : complaints + "killed, or called back";
-}
 
 /// Complains of an operation that does not fail as one in a child should.
 std::string failureOf(const NamedWireRow& named, PerixProxy& proxy) {
@@ -138,13 +112,14 @@ TEST(ForkedChild, FailsAtOnceWithLocksHeld) {
   };
   for (PerixProxy* const one : {&proxy, own}) one->RegisterDeviceCallback(block, &point);
   service.sendEvent(3, 4, devicePayload());
-  point.awaitStop();  // in a callback of the one or the other
+  point.awaitStop();
   const auto event =
       std::make_shared<ZQBusMessage>(message(int32_t{3}, int32_t{4}, bytes(devicePayload())));
-  std::thread delivering([&] { own->HandleEvent(event); });
-  std::thread deliveringToo([&] { proxy.HandleEvent(event); });
-  std::thread calling([&] { proxy.SearchAllPrinter(); });
-  std::thread callingToo([&] { own->SearchAllPrinter(); });
+  std::vector<std::jthread> threads;
+  for (PerixProxy* const one : {&proxy, own}) {
+    threads.emplace_back([=] { one->HandleEvent(event); });
+    threads.emplace_back([=] { one->SearchAllPrinter(); });
+  }
   ASSERT_TRUE(hanging.waitForSize(2));
 
   EXPECT_EQ(inChild([&] {
@@ -160,11 +135,8 @@ TEST(ForkedChild, FailsAtOnceWithLocksHeld) {
             }),
             "");
   point.go();
-  delivering.join();
-  deliveringToo.join();
   for (const auto& call : hanging.get()) call->reply(message(std::string("found")));
-  calling.join();
-  callingToo.join();
+  threads.clear();
   delete own;
 }
 

@@ -1,6 +1,5 @@
 // No memory: each allocation of each operation fails once, and from each on all fail. And a fork
 // while a thread is in the middle of an allocation, under the lock that it holds then.
-#include <sys/wait.h>
 
 #include <new>
 
@@ -8,6 +7,7 @@
 #include "tests/proxy/scripted_bus.h"
 #include "tests/proxy/wire_table.h"
 #include "tests/support/blocked_thread.h"
+#include "tests/support/child.h"
 #include "tests/support/messages.h"
 
 namespace zq {
@@ -15,7 +15,6 @@ namespace {
 
 enum class Trouble { None, FailsOnce, FailsForGood, Stops };
 
-/// What befalls the allocations of this thread.
 thread_local constinit Trouble trouble = Trouble::None;
 thread_local constinit int untilTrouble = 0;
 thread_local constinit bool befell = false;
@@ -181,18 +180,12 @@ TEST(OtherOperations, ThrowNothingWithoutMemory) {
 
 // --- Children ------------------------------------------------------------------------------------
 
-/// Runs `body` in a forked child; whether it says true there within the time.
 bool holdsInChild(const std::function<bool()>& body) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    trouble = Trouble::None;
+  const std::string complaint = inChild([&] {
     script().keepsLog = false;
-    ::alarm(60);
-    ::_exit(body() ? 0 : 1);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return body() ? "" : "does not hold";
+  });
+  return complaint.empty();
 }
 
 TEST(Instance, IsMadeWhenThereIsMemory) {
@@ -212,7 +205,6 @@ TEST(Instance, IsMadeWhenThereIsMemory) {
   EXPECT_GT(number, 8);
 }
 
-/// Whether operations fail as they should in a child.
 bool failsAsInAChild(PerixProxy& proxy) {
   return proxy.StartVm({}) == -1 && PerixLastFailure().failure == PerixFailure::Forked &&
          proxy.GetVmIdString(3).empty() && proxy.GetVmIdInt("x-3") == 0 &&

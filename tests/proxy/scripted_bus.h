@@ -59,15 +59,12 @@ class ScriptedService : public ZQBusProxyInterface {
   std::shared_ptr<ZQBusEventCallback> listener_;
 };
 
-/// The interface that the proxy obtained last.
 std::shared_ptr<ScriptedService> service();
 
-/// A call as it was sent.
 struct SentCall {
   std::string text;  ///< as ZQBusMessage::toDebugString writes it, without "call "
   int timeoutMs;
 };
-/// What happened so far.
 struct BusHistory {
   std::vector<SentCall> calls;    ///< look-ups too
   std::vector<std::string> made;  ///< the methods of the messages, as they were made
@@ -80,7 +77,6 @@ struct BusHistory {
 };
 BusHistory history();
 
-/// A line of the log.
 struct LogLine {
   std::string tag;
   std::string function;

@@ -14,7 +14,6 @@
 namespace zq {
 namespace {
 
-/// A file that goes with this process.
 std::string fileCalled(const std::string& name) {
   testBus();
   return std::filesystem::path(std::getenv("XDG_STATE_HOME")) / name;

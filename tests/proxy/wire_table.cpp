@@ -21,7 +21,6 @@ std::string show(const std::string& text) {
   return '"' + text + '"';
 }
 
-/// Shown as it is.
 struct Words {
   std::string text;
 };
@@ -103,7 +102,6 @@ NamedWireRow row(std::string sends, int timeoutMs, ZQBusMessage reply, std::stri
 constexpr char kFails[] = "-1";
 constexpr char kFailsWithZero[] = "0";
 
-/// Returns the status that it is answered with.
 template <typename... Run>
 NamedWireRow status(const std::string& sends, int timeoutMs, const char* failure, Run... run) {
   return row(sends, timeoutMs, message(int32_t{5}), "5", failure, run...);
@@ -122,7 +120,6 @@ template <typename... Run>
 NamedWireRow list(const std::string& sends, Run... run) {
   return row(sends, 3000, message(int32_t{2}, bytes("aa"), bytes("bb")), "<aa><bb>", "", run...);
 }
-/// Returns 0 without waiting.
 template <typename... Run>
 NamedWireRow sent(const std::string& sends, Run... run) {
   return row(sends, kNoWait, message(int32_t{5}), "0", kFails, run...);
@@ -133,7 +130,6 @@ NamedWireRow untold(const std::string& sends, Run run) {
   const auto nothing = [run](P& p) { return run(p), Words(); };
   return row(sends, kNoWait, message(int32_t{5}), "", "", nothing);
 }
-/// Sends nothing.
 template <typename... Run>
 NamedWireRow unsent(const std::string& name, const char* result, Run... run) {
   return row(name + ": ", 0, {}, result, result, run...);
@@ -145,7 +141,6 @@ const std::vector<NamedWireRow>& wireTable() {
   static const std::string id8 = "ay[8] 08 07 06 05 04 03 02 01";
   static const std::vector<NamedWireRow> table = {
       status("resetService()", &P::ResetService),
-      // Desktops
       status("connectVm(i:3, i:1, i:2, i:-2147483645)", 2000, kFails, &P::ConnectVm, session(0)),
       unsent("ConnectVmAsCollaborator", "-1", &P::ConnectVm, session(1)),
       sent("disconnectVm(i:3)", &P::DisconnectVm, kDesk),
@@ -160,13 +155,11 @@ const std::vector<NamedWireRow>& wireTable() {
           &P::GetVmList),
       status("onFocusChanged(i:3, i:1, x:-1)", 500, kFails, &P::OnFocusChanged, kDesk, UINT64_MAX,
              1),
-      // Channels
       status("createPipe(i:3, i:1, ay[268] 09 00 00 00 0a 00 00 00 0b 00 00 00 6f 6e 65 00...)",
              &P::CreatePipe, kDesk, channels()),
       status("destroyPipe(i:3, i:0)", [](P& p) { return p.DestroyPipe(kDesk, {}); }),
       status("setPortChannelStatus(i:3, i:-1, i:-2)", &P::SetPortChannelStatus, kDesk, 0xFFFFFFFF,
              -2),
-      // Token and quality
       status("updateDriveToken(ay[14] 6b 65 70 74 2d 66 72 6f 6d 2d 76 69 65 77)",
              &P::UpdateDriveToken, kDriveToken),
       unsent("UpdateDriveTokenEmpty", "-1", &P::UpdateDriveToken, ""),
@@ -177,7 +170,6 @@ const std::vector<NamedWireRow>& wireTable() {
              [](P& p) { return quality(p, 1, false); }),
       untold("SetRtcQosInfoOfAnotherType: setRtcQosInfo(i:3, x:4294967295)",
              [](P& p) { return quality(p, UINT32_MAX, true); }),
-      // Devices
       list("getDeviceList(i:3)", &P::GetDeviceList, kDesk),
       list("GetDeviceListOfUnknownDesktop: getDeviceList(i:0)", &P::GetDeviceList, "nowhere"),
       row("GetDeviceListCutByEmptyRecord: getDeviceList(i:3)", 3000,
@@ -206,7 +198,6 @@ const std::vector<NamedWireRow>& wireTable() {
              kDesk, kUsb, 9),
       unsent("ConnectUsbredir", "0", &P::ConnectUsbredir, kDesk, kUsb),
       unsent("DisconnectUsbredir", "0", &P::DisconnectUsbredir, kDesk, kUsb),
-      // Policies and properties
       status("SetDeviceLocalPolicy: setLocalPolicy(q:7, q:8, ay[3] 63 61 6d, ay[0])",
              [](P& p) {
                CommonDevice d = device();
@@ -226,14 +217,12 @@ const std::vector<NamedWireRow>& wireTable() {
       status("resetAllDeviceProperty(i:0)", 3000, kFailsWithZero, &P::ResetAllDeviceProperty),
       status("CheckCameraAuthStat()", &P::CheckCameraAuthStat),
       list("getPolicyListByVidPid(i:0)", &P::GetPolicyListByVidPid),
-      // New devices
       status("configNewDeviceAsConnect(i:3, " + id8 + ", i:65535, i:1, i:0)", 10000, kFails,
              &P::ConfigNewDeviceAsConnect, kDesk, kSource, 65535, 1, 0),
       status("configNewDeviceAsIgnore(" + id8 + ", i:2, i:1, i:0)", 2000, kFails,
              &P::ConfigNewDeviceAsIgnore, kSource, 2, 1, 0),
       status("ConfigUdisks2Command(i:3, " + id8 + ", i:65535)", 10000, kFails,
              &P::ConfigUdisks2Command, kDesk, kSource, 65535),
-      // Printers
       list("getPrinterList(i:3)", &P::GetPrinterList, kDesk),
       list("getPrinterStatus(q:65535)", &P::GetPrinterStatus, 65535),
       list("getNetworkPrinterList()", &P::GetNetworkPrinterList),
@@ -278,13 +267,11 @@ const std::vector<NamedWireRow>& wireTable() {
       status("printTestPage(s:\"a\")", 10000, kFails, &P::PrintTestPage, "a"),
       status("ConfigPrinterCommand(i:3, " + id8 + ", i:7)", 10000, kFails, &P::ConfigPrinterCommand,
              kDesk, kSource, 7),
-      // Joysticks
       list("getJoystickDevList(i:0)", &P::GetJoystickDevList),
       text("getJoystickMappingList(i:0, q:1, q:2)", 3000, &P::GetJoystickMappingList, 1, 2),
       status("setJoystickMapping(i:0, q:1, q:2, ay[3] 6d 61 70)", &P::SetJoystickMapping, 1, 2,
              "map"),
       status("calibrationJoystick(i:0, q:1, q:2)", &P::CalibrationJoystick, 1, 2),
-      // Commands and diagnosis
       status("diagnose(i:3)", 10000, kFails, &P::Diagnose, kDesk, nullptr),
       status("diagnoseDevice(i:3, x:9)", 10000, kFails, &P::DiagnoseDevice, kDesk, 9, nullptr),
       status("doPerixTest(i:0, s:\"t\")", &P::DoPerixTest, "t"),

@@ -126,7 +126,6 @@ TEST_F(DeviceRecord, IsNamedAfterItsDesktop) {
   }
 }
 
-/// A proxy of the client's own, whose desktops have ids of its own.
 class OwnIds : public PerixProxy {
  public:
   unsigned int GetVmIdInt(std::string) override { return 77; }

@@ -63,7 +63,6 @@ int listenAt(const std::string& path) {
   return listener;
 }
 
-/// Every user may connect, own any name, and send and receive any message.
 int appendPolicy(sd_bus_message* message) {
   constexpr uint32_t kEveryUser = UINT32_MAX;
   constexpr uint64_t kPriority = 1;

@@ -8,7 +8,6 @@
 
 namespace zq {
 
-/// A message with these arguments.
 template <typename... Arguments>
 ZQBusMessage message(Arguments... arguments) {
   ZQBusMessage made;

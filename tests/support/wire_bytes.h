@@ -58,7 +58,6 @@ struct Message {
 
   static Message call(std::string path, std::string interface, std::string member);
   static Message signal(std::string path, std::string interface, std::string member);
-  /// To the sender of `call`.
   static Message replyTo(const Message& call, Type type = Type::Return);
   Message& with(std::string bodySignature, std::string bodyBytes);
   Message& to(std::string name);

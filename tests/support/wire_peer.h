@@ -25,7 +25,6 @@ class Peer {
   bool greet();
   bool welcome();
 
-  /// Takes a line of the handshake. False at the connection's end.
   bool skipLine() { return receiveLine().has_value(); }
 
   bool send(std::string_view bytes, std::span<const int> descriptors = {});
@@ -34,16 +33,13 @@ class Peer {
   std::optional<Message> ask(Message call, std::span<const int> descriptors = {});
   /// The next message, nothing at the connection's end.
   std::optional<Message> receive();
-  /// The next message that `wanted` is true for.
   std::optional<Message> receiveUntil(const std::function<bool(const Message&)>& wanted);
   /// The descriptor that came first of those not yet taken; without any, one that comes with the
   /// next bytes, or an empty one.
   OwnedDescriptor takeDescriptor();
   /// The end of what the other end sends: true once it has come, whatever came before it.
   bool hasEnded();
-  /// Ends the sending, or both ways.
   void shutdown(int how);
-  /// Receives for as long as it takes.
   void waitForEver();
 
   int socket() const { return socket_.get(); }
