@@ -69,8 +69,7 @@ class Bus : public testing::Test {
     for (const auto& held : hanging.take()) held->reply(message(int32_t{1}));
   }
   std::future<Reply> hang(int timeoutMs = 20000) {
-    auto reply = std::async(std::launch::async,
-                            [this, timeoutMs] { return call(*service, "hang", {}, timeoutMs); });
+    auto reply = soon([this, timeoutMs] { return call(*service, "hang", {}, timeoutMs); });
     EXPECT_TRUE(hanging.waitForSize(1));
     return reply;
   }

@@ -68,7 +68,7 @@ TEST(ServiceDeath, DiffersFromSlowness) {
   EXPECT_EQ(call(*service, "getVmList", message(int32_t{0}), 200)->failure(),
             ZQBusFailure::TimedOut);
   EXPECT_EQ(deaths.get(), 0);
-  auto waiting = std::async(std::launch::async, [&] { return call(*service, "getVmList", {}); });
+  auto waiting = soon([&] { return call(*service, "getVmList", {}); });
   process->kill();
   EXPECT_EQ(waiting.get()->failure(), ZQBusFailure::PeerGone);
   ASSERT_TRUE(deaths.waitFor(1));

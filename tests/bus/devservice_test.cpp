@@ -3,7 +3,6 @@
 
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/peers.h"
-#include "tests/support/bus_daemon.h"
 #include "tests/support/child.h"
 #include "tests/support/open_bus.h"
 

@@ -80,8 +80,7 @@ TEST(DirectLine, AnnouncesListenerWhenItIsRefused) {
       bus.send(Message::replyTo(open, wire::Type::Error).with("s", Writer().text(text).bytes()));
     });
     Watched<int> heard;
-    auto listening =
-        std::async(std::launch::async, [&] { return listen(service.client(), counter(heard)); });
+    auto listening = soon([&] { return listen(service.client(), counter(heard)); });
     if (announces) {
       const auto listen = service.nextCall();
       EXPECT_EQ(listen->member, "Listen");
@@ -104,7 +103,7 @@ TEST(DirectLine, EndsWithServiceThatDiesDuringItsOpening) {
   // that such a copy kept open would not end with the service.
   Peer monitor = Peer::onBus(testBus().address());
   becomeMonitor(monitor);
-  auto opening = std::async(std::launch::async, connect);
+  auto opening = soon(connect);
   monitor.receiveUntil([](const Message& message) { return message.member == "Open"; });
   process->kill();
   const auto interface = opening.get();

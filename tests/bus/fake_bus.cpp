@@ -61,7 +61,7 @@ void FakeBus::turnAway() {
 
 std::future<std::unique_ptr<ZQBusService>> FakeBus::claim(std::string* error,
                                                           ZQBusService::Handler handler) {
-  return std::async(std::launch::async, [error, handler = std::move(handler)] {
+  return soon([error, handler = std::move(handler)] {
     std::string ignored;
     return ZQBusService::claim("perix", {}, handler, error != nullptr ? *error : ignored);
   });

@@ -8,7 +8,7 @@
 #include "tests/bus/bus_fixture.h"
 #include "tests/bus/hostile_memory.h"
 #include "tests/bus/peers.h"
-#include "tests/support/bus_daemon.h"
+#include "tests/support/open_bus.h"
 
 namespace zq {
 namespace {

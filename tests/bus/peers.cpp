@@ -78,7 +78,7 @@ FakeService::FakeService(const Opening& opening) : bus_(Peer::onBus(testBus().ad
   bus_.ask(Message::call("/", wire::kDaemon, "RequestName")
                .to(wire::kDaemon)
                .with("su", Writer().text(kPerixName).number(4, kOrReplace).bytes()));
-  auto client = std::async(std::launch::async, [] {
+  auto client = soon([] {
     return ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
         "perix", ZQBusSecurityFlags::TrustedPeer, 1);
   });
@@ -125,7 +125,7 @@ void FakeService::answerWell(const Message& call) {
 }
 
 std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs) {
-  return std::async(std::launch::async, [&service, timeoutMs] {
+  return soon([&service, timeoutMs] {
     return service.callWithReplyBlocking(service.makeMethodCallMessage("ask"), timeoutMs);
   });
 }

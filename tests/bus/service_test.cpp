@@ -157,7 +157,7 @@ TEST_F(ServiceEnd, WaitsOneSecondForAllLines) {
   std::vector<Peer> lines;
   for (int i = 0; i <= kDeaf; ++i) lines.push_back(openReady());
   sendEvent("perixevent", 3 * kMiB);
-  auto heard = std::async(std::launch::async, [&] { return lines.back().receive(); });
+  auto heard = soon([&] { return lines.back().receive(); });
   const auto begin = std::chrono::steady_clock::now();
   service.reset();
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
@@ -231,7 +231,7 @@ TEST(LineRequests, AreAllAnsweredByBusyService) {
   bus.introduce(perixMethod("busy"), kClient);
   const int before = openDescriptors();
   const LineRequest request;
-  auto sent = std::async(std::launch::async, [&] {
+  auto sent = soon([&] {
     for (int i = 0; i < kRequests; ++i) {
       bus.send(request.call, kClient, std::array{request.theirs.get()});
     }

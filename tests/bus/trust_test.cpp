@@ -80,7 +80,7 @@ class ClientTrust : public testing::Test {
 };
 
 std::future<std::shared_ptr<ZQBusProxyInterface>> connectSoon() {
-  return std::async(std::launch::async, [] { return connect(); });
+  return soon([] { return connect(); });
 }
 
 TEST_F(ClientTrust, ConnectsOnceForThreadsThatComeTogether) {
@@ -121,12 +121,11 @@ TEST_F(ClientTrust, UsesServiceOfTrustedOwnerAlone) {
 TEST_F(ClientTrust, DeliversBroadcastsOfTrustedSendersInOrder) {
   constexpr int kMost = 32;
   FakeBus bus;
-  auto connecting =
-      std::async(std::launch::async, [] { return ZQBusSerivceManager::initSync(-1); });
+  auto connecting = soon([] { return ZQBusSerivceManager::initSync(-1); });
   bus.accept();
   ZQBusSerivceManager& manager = *connecting.get();
   Watched<std::vector<int>> heard;
-  auto subscribing = std::async(std::launch::async, [&] {
+  auto subscribing = soon([&] {
     return listen(
         manager, [&](const Reply& event) { heard.append(event->readInt32(0)); }, "mountedEvent");
   });
@@ -177,8 +176,7 @@ TEST_F(ClientTrust, SendsFormerOwnerNothing) {
 }
 
 TEST_F(ClientTrust, ReportsRefusedSubscription) {
-  auto adding =
-      std::async(std::launch::async, [] { return listen(*connect(), [](const Reply&) {}); });
+  auto adding = soon([] { return listen(*connect(), [](const Reply&) {}); });
   bus.accept();
   bus.own(kClient);
   bus.admit();

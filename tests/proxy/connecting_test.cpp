@@ -11,6 +11,10 @@ namespace zq {
 namespace {
 
 using P = PerixProxy&;
+using ResetService = InstanceTest;
+using Operation = InstanceTest;
+using Death = InstanceTest;
+using Recovery = InstanceTest;
 
 TEST(Connecting, IsDoneOnceForThreadsThatComeTogether) {
   for (const bool succeeds : {true, false}) {
@@ -136,8 +140,7 @@ TEST(Connecting, FailsWithOverrideThatThrows) {
 
 // --- Orders --------------------------------------------------------------------------------------
 
-TEST(ResetService, LogsItsEntryBehindConnection) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(ResetService, LogsItsEntryBehindConnection) {
   proxy.ReleaseService();
   takeLog();
   proxy.ResetService();
@@ -147,8 +150,7 @@ TEST(ResetService, LogsItsEntryBehindConnection) {
 }
 
 /// What is sent while another operation waits for its answer.
-TEST(Operation, WaitsForOthersWhereItShould) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Operation, WaitsForOthersWhereItShould) {
   struct Row {
     std::function<void()> run;
     const char* early;  ///< the last that is sent before the others' end
@@ -180,9 +182,7 @@ TEST(Operation, WaitsForOthersWhereItShould) {
   }
 }
 
-TEST(Operation, MakesMessageAndLooksIdUpInOrder) {
-  PerixProxy proxy;
-  ASSERT_EQ(proxy.Init(), 0);
+TEST_F(Operation, MakesMessageAndLooksIdUpInOrder) {
   const std::pair<std::function<void()>, std::vector<std::string>> rows[] = {
       {[&] { proxy.ConnectDevice("a-1", 1); }, {"connectDevice", "getVmListSize"}},
       {[&] { proxy.OnFocusChanged("b-2", 1, 1); }, {"onFocusChanged", "getVmListSize"}},
@@ -199,8 +199,7 @@ TEST(Operation, MakesMessageAndLooksIdUpInOrder) {
 
 // --- Deaths --------------------------------------------------------------------------------------
 
-TEST(Death, IsWaitedOutFirstWhenNobodyListens) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Death, IsWaitedOutFirstWhenNobodyListens) {
   Watched<int> told;
   script().isRegistered = [&] {
     proxy.UnregisterCallback("nobody");  // takes the lock of the registries
@@ -220,8 +219,7 @@ TEST(Death, IsWaitedOutFirstWhenNobodyListens) {
   EXPECT_EQ(told.get(), 2);
 }
 
-TEST(Recovery, LooksFiveHundredTimes) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Recovery, LooksFiveHundredTimes) {
   Watched<int> told;
   proxy.RegisterCallback("lab-2", countDeath, &told);
   script().isRegistered = [] { return false; };
@@ -234,8 +232,7 @@ TEST(Recovery, LooksFiveHundredTimes) {
   EXPECT_GT(linesWith(log, "", "ServiceRegistered:0 count=500"), 0);
 }
 
-TEST(Recovery, LocksNothingWhileItWaits) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Recovery, LocksNothingWhileItWaits) {
   Watched<int> old;
   Watched<int> fresh;
   proxy.RegisterCallback("a", countDeath, &old);
@@ -266,8 +263,7 @@ TEST(Recovery, LocksNothingWhileItWaits) {
   EXPECT_EQ(fresh.get(), 1);
 }
 
-TEST(Recovery, HandlesDeathDuringItOnce) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Recovery, HandlesDeathDuringItOnce) {
   Watched<int> told[2];
   proxy.RegisterCallback("a", countDeath, &told[0]);
   BlockingPoint point;

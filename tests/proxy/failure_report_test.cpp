@@ -1,7 +1,7 @@
 // What PerixLastFailure() tells.
 
 #include "perix/apps/local/perixproxy/last_failure.h"
-#include "perix/perix_proxy.h"
+#include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
 #include "tests/support/blocked_thread.h"
 #include "tests/support/messages.h"
@@ -10,6 +10,8 @@ namespace zq {
 namespace {
 
 using P = PerixProxy&;
+using FailureReport = InstanceTest;
+using Refusal = InstanceTest;
 
 bool isLookUp(const ZQBusMessage& call) {
   return call.name() == "getVmListSize";
@@ -27,9 +29,8 @@ std::string toldOfLookUp(PerixFailure kind) {
 }
 const std::string kSuccess = toldOf(PerixFailure::None, "", "");
 
-TEST(FailureReport, TellsKindOfFailureAndNextSuccess) {
+TEST_F(FailureReport, TellsKindOfFailureAndNextSuccess) {
   script().answersLookUps = true;
-  P proxy = *PerixProxy::getInstance();
   const std::pair<ZQBusFailure, PerixFailure> kinds[] = {
       {ZQBusFailure::Service, PerixFailure::Refused},
       {ZQBusFailure::TimedOut, PerixFailure::TimedOut},
@@ -81,8 +82,7 @@ TEST(FailureReport, TellsKindOfFailureAndNextSuccess) {
   }
 }
 
-TEST(FailureReport, StaysWhenIdIsKnown) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(FailureReport, StaysWhenIdIsKnown) {
   EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
   EXPECT_EQ(told(), kSuccess);
   proxy.UpdateDriveToken("");
@@ -92,7 +92,7 @@ TEST(FailureReport, StaysWhenIdIsKnown) {
   EXPECT_EQ(told(), before);
 }
 
-TEST(FailureReport, NamesWrongArgumentOfAnswer) {
+TEST_F(FailureReport, NamesWrongArgumentOfAnswer) {
   const std::string text = "x";
   std::list<_SharePrinterDevice> found;
   struct Row {
@@ -127,7 +127,6 @@ TEST(FailureReport, NamesWrongArgumentOfAnswer) {
       {message(int32_t{0}, int32_t{1}, text, two, text), search, 3},
       {message(int32_t{3}), search, -1},
   };
-  P proxy = *PerixProxy::getInstance();
   for (const Row& row : rows) {
     SCOPED_TRACE(row.reply.toDebugString());
     script().answer = [&](const ZQBusMessage&) { return row.reply; };
@@ -144,8 +143,7 @@ TEST(FailureReport, NamesWrongArgumentOfAnswer) {
   EXPECT_EQ(PerixLastFailure().failure, PerixFailure::Unreadable);
 }
 
-TEST(FailureReport, TellsWhereTimeWent) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(FailureReport, TellsWhereTimeWent) {
   BlockingPoint search;
   BlockingPoint lookUp;
   script().answersLookUps = true;
@@ -174,7 +172,7 @@ TEST(FailureReport, TellsWhereTimeWent) {
   EXPECT_EQ(PerixLastFailure().total.count(), 0);
 }
 
-TEST(FailureReport, SaysHowLongCallWaitedAndCutsText) {
+TEST_F(FailureReport, SaysHowLongCallWaitedAndCutsText) {
   const std::string longText(505, 'x');
   const std::pair<std::string, std::string> rows[] = {
       {"no answer within 500 ms",
@@ -193,7 +191,7 @@ TEST(FailureReport, SaysHowLongCallWaitedAndCutsText) {
   EXPECT_EQ(last.text, std::string(510, 'x')) << "no part of a character";
 }
 
-TEST(Refusal, IsLoggedWithResultAndSubject) {
+TEST_F(Refusal, IsLoggedWithResultAndSubject) {
   script().answer = [](const ZQBusMessage&) { return message(int32_t{7}); };
   const std::string forbidden = ": result 7, forbidden by the device's policy; desktop ";
   std::list<_SharePrinterDevice> printers;
@@ -216,7 +214,6 @@ TEST(Refusal, IsLoggedWithResultAndSubject) {
       {[](P p) { p.CheckCameraAuthStat(); }, ""},
       {[](P p) { p.DoPerixTest("t"); }, ""},
   };
-  P proxy = *PerixProxy::getInstance();
   for (const auto& [run, text] : rows) {
     takeLog();
     run(proxy);

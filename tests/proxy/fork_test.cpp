@@ -120,7 +120,8 @@ TEST(ForkedChild, FailsAtOnceWithLocksHeld) {
     threads.emplace_back([=] { one->HandleEvent(event); });
     threads.emplace_back([=] { one->SearchAllPrinter(); });
   }
-  ASSERT_TRUE(hanging.waitForSize(2));
+  ASSERT_TRUE(hanging.waitForSize(2)) << "a callback that blocks holds up no call";
+  EXPECT_EQ(proxy.CheckDeviceCallback(), &point);
 
   EXPECT_EQ(inChild([&] {
               std::string complaints;

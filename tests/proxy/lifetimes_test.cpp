@@ -12,6 +12,10 @@ constexpr int kProgress = 9;
 constexpr int kDevice = 4;
 
 using P = PerixProxy&;
+using Callback = InstanceTest;
+using Notifier = InstanceTest;
+using ReleasedProxy = InstanceTest;
+using DesktopId = InstanceTest;
 
 /// Notes on the heap that it was called, so that a sanitizer sees a call after its end.
 class Notify : public PerixDiagnoseNotify {
@@ -43,8 +47,7 @@ std::function<void()> deviceEvent() {
 
 // --- Notifiers -----------------------------------------------------------------------------------
 
-TEST(Callback, MayCallAndThrow) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Callback, MayCallAndThrow) {
   Notify notify;
   int others = 0;
   const auto other = [&] { ++others; };
@@ -65,8 +68,7 @@ TEST(Callback, MayCallAndThrow) {
   EXPECT_EQ(notify.calls(), 1);
 }
 
-TEST(Notifier, EndsByItsOwnAddressAlone) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Notifier, EndsByItsOwnAddressAlone) {
   Notify first;
   Notify second;
   proxy.Diagnose("", &first);
@@ -80,8 +82,7 @@ TEST(Notifier, EndsByItsOwnAddressAlone) {
   EXPECT_EQ(second.calls(), 1);
 }
 
-TEST(Notifier, EndsWithFailedStart) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Notifier, EndsWithFailedStart) {
   for (const ZQBusMessage& answer :
        {message(int32_t{5}), ZQBusMessage::failed(ZQBusFailure::TimedOut, "")}) {
     script().answer = [&](const ZQBusMessage&) { return answer; };
@@ -94,8 +95,7 @@ TEST(Notifier, EndsWithFailedStart) {
   }
 }
 
-TEST(Notifier, StaysWhenEarlierStartFails) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Notifier, StaysWhenEarlierStartFails) {
   Notify failing;
   Notify next;
   std::unique_ptr<BlockableThread> other;
@@ -111,8 +111,7 @@ TEST(Notifier, StaysWhenEarlierStartFails) {
   EXPECT_EQ(next.calls(), 1);
 }
 
-TEST(Callback, IsWaitedForByOperationsThatEndIt) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(Callback, IsWaitedForByOperationsThatEndIt) {
   int userdata = 0;
   Notify notify;
   const std::function<void()> ends[] = {
@@ -246,8 +245,7 @@ TEST(DerivedProxy, AwaitsNothingInItsOwnCallback) {
   EXPECT_EQ(history().interfaces, 1);
 }
 
-TEST(ReleasedProxy, TakesNoLateDelivery) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(ReleasedProxy, TakesNoLateDelivery) {
   int calls = 0;
   std::function<void()> count = [&] { ++calls; };
   proxy.RegisterDeviceCallback(runIt, &count);
@@ -272,8 +270,7 @@ int lookUps() {
   return count;
 }
 
-TEST(DesktopId, StaysKnownWhileItsProcessAnswers) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(DesktopId, StaysKnownWhileItsProcessAnswers) {
   EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
   proxy.ReleaseService();
   EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
@@ -310,8 +307,7 @@ void replace(P proxy) {
   ASSERT_EQ(proxy.Init(), 0);
 }
 
-TEST(DesktopId, IsForgottenWithItsProcess) {
-  P proxy = *PerixProxy::getInstance();
+TEST_F(DesktopId, IsForgottenWithItsProcess) {
   duringLookUp([&] { EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 7U); }, [&] { replace(proxy); });
   EXPECT_EQ(proxy.GetVmIdString(7), "");
   const int before = lookUps();
@@ -333,7 +329,7 @@ TEST(DesktopId, IsForgottenWithItsProcess) {
   recovering.join();
 }
 
-TEST(DesktopId, IsNotSentToOtherProcess) {
+TEST_F(DesktopId, IsNotSentToOtherProcess) {
   const std::pair<const char*, std::function<int(P)>> operations[] = {
       {"onFocusChanged", [](P p) { return p.OnFocusChanged("lab-2", 1, 1); }},
       {"diagnose", [](P p) { return p.Diagnose("lab-2", nullptr); }},
@@ -341,7 +337,6 @@ TEST(DesktopId, IsNotSentToOtherProcess) {
   };
   for (const auto& [method, run] : operations) {
     script().owner = ":1.1";
-    PerixProxy proxy;
     ASSERT_EQ(proxy.Init(), 0);
     duringLookUp(
         [&, &run = run] {

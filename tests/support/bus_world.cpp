@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "tests/support/bus_daemon.h"
+#include "tests/support/open_bus.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {

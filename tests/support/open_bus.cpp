@@ -4,8 +4,6 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "tests/support/bus_daemon.h"
-
 namespace zq {
 
 OpenBus::OpenBus() {

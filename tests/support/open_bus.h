@@ -1,12 +1,22 @@
-// A bus that admits every user.
+// The broker of the buses of tests, and a bus that admits every user.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "tools/embedded/child_process.h"
 
 namespace zq {
+
+/// The program that PERIX_TEST_BUS_DAEMON names, dbus-daemon without it.
+inline std::string busDaemon() {
+  const char* program = std::getenv("PERIX_TEST_BUS_DAEMON");
+  return program != nullptr ? program : "dbus-daemon";
+}
+inline bool usesDbusBroker() {
+  return busDaemon() != "dbus-daemon";
+}
 
 class OpenBus {
  public:

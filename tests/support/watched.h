@@ -1,8 +1,9 @@
-// Things to wait for.
+// Values and results to wait for.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <utility>
 
@@ -10,6 +11,12 @@ namespace zq {
 
 /// How long a test waits for what must happen; only a broken one ever waits so long.
 inline constexpr std::chrono::seconds kPatience{30};
+
+/// Runs a function on another thread.
+template <typename Run>
+auto soon(Run run) {
+  return std::async(std::launch::async, std::move(run));
+}
 
 /// A value that one thread sets under a lock and another waits for.
 template <typename T>
