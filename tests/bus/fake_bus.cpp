@@ -84,14 +84,6 @@ void FakeBus::reply(const Message& call, const std::string& signature, std::stri
   send(Message::replyTo(call).with(signature, std::move(body)), wire::kDaemon);
 }
 
-void FakeBus::replyNumber(const Message& call, uint32_t number) {
-  reply(call, "u", Writer().number(4, number).bytes());
-}
-
-void FakeBus::fail(const Message& call) {
-  send(Message::replyTo(call, Type::Error), wire::kDaemon);
-}
-
 Message FakeBus::receiveUntil(const std::function<bool(const Message&)>& wanted) {
   auto message = service_->receiveUntil(wanted);
   if (!message) throw std::runtime_error("the service says nothing more");
@@ -104,37 +96,14 @@ Message FakeBus::question(const std::string& method) {
   });
 }
 
-Message FakeBus::answer() {
-  return receiveUntil([](const Message& message) {
-    return message.type == Type::Return || message.type == Type::Error;
-  });
-}
-
-Message FakeBus::signal() {
-  return receiveUntil([](const Message& message) { return message.type == Type::Signal; });
-}
-
 void FakeBus::ping() {
   send(Message::call("/", "org.freedesktop.DBus.Peer", "Ping"), ":1.99");
   receiveUntil([this](const Message& message) { return message.replySerial == serial_; });
 }
 
-void FakeBus::admit() {
-  replyNumber(question("GetConnectionUnixUser"), ::geteuid());
-}
-
-void FakeBus::own(const std::string& owner) {
-  reply(question("GetNameOwner"), "s", Writer().text(owner).bytes());
-}
-
-void FakeBus::introduce(const Message& call, const std::string& client) {
-  send(call, client);
-  admit();
-}
-
 Peer FakeBus::openLine(const std::string& client, bool isKnown) {
   LineRequest request;
-  send(request.call, client, std::array{request.theirs.get()});
+  send(request, client);
   if (!isKnown) admit();
   if (answer().type != Type::Return) throw std::runtime_error("no line");
   return Peer(Peer(std::move(request.ours)).takeDescriptor());

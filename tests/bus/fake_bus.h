@@ -2,6 +2,8 @@
 // chooses the daemon's answers and other clients' messages, and their order.
 #pragma once
 
+#include <unistd.h>
+
 #include "tests/bus/peers.h"
 
 namespace zq {
@@ -31,25 +33,38 @@ class FakeBus {
   /// Sends a message as if it came from that connection.
   void send(wire::Message message, const std::string& sender,
             std::span<const int> descriptors = {});
+  void send(const LineRequest& request, const std::string& client) {
+    send(request.call, client, std::array{request.theirs.get()});
+  }
   void reply(const wire::Message& call, const std::string& signature, std::string body);
-  void replyNumber(const wire::Message& call, uint32_t number);
-  void fail(const wire::Message& call);
+  void replyNumber(const wire::Message& call, uint32_t number) {
+    reply(call, "u", wire::Writer().number(4, number).bytes());
+  }
   /// The service's next call of the daemon of that name, its next answer to a call of anybody's,
   /// and its next signal.
   wire::Message question(const std::string& method);
   wire::Message call() {
     return receiveUntil([](const auto& m) { return m.type == wire::Type::Call; });
   }
-  wire::Message answer();
-  wire::Message signal();
+  wire::Message answer() {
+    return receiveUntil([](const auto& m) { return m.replySerial != 0; });
+  }
+  wire::Message signal() {
+    return receiveUntil([](const auto& m) { return m.type == wire::Type::Signal; });
+  }
   /// Returns when the service has dealt with what was sent to it before, calls that it keeps aside.
   void ping();
   /// Tells that the next connection that is asked about is of this user.
-  void admit();
-  void own(const std::string& owner);
+  void admit() { replyNumber(question("GetConnectionUnixUser"), ::geteuid()); }
+  void own(const std::string& owner) {
+    reply(question("GetNameOwner"), "s", wire::Writer().text(owner).bytes());
+  }
   /// Opens a line for a client of this user, which has called before or not. The client's socket.
   wire::Peer openLine(const std::string& client, bool isKnown = false);
-  void introduce(const wire::Message& call, const std::string& client);
+  void introduce(const wire::Message& call, const std::string& client) {
+    send(call, client);
+    admit();
+  }
 
  private:
   wire::Message receiveUntil(const std::function<bool(const wire::Message&)>& wanted);

@@ -4,9 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <stdexcept>
-#include <tuple>
 
 namespace zq {
 namespace {
@@ -44,10 +42,6 @@ Message openCall() {
   Message open = Message::call(kPerixPath, "org.zqbus.Direct", "Open").to(kPerixName);
   open.announcedDescriptors = 1;
   return open.with("h", Writer().number(4, 0).bytes());
-}
-
-LineRequest::LineRequest() {
-  std::tie(ours, theirs) = socketPair();
 }
 
 std::optional<Peer> openLine(Peer& bus) {
@@ -106,32 +100,16 @@ void FakeService::openLine(const Message& open, Peer& handover) {
   if (!line_->welcome()) throw std::runtime_error("the client does not greet on its line");
 }
 
-void hand(Peer& handover, int descriptor) {
-  handover.send(std::string_view("\0", 1), std::array{descriptor});
-}
-
-Message processReply(const Message& open, int32_t process) {
-  return Message::replyTo(open).with("i", Writer().number(4, process).bytes());
-}
-
 std::optional<Message> FakeService::nextCall() {
   auto call = way().receiveUntil(isCall);
   if (call && !call->sender.empty()) clientName_ = call->sender;
   return call;
 }
 
-void FakeService::answerWell(const Message& call) {
-  way().send(Message::replyTo(call).with("i", Writer().number(4, kGoodAnswer).bytes()));
-}
-
 std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs) {
   return soon([&service, timeoutMs] {
     return service.callWithReplyBlocking(service.makeMethodCallMessage("ask"), timeoutMs);
   });
-}
-
-bool isGood(const Reply& reply) {
-  return reply->type() == 2 && reply->readInt32(0) == kGoodAnswer;
 }
 
 Fate fateOf(const Reply& reply) {

@@ -1,7 +1,9 @@
 // Peers of ours that are played by hand: a service and a client on the real bus.
 #pragma once
 
+#include <array>
 #include <future>
+#include <tuple>
 
 #include "tests/bus/hostile_bodies.h"
 #include "tests/support/bus_world.h"
@@ -17,6 +19,14 @@ inline constexpr int32_t kGoodAnswer = 4711;
 
 std::pair<OwnedDescriptor, OwnedDescriptor> socketPair();
 
+inline void hand(wire::Peer& handover, int descriptor) {
+  handover.send(std::string_view("\0", 1), std::array{descriptor});
+}
+/// The answer of a service that has opened a line.
+inline wire::Message processReply(const wire::Message& open, int32_t process) {
+  return wire::Message::replyTo(open).with("i", wire::Writer().number(4, process).bytes());
+}
+
 /// Calls of the service. perixCall() numbers them: the bus daemon refuses a second call of the same
 /// number while the first waits for its reply.
 wire::Message perixMethod(const std::string& method);
@@ -24,7 +34,7 @@ wire::Message perixCall(const std::string& method);
 wire::Message openCall();
 /// A request for a direct line, and the handover pair that goes with it.
 struct LineRequest {
-  LineRequest();
+  LineRequest() { std::tie(ours, theirs) = socketPair(); }
   wire::Message call = openCall();
   OwnedDescriptor ours;
   OwnedDescriptor theirs;
@@ -59,7 +69,10 @@ class FakeService {
   /// Gives its name up; its line stays open.
   void releaseName();
   /// Answers with kGoodAnswer, as no other reply does.
-  void answerWell(const wire::Message& call);
+  void answerWell(const wire::Message& call) {
+    way().send(
+        wire::Message::replyTo(call).with("i", wire::Writer().number(4, kGoodAnswer).bytes()));
+  }
 
  private:
   void openLine(const wire::Message& open, wire::Peer& handover);
@@ -73,7 +86,9 @@ class FakeService {
 using Reply = std::shared_ptr<ZQBusMessage>;
 
 std::future<Reply> callSoon(ZQBusProxyInterface& service, int timeoutMs = -1);
-bool isGood(const Reply& reply);
+inline bool isGood(const Reply& reply) {
+  return reply->type() == 2 && reply->readInt32(0) == kGoodAnswer;
+}
 /// The fate of an odd reply, after which a good reply was sent.
 Fate fateOf(const Reply& reply);
 /// Sends a call of that number, as those bytes, and a good call behind it; the fate of the first.
@@ -90,9 +105,5 @@ class FakeClient {
   wire::Peer bus_;
   std::optional<wire::Peer> line_;
 };
-
-void hand(wire::Peer& handover, int descriptor);
-/// The answer of a service that has opened a line.
-wire::Message processReply(const wire::Message& open, int32_t process);
 
 }  // namespace zq

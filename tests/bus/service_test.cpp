@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstring>
 
 #include "tests/bus/fake_bus.h"
@@ -72,12 +71,9 @@ class Service : public testing::Test {
     }
     return bus.answer();
   }
-  void ask(const LineRequest& request) {
-    bus.send(request.call, kClient, std::array{request.theirs.get()});
-  }
   bool isRefused() {
     const LineRequest request;
-    ask(request);
+    bus.send(request, kClient);
     return bus.answer().errorName == "System.Error.EMFILE";
   }
   void sendEvent(const std::string& event, std::size_t size) const {
@@ -233,7 +229,7 @@ TEST(LineRequests, AreAllAnsweredByBusyService) {
   const LineRequest request;
   auto sent = soon([&] {
     for (int i = 0; i < kRequests; ++i) {
-      bus.send(request.call, kClient, std::array{request.theirs.get()});
+      bus.send(request, kClient);
     }
   });
   isFree.set(true);
@@ -255,7 +251,7 @@ TEST_F(ServiceWithoutDescriptors, RefusesLinesAndGoesOn) {
     const DescriptorLimit few(61);
     int opened = 0;
     for (const LineRequest& request : requests) {
-      ask(request);
+      bus.send(request, kClient);
       if (bus.answer().type == Type::Return) ++opened;
     }
     EXPECT_GT(opened, 0);
@@ -276,7 +272,7 @@ TEST_F(ServiceWithoutDescriptors, RefusesLinesAndGoesOn) {
 TEST_F(ServiceWithoutDescriptors, RefusesPendingLineRequests) {
   constexpr int kWaiting = 8;
   std::vector<LineRequest> requests(kWaiting);
-  for (const LineRequest& request : requests) ask(request);
+  for (const LineRequest& request : requests) bus.send(request, kClient);
   const Message asked = bus.question("GetConnectionUnixUser");
   bus.ping();
   std::vector<OwnedDescriptor> many;  // of which what is to be spare is a part
@@ -296,7 +292,7 @@ TEST_F(ServiceWithoutDescriptors, ConnectsAgain) {
     const DescriptorLimit none(0);
     std::vector<OwnedDescriptor> rest;
     while (rest.emplace_back(::dup(STDIN_FILENO))) continue;
-    ask(request);
+    bus.send(request, kClient);
     EXPECT_TRUE(bus.hasEnded());
     rest.pop_back();
     rest.pop_back();  // for the test's own end of the connection

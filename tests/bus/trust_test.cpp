@@ -24,28 +24,38 @@ std::string body(uint32_t number) {
   return Writer().number(4, number).bytes();
 }
 
+using Answering = std::function<void(FakeBus&, const Message& question)>;
+
+Answering answerNumber(uint32_t number) {
+  return [=](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, number); };
+}
+Answering answerText(const std::string& text) {
+  return [=](FakeBus& bus, const Message& asked) {
+    bus.reply(asked, "s", Writer().text(text).bytes());
+  };
+}
+void answerError(FakeBus& bus, const Message& asked) {
+  bus.send(Message::replyTo(asked, Type::Error), wire::kDaemon);
+}
+
 /// Answers to the question for a connection's user, and whether the connection is trusted then.
 struct Verdict {
   const char* name;
-  std::function<void(FakeBus&, const Message& question)> give;
+  Answering give;
   bool trusted;
 };
 
 const Verdict kVerdicts[] = {
-    {"this user", [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, ::geteuid()); },
-     true},
-    {"root", [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, 0); }, true},
-    {"another user", [](FakeBus& bus, const Message& asked) { bus.replyNumber(asked, kOtherUser); },
-     false},
-    {"no user any more", [](FakeBus& bus, const Message& asked) { bus.fail(asked); }, false},
+    {"this user", answerNumber(::geteuid()), true},
+    {"root", answerNumber(0), true},
+    {"another user", answerNumber(kOtherUser), false},
+    {"no user any more", answerError, false},
     {"an error that holds a number",
      [](FakeBus& bus, const Message& asked) {
        bus.send(Message::replyTo(asked, Type::Error).with("u", body(::geteuid())), wire::kDaemon);
      },
      false},
-    {"an answer that cannot be read",
-     [](FakeBus& bus, const Message& asked) { bus.reply(asked, "s", Writer().text("0").bytes()); },
-     false},
+    {"an answer that cannot be read", answerText("0"), false},
     {"another user, after a forger's answer",
      [](FakeBus& bus, const Message& asked) {
        for (const char* sender : {kForger, kClient}) {
@@ -171,7 +181,7 @@ TEST_F(ClientTrust, SendsFormerOwnerNothing) {
   const Message next = bus.call();
   EXPECT_EQ(next.member, "GetNameOwner");
   bus.reply(next, "s", Writer().text(":1.9").bytes());
-  bus.fail(bus.question("GetConnectionUnixUser"));
+  answerError(bus, bus.question("GetConnectionUnixUser"));
   EXPECT_EQ(asking.get(), nullptr);
 }
 
@@ -180,7 +190,7 @@ TEST_F(ClientTrust, ReportsRefusedSubscription) {
   bus.accept();
   bus.own(kClient);
   bus.admit();
-  bus.fail(bus.question("AddMatch"));
+  answerError(bus, bus.question("AddMatch"));
   EXPECT_FALSE(adding.get());
 }
 
@@ -207,7 +217,7 @@ TEST_F(ServiceTrust, ServesItsUserAlone) {
 
     const std::string wisher = ":1." + std::to_string(++number);
     LineRequest request;
-    bus.send(request.call, wisher, std::array{request.theirs.get()});
+    bus.send(request, wisher);
     verdict.give(bus, bus.question("GetConnectionUnixUser"));
     EXPECT_EQ(outcomeOf(bus.answer()), verdict.trusted ? "" : kDenied);
     request.theirs.reset();
@@ -226,15 +236,13 @@ TEST_F(ServiceTrust, DropsCallWithoutSender) {
 
 TEST_F(ServiceTrust, BoundsCallsThatWaitForCheck) {
   constexpr uint32_t kMost = 32;
-  FakeBus bus;
-  const auto service = bus.start();
   int before = 0;
   for (uint32_t i = 0; i <= kMost; ++i) {
     LineRequest request;
     if (i < 3) {
       bus.send(perixMethod("echo").with("u", body(i)), kClient);
     } else {
-      bus.send(request.call, kClient, std::array{request.theirs.get()});
+      bus.send(request, kClient);
     }
     if (i == 0) before = openDescriptors();
   }
@@ -256,8 +264,6 @@ TEST_F(ServiceTrust, BoundsCallsThatWaitForCheck) {
 
 TEST_F(ServiceTrust, ChecksManyListenersAtOnce) {
   constexpr std::size_t kListeners = 1000;
-  FakeBus bus;
-  const auto service = bus.start();
   const Message listen = Message::call(kPerixPath, "org.zqbus.Direct", "Listen").to(kPerixName);
   for (std::size_t i = 0; i < kListeners; ++i) bus.send(listen, ":2." + std::to_string(i));
   std::vector<Message> questions;
@@ -310,24 +316,18 @@ TEST(ServiceName, TakesNoCallBeforeItIsOwned) {
 TEST(ServiceName, IsGrantedByDaemonAlone) {
   const struct {
     const char* name;
-    std::function<void(FakeBus&, const Message&)> answer;
+    Answering answer;
     const char* error;
   } rows[] = {
-      {"another owner", [](FakeBus& bus, const Message& claim) { bus.replyNumber(claim, 3); },
-       "org.zqbus.perix is owned by another process"},
+      {"another owner", answerNumber(3), "org.zqbus.perix is owned by another process"},
       {"a forger's yes",
        [](FakeBus& bus, const Message& claim) {
          bus.send(Message::replyTo(claim).with("u", body(1)), kForger);
          bus.replyNumber(claim, 3);
        },
        "org.zqbus.perix is owned by another process"},
-      {"no right to it", [](FakeBus& bus, const Message& claim) { bus.fail(claim); },
-       "org.zqbus.perix: Input/output error"},
-      {"an answer that cannot be read",
-       [](FakeBus& bus, const Message& claim) {
-         bus.reply(claim, "s", Writer().text("1").bytes());
-       },
-       "org.zqbus.perix: Bad message"},
+      {"no right to it", answerError, "org.zqbus.perix: Input/output error"},
+      {"an answer that cannot be read", answerText("1"), "org.zqbus.perix: Bad message"},
       {"a forger's no",
        [](FakeBus& bus, const Message& claim) {
          bus.send(Message::replyTo(claim).with("u", body(3)), kForger);
@@ -351,7 +351,7 @@ TEST(ServiceName, IsGrantedByDaemonAlone) {
 TEST(ServiceEvents, GoToBusForConnectedClientsAlone) {
   const struct {
     const char* name;
-    std::function<void(FakeBus&, const Message& hasOwner)> tell;
+    Answering tell;
     bool isBelieved;  ///< that the client is gone
   } rows[] = {
       {"it is there", [](FakeBus& bus, const Message& asked) { bus.reply(asked, "b", body(1)); },

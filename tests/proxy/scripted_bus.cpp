@@ -46,6 +46,53 @@ void noteCall(const ZQBusMessage& sent, int timeoutMs) {
   note([&](State& s) { s.history.calls.push_back(std::move(call)); });
 }
 
+ZQBusMessage idOf(const ZQBusMessage& request) {
+  std::string name;
+  return message(int32_t{numberAtEnd(request.readString(name, 0))});
+}
+
+class Interface : public ScriptedService {
+ public:
+  explicit Interface(std::string owner) : owner_(std::move(owner)) {}
+
+  std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override {
+    note([&](State& s) { s.history.made.push_back(method); });
+    return std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodCall, method);
+  }
+  std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
+                                                      int timeoutMs) override {
+    noteCall(*message, timeoutMs);
+    const bool lookUp = message->name() == "getVmListSize" && !script().answersLookUps;
+    return std::make_shared<ZQBusMessage>(lookUp ? idOf(*message) : script().answer(*message));
+  }
+  void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
+                     int timeoutMs) override {
+    noteCall(*message, timeoutMs);
+    onReply(std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodReturn, std::string()));
+  }
+  const std::string& owner() const override { return owner_; }
+  bool addEventListener(const std::string&, ZQBusEventCallback* callback,
+                        ZQBusSecurityFlags) override {
+    listener_.reset(callback);
+    noteLimit();
+    return script().offersEvents;
+  }
+  void removeEventListener(const std::string&, ZQBusEventCallback*) override { listener_.reset(); }
+  void setDeathCallback(std::function<void()> onDeath) override { death_ = std::move(onDeath); }
+
+  std::function<void()> death() const override { return death_; }
+  std::function<void()> delivery(int desktop, int kind, const std::string& payload) const override {
+    const auto event =
+        std::make_shared<ZQBusMessage>(message(int32_t{desktop}, int32_t{kind}, bytes(payload)));
+    return [listener = listener_, event] { (*listener)(event); };
+  }
+
+ private:
+  const std::string owner_;
+  std::function<void()> death_;
+  std::shared_ptr<ZQBusEventCallback> listener_;
+};
+
 class ScriptedBus : public ZQBusSerivceManager {
  public:
   bool isServiceRegistered(const std::string&) override {
@@ -57,7 +104,7 @@ class ScriptedBus : public ZQBusSerivceManager {
                                                                 ZQBusSecurityFlags, int) override {
     noteLimit();
     if (!script().offersInterface) return nullptr;
-    auto made = std::make_shared<ScriptedService>(script().owner);
+    auto made = std::make_shared<Interface>(script().owner);
     note([&](State& s) {
       ++s.history.interfaces;
       s.service = made;
@@ -74,11 +121,6 @@ class ScriptedBus : public ZQBusSerivceManager {
   uint64_t droppedEvents() const override { return 0; }
   void waitForCallbacks() override {}
 };
-
-ZQBusMessage idOf(const ZQBusMessage& request) {
-  std::string name;
-  return message(int32_t{numberAtEnd(request.readString(name, 0))});
-}
 
 }  // namespace
 
@@ -111,48 +153,6 @@ int linesWith(const std::vector<LogLine>& log, const std::string& function,
     if (line.text.find(text) != std::string::npos) ++count;
   }
   return count;
-}
-
-// --- The service ---------------------------------------------------------------------------------
-
-std::shared_ptr<ZQBusMessage> ScriptedService::makeMethodCallMessage(const std::string& method) {
-  note([&](State& s) { s.history.made.push_back(method); });
-  return std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodCall, method);
-}
-
-std::shared_ptr<ZQBusMessage> ScriptedService::callWithReplyBlocking(
-    std::shared_ptr<ZQBusMessage> message, int timeoutMs) {
-  noteCall(*message, timeoutMs);
-  const bool lookUp = message->name() == "getVmListSize" && !script().answersLookUps;
-  return std::make_shared<ZQBusMessage>(lookUp ? idOf(*message) : script().answer(*message));
-}
-
-void ScriptedService::callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
-                                    int timeoutMs) {
-  noteCall(*message, timeoutMs);
-  onReply(std::make_shared<ZQBusMessage>(ZQBusMessageType::MethodReturn, std::string()));
-}
-
-bool ScriptedService::addEventListener(const std::string&, ZQBusEventCallback* callback,
-                                       ZQBusSecurityFlags) {
-  listener_.reset(callback);
-  noteLimit();
-  return script().offersEvents;
-}
-
-void ScriptedService::removeEventListener(const std::string&, ZQBusEventCallback*) {
-  listener_.reset();
-}
-
-void ScriptedService::setDeathCallback(std::function<void()> onDeath) {
-  death_ = std::move(onDeath);
-}
-
-std::function<void()> ScriptedService::delivery(int desktop, int kind,
-                                                const std::string& payload) const {
-  const auto event =
-      std::make_shared<ZQBusMessage>(message(int32_t{desktop}, int32_t{kind}, bytes(payload)));
-  return [listener = listener_, event] { (*listener)(event); };
 }
 
 // --- In the place of the libraries ---------------------------------------------------------------

@@ -33,30 +33,13 @@ struct BusScript {
 };
 BusScript& script();
 
-/// One interface that the proxy obtained.
+/// An interface that the proxy obtained, and the functions that the bus would run for it: they begin
+/// late at will, after the interface was released too.
 class ScriptedService : public ZQBusProxyInterface {
  public:
-  explicit ScriptedService(std::string owner) : owner_(std::move(owner)) {}
-
-  std::shared_ptr<ZQBusMessage> makeMethodCallMessage(const std::string& method) override;
-  std::shared_ptr<ZQBusMessage> callWithReplyBlocking(std::shared_ptr<ZQBusMessage> message,
-                                                      int timeoutMs) override;
-  void callWithReply(std::shared_ptr<ZQBusMessage> message, ReplyFunction onReply,
-                     int timeoutMs) override;
-  const std::string& owner() const override { return owner_; }
-  bool addEventListener(const std::string& event, ZQBusEventCallback* callback,
-                        ZQBusSecurityFlags flags) override;
-  void removeEventListener(const std::string& event, ZQBusEventCallback* callback) override;
-  void setDeathCallback(std::function<void()> onDeath) override;
-
-  /// What the bus would run: begins late at will, after the interface was released too.
-  std::function<void()> death() const { return death_; }
-  std::function<void()> delivery(int desktop, int kind, const std::string& payload) const;
-
- private:
-  const std::string owner_;
-  std::function<void()> death_;
-  std::shared_ptr<ZQBusEventCallback> listener_;
+  virtual std::function<void()> death() const = 0;
+  virtual std::function<void()> delivery(int desktop, int kind,
+                                         const std::string& payload) const = 0;
 };
 
 std::shared_ptr<ScriptedService> service();

@@ -65,10 +65,6 @@ void RecordingService::answerWith(Handler handler) {
   state_.change([&](State& state) { state.handler = std::move(handler); });
 }
 
-void RecordingService::answerWith(const ZQBusMessage& reply) {
-  answerWith([reply](const std::shared_ptr<ZQBusCall>& call) { call->reply(reply); });
-}
-
 void RecordingService::handle(const std::shared_ptr<ZQBusCall>& call) {
   if (call->message().name() == "getVmListSize") {
     std::string name;
@@ -88,18 +84,6 @@ std::vector<std::string> RecordingService::takeCalls() {
   std::vector<std::string> calls;
   state_.change([&](State& state) { calls.swap(state.calls); });
   return calls;
-}
-
-int RecordingService::idLookups() {
-  return state_.get().lookups;
-}
-
-void RecordingService::sendEvent(int desktop, int kind) {
-  service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}));
-}
-
-void RecordingService::sendEvent(int desktop, int kind, const std::string& payload) {
-  service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}, bytes(payload)));
 }
 
 std::string logText() {

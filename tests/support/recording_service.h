@@ -26,15 +26,20 @@ class RecordingService {
 
   /// How calls are answered from now on. By default with int32 0.
   void answerWith(Handler handler);
-  void answerWith(const ZQBusMessage& reply);
+  void answerWith(const ZQBusMessage& reply) {
+    answerWith([reply](const std::shared_ptr<ZQBusCall>& call) { call->reply(reply); });
+  }
   /// What was asked since the last time, look-ups of desktop ids aside: those are answered with
   /// the number at the end of the name ("desk-3"), 0 without one, and counted.
   std::vector<std::string> takeCalls();
-  int idLookups();
+  int idLookups() { return state_.get().lookups; }
 
   ZQBusService& bus() { return *service_; }
-  void sendEvent(int desktop, int kind);
-  void sendEvent(int desktop, int kind, const std::string& payload);
+  /// Sends an event, with a payload if there is one.
+  template <typename... Payload>
+  void sendEvent(int desktop, int kind, const Payload&... payload) {
+    service_->sendEvent("perixevent", message(int32_t{desktop}, int32_t{kind}, bytes(payload)...));
+  }
 
  private:
   struct State {

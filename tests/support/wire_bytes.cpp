@@ -97,19 +97,6 @@ void Writer::setNumber(std::size_t at, std::size_t size, uint64_t value) {
   }
 }
 
-Writer& Writer::text(std::string_view text) {
-  return number(4, text.size()).raw(text).number(1, 0);
-}
-
-Writer& Writer::signature(std::string_view signature) {
-  return number(1, signature.size()).raw(signature).number(1, 0);
-}
-
-Writer& Writer::raw(std::string_view bytes) {
-  bytes_ += bytes;
-  return *this;
-}
-
 Writer& Writer::array(std::size_t alignment, const Content& elements, int lie) {
   number(4, 0);
   const std::size_t length = bytes_.size() - 4;
@@ -117,18 +104,6 @@ Writer& Writer::array(std::size_t alignment, const Content& elements, int lie) {
   const std::size_t start = bytes_.size();
   elements(*this);
   setNumber(length, 4, bytes_.size() - start + lie);
-  return *this;
-}
-
-Writer& Writer::variant(std::string_view type, const Content& value) {
-  signature(type);
-  value(*this);
-  return *this;
-}
-
-Writer& Writer::structure(const Content& fields) {
-  align(8);
-  fields(*this);
   return *this;
 }
 
@@ -160,11 +135,6 @@ Message Message::replyTo(const Message& call, Type type) {
 Message& Message::with(std::string bodySignature, std::string bodyBytes) {
   signature = std::move(bodySignature);
   body = std::move(bodyBytes);
-  return *this;
-}
-
-Message& Message::to(std::string name) {
-  destination = std::move(name);
   return *this;
 }
 

@@ -23,14 +23,16 @@ class Writer {
   Writer& align(std::size_t to);
   /// A number of 1, 2, 4 or 8 bytes; a bool and a descriptor's index have 4.
   Writer& number(std::size_t size, uint64_t value);
-  Writer& text(std::string_view text);
-  Writer& signature(std::string_view signature);
-  Writer& raw(std::string_view bytes);
+  Writer& text(std::string_view text) { return number(4, text.size()).raw(text).number(1, 0); }
+  Writer& signature(std::string_view text) { return number(1, text.size()).raw(text).number(1, 0); }
+  Writer& raw(std::string_view bytes) { return bytes_ += bytes, *this; }
   /// An array of elements of that alignment; its length is off by `lie`.
   Writer& array(std::size_t alignment, const Content& elements, int lie = 0);
-  Writer& variant(std::string_view signature, const Content& value);
+  Writer& variant(std::string_view type, const Content& value) {
+    return value(signature(type)), *this;
+  }
   /// What stands between the brackets of a structure or an entry of a dictionary.
-  Writer& structure(const Content& fields);
+  Writer& structure(const Content& fields) { return fields(align(8)), *this; }
 
   Order order() const { return order_; }
   const std::string& bytes() const { return bytes_; }
@@ -60,7 +62,7 @@ struct Message {
   static Message signal(std::string path, std::string interface, std::string member);
   static Message replyTo(const Message& call, Type type = Type::Return);
   Message& with(std::string bodySignature, std::string bodyBytes);
-  Message& to(std::string name);
+  Message& to(const std::string& name) { return destination = name, *this; }
 };
 
 /// The bytes in front of the header fields, which tell the length of the rest.

@@ -1,7 +1,6 @@
 #include "tests/support/wire_peer.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -108,10 +107,6 @@ bool Peer::send(std::string_view bytes, std::span<const int> descriptors) {
   return true;
 }
 
-bool Peer::send(const Message& message, std::span<const int> descriptors) {
-  return send(bytesOf(message), descriptors);
-}
-
 std::optional<Message> Peer::ask(Message call, std::span<const int> descriptors) {
   call.serial = ++serial_;
   if (!send(call, descriptors)) return std::nullopt;
@@ -176,10 +171,6 @@ bool Peer::hasEnded() {
 void Peer::waitForEver() {
   constexpr timeval kNever{};
   ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &kNever, sizeof kNever);
-}
-
-void Peer::shutdown(int how) {
-  ::shutdown(socket_.get(), how);
 }
 
 }  // namespace zq::wire

@@ -1,6 +1,8 @@
 // A peer that speaks D-Bus by hand: it sends exactly the bytes it is given.
 #pragma once
 
+#include <sys/socket.h>
+
 #include <optional>
 #include <span>
 #include <vector>
@@ -28,7 +30,9 @@ class Peer {
   bool skipLine() { return receiveLine().has_value(); }
 
   bool send(std::string_view bytes, std::span<const int> descriptors = {});
-  bool send(const Message& message, std::span<const int> descriptors = {});
+  bool send(const Message& message, std::span<const int> descriptors = {}) {
+    return send(bytesOf(message), descriptors);
+  }
   /// Numbers a message, sends it and waits for its reply; what comes before it is dropped.
   std::optional<Message> ask(Message call, std::span<const int> descriptors = {});
   /// The next message, nothing at the connection's end.
@@ -39,7 +43,7 @@ class Peer {
   OwnedDescriptor takeDescriptor();
   /// The end of what the other end sends: true once it has come, whatever came before it.
   bool hasEnded();
-  void shutdown(int how);
+  void shutdown(int how) { ::shutdown(socket_.get(), how); }
   void waitForEver();
 
   int socket() const { return socket_.get(); }
