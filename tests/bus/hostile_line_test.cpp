@@ -346,7 +346,14 @@ TEST_F(HostileOpening, OfServiceLeavesClientOnBus) {
          return Message::replyTo(open).with("s", Writer().text("\xEF\xBF\xBE").bytes());
        })},
       {"no process", answering([](const Message& open) { return Message::replyTo(open); })},
-      {"another process", answering([](const Message& open) { return processReply(open, 1); })},
+      {"another process",
+       [](Peer& bus, const Message& open, Peer& handover) {
+         auto [ours, theirs] = socketPair();
+         hand(handover, theirs.get());
+         theirs.reset();
+         bus.send(processReply(open, 1));
+         EXPECT_FALSE(Peer(std::move(ours)).welcome()) << "a line that works";
+       }},
       {"no end", [](Peer& bus, const Message& open, Peer&) { giveProcess(bus, open); }},
       {"byte without an end",
        [](Peer& bus, const Message& open, Peer& handover) {
