@@ -33,8 +33,8 @@ struct BusScript {
 };
 BusScript& script();
 
-/// An interface that the proxy obtained, and the functions that the bus would run for it: they begin
-/// late at will, after the interface was released too.
+/// An interface that the proxy obtained, and the functions that the bus would run for it. A test
+/// may call them late, after the interface was released too.
 class ScriptedService : public ZQBusProxyInterface {
  public:
   virtual std::function<void()> death() const = 0;

@@ -10,8 +10,8 @@
 
 namespace zq {
 
-/// Runs `body` in a forked child; its complaints, with "killed" when it did not end by itself within
-/// a minute.
+/// Runs `body` in a forked child and returns its complaints, with "killed" when it did not end by
+/// itself within a minute.
 inline std::string inChild(const std::function<std::string()>& body) {
   int ends[2];
   EXPECT_EQ(::pipe(ends), 0);

@@ -2,10 +2,10 @@
 //
 //   perix-dbus-broker --config-file=FILE --print-address=FD
 //
-// Of the file it takes the path of the socket alone. dbus-broker opens no socket itself: a controller
-// gives it a socket that listens and a policy, over the connection "--controller". The stock
-// controller needs a service manager and a journal. This controller is a child of the broker, ends
-// with it, admits everybody to everything, and knows no services to start.
+// Of the file it takes the path of the socket alone. dbus-broker opens no socket itself: a
+// controller gives it a socket that listens and a policy, over the connection "--controller". The
+// stock controller needs a service manager and a journal. This controller is a child of the broker,
+// ends with it, admits everybody to everything, and knows no services to start.
 #include <systemd/sd-bus.h>
 
 #include <sys/socket.h>
