@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "service/bus/call_log.h"
+#include "tests/support/messages.h"
 
 namespace zq::devservice {
 namespace {
@@ -11,31 +14,19 @@ Method method(const char* name, const char* in) {
   return {{name, in, "result:i"}, [](const Call&) { return Result::Done; }};
 }
 
-/// A message whose arguments are of the types in `signatures`: q, i, x, s, or a for bytes.
+/// A call with arguments of the types in `signatures`: q, i, x, s, or a for bytes.
 ZQBusMessage callOf(const std::string& name, const std::string& signatures) {
-  ZQBusMessage message(ZQBusMessageType::MethodCall, name);
-  for (const char signature : signatures) {
-    switch (signature) {
-      case 'q':
-        message.appendUInt16(1);
-        break;
-      case 'i':
-        message.appendInt32(1);
-        break;
-      case 'x':
-        message.appendInt64(1);
-        break;
-      case 's':
-        message.appendString("text");
-        break;
-      default:
-        message.appendBytes("bytes", 5);
-    }
-  }
-  return message;
+  const std::map<char, ZQBusArgument> arguments = {{'q', uint16_t{1}},
+                                                   {'i', int32_t{1}},
+                                                   {'x', int64_t{1}},
+                                                   {'s', "text"},
+                                                   {'a', bytes("bytes")}};
+  ZQBusMessage call(ZQBusMessageType::MethodCall, name);
+  for (const char signature : signatures) call.append(arguments.at(signature));
+  return call;
 }
 
-TEST(AMethodTable, TakesTheArgumentsThatFitAndSaysWhatIsWrongWithOthers) {
+TEST(MethodTable, ChecksArguments) {
   const MethodTable table({
       method("none", ""),
       method("two", "desktop:i device:q"),
@@ -70,7 +61,7 @@ TEST(AMethodTable, TakesTheArgumentsThatFitAndSaysWhatIsWrongWithOthers) {
   }
 }
 
-TEST(AMethodTable, IsWhatIntrospectionShows) {
+TEST(MethodTable, DescribesMethods) {
   const auto description = MethodTable({method("group", "count:i *address:s")}).description();
   ASSERT_EQ(description.size(), 1U);
   ASSERT_EQ(description[0].in.size(), 2U);
@@ -79,7 +70,7 @@ TEST(AMethodTable, IsWhatIntrospectionShows) {
   EXPECT_EQ(description[0].out[0].signature, "i");
 }
 
-TEST(ACallLog, ShowsSecretArgumentsBySizeAndKeepsTheLastCalls) {
+TEST(CallLog, HidesSecretsAndKeepsLastCalls) {
   CallLog log;
   for (std::size_t i = 0; i < CallLog::kLength; ++i) {
     log.note(callOf("old", ""), ":1.1", Disclosure::Everything);
@@ -99,7 +90,7 @@ TEST(ACallLog, ShowsSecretArgumentsBySizeAndKeepsTheLastCalls) {
             R"({"size":5,"hex":"6279746573"}],"answer":[7]})");
 }
 
-TEST(ACallLog, CutsLongCallsSoThatAllOfThemFitAMessage) {
+TEST(CallLog, FitsOneMessageWithLongCalls) {
   constexpr std::size_t kMessage = std::size_t{64} << 20;
   CallLog log;
   ZQBusMessage call(ZQBusMessageType::MethodCall, "long");
@@ -112,7 +103,7 @@ TEST(ACallLog, CutsLongCallsSoThatAllOfThemFitAMessage) {
   EXPECT_LT(asText(noted).size(), kMessage / CallLog::kLength);
 }
 
-TEST(AJsonText, IsUtf8WhateverTheTextsHold) {
+TEST(JsonText, IsUtf8) {
   EXPECT_EQ(asText(Json("a\xff")), "\"a\xEF\xBF\xBD\"");
 }
 

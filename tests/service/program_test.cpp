@@ -3,7 +3,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <future>
 
@@ -16,7 +15,7 @@ namespace {
 constexpr std::chrono::milliseconds kPatience{20'000};
 constexpr int kCallMs = 10'000;
 
-class TheService : public testing::Test {
+class ServiceProgram : public testing::Test {
  protected:
   std::unique_ptr<ChildProcess> start() {
     return startDevelopmentService(bus.address(), PERIX_DEVSERVICE, {});
@@ -33,24 +32,22 @@ class TheService : public testing::Test {
   PrivateBus bus;
 };
 
-TEST_F(TheService, DoesNotStartWhereOneRuns) {
-  const auto first = start();
+TEST_F(ServiceProgram, RunsOnceUntilItIsToldToEndOrBusIsLost) {
+  auto service = start();
   const auto second = runToItsEnd({});
   EXPECT_EQ(second.status, 1);
   EXPECT_NE(second.error.find("owned by another process"), std::string::npos) << second.error;
-  EXPECT_TRUE(first->running());
+  EXPECT_TRUE(service->running());
+  service->signal(SIGTERM);
+  EXPECT_EQ(service->wait(), 0);
+
+  service = start();
+  bus.kill();
+  EXPECT_EQ(service->wait(), 3);
+  EXPECT_NE(service->errorText().find("the bus is lost"), std::string::npos);
 }
 
-TEST_F(TheService, DoesNotStartWithMistakesInItsScenario) {
-  for (const std::string file : {"/dev/null/none.toml", "/"}) {
-    const auto result = runToItsEnd({"--scenario", file});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.error, file + ":1:1: cannot be read\n");
-  }
-  EXPECT_EQ(runToItsEnd({"--check", "--scenario", ""}).status, 1);
-}
-
-TEST_F(TheService, DoesNotStartFromATraceOrASnapshotThatIsBroken) {
+TEST_F(ServiceProgram, NamesMistakeInItsInput) {
   const std::string call =
       R"({"time":"2026-02-28T00:00:01.000000Z","ns":1,"process":1,"kind":"call","direction":"out",)"
       R"("service":"perix","name":"m","arguments":[],"duration":1,"reply":[]})";
@@ -63,11 +60,7 @@ TEST_F(TheService, DoesNotStartFromATraceOrASnapshotThatIsBroken) {
       {"--replay", "", ": no call of the service is recorded"},
       {"--replay", end, ": no call of the service is recorded"},
       {"--replay", call + '\n' + call.substr(0, 100) + '\n', ":2: not JSON from byte 101 on"},
-      {"--replay",
-       call + '\n' + end + '\n' +
-           "\x7f"
-           "ELF",
-       ":3: not JSON from byte 1 on"},
+      {"--replay", call + '\n' + end + "\n\177ELF", ":3: not JSON from byte 1 on"},
       {"--replay", "[timing]\n", ":1: not JSON from byte 3 on"},
       {"--replay", std::string(100'000, '['), ":1: not JSON from byte 100001 on"},
       {"--replay", R"({"kind":"\u001b[2J"})", R"(:1: unknown word "\x1b[2J")"},
@@ -76,9 +69,7 @@ TEST_F(TheService, DoesNotStartFromATraceOrASnapshotThatIsBroken) {
       {"--scenario", "[[device]]\nname = \"a\"\nsourceId = \"x\"\n", ":3:12: sourceId is a text"},
       {"--scenario", "a = " + std::string(100'000, '['), ":1:"},
   };
-  const std::string file =
-      std::filesystem::path(bus.address().substr(bus.address().find('=') + 1)).parent_path() /
-      "input";
+  const std::string file = bus.directory() / "input";
   for (const auto& [option, content, mistake] : files) {
     SCOPED_TRACE(mistake);
     std::ofstream(file) << content;
@@ -88,22 +79,15 @@ TEST_F(TheService, DoesNotStartFromATraceOrASnapshotThatIsBroken) {
   }
   EXPECT_EQ(runToItsEnd({"--replay", "/dev/zero"}).error,
             "perix-devservice: /dev/zero: not a regular file\n");
+  for (const std::string unreadable : {"/dev/null/none.toml", "/"}) {
+    const auto result = runToItsEnd({"--scenario", unreadable});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error, unreadable + ":1:1: cannot be read\n");
+  }
+  EXPECT_EQ(runToItsEnd({"--check", "--scenario", ""}).status, 1);
 }
 
-TEST_F(TheService, EndsWellWhenToldTo) {
-  const auto service = start();
-  service->signal(SIGTERM);
-  EXPECT_EQ(service->wait(), 0);
-}
-
-TEST_F(TheService, EndsWhenTheBusIsLost) {
-  const auto service = start();
-  bus.kill();
-  EXPECT_EQ(service->wait(), 3);
-  EXPECT_NE(service->errorText().find("the bus is lost"), std::string::npos);
-}
-
-TEST_F(TheService, GivesUpWhatItWorksOnWhenItIsResetAndEndsWhenItIsStopped) {
+TEST_F(ServiceProgram, GivesUpWorkWhenResetAndEndsWhenStopped) {
   const auto service = start();
   ASSERT_EQ(setenv("ZQBUS_ADDRESS", bus.address().c_str(), 1), 0);
   auto* manager = ZQBusSerivceManager::initSync(-1);

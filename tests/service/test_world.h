@@ -40,15 +40,6 @@ class RecordedEvents : public EventSink {
   void send(const Event& event) override { events.push_back(event); }
   void broadcast(const Event& event) override { broadcasts.push_back(event); }
 
-  /// The kinds of the events so far, which are forgotten.
-  std::vector<int> kinds() {
-    std::vector<int> kinds;
-    for (const Event& event : std::exchange(events, {})) {
-      kinds.push_back(static_cast<int>(event.kind));
-    }
-    return kinds;
-  }
-
   std::vector<Event> events;
   std::vector<Event> broadcasts;
 };
@@ -62,14 +53,35 @@ Record recordOf(const ZQBusBytes& bytes) {
 }
 
 /// The office, its first desktop connected.
-class OfficeTest : public testing::Test {
+class OfficeWorld : public testing::Test {
  protected:
-  OfficeTest() {
+  OfficeWorld() {
     std::vector<std::string> mistakes;
     const auto office = loadScenario(PERIX_SCENARIO_DIR "/office.toml", mistakes);
     EXPECT_TRUE(office) << testing::PrintToString(mistakes);
     if (office) world.load(*office);
     EXPECT_EQ(world.connectDesktop(kOffice, 0, 0, 0), Result::Done);
+  }
+
+  /// Plugs a device, and returns its number.
+  uint16_t plug(const Device& device) {
+    uint16_t number = 0;
+    EXPECT_EQ(world.devices.plug(device, number), Result::Done);
+    return number;
+  }
+  uint16_t plug(const std::string& name) {
+    Device device;
+    device.name = name;
+    return plug(device);
+  }
+  const Device& device(uint16_t number) const { return world.devices.all().at(number); }
+  /// The kinds of the events since the last time.
+  std::vector<int> kinds() {
+    std::vector<int> kinds;
+    for (const Event& event : std::exchange(events.events, {})) {
+      kinds.push_back(static_cast<int>(event.kind));
+    }
+    return kinds;
   }
 
   static constexpr uint32_t kOffice = 1;

@@ -5,15 +5,7 @@
 namespace zq::devservice {
 namespace {
 
-using ADevice = OfficeTest;
-using ANewDevice = OfficeTest;
-using ADisk = OfficeTest;
-using APrinter = OfficeTest;
-using ASearch = OfficeTest;
-using ADesktop = OfficeTest;
-using AWorld = OfficeTest;
-
-TEST_F(ADevice, IsConnectedAndTheEventSaysWhere) {
+TEST_F(OfficeWorld, ConnectsDeviceAndSaysWhere) {
   ASSERT_EQ(world.devices.connect(kOffice, kCamera), Result::Done);
   ASSERT_EQ(events.events.size(), 1U);
   EXPECT_EQ(events.events[0].kind, EventKind::DeviceState);
@@ -26,10 +18,10 @@ TEST_F(ADevice, IsConnectedAndTheEventSaysWhere) {
   EXPECT_EQ(record.vmIdText[0], '\0');
   events.events.clear();
   ASSERT_EQ(world.devices.unplug(kCamera), Result::Done);
-  EXPECT_EQ(events.kinds(), (std::vector{4, 7}));
+  EXPECT_EQ(kinds(), (std::vector{4, 7}));
 }
 
-TEST_F(ADevice, ThatCannotBeConnectedIsRefusedWithoutAnEvent) {
+TEST_F(OfficeWorld, RefusesConnectionWithoutEvent) {
   ASSERT_EQ(world.connectDesktop(kLab, 0, 0, 0), Result::Done);
   ASSERT_EQ(world.devices.connect(kLab, kDisk), Result::Done);
   ASSERT_EQ(world.desktops.disconnect(kLab), Result::Done);
@@ -43,73 +35,67 @@ TEST_F(ADevice, ThatCannotBeConnectedIsRefusedWithoutAnEvent) {
   EXPECT_TRUE(events.events.empty());
 }
 
-TEST_F(ADevice, OfADesktopThatIsDisconnectedIsFree) {
+TEST_F(OfficeWorld, FreesAllOfDisconnectedDesktop) {
   ASSERT_EQ(world.devices.connect(kOffice, kCamera), Result::Done);
   ASSERT_EQ(world.printers.connect(kOffice, 1), Result::Done);
   ASSERT_EQ(world.desktops.createPipes({{kOffice, {}}}), Result::Done);
   events.events.clear();
   ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
-  EXPECT_EQ(events.kinds(), (std::vector{4, 1}));
-  EXPECT_EQ(world.devices.all().at(kCamera).status, DeviceStatus::Idle);
+  EXPECT_EQ(kinds(), (std::vector{4, 1}));
+  EXPECT_EQ(device(kCamera).status, DeviceStatus::Idle);
   EXPECT_TRUE(world.printers.of(kOffice).empty());
   EXPECT_TRUE(world.desktops.find(kOffice)->pipes.empty());
 }
 
-TEST_F(ADevice, OfATypeThatConnectsAutomaticallyGoesToTheFocusedDesktop) {
+TEST_F(OfficeWorld, ConnectsDevicesOfTypeToFocusedDesktop) {
   ASSERT_EQ(world.connectDesktop(kLab, 0, 0, 0), Result::Done);
   for (const uint32_t desktop : {kOffice, kLab}) {
     ASSERT_EQ(world.desktops.focus(desktop, true, 0), Result::Done);
   }
   ASSERT_EQ(world.devices.setAutoConnect(3, true), Result::Done);
-  EXPECT_EQ(world.devices.all().at(kCamera).desktop, kLab);
+  EXPECT_EQ(device(kCamera).desktop, kLab);
   Device camera;
   camera.type = DeviceType::Camera;
   camera.name = "another";
-  uint16_t number = 0;
   events.events.clear();
-  ASSERT_EQ(world.devices.plug(camera, number), Result::Done);
-  EXPECT_EQ(world.devices.all().at(number).desktop, kLab);
-  EXPECT_EQ(events.kinds(), (std::vector{6, 4}));
+  const uint16_t number = plug(camera);
+  EXPECT_EQ(device(number).desktop, kLab);
+  EXPECT_EQ(kinds(), (std::vector{6, 4}));
   ASSERT_EQ(world.disconnectDesktop(kLab), Result::Done);
   ASSERT_EQ(world.desktops.focus(kLab, true, 0), Result::Done);
   ASSERT_EQ(world.devices.setAutoConnect(3, true), Result::Done);
-  EXPECT_EQ(world.devices.all().at(number).desktop, kOffice);
+  EXPECT_EQ(device(number).desktop, kOffice);
   events.events.clear();
   camera.name = "forbidden";
   camera.policy = DevicePolicy::Forbid;
   camera.mounted = true;
-  ASSERT_EQ(world.devices.plug(camera, number), Result::Done);
-  EXPECT_EQ(events.kinds(), (std::vector{6, 5}));
+  plug(camera);
+  EXPECT_EQ(kinds(), (std::vector{6, 5}));
   EXPECT_EQ(events.broadcasts.size(), 1U);
   EXPECT_EQ(world.devices.setAutoConnect(77, true), Result::InvalidArgument);
 }
 
-TEST_F(ADevice, PolicyHoldsForAllOfItsVendorAndProduct) {
-  const VidPid id = world.devices.all().at(kCamera).id;
+TEST_F(OfficeWorld, KeepsPolicyOfVendorAndProduct) {
   Device twin;
-  twin.id = id;
+  twin.id = device(kCamera).id;
   twin.name = "twin";
-  uint16_t number = 0;
   EXPECT_EQ(world.devices.setPolicy(kCamera, 2, "Another name"), Result::UnknownDevice);
   EXPECT_EQ(world.devices.setPolicy(kCamera, 3, ""), Result::InvalidArgument);
   ASSERT_EQ(world.devices.setPolicy(kCamera, 2, "Desk camera"), Result::Done);
-  ASSERT_EQ(world.devices.plug(twin, number), Result::Done);
+  const uint16_t number = plug(twin);
   EXPECT_EQ(world.devices.connect(kOffice, number), Result::Forbidden);
   events.events.clear();
   ASSERT_EQ(world.devices.setPolicy(kCamera, 0, ""), Result::Done);
-  EXPECT_EQ(events.kinds(), (std::vector{4, 4}));
+  EXPECT_EQ(kinds(), (std::vector{4, 4}));
   EXPECT_EQ(world.devices.connect(kOffice, number), Result::Done);
 }
 
-TEST_F(ANewDevice, IsConfiguredAndTheOutcomeFollows) {
+TEST_F(OfficeWorld, ConfiguresNewDeviceAndTellsOutcome) {
   for (const bool unplugged : {false, true}) {
     for (const bool connects : {true, false}) {
-      Device camera;
-      camera.name = "new";
-      uint16_t number = 0;
-      ASSERT_EQ(world.devices.plug(camera, number), Result::Done);
-      EXPECT_EQ(events.kinds(), (std::vector{6, 10}));
-      const NewDeviceDecision decision{world.devices.all().at(number).sourceId, 0, false, true};
+      const uint16_t number = plug("new");
+      EXPECT_EQ(kinds(), (std::vector{6, 10}));
+      const NewDeviceDecision decision{device(number).sourceId, 0, false, true};
       ASSERT_EQ(connects ? world.activities.configureConnect(kOffice, decision)
                          : world.activities.configureIgnore(decision),
                 Result::Done);
@@ -123,56 +109,46 @@ TEST_F(ANewDevice, IsConfiguredAndTheOutcomeFollows) {
       EXPECT_EQ(outcome.isSuccess, unplugged ? 0 : 1);
       EXPECT_EQ(events.events[1].desktop, connects && !unplugged ? kOffice : 0U);
       EXPECT_STREQ(outcome.code, unplugged ? "unknown device" : "done");
-      EXPECT_EQ(events.kinds(), unplugged  ? (std::vector{7, 13})
-                                : connects ? (std::vector{4, 11})
-                                           : (std::vector{4, 12}));
+      EXPECT_EQ(kinds(), unplugged  ? (std::vector{7, 13})
+                         : connects ? (std::vector{4, 11})
+                                    : (std::vector{4, 12}));
     }
   }
 }
 
-TEST_F(ANewDevice, WhoseConnectionFailsChangesNoHabit) {
-  Device stick;
-  stick.name = "new";
-  uint16_t number = 0;
-  ASSERT_EQ(world.devices.plug(stick, number), Result::Done);
-  const uint64_t sourceId = world.devices.all().at(number).sourceId;
-  ASSERT_EQ(world.activities.configureConnect(kOffice, {sourceId, 0, true, true}), Result::Done);
-  ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
-  timer.pass(kLong);
-  EXPECT_EQ(events.kinds(), (std::vector{6, 10, 13}));
-  EXPECT_FALSE(world.devices.autoConnects(stick.type));
-}
-
-TEST_F(ANewDevice, IsNotConfiguredTwiceNorUnderAnotherType) {
-  const uint64_t known = world.devices.all().at(kCamera).sourceId;
+TEST_F(OfficeWorld, RefusesToConfigureKnownDevice) {
+  const uint64_t known = device(kCamera).sourceId;
   EXPECT_EQ(world.activities.configureIgnore({known}), Result::NotWaiting);
   EXPECT_EQ(world.activities.configureIgnore({known, 2}), Result::WrongDeviceType);
   EXPECT_EQ(world.activities.configureIgnore({12345}), Result::UnknownDevice);
   EXPECT_EQ(world.activities.configureConnect(kLab, {known}), Result::DesktopNotConnected);
 }
 
-TEST_F(ANewDevice, AsksNoMoreWhenTheUserSaidSo) {
-  uint16_t number = 0;
-  Device stick;
-  stick.name = "first";
-  ASSERT_EQ(world.devices.plug(stick, number), Result::Done);
-  const uint64_t sourceId = world.devices.all().at(number).sourceId;
+TEST_F(OfficeWorld, KeepsHabitsOfNewDevices) {
+  const uint64_t sourceId = device(plug("first")).sourceId;
   ASSERT_EQ(world.activities.configureIgnore({sourceId, 0, false, false}), Result::Done);
   timer.pass(kLong);
   events.events.clear();
-  stick.name = "second";
-  ASSERT_EQ(world.devices.plug(stick, number), Result::Done);
-  EXPECT_EQ(events.kinds(), (std::vector{6}));
-  EXPECT_EQ(world.devices.all().at(number).status, DeviceStatus::Idle);
+  const uint16_t second = plug("second");
+  EXPECT_EQ(kinds(), (std::vector{6})) << "asked again";
+  EXPECT_EQ(device(second).status, DeviceStatus::Idle);
   ASSERT_EQ(world.devices.setAutoConnect(1, true), Result::Done);
-  EXPECT_EQ(world.devices.all().at(number).desktop, kOffice);
+  EXPECT_EQ(device(second).desktop, kOffice);
   EXPECT_EQ(world.devices.findBySource(sourceId)->status, DeviceStatus::Ignored);
 }
 
-TEST_F(ADisk, IsMountedUnmountedAndEjected) {
-  const uint64_t disk = world.devices.all().at(kDisk).sourceId;
-  const uint64_t camera = world.devices.all().at(kCamera).sourceId;
-  EXPECT_EQ(world.activities.diskCommand(0, camera, 1), Result::NotADisk);
+TEST_F(OfficeWorld, KeepsNoHabitOfFailedConnection) {
+  const uint64_t sourceId = device(plug("new")).sourceId;
+  ASSERT_EQ(world.activities.configureConnect(kOffice, {sourceId, 0, true, true}), Result::Done);
+  ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
+  timer.pass(kLong);
+  EXPECT_EQ(kinds(), (std::vector{6, 10, 13}));
+  EXPECT_FALSE(world.devices.autoConnects(DeviceType::Usb));
+}
+
+TEST_F(OfficeWorld, MountsUnmountsAndEjectsDisk) {
+  const uint64_t disk = device(kDisk).sourceId;
+  EXPECT_EQ(world.activities.diskCommand(0, device(kCamera).sourceId, 1), Result::NotADisk);
   EXPECT_EQ(world.activities.diskCommand(0, disk, 2), Result::NotMounted);
   EXPECT_EQ(world.activities.diskCommand(0, disk, 9), Result::InvalidArgument);
   EXPECT_EQ(world.activities.diskCommand(kNowhere, disk, 1), Result::UnknownDesktop);
@@ -182,11 +158,11 @@ TEST_F(ADisk, IsMountedUnmountedAndEjected) {
   ASSERT_EQ(events.broadcasts.size(), 1U);
   EXPECT_EQ(events.broadcasts[0].kind, EventKind::DiskMounted);
   EXPECT_EQ(world.activities.diskCommand(0, disk, 3), Result::Done);
-  EXPECT_EQ(events.kinds(), (std::vector{14, 65, 7, 14}));
+  EXPECT_EQ(kinds(), (std::vector{14, 65, 7, 14}));
   EXPECT_EQ(world.devices.numberOf(disk), 0);
 }
 
-TEST_F(ADevice, OfTheNetworkIsAddedAndRemovedByNameAndAddress) {
+TEST_F(OfficeWorld, AddsAndRemovesNetworkDevice) {
   EXPECT_EQ(world.devices.addNetwork(3, "gate@10.0.0.9"), Result::Done);
   EXPECT_EQ(world.devices.addNetwork(3, "gate@10.0.0.10"), Result::AlreadyExists);
   for (const char* wrong : {"", "@", "gate@", "@10.0.0.9"}) {
@@ -195,24 +171,21 @@ TEST_F(ADevice, OfTheNetworkIsAddedAndRemovedByNameAndAddress) {
   EXPECT_EQ(world.devices.removeNetwork("gate", "10.0.0.8"), Result::UnknownDevice);
   EXPECT_EQ(world.devices.removeNetwork("Desk camera", ""), Result::UnknownDevice);
   EXPECT_EQ(world.devices.removeNetwork("gate", "10.0.0.9"), Result::Done);
-  EXPECT_EQ(events.kinds(), (std::vector{6, 7}));
+  EXPECT_EQ(kinds(), (std::vector{6, 7}));
 }
 
-TEST_F(ADevice, NumberIsTheLowestFreeOneWhenTheHighestIsTaken) {
-  Device device;
-  device.name = "last";
-  device.number = 65535;
-  uint16_t number = 0;
-  ASSERT_EQ(world.devices.plug(device, number), Result::Done);
+TEST_F(OfficeWorld, TakesLowestFreeNumberWhenHighestIsTaken) {
+  Device last;
+  last.name = "last";
+  last.number = 65535;
+  plug(last);
   ASSERT_EQ(world.devices.unplug(kDisk), Result::Done);
-  device.number = 0;
-  ASSERT_EQ(world.devices.plug(device, number), Result::Done);
-  EXPECT_EQ(number, kDisk);
-  device.number = kCamera;
-  EXPECT_EQ(world.devices.plug(device, number), Result::AlreadyExists);
+  EXPECT_EQ(plug("next"), kDisk);
+  last.number = kCamera;
+  EXPECT_EQ(world.devices.plug(last, last.number), Result::AlreadyExists);
 }
 
-TEST_F(APrinter, PrintsOneJobAfterTheOther) {
+TEST_F(OfficeWorld, PrintsOneJobAfterAnother) {
   std::vector<Result> results;
   const auto note = [&results](Result result) { results.push_back(result); };
   world.printerBackend->printTestPage("Desk printer", note);
@@ -226,7 +199,7 @@ TEST_F(APrinter, PrintsOneJobAfterTheOther) {
   EXPECT_STREQ(printing.name, "Desk printer");
 }
 
-TEST_F(APrinter, StaysPausedWhenItsJobEndsAndConnectedWhenItIsLookedAt) {
+TEST_F(OfficeWorld, KeepsStatusOfPrinterWhenItsJobEnds) {
   const Printer& printer = world.printers.all().at(1);
   const std::vector<Printer> asSeen = {printer, world.printers.all().at(2)};
   ASSERT_EQ(world.printers.connect(kOffice, 1), Result::Done);
@@ -242,23 +215,23 @@ TEST_F(APrinter, StaysPausedWhenItsJobEndsAndConnectedWhenItIsLookedAt) {
   EXPECT_TRUE(events.events.empty());
 }
 
-TEST_F(APrinter, OfTheNetworkIsRenamedUnlessTheNameIsTaken) {
+TEST_F(OfficeWorld, RenamesNetworkPrinterToFreeName) {
+  constexpr auto kNetwork = PrinterOrigin::Network;
   Printer printer;
-  printer.origin = PrinterOrigin::Network;
+  printer.origin = kNetwork;
   printer.name = "Attic";
   ASSERT_EQ(world.printers.add(printer), Result::Done);
-  EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", "Corridor"),
-            Result::AlreadyExists);
-  EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", ""), Result::InvalidArgument);
-  EXPECT_EQ(world.printers.rename(PrinterOrigin::Network, "Attic", "Desk printer"), Result::Done);
-  EXPECT_EQ(world.printers.remove(PrinterOrigin::Network, "Attic"), Result::UnknownPrinter);
-  const Printer* renamed = world.printers.find(PrinterOrigin::Network, "Desk printer");
+  EXPECT_EQ(world.printers.rename(kNetwork, "Attic", "Corridor"), Result::AlreadyExists);
+  EXPECT_EQ(world.printers.rename(kNetwork, "Attic", ""), Result::InvalidArgument);
+  EXPECT_EQ(world.printers.rename(kNetwork, "Attic", "Desk printer"), Result::Done);
+  EXPECT_EQ(world.printers.remove(kNetwork, "Attic"), Result::UnknownPrinter);
+  const Printer* renamed = world.printers.find(kNetwork, "Desk printer");
   ASSERT_EQ(world.printers.connect(kOffice, renamed->number), Result::Done);
-  ASSERT_EQ(world.printers.remove(PrinterOrigin::Network, "Desk printer"), Result::Done);
+  ASSERT_EQ(world.printers.remove(kNetwork, "Desk printer"), Result::Done);
   EXPECT_EQ(events.events.back().desktop, 0U);
 }
 
-TEST_F(ASearch, TakesItsTimeAndCanBeStopped) {
+TEST_F(OfficeWorld, SearchesForSomeTimeUnlessStopped) {
   std::vector<Result> results;
   std::size_t found = 0;
   const auto note = [&](Result result, const std::vector<SharedPrinter>& printers) {
@@ -278,9 +251,8 @@ TEST_F(ASearch, TakesItsTimeAndCanBeStopped) {
   EXPECT_EQ(results, (std::vector{Result::Done, Result::Stopped, Result::HostNotFound}));
 }
 
-TEST_F(ADesktop, IsDiagnosedInStepsUpToAHundredPercent) {
-  ASSERT_EQ(world.activities.diagnose(kOffice, world.devices.all().at(kCamera).sourceId),
-            Result::Done);
+TEST_F(OfficeWorld, DiagnosesDesktopUpToAHundredPercent) {
+  ASSERT_EQ(world.activities.diagnose(kOffice, device(kCamera).sourceId), Result::Done);
   EXPECT_EQ(world.activities.diagnose(kNowhere, 0), Result::UnknownDesktop);
   EXPECT_EQ(world.activities.diagnose(kOffice, 12345), Result::UnknownDevice);
   timer.pass(kLong);
@@ -292,7 +264,7 @@ TEST_F(ADesktop, IsDiagnosedInStepsUpToAHundredPercent) {
   EXPECT_EQ(last.substr(16), std::string("no fault found") + '\0');
 }
 
-TEST_F(AWorld, ThatIsLoadedAnewForgetsWhatWasGoingOn) {
+TEST_F(OfficeWorld, ForgetsAllWorkWhenLoadedAnew) {
   Result stopped = Result::Done;
   world.search.start("192.168.7.20", [&](Result result, const auto&) { stopped = result; });
   ASSERT_EQ(world.activities.diagnose(kOffice, 0), Result::Done);
