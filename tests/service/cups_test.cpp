@@ -21,12 +21,11 @@ namespace {
 
 using Result = ServiceResult;
 
-class ACupsServer : public testing::Test {
+class CupsServer : public testing::Test {
  protected:
   void SetUp() override {
-    if (const std::string reason = whyNoCups(); !reason.empty()) GTEST_SKIP() << reason;
-    cups = std::make_unique<PrivateCups>();
-    printer = std::make_unique<IppPrinter>(testBus().address());
+    if (const std::string reason = CupsWorld::missing(); !reason.empty()) GTEST_SKIP() << reason;
+    cups = std::make_unique<CupsWorld>(testBus().address());
     try {
       service = startDevelopmentService(testBus().address(), PERIX_DEVSERVICE,
                                         {"--cups", cups->socket()});
@@ -49,7 +48,7 @@ class ACupsServer : public testing::Test {
     return true;
   }
 
-  void addPrinter() { ASSERT_EQ(proxy->AutoAddPrinter(kName, printer->uri(), ""), 0); }
+  void addPrinter() { ASSERT_EQ(proxy->AutoAddPrinter(kName, cups->printerUri(), ""), 0); }
 
   /// The status of each local printer, by name.
   std::map<std::string, std::string> localPrinters() {
@@ -63,13 +62,12 @@ class ACupsServer : public testing::Test {
 
   static constexpr char kName[] = "Lab";
 
-  std::unique_ptr<PrivateCups> cups;
-  std::unique_ptr<IppPrinter> printer;
+  std::unique_ptr<CupsWorld> cups;
   std::unique_ptr<ChildProcess> service;
   PerixProxy* proxy = nullptr;
 };
 
-TEST(ATestPage, NamesThePrinterAndItsTableOfObjectsIsRight) {
+TEST(TestPage, NamesPrinterAndPlacesOfObjects) {
   const std::string page = devservice::testPage("La(b");
   EXPECT_NE(page.find("(Printer: La\\(b) Tj"), std::string::npos) << page;
   const auto table = page.find("xref\n0 6\n");
@@ -82,19 +80,19 @@ TEST(ATestPage, NamesThePrinterAndItsTableOfObjectsIsRight) {
   EXPECT_NE(page.find("startxref\n" + std::to_string(table) + "\n%%EOF"), std::string::npos);
 }
 
-TEST_F(ACupsServer, PrintsATestPageOnAPrinterThatAClientAdded) {
+TEST_F(CupsServer, PrintsTestPageOnAddedPrinter) {
   EXPECT_TRUE(localPrinters().empty());  // the scenario's are not those of the machine
   ASSERT_NO_FATAL_FAILURE(addPrinter());
   EXPECT_EQ(localPrinters().count(kName), 1U);
   EXPECT_EQ(proxy->PrintTestPage(kName), 0);
-  const std::string page = printer->nextDocument();
+  const std::string page = cups->nextDocument();
   EXPECT_EQ(page.substr(0, 5), "%PDF-");
   EXPECT_NE(page.find("/BaseFont /Helvetica"), std::string::npos) << page;  // it is ours
   EXPECT_EQ(proxy->DeletePrinter(kName), 0);
   EXPECT_TRUE(localPrinters().empty());
 }
 
-TEST_F(ACupsServer, NamesItsDriversAndChangesThem) {
+TEST_F(CupsServer, NamesAndChangesDrivers) {
   const auto drivers = nlohmann::json::parse(proxy->GetPrinterDriverlList("EVERYWHERE"))["drivers"];
   ASSERT_FALSE(drivers.empty());
   EXPECT_EQ(drivers[0]["name"], "everywhere");
@@ -106,63 +104,49 @@ TEST_F(ACupsServer, NamesItsDriversAndChangesThem) {
   })) << state;
 }
 
-TEST_F(ACupsServer, SaysWhyItDoesNotDoIt) {
+TEST_F(CupsServer, SaysWhyItRefuses) {
   ASSERT_NO_FATAL_FAILURE(addPrinter());
-  const std::string uri = printer->uri();
-  const std::string nobody = "ipp://localhost:" + std::to_string(freePort()) + "/ipp/print";
-  const struct {
-    const char* what;
-    std::function<int()> ask;
-    Result expected;
-  } cases[] = {
-      {"a name that is taken", [&] { return proxy->AutoAddPrinter(kName, uri, ""); },
-       Result::AlreadyExists},
-      {"a name that none can be", [&] { return proxy->AddLocalPrinter("a/b", uri, "raw"); },
-       Result::InvalidArgument},
-      {"an address of no kind", [&] { return proxy->AddLocalPrinter("New", "nix:/x", "raw"); },
-       Result::InvalidArgument},
-      {"an unknown driver", [&] { return proxy->AddLocalPrinter("New", uri, "nix.ppd"); },
-       Result::UnknownDriver},
-      {"no driver for it", [&] { return proxy->AutoAddPrinter("New", "socket://localhost", ""); },
-       Result::UnknownDriver},
-      {"nobody there", [&] { return proxy->AddLocalPrinter("New", nobody, "everywhere"); },
-       Result::HostNotFound},
-      {"another driver", [&] { return proxy->ChangePrinterDriver(kName, "nix.ppd"); },
-       Result::UnknownDriver},
-      {"a driver for none", [&] { return proxy->ChangePrinterDriver("New", "raw"); },
-       Result::UnknownPrinter},
-      {"a page for none", [&] { return proxy->PrintTestPage("New"); }, Result::UnknownPrinter},
-      {"none to delete", [&] { return proxy->DeletePrinter("New"); }, Result::UnknownPrinter},
-  };
-  for (const auto& refused : cases) {
-    EXPECT_EQ(refused.ask(), static_cast<int>(refused.expected)) << refused.what;
-  }
+  const auto code = [](Result result) { return static_cast<int>(result); };
+  const int invalid = code(Result::InvalidArgument);
+  const int unknownDriver = code(Result::UnknownDriver);
+  const int unknownPrinter = code(Result::UnknownPrinter);
+  const std::string uri = cups->printerUri();
+  EXPECT_EQ(proxy->AutoAddPrinter(kName, uri, ""), code(Result::AlreadyExists));
+  EXPECT_EQ(proxy->AddLocalPrinter("a/b", uri, "raw"), invalid);
+  EXPECT_EQ(proxy->AddLocalPrinter("New", "nix:/x", "raw"), invalid);
+  EXPECT_EQ(proxy->AddLocalPrinter("New", uri, "nix.ppd"), unknownDriver);
+  EXPECT_EQ(proxy->AutoAddPrinter("New", "socket://localhost", ""), unknownDriver);
+  EXPECT_EQ(proxy->AddLocalPrinter("New", CupsWorld::wrongUri(), "everywhere"),
+            code(Result::HostNotFound));
+  EXPECT_EQ(proxy->ChangePrinterDriver(kName, "nix.ppd"), unknownDriver);
+  EXPECT_EQ(proxy->ChangePrinterDriver("New", "raw"), unknownPrinter);
+  EXPECT_EQ(proxy->PrintTestPage("New"), unknownPrinter);
+  EXPECT_EQ(proxy->DeletePrinter("New"), unknownPrinter);
   EXPECT_EQ(localPrinters().size(), 1U);
-  cups->process().kill();
-  EXPECT_EQ(proxy->PrintTestPage(kName), static_cast<int>(Result::NoPrintServer));
+  cups->daemon().kill();
+  EXPECT_EQ(proxy->PrintTestPage(kName), code(Result::NoPrintServer));
 }
 
-TEST_F(ACupsServer, PausesAPrinterAndPrintsWhatWaitedWhenItIsResumed) {
+TEST_F(CupsServer, PrintsPagesOfPausedPrinterWhenResumed) {
   ASSERT_NO_FATAL_FAILURE(addPrinter());
   constexpr unsigned short kNumber = 1;  // the first that is free
-  constexpr unsigned short kPause = 1;
-  constexpr unsigned short kResume = 2;
+  constexpr unsigned short kPause = 1, kResume = 2;
   ASSERT_EQ(proxy->ConfigPrinterCommand("office-1", kNumber, kPause), 0);
   EXPECT_EQ(localPrinters()[kName], "paused");
   EXPECT_EQ(proxy->PrintTestPage(kName), 0);
   ASSERT_EQ(proxy->ConfigPrinterCommand("office-1", kNumber, kResume), 0);
-  EXPECT_FALSE(printer->nextDocument().empty());
+  EXPECT_FALSE(cups->nextDocument().empty());
 }
 
-TEST_F(ACupsServer, ThatHangsDoesNotHoldUpTheService) {
+TEST_F(CupsServer, HangsWithoutHoldingUpService) {
   ASSERT_NO_FATAL_FAILURE(addPrinter());
-  cups->process().pause();
+  cups->daemon().pause();
   auto printed = std::async(std::launch::async, [this] { return proxy->PrintTestPage(kName); });
   EXPECT_TRUE(
       comesTrue([] { return askControl("listCalls").find("printTestPage") != std::string::npos; }));
   EXPECT_NE(askControl("state").find(kName), std::string::npos);
   EXPECT_EQ(printed.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
-  cups->process().signal(SIGCONT);
+  cups->daemon().signal(SIGCONT);
   EXPECT_EQ(printed.get(), 0);
 }
 

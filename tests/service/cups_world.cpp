@@ -94,74 +94,65 @@ void awaitAnswer(ChildProcess& child, const Address& address) {
 
 }  // namespace
 
-std::string whyNoCups() {
+std::string CupsWorld::missing() {
   if (cupsd().empty()) return "there is no cupsd (package cups)";
   if (findInPath("ippeveprinter").empty()) return "no ippeveprinter (package cups-ipp-utils)";
   return "";
 }
 
-TemporaryDirectory::TemporaryDirectory() {
+CupsWorld::CupsWorld(const std::string& busAddress) : watch_(::inotify_init1(IN_CLOEXEC)) {
   std::string pattern = "/tmp/perix-cups-XXXXXX";
   if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make " + pattern);
-  path_ = pattern;
+  directory_ = pattern;
   // When root starts it, cupsd has another user do its work.
-  fs::permissions(path_, fs::perms::group_exec | fs::perms::others_exec, fs::perm_options::add);
+  fs::permissions(directory_, fs::perms::group_exec | fs::perms::others_exec,
+                  fs::perm_options::add);
+  startDaemon();
+  startPrinter(busAddress);
 }
 
-TemporaryDirectory::~TemporaryDirectory() {
+CupsWorld::~CupsWorld() {
+  printer_.reset();
+  daemon_->signal(SIGCONT);
+  daemon_->signal(SIGTERM);  // it ends its own children then
+  daemon_->finish(kToEnd);
   std::error_code ignored;
-  fs::remove_all(path_, ignored);
+  fs::remove_all(directory_, ignored);
 }
 
-PrivateCups::PrivateCups() {
-  const fs::path& directory = directory_.path();
-  write(directory / "cupsd.conf", kServerSettings, directory);
-  write(directory / "cups-files.conf", kServerFiles, directory);
+void CupsWorld::startDaemon() {
+  const fs::path settings = directory_ / "cupsd.conf";
+  const fs::path files = directory_ / "cups-files.conf";
+  write(settings, kServerSettings, directory_);
+  write(files, kServerFiles, directory_);
   for (const char* name : {"spool/tmp", "cache", "state", "ppd"}) {
-    fs::create_directories(directory / name);
+    fs::create_directories(directory_ / name);
   }
   ChildProcess::Options options;
-  options.arguments = {
-      cupsd(), "-f", "-c", directory / "cupsd.conf", "-s", directory / "cups-files.conf"};
+  options.arguments = {cupsd(), "-f", "-c", settings, "-s", files};
   options.error = ChildProcess::Stream::Capture;
   daemon_ = std::make_unique<ChildProcess>(options);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
+  sockaddr_un address{AF_UNIX, {}};
   socket().copy(address.sun_path, sizeof address.sun_path - 1);
   awaitAnswer(*daemon_, address);
 }
 
-PrivateCups::~PrivateCups() {
-  daemon_->signal(SIGCONT);
-  daemon_->signal(SIGTERM);  // it ends its own children then
-  daemon_->finish(kToEnd);
-}
-
-IppPrinter::IppPrinter(const std::string& busAddress)
-    : watch_(::inotify_init1(IN_CLOEXEC)), port_(freePort()) {
-  ::inotify_add_watch(watch_.get(), spool_.path().c_str(), IN_CLOSE_WRITE);
+void CupsWorld::startPrinter(const std::string& busAddress) {
+  const std::string documents = directory_ / "documents";
+  fs::create_directory(documents);
+  ::inotify_add_watch(watch_.get(), documents.c_str(), IN_CLOSE_WRITE);
   ChildProcess::Options options;
-  options.arguments = {"ippeveprinter",
-                       "-k",
-                       "-d",
-                       spool_.path(),
-                       "-f",
-                       "application/pdf",
-                       "-n",
-                       "localhost",
-                       "-p",
-                       std::to_string(port_),
-                       "-r",
-                       "off",
-                       "Test printer"};
+  options.arguments = {"sh", "-c",
+                       "exec ippeveprinter -k -f application/pdf -n localhost -r off -d " +
+                           documents + " -p " + std::to_string(port_) + " 'Test printer'"};
   options.environment = {{"DBUS_SYSTEM_BUS_ADDRESS", busAddress}};
   options.output = ChildProcess::Stream::Discard;
   options.error = ChildProcess::Stream::Capture;
-  program_ = std::make_unique<ChildProcess>(options);
-  awaitAnswer(*program_, loopback(port_));
+  printer_ = std::make_unique<ChildProcess>(options);
+  awaitAnswer(*printer_, loopback(port_));
 }
 
-std::string IppPrinter::nextDocument() {
+std::string CupsWorld::nextDocument() {
   pollfd ready{watch_.get(), POLLIN, 0};
   if (::poll(&ready, 1, static_cast<int>(kPatience.count())) != 1) return "";
   alignas(inotify_event) std::array<char, 4096> buffer{};
@@ -169,11 +160,15 @@ std::string IppPrinter::nextDocument() {
   inotify_event head{};
   std::memcpy(&head, buffer.data(), sizeof head);
   std::ostringstream content;
-  content << std::ifstream(spool_.path() / (buffer.data() + sizeof head)).rdbuf();
+  content << std::ifstream(directory_ / "documents" / (buffer.data() + sizeof head)).rdbuf();
   return content.str();
 }
 
-uint16_t freePort() {
+std::string CupsWorld::uriOf(uint16_t port) {
+  return "ipp://localhost:" + std::to_string(port) + "/ipp/print";
+}
+
+uint16_t CupsWorld::freePort() {
   const OwnedDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address = loopback(0);
   socklen_t size = sizeof address;

@@ -9,59 +9,39 @@
 
 namespace zq {
 
-/// What is missing for the classes below, in words; empty when nothing is.
-std::string whyNoCups();
-
-/// A new directory under /tmp that goes with the object.
-class TemporaryDirectory {
+/// A cupsd without printers that lets anybody do anything, and a printer that speaks IPP on a
+/// loopback port and keeps, as files, the PDF documents that it gets. Both stand in a directory
+/// under /tmp that goes with the object.
+class CupsWorld {
  public:
-  TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  ~TemporaryDirectory();
+  /// The programs that are missing, in words; empty when none is.
+  static std::string missing();
+  /// The printer may look at the message bus `busAddress` in place of the system's. Throws
+  /// std::runtime_error, with the words of the program, when a program does not come up.
+  explicit CupsWorld(const std::string& busAddress);
+  CupsWorld(const CupsWorld&) = delete;
+  CupsWorld& operator=(const CupsWorld&) = delete;
+  ~CupsWorld();
 
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
-/// A cupsd without printers that lets anybody do anything, on a socket in a directory of its own.
-/// Throws std::runtime_error, with the daemon's own words, when it does not come up.
-class PrivateCups {
- public:
-  PrivateCups();
-  PrivateCups(const PrivateCups&) = delete;
-  PrivateCups& operator=(const PrivateCups&) = delete;
-  ~PrivateCups();
-
-  std::string socket() const { return directory_.path() / "cups.sock"; }
-  ChildProcess& process() { return *daemon_; }
-
- private:
-  TemporaryDirectory directory_;
-  std::unique_ptr<ChildProcess> daemon_;
-};
-
-/// A printer that speaks IPP on a loopback port and keeps, as files, the PDF documents that it
-/// gets.
-class IppPrinter {
- public:
-  /// `busAddress` is a message bus that the program may look at in place of the system's.
-  explicit IppPrinter(const std::string& busAddress);
-
-  std::string uri() const { return "ipp://localhost:" + std::to_string(port_) + "/ipp/print"; }
+  ChildProcess& daemon() { return *daemon_; }
+  std::string socket() const { return directory_ / "cups.sock"; }
+  std::string printerUri() const { return uriOf(port_); }
+  /// The address of a printer that does not exist.
+  static std::string wrongUri() { return uriOf(freePort()); }
   /// Waits for the next document to be there as a whole: its content; empty when none comes.
   std::string nextDocument();
 
  private:
-  TemporaryDirectory spool_;
-  OwnedDescriptor watch_;
-  uint16_t port_;
-  std::unique_ptr<ChildProcess> program_;
-};
+  static std::string uriOf(uint16_t port);
+  static uint16_t freePort();
+  void startDaemon();
+  void startPrinter(const std::string& busAddress);
 
-/// A loopback port on which nothing listens.
-uint16_t freePort();
+  std::filesystem::path directory_;
+  OwnedDescriptor watch_;
+  const uint16_t port_ = freePort();
+  std::unique_ptr<ChildProcess> daemon_;
+  std::unique_ptr<ChildProcess> printer_;
+};
 
 }  // namespace zq
