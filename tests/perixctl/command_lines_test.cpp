@@ -276,7 +276,7 @@ std::set<std::string> methodsOf(const ToolWorld& world) {
   return methods;
 }
 
-TEST(APerixctlCommand, DoesWhatItSaysAndEndsWithItsExitCode) {
+TEST(CommandLines, ReachEachMethodAndEndWithTheirCodes) {
   const ToolWorld world;
   const std::set<std::string> methods = methodsOf(world);
   EXPECT_GT(methods.size(), 50U);
@@ -312,7 +312,7 @@ std::vector<std::string> wordsOf(const std::string& line) {
   return words;
 }
 
-TEST(TheCommandTable, MakesParserHelpManualCompletionAndTestsAgree) {
+TEST(CommandTable, AgreesWithParserHelpManualAndTests) {
   std::map<std::string, bool> optionTakesValue;
   std::string manual = manualPage();
   std::erase(manual, '\\');
@@ -336,7 +336,7 @@ TEST(TheCommandTable, MakesParserHelpManualCompletionAndTestsAgree) {
   }
 }
 
-TEST(PerixctlWithoutAService, EndsWithEightAtOnceAndSaysWhatIsMissing) {
+TEST(CommandLines, SayAtOnceThatServiceIsMissing) {
   const PrivateBus bus;
   PrivateBus deadBus;
   deadBus.kill();
@@ -361,7 +361,7 @@ TEST(PerixctlWithoutAService, EndsWithEightAtOnceAndSaysWhatIsMissing) {
   }
 }
 
-TEST(TheDriveToken, StandsInNoOutputOfTheTool) {
+TEST(DriveToken, StandsInNoOutputOfTool) {
   ToolWorld world;
   world.service.stop();
   ::setenv("ZQBUS_TRACE", (world.directory() / "service.trace").c_str(), 1);

@@ -1,4 +1,4 @@
-// monitor: what it hears, and through what it lives.
+// The events that monitor hears, and the deaths that it outlives.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -13,99 +13,80 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{20};
 
-// The next line of a `monitor --json`, null when there is none in time.
-Json nextEvent(ChildProcess& monitor) {
-  const auto line = monitor.outputLine(kPatience);
-  return line ? Json::parse(*line, nullptr, false) : Json();
+// The next event of a `monitor --json`, of that source if a source is given; null when there is none
+// in time.
+Json nextEvent(ChildProcess& monitor, const std::string& source = "") {
+  for (;;) {
+    const auto line = monitor.outputLine(kPatience);
+    if (!line) return {};
+    Json event = Json::parse(*line, nullptr, false);
+    if (source.empty() || event.at("event") == source) return event;
+  }
 }
 
-// The next event from that source; null when there is none in time.
-Json nextEvent(ChildProcess& monitor, const std::string& source) {
-  Json event;
-  do {
-    event = nextEvent(monitor);
-  } while (!event.is_null() && event.at("event") != source);
-  return event;
-}
-
-TEST(AMonitor, ShowsEveryKindOfEventWithItsRecordAndDesktopsByName) {
+TEST(Monitor, ShowsEachKindOfEvent) {
   const ToolWorld world;
   const auto monitor = world.startReady("monitor --json");
-  ASSERT_EQ(world.run("service plug devNumber=9 type=scanner name=Flat").status, 0);
-  Json event = nextEvent(*monitor);
-  EXPECT_EQ(event["word"], "arrived");
-  EXPECT_EQ(event["code"], 6);
-  EXPECT_EQ(event["record"]["name"], "Flat");
-  EXPECT_EQ(event["record"]["devNumber"], 9);
-  event = nextEvent(*monitor);
-  EXPECT_EQ(event["word"], "wants configuration");
-  const std::string source = event["record"]["sourceId"].dump();
-
-  ASSERT_EQ(world.run("device configure win10 " + source).status, 0);
-  event = nextEvent(*monitor, "device");
-  EXPECT_EQ(event["record"]["desktop"], "win10");
-  EXPECT_EQ(event["record"]["connected"], true);
-  event = nextEvent(*monitor, "configuration");
-  EXPECT_EQ(event["word"], "connected");
-  EXPECT_EQ(event["record"]["isSuccess"], 1);
-
-  ASSERT_EQ(world.run("printer connect win10 1").status, 0);
-  event = nextEvent(*monitor, "printer");
-  EXPECT_EQ(event["record"]["name"], "Front office");
-  EXPECT_EQ(event["record"]["desktop"], "win10");
-
-  ASSERT_EQ(world.run("command run version").status, 0);
-  EXPECT_EQ(nextEvent(*monitor, "command")["record"]["text"], "version 7");
-
-  ASSERT_EQ(world.run("disk command win10 0x100000002 1").status, 0);
-  EXPECT_EQ(nextEvent(*monitor, "device")["word"], "mounted") << "the broadcast";
-
+  const struct {
+    const char* command;  ///< null for an event of the command before
+    const char* source;   ///< "" for the next event, whatever its source
+    const char* members;
+  } events[] = {
+      {"service plug devNumber=9 type=scanner name=Flat", "",
+       R"({"word":"arrived","code":6,"record":{"name":"Flat","devNumber":9}})"},
+      {nullptr, "", R"({"word":"wants configuration"})"},
+      {"device configure win10 Flat", "device",
+       R"({"record":{"desktop":"win10","connected":true}})"},
+      {nullptr, "configuration", R"({"word":"connected","record":{"isSuccess":1}})"},
+      {"printer connect win10 1", "printer",
+       R"({"record":{"name":"Front office","desktop":"win10"}})"},
+      {"command run version", "command", R"({"record":{"text":"version 7"}})"},
+      {"disk command win10 0x100000002 1", "device", R"({"word":"mounted"})"},  // the broadcast
+  };
+  for (const auto& [command, source, members] : events) {
+    if (command != nullptr) world.succeed(command);
+    const Json event = nextEvent(*monitor, source);
+    Json expected = event;
+    expected.merge_patch(Json::parse(members));
+    EXPECT_EQ(event, expected);
+  }
   monitor->signal(SIGINT);
   EXPECT_EQ(monitor->finish(kPatience).status, 0);
 }
 
-TEST(AMonitor, EndsAfterTheLinesItWasAskedForAndEscapesNames) {
+TEST(Monitor, EndsAfterCountAndEscapesNames) {
   const ToolWorld world;
   const auto monitor = world.startReady("monitor --count 1");
-  ASSERT_EQ(world.run(R"(service plug name=$'\e]0;title\a')").status, 0);
+  world.succeed(R"(service plug name=$'\e]0;title\a')");
   const ChildProcess::Result result = monitor->finish(kPatience);
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output.find('\033'), std::string::npos);
   EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1);
 }
 
-void expectNewsAfterTheDeath(const ToolWorld& world, ChildProcess& monitor) {
-  EXPECT_EQ(nextEvent(monitor)["word"], "returned");
-  ASSERT_EQ(world.run("service plug devNumber=20 name=After").status, 0);
-  EXPECT_EQ(nextEvent(monitor)["record"]["name"], "After");
-  EXPECT_EQ(nextEvent(monitor)["word"], "wants configuration");
-}
-
-TEST(AMonitor, OutlivesTheServiceMoreThanOnceAndTellsEachDesktopsNews) {
-  ToolWorld world;
-  const auto monitor = world.startReady("monitor --json");
-  for (int death = 0; death < 2; ++death) {
-    world.service.stop();
-    const Json event = nextEvent(*monitor);
-    EXPECT_EQ(event["event"], "service") << "told before the service is back";
-    EXPECT_EQ(event["word"], "died");
-    world.service.start();
-    EXPECT_EQ(nextEvent(*monitor)["desktop"], "debian");
-    EXPECT_EQ(nextEvent(*monitor)["desktop"], "win10");
-    expectNewsAfterTheDeath(world, *monitor);
+TEST(Monitor, OutlivesServiceWithAndWithoutDesktops) {
+  for (const bool hasDesktops : {true, false}) {
+    ToolWorld world(hasDesktops ? SCENARIO : "/dev/null");
+    const auto monitor = world.startReady("monitor --json");
+    for (int death = 0; death < 2; ++death) {
+      world.service.stop();
+      const Json event = nextEvent(*monitor);
+      EXPECT_EQ(event["event"], "service") << "told before the service is back";
+      EXPECT_EQ(event["word"], "died");
+      world.service.start();
+      if (hasDesktops) {
+        for (const char* name : {"debian", "win10"})
+          EXPECT_EQ(nextEvent(*monitor)["desktop"], name);
+      }
+      EXPECT_EQ(nextEvent(*monitor)["word"], "returned");
+      world.succeed("service plug devNumber=20 name=After");
+      EXPECT_EQ(nextEvent(*monitor)["record"]["name"], "After");
+      EXPECT_EQ(nextEvent(*monitor)["word"], "wants configuration");
+    }
   }
 }
 
-TEST(AMonitor, OutlivesAServiceThatKnowsNoDesktop) {
-  ToolWorld world("/dev/null");
-  const auto monitor = world.startReady("monitor --json");
-  world.service.stop();
-  world.service.start();
-  EXPECT_EQ(nextEvent(*monitor)["event"], "service");
-  expectNewsAfterTheDeath(world, *monitor);
-}
-
-TEST(AMonitor, TellsTheLossOfTheBusAndItsReturn) {
+TEST(Monitor, TellsLossAndReturnOfBus) {
   ToolWorld world;
   const auto monitor = world.startReady("monitor --json --only bus");
   world.service.stopBus();
@@ -114,24 +95,24 @@ TEST(AMonitor, TellsTheLossOfTheBusAndItsReturn) {
   EXPECT_EQ(nextEvent(*monitor)["word"], "returned");
 }
 
-TEST(AMonitor, ShowsTheChosenEventsUpToTheOneThatIsWaitedFor) {
+TEST(Monitor, ShowsChosenEventsUntilGivenEvent) {
   const ToolWorld world;
   for (const std::string end : {"changed", "1"}) {
     const auto monitor =
         world.startReady("monitor --json --only printer,device --desktop win10 --until " + end);
-    ASSERT_EQ(world.run("service plug name=Another").status, 0);  // in no desktop
-    ASSERT_EQ(world.run("printer connect win10 1").status, 0);
+    world.succeed("service plug name=Another");  // in no desktop
+    world.succeed("printer connect win10 1");
     const ChildProcess::Result result = monitor->finish(kPatience);
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(Json::parse(result.output)["record"]["name"], "Front office");
-    ASSERT_EQ(world.run("printer disconnect win10 1").status, 0);
+    world.succeed("printer disconnect win10 1");
   }
 }
 
-TEST(TheService, IsGoneAfterTheCommandsThatEndIt) {
+TEST(ServiceCommands, EndService) {
   ToolWorld world;
   for (const char* end : {"service crash", "service stop"}) {
-    EXPECT_EQ(world.run(end).status, 0);
+    world.succeed(end);
     EXPECT_EQ(world.run("device list").status, 8);
     world.service.start();
   }

@@ -16,38 +16,35 @@ ChildProcess::Result replay(const std::string& content, const std::string& optio
   return runPerixctlOn(bus.address(), options + " pen replay <(printf '%s' '" + content + "')");
 }
 
-struct Fault {
-  const char* content;
-  const char* complaint;
-};
-const std::vector<Fault> kFaults = {
-    {R"({"type":"press","x":1,"y":2,"pressure":1}
+TEST(PenReplay, RefusesWrongRecordingWithPlace) {
+  const std::pair<const char*, const char*> faults[] = {
+      {R"({"type":"press","x":1,"y":2,"pressure":1}
 nonsense)",
-     ":2: not JSON from column 2 on"},
-    {"\n\n[1]", ":3: not a JSON object"},
-    {R"({"x":1,"y":2,"pressure":1})", R"(:1: "type" is missing)"},
-    {R"({"type":"tap","x":1,"y":2,"pressure":1})", R"(:1: "type" is not "press", "move")"},
-    {R"({"type":"move","x":1,"pressure":1})", R"(:1: "y" is missing)"},
-    {R"({"type":"move","x":"1","y":2,"pressure":1})", R"("x" is not a number from -1000000)"},
-    {R"({"type":"move","x":1e300,"y":2,"pressure":1})", R"("x" is not a number)"},
-    {R"({"type":"move","x":1,"y":2,"pressure":1.01})", R"("pressure" is not a number from 0 to 1)"},
-    {R"({"type":"move","x":1,"y":2,"pressure":1,"xTilt":0.5})", R"("xTilt" is not a whole number)"},
-    {R"({"type":"move","x":1,"y":2,"pressure":1,"delayMs":-1})", R"("delayMs" is not a whole)"},
-    {R"({"type":"move","x":1,"y":2,"presure":1})", R"(no member is called "presure")"},
-};
-
-TEST(AWrongRecording, IsRefusedWithFileAndLineBeforeAnythingIsSent) {
-  for (const Fault& fault : kFaults) {
-    const ChildProcess::Result result = replay(fault.content);
-    SCOPED_TRACE(std::string(fault.content) + "\n" + result.error);
+       ":2: not JSON from column 2 on"},
+      {"\n\n[1]", ":3: not a JSON object"},
+      {R"({"x":1,"y":2,"pressure":1})", R"(:1: "type" is missing)"},
+      {R"({"type":"tap","x":1,"y":2,"pressure":1})", R"(:1: "type" is not "press", "move")"},
+      {R"({"type":"move","x":1,"pressure":1})", R"(:1: "y" is missing)"},
+      {R"({"type":"move","x":"1","y":2,"pressure":1})", R"("x" is not a number from -1000000)"},
+      {R"({"type":"move","x":1e300,"y":2,"pressure":1})", R"("x" is not a number)"},
+      {R"({"type":"move","x":1,"y":2,"pressure":1.01})",
+       R"("pressure" is not a number from 0 to 1)"},
+      {R"({"type":"move","x":1,"y":2,"pressure":1,"xTilt":0.5})",
+       R"("xTilt" is not a whole number)"},
+      {R"({"type":"move","x":1,"y":2,"pressure":1,"delayMs":-1})", R"("delayMs" is not a whole)"},
+      {R"({"type":"move","x":1,"y":2,"presure":1})", R"(no member is called "presure")"},
+  };
+  for (const auto& [content, complaint] : faults) {
+    const ChildProcess::Result result = replay(content);
+    SCOPED_TRACE(std::string(content) + "\n" + result.error);
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.output, "");
     EXPECT_NE(result.error.find("perixctl: /dev/fd/"), std::string::npos);
-    EXPECT_NE(result.error.find(fault.complaint), std::string::npos);
+    EXPECT_NE(result.error.find(complaint), std::string::npos);
   }
 }
 
-TEST(ARecording, IsShownAsOnePacketALineAtItsOwnPace) {
+TEST(PenReplay, ShowsOnePacketALineAtItsPace) {
   const auto start = std::chrono::steady_clock::now();
   const ChildProcess::Result result = replay(R"(
 {"type":"press","x":-1,"y":40,"pressure":0.5,"rotation":-10.25,"xTilt":-12,"yTilt":34}

@@ -9,12 +9,6 @@
 namespace zq::ctl {
 namespace {
 
-std::string run(const ToolWorld& world, const std::string& words) {
-  const ChildProcess::Result result = world.run(words);
-  EXPECT_EQ(result.status, 0) << words << ": " << result.error;
-  return result.output;
-}
-
 std::string contentOf(const std::string& file) {
   std::ostringstream text;
   text << std::ifstream(file).rdbuf();
@@ -43,35 +37,33 @@ const std::vector<World> kWorlds = {
 };
 
 // Commands whose answers the snapshot makes again.
-const std::vector<std::string> kViews = {
-    "--json device list",
-    "--json printer list",
-    "--json printer summary",
-    "--json printer network list",
-    "--json printer driver list",
-    "--json policy list",
-    "--json joystick list",
-    "desktop list --fields desktop,id",
-    "joystick mapping get 045e:028e",
-    "property get 046d:0825 7",
-    "property get 046d:0825 7 --local",
-    "turbo get 046d:0825",
-    "camera status",
-    "device autoconnect get scanner",
-    "device autoconnect get camera",
-};
+constexpr const char* kViews[] = {"--json device list",
+                                  "--json printer list",
+                                  "--json printer summary",
+                                  "--json printer network list",
+                                  "--json printer driver list",
+                                  "--json policy list",
+                                  "--json joystick list",
+                                  "desktop list --fields desktop,id",
+                                  "joystick mapping get 045e:028e",
+                                  "property get 046d:0825 7",
+                                  "property get 046d:0825 7 --local",
+                                  "turbo get 046d:0825",
+                                  "camera status",
+                                  "device autoconnect get scanner",
+                                  "device autoconnect get camera"};
 
-TEST(ASnapshot, LoadsAsAWorldThatShowsTheSame) {
+TEST(Snapshot, LoadsAsSameWorld) {
   for (const World& row : kWorlds) {
     SCOPED_TRACE(row.scenario);
     const ToolWorld field(row.scenario);
-    for (const std::string& change : row.changes) run(field, change);
+    for (const std::string& change : row.changes) field.succeed(change);
     const std::string file = field.directory() / "snapshot.toml";
     const std::string again = field.directory() / "again.toml";
-    run(field, "snapshot " + file);
+    field.succeed("snapshot " + file);
     const ToolWorld laboratory(file);
-    for (const std::string& view : kViews) EXPECT_EQ(run(laboratory, view), run(field, view));
-    run(laboratory, "snapshot " + again);
+    for (const char* view : kViews) EXPECT_EQ(laboratory.succeed(view), field.succeed(view));
+    laboratory.succeed("snapshot " + again);
     EXPECT_EQ(contentOf(again), contentOf(file));
   }
 }

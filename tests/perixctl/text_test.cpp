@@ -8,20 +8,15 @@
 namespace zq::ctl {
 namespace {
 
-TEST(TextsOfTheService, ReachTheTerminalWithoutControlCharactersAndAsUtf8) {
-  const struct {
-    std::string text;
-    std::string shown;
-  } cases[] = {
+TEST(Text, IsShownWithoutControlCharacters) {
+  const std::pair<std::string, std::string> cases[] = {
       {"plain", "plain"},
       {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8"},
       {"\033[2J\n\t\x7f", R"(\x1b[2J\n\x09\x7f)"},
       {"a\u202eb\u2066c\u2069", "a\\u202eb\\u2066c\\u2069"},  // turn the direction of writing
-      {"\u009b"
-       "3m",
-       "\\u009b3m"},                                        // a control of the second block
-      {"\xff\xc3", "\\xff\\xc3"},                           // no sequence, and half of one
-      {"\xc0\xaf\xe0\x80\xaf", R"(\xc0\xaf\xe0\x80\xaf)"},  // overlong
+      {"\u009bm", "\\u009bm"},                                // a control of the second block
+      {"\xff\xc3", "\\xff\\xc3"},                             // no sequence, and half of one
+      {"\xc0\xaf\xe0\x80\xaf", R"(\xc0\xaf\xe0\x80\xaf)"},    // overlong
       {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\xed\xa0\x80\xf4\x90\x80\x80)"},  // no characters
       {std::string("a\0b", 3), "a\\x00b"},
   };
@@ -29,7 +24,7 @@ TEST(TextsOfTheService, ReachTheTerminalWithoutControlCharactersAndAsUtf8) {
   EXPECT_EQ(escapedLines("a\nb\r"), "a\nb\\x0d");
 }
 
-TEST(ATable, IsAlignedByCharactersAndShowsMissingValuesAsADash) {
+TEST(Table, IsAlignedByCharacters) {
   std::setlocale(LC_CTYPE, "C.UTF-8");
   const Outcome outcome =
       tableOf({{{"name", "e\u0301"}, {"id", 1}}, {{"name", "日本"}, {"id", nullptr}}},
@@ -37,7 +32,7 @@ TEST(ATable, IsAlignedByCharactersAndShowsMissingValuesAsADash) {
   EXPECT_EQ(renderText(outcome, {}), "NAME  ID\ne\u0301     1\n日本  -\n");
 }
 
-TEST(ADocument, IsOneLineOfJsonWhateverBytesTheServiceSent) {
+TEST(Document, IsOneLineOfJson) {
   const std::string json = renderJson({{"name", "a\xff\n"}});
   EXPECT_EQ(std::count(json.begin(), json.end(), '\n'), 1);
   EXPECT_FALSE(Json::parse(json, nullptr, false).is_discarded());

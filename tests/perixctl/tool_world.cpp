@@ -1,6 +1,5 @@
 #include "tests/perixctl/tool_world.h"
 
-#include <filesystem>
 #include <stdexcept>
 
 #include "tests/support/token.h"
@@ -39,7 +38,13 @@ std::filesystem::path ToolWorld::directory() const {
 }
 
 ChildProcess::Result ToolWorld::run(const std::string& words, const Environment& added) const {
-  return ChildProcess(optionsFor(service.busAddress(), words, added)).finish(kPatience);
+  return runPerixctlOn(service.busAddress(), words, added);
+}
+
+std::string ToolWorld::succeed(const std::string& words) const {
+  const ChildProcess::Result result = run(words);
+  EXPECT_EQ(result.status, 0) << words << ": " << result.error;
+  return result.output;
 }
 
 std::unique_ptr<ChildProcess> ToolWorld::startReady(const std::string& words,

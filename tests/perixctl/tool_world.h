@@ -28,6 +28,8 @@ class ToolWorld {
 
   /// Runs `perixctl WORDS` as a shell would, to its end.
   ChildProcess::Result run(const std::string& words, const Environment& added = {}) const;
+  /// Expects success, and returns the output.
+  std::string succeed(const std::string& words) const;
   /// Starts `perixctl WORDS --ready-fd 3` and returns once it is ready; its output is captured.
   std::unique_ptr<ChildProcess> startReady(const std::string& words,
                                            const Environment& added = {}) const;
