@@ -35,17 +35,12 @@ const Remote kRemotes[] = {
     {kLogin, nullptr, "--host box --embedded device list", 2, "not both"},
 };
 
-TEST(RemoteHost, IsReachedOrTheReasonIsTold) {
-  const ToolWorld world(SCENARIO);
+TEST(RemoteHost, IsReachedOrReasonIsTold) {
+  const ToolWorld world;
   const auto programs = world.directory() / "programs";
   std::filesystem::create_directory(programs);
   for (const char* program : {"sh", "id", "systemd-stdio-bridge", "bash"}) {
-    for (const char* directory : {"/bin/", "/usr/bin/"}) {
-      const std::string path = directory + std::string(program);
-      if (std::filesystem::exists(path) && !std::filesystem::exists(programs / program)) {
-        std::filesystem::create_symlink(path, programs / program);
-      }
-    }
+    std::filesystem::create_symlink(findInPath(program), programs / program);
   }
   for (const auto& [ssh, bus, words, exitCode, expected] : kRemotes) {
     SCOPED_TRACE(words);
@@ -54,9 +49,9 @@ TEST(RemoteHost, IsReachedOrTheReasonIsTold) {
       std::ofstream(programs / "ssh") << "#!/bin/sh\n" << ssh << "\n";
       std::filesystem::permissions(programs / "ssh", std::filesystem::perms::owner_all);
     }
-    const auto result = world.run(
-        words, {{"PATH", programs},
-                {"DBUS_SESSION_BUS_ADDRESS", bus != nullptr ? bus : world.service.busAddress()}});
+    const std::string address = bus != nullptr ? bus : world.service.busAddress();
+    const auto result =
+        world.run(words, {{"PATH", programs}, {"DBUS_SESSION_BUS_ADDRESS", address}});
     EXPECT_EQ(result.status, exitCode);
     const std::string& said = exitCode == 0 ? result.output : result.error;
     EXPECT_NE(said.find(expected), std::string::npos) << result.output << result.error;

@@ -12,46 +12,32 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class AppDataPath : public testing::Test {
- protected:
-  AppDataPath() {
-    ::setenv("HOME", (root_ / "home").c_str(), 1);
-    std::ofstream(root_ / "file") << "not a directory";
-  }
-  ~AppDataPath() override { fs::remove_all(root_); }
-
-  fs::path pathWithStateHome(const fs::path& stateHome) {
-    ::setenv("XDG_STATE_HOME", stateHome.c_str(), 1);
-    std::string path = "left over";
-    const bool found = GetAppDataPath(path);
-    EXPECT_EQ(found, !path.empty());
-    return path;
-  }
-
-  std::string pattern_ = fs::temp_directory_path() / "perix-path-XXXXXX";
-  const fs::path root_ = ::mkdtemp(pattern_.data());
-};
-
-TEST_F(AppDataPath, IsInStateHomeElseInHome) {
-  EXPECT_EQ(pathWithStateHome(root_ / "state"), root_ / "state/perix");
-  const fs::path inHome = root_ / "home/.local/state/perix";
-  EXPECT_EQ(pathWithStateHome(""), inHome);
-  EXPECT_EQ(pathWithStateHome("relative/path"), inHome);
+std::string pathIn(const fs::path& stateHome) {
+  ::setenv("XDG_STATE_HOME", stateHome.c_str(), 1);
+  std::string path = "left over";
+  const bool found = GetAppDataPath(path);
+  EXPECT_EQ(found, !path.empty());
+  return path;
 }
 
-TEST_F(AppDataPath, IsEmptyWithoutPlace) {
-  EXPECT_EQ(pathWithStateHome(root_ / "file/state"), "");
-  ::unsetenv("HOME");
-  EXPECT_EQ(pathWithStateHome(""), "");
-}
-
-TEST_F(AppDataPath, IsPrivateWithItsParents) {
+TEST(AppDataPath, IsPrivateInStateHomeElseInHome) {
+  std::string pattern = fs::temp_directory_path() / "perix-path-XXXXXX";
+  const fs::path root = ::mkdtemp(pattern.data());
+  ::setenv("HOME", (root / "home").c_str(), 1);
   const mode_t mask = ::umask(0);
-  pathWithStateHome(root_ / "a/b");
+  EXPECT_EQ(pathIn(root / "a/b"), root / "a/b/perix");
   ::umask(mask);
   for (const char* made : {"a", "a/b", "a/b/perix"}) {
-    EXPECT_EQ(fs::status(root_ / made).permissions(), fs::perms::owner_all) << made;
+    EXPECT_EQ(fs::status(root / made).permissions(), fs::perms::owner_all) << made;
   }
+  EXPECT_EQ(pathIn(""), root / "home/.local/state/perix");
+  EXPECT_EQ(pathIn("relative/path"), root / "home/.local/state/perix");
+
+  std::ofstream(root / "file") << "not a directory";
+  EXPECT_EQ(pathIn(root / "file/state"), "");
+  ::unsetenv("HOME");
+  EXPECT_EQ(pathIn(""), "");
+  fs::remove_all(root);
 }
 
 }  // namespace

@@ -6,11 +6,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
-#include <vector>
 
 #include "platform/log/log.h"
+#include "tests/support/trace_text.h"
 
 namespace zq {
 
@@ -18,13 +17,6 @@ namespace fs = std::filesystem;
 
 inline constexpr int kError = 7;
 inline constexpr int kDebug = 5;
-
-inline std::vector<std::string> linesOf(const fs::path& file) {
-  std::ifstream stream(file);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
 
 class Log : public testing::Test {
  protected:

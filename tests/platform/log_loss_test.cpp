@@ -61,6 +61,12 @@ std::size_t lostIn(const std::string& line) {
   return lost;
 }
 
+struct Obstacle {
+  const char* reason;
+  std::function<void()> begin;
+  std::function<void()> end;
+};
+
 class FullLog : public Log {
  protected:
   int descriptorOfLog() const {
@@ -76,11 +82,7 @@ TEST_F(FullLog, KeepsItsSizeAndCountsLostLines) {
   int locked = -1;
   rlimit descriptors{};
   ::getrlimit(RLIMIT_NOFILE, &descriptors);
-  const struct {
-    const char* why;
-    std::function<void()> begin;
-    std::function<void()> end;
-  } obstacles[] = {
+  const Obstacle obstacles[] = {
       {"a forked child, which shares the log's descriptor, has the lock",
        [&] { ::flock(locked = ::dup(descriptorOfLog()), LOCK_EX); }, [&] { ::close(locked); }},
       {"no file can be renamed",
@@ -96,8 +98,8 @@ TEST_F(FullLog, KeepsItsSizeAndCountsLostLines) {
        },
        [&] { ::setrlimit(RLIMIT_NOFILE, &descriptors); }},
   };
-  for (const auto& [why, begin, end] : obstacles) {
-    SCOPED_TRACE(why);
+  for (const auto& [reason, begin, end] : obstacles) {
+    SCOPED_TRACE(reason);
     feroxLogInit(directory_.c_str());
     orvaneLogPrint(0, kError, "TAG", "begin");
     begin();
@@ -138,11 +140,7 @@ TEST_F(FullLog, CountsLinesInRemovedFile) {
   rlimit usual{};
   ::getrlimit(RLIMIT_FSIZE, &usual);
   const rlimit page{4096, usual.rlim_max};
-  const struct {
-    const char* why;
-    std::function<void()> begin;
-    std::function<void()> end;
-  } obstacles[] = {
+  const Obstacle obstacles[] = {
       {"a pipe has the file's name",
        [&] { fs::remove(file_), ::mkfifo(file_.c_str(), S_IRUSR | S_IWUSR); },
        [&] { fs::remove(file_); }},
@@ -158,8 +156,8 @@ TEST_F(FullLog, CountsLinesInRemovedFile) {
        },
        [&] { ::setrlimit(RLIMIT_FSIZE, &usual); }},
   };
-  for (const auto& [why, begin, end] : obstacles) {
-    SCOPED_TRACE(why);
+  for (const auto& [reason, begin, end] : obstacles) {
+    SCOPED_TRACE(reason);
     begin();
     orvaneLogPrint(0, kError, "TAG", "lost");
     end();
