@@ -94,7 +94,7 @@ const std::vector<Line> kLines = {
     {"printer network rename Copy Copier", 0, "done"},
     {"printer network delete Copier", 0, "done"},
     {"printer network add ''", 2, "not empty"},
-    {"printer shared search 10.0.0.5", 0, "Hall  10.0.0.5  second floor"},
+    {"printer shared search 10.0.0.5", 0, "Hall    10.0.0.5  second floor\nStairs  10.0.0.5  A3\n"},
     {"printer shared search 10.0.0.6", 10, "host not found"},
     {"printer shared search 10.0.0.05", 2, "is not an address"},
     {"printer shared stop", 1, "nothing to stop"},
@@ -148,6 +148,7 @@ const std::vector<Line> kLines = {
     {"property get 046d:0825 7", 0, "value  -2"},
     {"property get 046d:0825 7 --local", 0, "value  5"},
     {"property reset", 0, "done"},
+    {"property get 046d:0825 7", 0, "value  5"},
     {"property get 46d:825 7", 2, "vendor and product"},
     {"turbo set 046d:0825 fps=60", 0, "done"},
     {"turbo get 046d:0825", 0, "fps=60\n"},
@@ -158,7 +159,8 @@ const std::vector<Line> kLines = {
     {"joystick mapping get 045e:028e --json", 0, R"({"text":"b=2"})"},
     {"joystick calibrate 045e:028e", 0, "done"},
     // What the service says about itself.
-    {"diagnose desktop win10", 0, "100      no fault found"},
+    {"diagnose desktop win10", 0, "80       measuring the transfer\n100      no fault found\n"},
+    {"diagnose device win10 0x3039", 10, "unknown device (result 2)"},
     {"diagnose device win10 1 --json", 0, R"("valueText":"4294967297")",
      "diagnoseDevice [1, 4294967297]"},
     {"command run version", 0, "version 7\n"},
@@ -167,6 +169,7 @@ const std::vector<Line> kLines = {
     {"command help", 0, "version  says the version"},
     {"test run selftest", 0, "done"},
     {"test run hopeless", 1, "exists already"},
+    {"test run nonsense", 10, "unknown test (result 18)"},
     {"service status --json", 0, R"({"running":true,"desktops":2,"controlInterface":true})"},
     {"service reset", 0, "done"},
     // The development service.
@@ -368,6 +371,7 @@ TEST(DriveToken, StandsInNoOutputOfTool) {
   EXPECT_EQ(all.find(secret), std::string::npos) << all;
   EXPECT_EQ(all.find(kDriveTokenInHex), std::string::npos) << all;
   EXPECT_NE(all.find("updateDriveToken [14 bytes] → 0"), std::string::npos) << all;
+  EXPECT_NE(all.find("\"tokenLength\": 14"), std::string::npos) << all;
   EXPECT_NE(all.find("updateDriveToken(token=secret) = 0"), std::string::npos) << all;
   // The files are searched at the end of the world.
   EXPECT_FALSE(std::filesystem::is_empty(trace));

