@@ -13,7 +13,6 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QSettings>
-#include <QTabletEvent>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QToolTip>
@@ -25,6 +24,7 @@
 #include "examples/console/item_panel.h"
 #include "examples/console/pen_canvas.h"
 #include "perix/test_service.h"
+#include "tests/support/tablet_event.h"
 #include "tools/embedded/child_process.h"
 
 // LeakSanitizer asks for this by its name: the platform without a display leaves its screen behind.
@@ -88,7 +88,7 @@ bool comes(Condition condition) {
   return QTest::qWaitFor(condition, kPatienceMs);
 }
 
-class AConsole : public testing::Test {
+class Console : public testing::Test {
  protected:
   void SetUp() override { QSettings().clear(); }
 
@@ -102,8 +102,7 @@ class AConsole : public testing::Test {
   void openWithSession(const char* desktop) {
     open();
     EXPECT_TRUE(shows("desktops", desktop, "None"));
-    press("desktops", desktop);
-    EXPECT_TRUE(shows("desktops", desktop, "Open"));
+    press("desktops", desktop, "Open");
   }
 
   template <typename Part>
@@ -126,9 +125,6 @@ class AConsole : public testing::Test {
       return found != nullptr && found->text(1) == state;
     });
   }
-  bool vanishes(const char* panel, const char* item) const {
-    return comes([=, this] { return row(panel, item) == nullptr; });
-  }
   void select(const char* panel, const char* item) const {
     list(panel).scrollToItem(row(panel, item));
     QTest::mouseClick(list(panel).viewport(), Qt::LeftButton, {},
@@ -137,6 +133,22 @@ class AConsole : public testing::Test {
   void press(const char* panel, const char* item) const {
     select(panel, item);
     QTest::mouseClick(&button(panel), Qt::LeftButton);
+  }
+  /// Presses the button of the item, and waits until the item is in that state.
+  void press(const char* panel, const char* item, const char* state) const {
+    press(panel, item);
+    EXPECT_TRUE(shows(panel, item, state)) << item;
+  }
+  /// Plugs a device, and waits until it is there as a new device.
+  uint16_t plug(const std::string& type, const char* name) {
+    const auto device =
+        service.plug("type = \"" + type + "\"\nname = \"" + std::string(name) + "\"");
+    EXPECT_TRUE(shows("devices", name, "Waiting"));
+    return device.number;
+  }
+  void unplug(uint16_t number, const char* name) {
+    service.unplug(number);
+    EXPECT_TRUE(comes([=, this] { return row("devices", name) == nullptr; }));
   }
   void alt(Qt::Key key) const { QTest::keyClick(window.get(), key, Qt::AltModifier); }
   /// Goes to an item of the list that has the keyboard, and presses Enter there.
@@ -187,27 +199,24 @@ int drawStroke(PenCanvas& canvas) {
     const QJsonObject event = QJsonDocument::fromJson(file.readLine()).object();
     const QString type = event["type"].toString();
     const QPointF position(event["x"].toDouble() + 10, event["y"].toDouble() + 20);
-    QTabletEvent pen(type == "press"  ? QEvent::TabletPress
-                     : type == "move" ? QEvent::TabletMove
-                                      : QEvent::TabletRelease,
-                     position, position, QTabletEvent::Stylus, QTabletEvent::Pen,
-                     event["pressure"].toDouble(), 0, 0, 0, 0, 0, {}, 1, Qt::NoButton, {});
+    QTabletEvent pen = test::tabletEvent(type == "press"  ? QEvent::TabletPress
+                                         : type == "move" ? QEvent::TabletMove
+                                                          : QEvent::TabletRelease,
+                                         position, event["pressure"].toDouble(), 0, 0, 0);
     QApplication::sendEvent(&canvas, &pen);
   }
   return count;
 }
 
-TEST_F(AConsole, ConnectsTheClickedItemAndSendsTheStroke) {
+TEST_F(Console, ConnectsClickedItemAndSendsStroke) {
   open();
   window->resize(kLarge);
   EXPECT_TRUE(shows("devices", "Backup disk", "Idle"));
   select("devices", "Backup disk");
   EXPECT_FALSE(button("devices").isEnabled()) << "there is no session to connect into";
-  press("desktops", "lab-2");
-  EXPECT_TRUE(shows("desktops", "lab-2", "Open"));
+  press("desktops", "lab-2", "Open");
   EXPECT_EQ(button("devices").text(), "&Connect to lab-2");
-  press("devices", "Backup disk");
-  EXPECT_TRUE(shows("devices", "Backup disk", "Connected"));
+  press("devices", "Backup disk", "Connected");
   EXPECT_EQ(row("devices", "Backup disk")->text(2), "lab-2");
   select("printers", "Label printer");
   QTest::mouseDClick(list("printers").viewport(), Qt::LeftButton, {},
@@ -232,7 +241,7 @@ TEST_F(AConsole, ConnectsTheClickedItemAndSendsTheStroke) {
   EXPECT_EQ(packet(count + 1, 2), "0x26002");
 }
 
-TEST_F(AConsole, ShowsRowsOnSmallScreensAndKeepsItsSize) {
+TEST_F(Console, ShowsRowsOnSmallScreensAndKeepsSize) {
   openWithSession("lab-2");
   const QSize room = QGuiApplication::primaryScreen()->availableSize();
   EXPECT_EQ(window->size().boundedTo(room), window->size()) << "larger than the screen";
@@ -251,7 +260,7 @@ TEST_F(AConsole, ShowsRowsOnSmallScreensAndKeepsItsSize) {
   EXPECT_EQ(window->size(), QSize(700, 500));
 }
 
-TEST_F(AConsole, DoesEverythingByKeys) {
+TEST_F(Console, DoesEverythingByKeys) {
   open();
   EXPECT_TRUE(comes([this] { return list("desktops").hasFocus(); }));
   enter("lab");
@@ -282,26 +291,21 @@ TEST_F(AConsole, DoesEverythingByKeys) {
   }
 }
 
-TEST_F(AConsole, ShowsAFailureUntilTheNextSuccessOrDismissal) {
+TEST_F(Console, ShowsFailureUntilSuccessOrDismissal) {
   openWithSession("lab-2");
   service.setFault("connectPrinter", "error");
-  struct Case {
-    const char* panel;
-    const char* item;
-    const char* title;
-    const char* reason;
-  };
-  for (const Case& row : {Case{"devices", "Firmware stick", "Connect Firmware stick to lab-2",
-                               "The service refused: forbidden by the device's policy (result 7)"},
-                          {"printers", "Corridor", "Connect Corridor to lab-2",
-                           "The service answered with an error: "}}) {
-    press(row.panel, row.item);
-    EXPECT_TRUE(bannerBecomes(row.title));
-    EXPECT_TRUE(detail().startsWith(row.reason)) << detail().toStdString();
-    EXPECT_TRUE(logHas(row.title));
+  const char* const failures[][4] = {
+      {"devices", "Firmware stick", "Connect Firmware stick to lab-2",
+       "The service refused: forbidden by the device's policy (result 7)"},
+      {"printers", "Corridor", "Connect Corridor to lab-2",
+       "The service answered with an error: "}};
+  for (const auto& [panel, item, failed, reason] : failures) {
+    press(panel, item);
+    EXPECT_TRUE(bannerBecomes(failed));
+    EXPECT_TRUE(detail().startsWith(reason)) << detail().toStdString();
+    EXPECT_TRUE(logHas(failed));
   }
-  service.plug("type = \"camera\"\nname = \"New camera\"");
-  EXPECT_TRUE(shows("devices", "New camera", "Waiting"));
+  plug("camera", "New camera");
   EXPECT_EQ(title(), "Connect Corridor to lab-2") << "an event put the failure away";
   QTest::keyClick(window.get(), Qt::Key_Escape);
   EXPECT_EQ(title(), "Connected");
@@ -311,7 +315,7 @@ TEST_F(AConsole, ShowsAFailureUntilTheNextSuccessOrDismissal) {
   EXPECT_TRUE(bannerBecomes("Connected"));
 }
 
-TEST_F(AConsole, ConfiguresOrIgnoresNewDevices) {
+TEST_F(Console, ConfiguresOrIgnoresNewDevices) {
   openWithSession("lab-2");
   struct Case {
     const char* type;
@@ -327,8 +331,7 @@ TEST_F(AConsole, ConfiguresOrIgnoresNewDevices) {
         {"scanner", false, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,1]"},
         {"pen", true, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,0]"}}) {
     service.clearCalls();
-    const auto device = service.plug(std::string("type = \"") + row.type + "\"\nname = \"New\"");
-    ASSERT_TRUE(shows("devices", "New", "Waiting"));
+    const uint16_t device = plug(row.type, "New");
     select("devices", "New");
     if (row.always) alt(Qt::Key_A);
     alt(row.key);
@@ -336,32 +339,24 @@ TEST_F(AConsole, ConfiguresOrIgnoresNewDevices) {
     const std::string arguments = service.awaitCalls(row.method).at(0).arguments;
     EXPECT_TRUE(QString::fromStdString(arguments).endsWith(row.decision)) << arguments;
     EXPECT_FALSE(part<QPushButton>("ignore").isVisible());
-    service.unplug(device.number);
-    EXPECT_TRUE(vanishes("devices", "New"));
+    unplug(device, "New");
   }
 }
 
-TEST_F(AConsole, ShowsLongNamesInFullAsToolTips) {
+TEST_F(Console, ShowsLongNamesAsToolTips) {
   open();
-  const QString name = QString("Camera with a very long name ").repeated(4) + "<b>";
-  service.plug("type = \"camera\"\nname = \"" + name.toStdString() + "\"");
-  const QByteArray shown = name.toUtf8();
-  ASSERT_TRUE(shows("devices", shown, "Waiting"));
+  const QByteArray name = QByteArray("Camera with a very long name ").repeated(4) + "<b>";
+  plug("camera", name);
   EXPECT_EQ(toolTipOver(list("devices"), row("devices", "Headset")), QString());
-  EXPECT_TRUE(toolTipOver(list("devices"), row("devices", shown)).contains("name &lt;b&gt;"));
+  EXPECT_TRUE(toolTipOver(list("devices"), row("devices", name)).contains("name &lt;b&gt;"));
 }
 
-TEST_F(AConsole, SaysThatTheServiceDiedAndOpensItsSessionsAgain) {
+TEST_F(Console, TellsDeathAndOpensSessionsAgain) {
   openWithSession("office-1");
-  press("desktops", "lab-2");
-  EXPECT_TRUE(shows("desktops", "lab-2", "Open"));
-  press("desktops", "lab-2");
-  EXPECT_TRUE(shows("desktops", "lab-2", "None"));
+  press("desktops", "lab-2", "Open");
+  press("desktops", "lab-2", "None");
   select("desktops", "office-1");
-  const auto camera = service.plug("type = \"camera\"\nname = \"New camera\"");
-  EXPECT_TRUE(shows("devices", "New camera", "Waiting"));
-  service.unplug(camera.number);
-  EXPECT_TRUE(vanishes("devices", "New camera"));
+  unplug(plug("camera", "New camera"), "New camera");
   for (int death = 0; death < 2; ++death) {
     service.stop();
     EXPECT_TRUE(bannerBecomes("The service died"));
@@ -372,13 +367,12 @@ TEST_F(AConsole, SaysThatTheServiceDiedAndOpensItsSessionsAgain) {
     EXPECT_TRUE(shows("devices", "Desk camera", "Idle"))
         << "the new service knows of no connection";
     EXPECT_TRUE(comes([this] { return button("devices").isEnabled(); }));
-    press("devices", "Desk camera");  // which takes the session of office-1
-    EXPECT_TRUE(shows("devices", "Desk camera", "Connected"));
+    press("devices", "Desk camera", "Connected");  // which takes the session of office-1
     EXPECT_EQ(row("desktops", "lab-2")->text(1), "None") << "an ended session was opened again";
   }
 }
 
-TEST_F(AConsole, SaysThatItWaitsWhileTheServiceHangs) {
+TEST_F(Console, TellsThatItWaitsWhileServiceHangs) {
   service.stop();
   open();
   EXPECT_TRUE(bannerBecomes("Looking for the peripheral service"));
@@ -400,7 +394,7 @@ TEST_F(AConsole, SaysThatItWaitsWhileTheServiceHangs) {
   EXPECT_TRUE(comes([this] { return button("desktops").isEnabled(); }));
 }
 
-TEST_F(AConsole, FollowsADarkPalette) {
+TEST_F(Console, FollowsDarkPalette) {
   open();
   const auto lightness = [this] { return window->grab().toImage().pixelColor(2, 2).lightness(); };
   const QPalette before = QApplication::palette();

@@ -115,14 +115,12 @@ const std::vector<Line> kLines = {
     {"port status win10 2 -- -1", 0, "done"},
     // Traces.
     {"trace " TRACE, 0,
-     "connected to perix (:1.0) direct\n"
-     "getVmListSize(name=\"office-1\") = 1   0.30 ms direct\n"
-     "connectDevice(desktop=1 \"office-1\", device=8) = 7 forbidden by the device's policy   0.41 "
-     "ms direct\n"
-     "connectDevice(desktop=1 \"office-1\", device=9) = failed: timed out after 3000 ms   3000.00 "
-     "ms broker\n"
-     "event perixevent(desktop=1 \"office-1\", kind=6 arrived, payload=0001020304050607...[300]) "
-     "direct\n"},
+     R"(connected to perix (:1.0) direct
+getVmListSize(name="office-1") = 1   0.30 ms direct
+connectDevice(desktop=1 "office-1", device=8) = 7 forbidden by the device's policy   0.41 ms direct
+connectDevice(desktop=1 "office-1", device=9) = failed: timed out after 3000 ms   3000.00 ms broker
+event perixevent(desktop=1 "office-1", kind=6 arrived, payload=0001020304050607...[300]) direct
+)"},
     {"trace --filter connectDevice --slower 1000 " TRACE " | grep --count .", 0, "1"},
     {"trace --failures " TRACE " | grep --count connectDevice", 0, "2"},
     {"trace --summary " TRACE, 0, "connectDevice  2      2         3000"},
@@ -197,13 +195,18 @@ const std::vector<Line> kLines = {
     {"service broadcast 1 64", 0, "done"},
     {"service state --json", 0, R"("sourceIdText":"4294967297")"},
     {"service fault set wrong error", 1, "no method wrong; there are: CheckCameraAuthStat, Config"},
+    {"service fault set getVmList slow", 1,
+     "no fault is called slow; there are: delay, late, error"},
     {"service fault set getVmList delay", 2, "'delay' needs a VALUE"},
+    {"service fault set getVmList delay -- -1", 1, "delay takes a value from 0 to 3600000"},
+    {"service fault set getVmList flood 300001", 1, "flood takes a value from 0 to 300000"},
+    {"service fault set getVmList delay 1 -- -1", 1, "the count is 0, until cleared, or more"},
     {"service fault set getVmListSize drop 0 1", 0, "drop"},
     {"desktop start win10", 3, "no answer within"},
     {"service fault set getVmListSize error 0 1", 0, "error"},
     {"desktop start win10", 1, "injected fault"},
     {"service fault set onFocusChanged drop 0 1", 0, "onFocusChanged"},
-    {"service fault list --json", 0, R"("method":"onFocusChanged","kind":"drop")"},
+    {"service fault list --json", 0, R"([{"method":"onFocusChanged","kind":"drop")"},
     {"desktop focus win10 1 off", 3, "no answer within"},
     {"service fault set getVmList error 0 1", 0, "getVmList"},
     {"desktop list --json", 1, R"({"error":{"kind":"refused","exitCode":1)"},

@@ -5,13 +5,12 @@
 #include <filesystem>
 
 #include "tests/perixctl/tool_world.h"
+#include "tests/support/watched.h"
 
 namespace zq::ctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::chrono::seconds kPatience{20};
 
 TEST(EarlyEnd, LeavesNoDirectoryOfBus) {
   const ToolWorld world;

@@ -6,12 +6,11 @@
 #include <fstream>
 
 #include "tests/perixctl/tool_world.h"
+#include "tests/support/watched.h"
 #include "tools/perixctl/outcome.h"
 
 namespace zq::ctl {
 namespace {
-
-constexpr std::chrono::seconds kPatience{20};
 
 // The next event of a `monitor --json`, of that source if a source is given; null when there is none
 // in time.

@@ -1,19 +1,11 @@
 // A snapshot of a running service, played by another one.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "tests/perixctl/tool_world.h"
+#include "tests/support/trace_text.h"
 
 namespace zq::ctl {
 namespace {
-
-std::string contentOf(const std::string& file) {
-  std::ostringstream text;
-  text << std::ifstream(file).rdbuf();
-  return text.str();
-}
 
 struct World {
   std::string scenario;
@@ -64,7 +56,7 @@ TEST(Snapshot, LoadsAsSameWorld) {
     const ToolWorld laboratory(file);
     for (const char* view : kViews) EXPECT_EQ(laboratory.succeed(view), field.succeed(view));
     laboratory.succeed("snapshot " + again);
-    EXPECT_EQ(contentOf(again), contentOf(file));
+    EXPECT_EQ(linesOf(again), linesOf(file));
   }
 }
 

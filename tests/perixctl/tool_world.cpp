@@ -3,11 +3,10 @@
 #include <stdexcept>
 
 #include "tests/support/token.h"
+#include "tests/support/watched.h"
 
 namespace zq::ctl {
 namespace {
-
-constexpr std::chrono::seconds kPatience{30};
 
 std::filesystem::path directoryOf(const std::string& address) {
   return std::filesystem::path(address.substr(address.find('=') + 1)).parent_path();

@@ -201,39 +201,33 @@ TEST(DeviceWhy, IsDocumentToo) {
 /// A socket where each connection is closed, or where none is answered.
 class OddBus {
  public:
-  OddBus(fs::path path, bool closes) : path_(std::move(path)) {
-    sockaddr_un name{.sun_family = AF_UNIX};
-    path_.string().copy(name.sun_path, sizeof name.sun_path - 1);
+  OddBus(const std::string& path, bool closes) : address("unix:path=" + path) {
+    sockaddr_un name{AF_UNIX, {}};
+    path.copy(name.sun_path, sizeof name.sun_path - 1);
     if (::bind(socket_.get(), reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 ||
         ::listen(socket_.get(), 8) != 0) {
       throw std::runtime_error("no socket");
     }
-    if (closes) closer_ = std::thread([this] { closeAll(); });
+    if (closes) closer_ = std::jthread([this] { closeAll(); });
   }
-  ~OddBus() {
-    ::shutdown(socket_.get(), SHUT_RDWR);
-    if (closer_.joinable()) closer_.join();
-    fs::remove(path_);
-  }
+  ~OddBus() { ::shutdown(socket_.get(), SHUT_RDWR); }
   OddBus(const OddBus&) = delete;
   OddBus& operator=(const OddBus&) = delete;
 
-  std::string address() const { return "unix:path=" + path_.string(); }
+  const std::string address;
 
  private:
   /// Reads the greeting first, as a proxy does.
-  void closeAll() {
-    for (;;) {
+  void closeAll() const {
+    for (char byte = 0;;) {
       const OwnedDescriptor client(::accept(socket_.get(), nullptr, nullptr));
       if (!client) return;
-      char byte;
       (void)::recv(client.get(), &byte, 1, 0);
     }
   }
 
-  const fs::path path_;
   const OwnedDescriptor socket_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-  std::thread closer_;
+  std::jthread closer_;
 };
 
 TEST(DeviceWhy, NamesUnusableBusAndMissingService) {
@@ -267,12 +261,12 @@ TEST(DeviceWhy, NamesUnusableBusAndMissingService) {
       {"",
        "bus no bus is named: neither ZQBUS_ADDRESS nor DBUS_SESSION_BUS_ADDRESS nor "
        "XDG_RUNTIME_DIR is set → start a session bus (dbus-run-session), or set ZQBUS_ADDRESS"},
-      {closing.address(), "bus the bus at " + closing.address() +
-                              " closed the connection during the authentication (Connection reset "
-                              "by peer), as a bus proxy does that takes no pipelined "
-                              "authentication" +
-                              elsewhere},
-      {silent.address(), "bus the bus at " + silent.address() + " does not answer" + elsewhere},
+      {closing.address, "bus the bus at " + closing.address +
+                            " closed the connection during the authentication (Connection reset "
+                            "by peer), as a bus proxy does that takes no pipelined "
+                            "authentication" +
+                            elsewhere},
+      {silent.address, "bus the bus at " + silent.address + " does not answer" + elsewhere},
   };
   for (const auto& [address, cause] : rows) {
     if (address == guarded && ::geteuid() == 0) continue;  // root may reach every bus

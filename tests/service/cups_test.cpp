@@ -116,7 +116,7 @@ TEST_F(CupsServer, SaysWhyItRefuses) {
   EXPECT_EQ(proxy->AddLocalPrinter("New", "nix:/x", "raw"), invalid);
   EXPECT_EQ(proxy->AddLocalPrinter("New", uri, "nix.ppd"), unknownDriver);
   EXPECT_EQ(proxy->AutoAddPrinter("New", "socket://localhost", ""), unknownDriver);
-  EXPECT_EQ(proxy->AddLocalPrinter("New", CupsWorld::wrongUri(), "everywhere"),
+  EXPECT_EQ(proxy->AddLocalPrinter("New", "ipp://localhost:1/ipp/print", "everywhere"),
             code(Result::HostNotFound));
   EXPECT_EQ(proxy->ChangePrinterDriver(kName, "nix.ppd"), unknownDriver);
   EXPECT_EQ(proxy->ChangePrinterDriver("New", "raw"), unknownPrinter);

@@ -73,6 +73,18 @@ sockaddr_in loopback(uint16_t port) {
   return address;
 }
 
+uint16_t freePort() {
+  const OwnedDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address = loopback(0);
+  socklen_t size = sizeof address;
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  if (::bind(socket.get(), generic, size) != 0 ||
+      ::getsockname(socket.get(), generic, &size) != 0) {
+    throw std::runtime_error("no loopback port is free");
+  }
+  return ntohs(address.sin_port);
+}
+
 template <typename Address>
 bool answers(const Address& address) {
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
@@ -100,7 +112,8 @@ std::string CupsWorld::missing() {
   return "";
 }
 
-CupsWorld::CupsWorld(const std::string& busAddress) : watch_(::inotify_init1(IN_CLOEXEC)) {
+CupsWorld::CupsWorld(const std::string& busAddress)
+    : watch_(::inotify_init1(IN_CLOEXEC)), port_(freePort()) {
   std::string pattern = "/tmp/perix-cups-XXXXXX";
   if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make " + pattern);
   directory_ = pattern;
@@ -162,22 +175,6 @@ std::string CupsWorld::nextDocument() {
   std::ostringstream content;
   content << std::ifstream(directory_ / "documents" / (buffer.data() + sizeof head)).rdbuf();
   return content.str();
-}
-
-std::string CupsWorld::uriOf(uint16_t port) {
-  return "ipp://localhost:" + std::to_string(port) + "/ipp/print";
-}
-
-uint16_t CupsWorld::freePort() {
-  const OwnedDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address = loopback(0);
-  socklen_t size = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(socket.get(), generic, size) != 0 ||
-      ::getsockname(socket.get(), generic, &size) != 0) {
-    throw std::runtime_error("no loopback port is free");
-  }
-  return ntohs(address.sin_port);
 }
 
 }  // namespace zq

@@ -25,21 +25,19 @@ class CupsWorld {
 
   ChildProcess& daemon() { return *daemon_; }
   std::string socket() const { return directory_ / "cups.sock"; }
-  std::string printerUri() const { return uriOf(port_); }
-  /// The address of a printer that does not exist.
-  static std::string wrongUri() { return uriOf(freePort()); }
+  std::string printerUri() const {
+    return "ipp://localhost:" + std::to_string(port_) + "/ipp/print";
+  }
   /// Waits for the next document to be there as a whole: its content; empty when none comes.
   std::string nextDocument();
 
  private:
-  static std::string uriOf(uint16_t port);
-  static uint16_t freePort();
   void startDaemon();
   void startPrinter(const std::string& busAddress);
 
   std::filesystem::path directory_;
   OwnedDescriptor watch_;
-  const uint16_t port_ = freePort();
+  const uint16_t port_;
   std::unique_ptr<ChildProcess> daemon_;
   std::unique_ptr<ChildProcess> printer_;
 };

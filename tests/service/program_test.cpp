@@ -6,13 +6,13 @@
 #include <fstream>
 #include <future>
 
+#include "tests/support/watched.h"
 #include "tools/embedded/private_bus.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{20'000};
 constexpr int kCallMs = 10'000;
 
 class ServiceProgram : public testing::Test {
