@@ -54,11 +54,11 @@ void expectAnswer(const ChildProcess::Result& result, int status, const std::str
 void plugInto(const fs::path& root, bool hasNode) {
   const fs::path device = root / "sys/bus/usb/devices/1-2";
   fs::create_directories(device);
-  for (const auto& [name, text] : std::map<std::string, const char*>{{"product", "Web Camera"},
-                                                                     {"idVendor", "046d"},
-                                                                     {"idProduct", "0825"},
-                                                                     {"busnum", "1"},
-                                                                     {"devnum", "4"}}) {
+  for (const auto& [name, text] : {std::pair{"product", "Web Camera"},
+                                   {"idVendor", "046d"},
+                                   {"idProduct", "0825"},
+                                   {"busnum", "1"},
+                                   {"devnum", "4"}}) {
     std::ofstream(device / name) << text << '\n';
   }
   fs::create_directories(root / "dev/bus/usb/001");

@@ -26,14 +26,7 @@ class CupsServer : public testing::Test {
   void SetUp() override {
     if (const std::string reason = CupsWorld::missing(); !reason.empty()) GTEST_SKIP() << reason;
     cups = std::make_unique<CupsWorld>(testBus().address());
-    try {
-      service = startDevelopmentService(testBus().address(), PERIX_DEVSERVICE,
-                                        {"--cups", cups->socket()});
-    } catch (const std::runtime_error& error) {
-      const bool absent = std::string(error.what()).find("built without CUPS") != std::string::npos;
-      if (!absent) throw;
-      GTEST_SKIP() << error.what();
-    }
+    service = startService({"--cups", cups->socket()});
     proxy = PerixProxy::getInstance();
     // After an earlier case's service, the library looks for the next one every two seconds.
     ASSERT_TRUE(comesTrue([this] { return !proxy->SearchAllPrinter().empty(); }));

@@ -5,16 +5,12 @@
 namespace zq::devservice {
 namespace {
 
-struct MistakeCase {
-  std::string text;
-  std::vector<std::string> mistakes;  ///< how each line begins behind the name of the file
-};
-
 TEST(Scenario, IsRefusedWithPlaceOfEachMistake) {
   const std::string longName(128, 'x');
   const std::string desktop = "[[desktop]]\nid = 1\nname = 'd'\n";
   const std::string device = "[[device]]\nname = 'c'\n";
-  const std::vector<MistakeCase> cases = {
+  // Each line of the mistakes begins with "w.toml:" and the words here.
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"[[desktop]", {"1:11: "}},
       {"a = '\xff'", {"1:5: "}},
       {"[[desk]]", {"1:3: unknown key desk; there are: command, desktop, "}},
@@ -61,13 +57,13 @@ TEST(Scenario, IsRefusedWithPlaceOfEachMistake) {
       {"[timing]\nprintJobMs = -1", {"2:14: printJobMs is out of range"}},
       {"[service]\nautoConnect = ['camera', 'toaster']", {"2:26: autoConnect is one of: usb"}},
   };
-  for (const MistakeCase& expected : cases) {
-    SCOPED_TRACE(expected.text);
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE(text);
     std::vector<std::string> mistakes;
-    EXPECT_FALSE(parseScenario(expected.text, "w.toml", mistakes));
-    ASSERT_EQ(mistakes.size(), expected.mistakes.size()) << testing::PrintToString(mistakes);
+    EXPECT_FALSE(parseScenario(text, "w.toml", mistakes));
+    ASSERT_EQ(mistakes.size(), expected.size()) << testing::PrintToString(mistakes);
     for (std::size_t i = 0; i < mistakes.size(); ++i) {
-      EXPECT_TRUE(mistakes[i].starts_with("w.toml:" + expected.mistakes[i])) << mistakes[i];
+      EXPECT_TRUE(mistakes[i].starts_with("w.toml:" + expected[i])) << mistakes[i];
     }
   }
 }
@@ -75,10 +71,10 @@ TEST(Scenario, IsRefusedWithPlaceOfEachMistake) {
 TEST(Scenario, GivesEachKeyItsPlaceInWorld) {
   std::vector<std::string> mistakes;
   const auto scenario = parseScenario(
-      "[[desktop]]\nid = 7\nname = \"d\"\nconnected = true\n"
-      "[[device]]\ndevNumber = 40\nsourceId = 5\ntype = \"disk\"\nvid = 1\npid = 2\nname = \"c\"\n"
-      "detail = \"e\"\npolicy = \"allow\"\nmounted = true\ndesktop = \"d\"\ncopies = 2\n"
-      "[[host]]\naddress = \"1.2.3.4\"\nsearchMs = 3\nprinters = [{name = \"p\"}]\n",
+      "[[desktop]]\nid = 7\nname = 'd'\nconnected = true\n"
+      "[[device]]\ndevNumber = 40\nsourceId = 5\ntype = 'disk'\nvid = 1\npid = 2\nname = 'c'\n"
+      "detail = 'e'\npolicy = 'allow'\nmounted = true\ndesktop = 'd'\ncopies = 2\n"
+      "[[host]]\naddress = '1.2.3.4'\nsearchMs = 3\nprinters = [{name = 'p'}]\n",
       "w.toml", mistakes);
   ASSERT_TRUE(scenario) << testing::PrintToString(mistakes);
   ASSERT_EQ(scenario->devices.size(), 2U);

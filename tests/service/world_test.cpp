@@ -33,6 +33,11 @@ TEST_F(OfficeWorld, RefusesWithoutEvent) {
   EXPECT_EQ(world.devices.connect(kOffice, kForbidden), Result::Forbidden);
   EXPECT_EQ(world.devices.disconnect(kOffice, kCamera), Result::NotConnectedHere);
   EXPECT_EQ(world.activities.diagnose(kNowhere, 0), Result::UnknownDesktop);
+  const uint64_t known = device(kCamera).sourceId;
+  EXPECT_EQ(world.activities.configureIgnore({known}), Result::NotWaiting);
+  EXPECT_EQ(world.activities.configureIgnore({known, 2}), Result::WrongDeviceType);
+  EXPECT_EQ(world.activities.configureIgnore({12345}), Result::UnknownDevice);
+  EXPECT_EQ(world.activities.configureConnect(kLab, {known}), Result::DesktopNotConnected);
   EXPECT_TRUE(events.events.empty());
 }
 
@@ -115,14 +120,6 @@ TEST_F(OfficeWorld, ConfiguresNewDeviceAndTellsOutcome) {
                                     : (std::vector{4, 12}));
     }
   }
-}
-
-TEST_F(OfficeWorld, RefusesToConfigureKnownDevice) {
-  const uint64_t known = device(kCamera).sourceId;
-  EXPECT_EQ(world.activities.configureIgnore({known}), Result::NotWaiting);
-  EXPECT_EQ(world.activities.configureIgnore({known, 2}), Result::WrongDeviceType);
-  EXPECT_EQ(world.activities.configureIgnore({12345}), Result::UnknownDevice);
-  EXPECT_EQ(world.activities.configureConnect(kLab, {known}), Result::DesktopNotConnected);
 }
 
 TEST_F(OfficeWorld, KeepsHabitsOfNewDevices) {
