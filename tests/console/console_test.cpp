@@ -317,19 +317,18 @@ TEST_F(Console, ShowsFailureUntilSuccessOrDismissal) {
 
 TEST_F(Console, ConfiguresOrIgnoresNewDevices) {
   openWithSession("lab-2");
-  struct Case {
+  const struct {
     const char* type;
     bool always;
     Qt::Key key;
     const char* state;
     const char* method;
     const char* decision;  // ends the arguments: type, automatic connection, announcement
-  };
-  for (const Case& row :
-       {Case{"camera", false, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,0,1]"},
-        {"disk", true, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,1,1]"},
-        {"scanner", false, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,1]"},
-        {"pen", true, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,0]"}}) {
+  } rows[] = {{"camera", false, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,0,1]"},
+              {"disk", true, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,1,1]"},
+              {"scanner", false, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,1]"},
+              {"pen", true, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,0]"}};
+  for (const auto& row : rows) {
     service.clearCalls();
     const uint16_t device = plug(row.type, "New");
     select("devices", "New");

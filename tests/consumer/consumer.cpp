@@ -17,16 +17,15 @@ class Client : public zq::PerixProxy {
   int lastKind = 0;
 };
 
-int count(uint16_t, zq::CommonDevice*, void* userdata) {
-  ++*static_cast<int*>(userdata);
-  return 0;
-}
-
 /// An event as the service sends it, read by the override and by the library.
 bool hearsEvents(Client& client) {
   constexpr int kKind = static_cast<int>(zq::EventKind::DeviceArrived);
   const zq::CommonDevice device{};
   int heard = 0;
+  const auto count = [](uint16_t, zq::CommonDevice*, void* userdata) {
+    ++*static_cast<int*>(userdata);
+    return 0;
+  };
   client.RegisterDeviceCallback(count, &heard);
   const auto event = std::make_shared<zq::ZQBusMessage>(zq::ZQBusMessageType::Event, "perixevent");
   event->appendInt32(0);

@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(EarlyEnd, LeavesNoDirectoryOfBus) {
+TEST(EarlyEnd, LeavesNoBusAndNoSearch) {
   const ToolWorld world;
   const fs::path directory = world.directory() / "tmp";
   fs::create_directory(directory);
@@ -35,10 +35,7 @@ TEST(EarlyEnd, LeavesNoDirectoryOfBus) {
   EXPECT_FALSE(fs::is_empty(directory));
   EXPECT_EQ(world.run("--embedded desktop list", there).status, 0);
   EXPECT_TRUE(fs::is_empty(directory)) << "the next start tidies up";
-}
 
-TEST(EarlyEnd, StopsSearchInService) {
-  const ToolWorld world;
   world.succeed("service fault set searchSharePrinter drop");
   EXPECT_EQ(world.run("--timeout 1 printer shared search 10.0.0.5").status, 3);
   EXPECT_NE(world.succeed("service calls").find("stopSearchSharePrinter"), std::string::npos);

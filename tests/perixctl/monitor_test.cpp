@@ -1,9 +1,7 @@
 // The events that monitor hears, and the deaths that it outlives.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
-#include <fstream>
 
 #include "tests/perixctl/tool_world.h"
 #include "tests/support/watched.h"
@@ -53,16 +51,6 @@ TEST(Monitor, ShowsEachKindOfEvent) {
   EXPECT_EQ(monitor->finish(kPatience).status, 0);
 }
 
-TEST(Monitor, EndsAfterCountAndEscapesNames) {
-  const ToolWorld world;
-  const auto monitor = world.startReady("monitor --count 1");
-  world.succeed(R"(service plug name=$'\e]0;title\a')");
-  const ChildProcess::Result result = monitor->finish(kPatience);
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.output.find('\033'), std::string::npos);
-  EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1);
-}
-
 TEST(Monitor, OutlivesServiceWithAndWithoutDesktops) {
   for (const bool hasDesktops : {true, false}) {
     ToolWorld world(hasDesktops ? SCENARIO : "/dev/null");
@@ -94,14 +82,20 @@ TEST(Monitor, TellsLossAndReturnOfBus) {
   EXPECT_EQ(nextEvent(*monitor)["word"], "returned");
 }
 
-TEST(Monitor, ShowsChosenEventsUntilGivenEvent) {
+TEST(Monitor, EndsAfterCountOrGivenEvent) {
   const ToolWorld world;
+  auto monitor = world.startReady("monitor --count 1");
+  world.succeed(R"(service plug name=$'\e]0;title\a')");
+  ChildProcess::Result result = monitor->finish(kPatience);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output.find('\033'), std::string::npos);
+  EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1);
   for (const std::string end : {"changed", "1"}) {
-    const auto monitor =
+    monitor =
         world.startReady("monitor --json --only printer,device --desktop win10 --until " + end);
     world.succeed("service plug name=Another");  // in no desktop
     world.succeed("printer connect win10 1");
-    const ChildProcess::Result result = monitor->finish(kPatience);
+    result = monitor->finish(kPatience);
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(Json::parse(result.output)["record"]["name"], "Front office");
     world.succeed("printer disconnect win10 1");

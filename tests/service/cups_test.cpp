@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <functional>
 #include <future>
 #include <nlohmann/json.hpp>
@@ -11,15 +10,12 @@
 
 #include "perix/perix_proxy.h"
 #include "perix/service_values.h"
-#include "service/model/test_page.h"
 #include "testing/control_client.h"
 #include "tests/service/cups_world.h"
 #include "tests/support/bus_world.h"
 
 namespace zq {
 namespace {
-
-using Result = ServiceResult;
 
 class CupsServer : public testing::Test {
  protected:
@@ -60,19 +56,6 @@ class CupsServer : public testing::Test {
   PerixProxy* proxy = nullptr;
 };
 
-TEST(TestPage, NamesPrinterAndPlacesOfObjects) {
-  const std::string page = devservice::testPage("La(b");
-  EXPECT_NE(page.find("(Printer: La\\(b) Tj"), std::string::npos) << page;
-  const auto table = page.find("xref\n0 6\n");
-  ASSERT_NE(table, std::string::npos);
-  for (int object = 1; object <= 5; ++object) {
-    const auto entry = table + std::strlen("xref\n0 6\n") + 20U * object;
-    const auto offset = std::stoul(page.substr(entry, 10));
-    EXPECT_EQ(page.substr(offset, 7), std::to_string(object) + " 0 obj");
-  }
-  EXPECT_NE(page.find("startxref\n" + std::to_string(table) + "\n%%EOF"), std::string::npos);
-}
-
 TEST_F(CupsServer, PrintsTestPageOnAddedPrinter) {
   EXPECT_TRUE(localPrinters().empty());  // the scenario's are not those of the machine
   ASSERT_NO_FATAL_FAILURE(addPrinter());
@@ -99,25 +82,25 @@ TEST_F(CupsServer, NamesAndChangesDrivers) {
 
 TEST_F(CupsServer, SaysWhyItRefuses) {
   ASSERT_NO_FATAL_FAILURE(addPrinter());
-  const auto code = [](Result result) { return static_cast<int>(result); };
-  const int invalid = code(Result::InvalidArgument);
-  const int unknownDriver = code(Result::UnknownDriver);
-  const int unknownPrinter = code(Result::UnknownPrinter);
+  const auto code = [](ServiceResult result) { return static_cast<int>(result); };
+  const int invalid = code(ServiceResult::InvalidArgument);
+  const int unknownDriver = code(ServiceResult::UnknownDriver);
+  const int unknownPrinter = code(ServiceResult::UnknownPrinter);
   const std::string uri = cups->printerUri();
-  EXPECT_EQ(proxy->AutoAddPrinter(kName, uri, ""), code(Result::AlreadyExists));
+  EXPECT_EQ(proxy->AutoAddPrinter(kName, uri, ""), code(ServiceResult::AlreadyExists));
   EXPECT_EQ(proxy->AddLocalPrinter("a/b", uri, "raw"), invalid);
   EXPECT_EQ(proxy->AddLocalPrinter("New", "nix:/x", "raw"), invalid);
   EXPECT_EQ(proxy->AddLocalPrinter("New", uri, "nix.ppd"), unknownDriver);
   EXPECT_EQ(proxy->AutoAddPrinter("New", "socket://localhost", ""), unknownDriver);
   EXPECT_EQ(proxy->AddLocalPrinter("New", "ipp://localhost:1/ipp/print", "everywhere"),
-            code(Result::HostNotFound));
+            code(ServiceResult::HostNotFound));
   EXPECT_EQ(proxy->ChangePrinterDriver(kName, "nix.ppd"), unknownDriver);
   EXPECT_EQ(proxy->ChangePrinterDriver("New", "raw"), unknownPrinter);
   EXPECT_EQ(proxy->PrintTestPage("New"), unknownPrinter);
   EXPECT_EQ(proxy->DeletePrinter("New"), unknownPrinter);
   EXPECT_EQ(localPrinters().size(), 1U);
   cups->daemon().kill();
-  EXPECT_EQ(proxy->PrintTestPage(kName), code(Result::NoPrintServer));
+  EXPECT_EQ(proxy->PrintTestPage(kName), code(ServiceResult::NoPrintServer));
 }
 
 TEST_F(CupsServer, PrintsPagesOfPausedPrinterWhenResumed) {

@@ -1,5 +1,6 @@
 #include "service/model/world.h"
 
+#include "service/model/test_page.h"
 #include "tests/service/test_world.h"
 
 namespace zq::devservice {
@@ -123,6 +124,14 @@ TEST_F(OfficeWorld, ConfiguresNewDeviceAndTellsOutcome) {
 }
 
 TEST_F(OfficeWorld, KeepsHabitsOfNewDevices) {
+  const uint64_t failing = device(plug("failing")).sourceId;
+  ASSERT_EQ(world.activities.configureConnect(kOffice, {failing, 0, true, true}), Result::Done);
+  ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
+  timer.pass(kLong);
+  EXPECT_EQ(kinds(), (std::vector{6, 10, 13}));
+  EXPECT_FALSE(world.devices.autoConnects(DeviceType::Usb));
+
+  ASSERT_EQ(world.connectDesktop(kOffice, 0, 0, 0), Result::Done);
   const uint64_t sourceId = device(plug("first")).sourceId;
   ASSERT_EQ(world.activities.configureIgnore({sourceId, 0, false, false}), Result::Done);
   timer.pass(kLong);
@@ -133,15 +142,6 @@ TEST_F(OfficeWorld, KeepsHabitsOfNewDevices) {
   ASSERT_EQ(world.devices.setAutoConnect(1, true), Result::Done);
   EXPECT_EQ(device(second).desktop, kOffice);
   EXPECT_EQ(world.devices.findBySource(sourceId)->status, DeviceStatus::Ignored);
-}
-
-TEST_F(OfficeWorld, KeepsNoHabitOfFailedConnection) {
-  const uint64_t sourceId = device(plug("new")).sourceId;
-  ASSERT_EQ(world.activities.configureConnect(kOffice, {sourceId, 0, true, true}), Result::Done);
-  ASSERT_EQ(world.disconnectDesktop(kOffice), Result::Done);
-  timer.pass(kLong);
-  EXPECT_EQ(kinds(), (std::vector{6, 10, 13}));
-  EXPECT_FALSE(world.devices.autoConnects(DeviceType::Usb));
 }
 
 TEST_F(OfficeWorld, MountsUnmountsAndEjectsDisk) {
@@ -258,6 +258,20 @@ TEST_F(OfficeWorld, ForgetsAllWorkWhenLoadedAnew) {
   timer.pass(kLong);
   EXPECT_TRUE(events.events.empty());
   EXPECT_TRUE(world.devices.all().empty());
+}
+
+TEST(TestPage, NamesPrinterAndPlacesOfObjects) {
+  const std::string page = testPage("La(b");
+  EXPECT_NE(page.find("(Printer: La\\(b) Tj"), std::string::npos) << page;
+  const std::string head = "xref\n0 6\n";
+  const auto table = page.find(head);
+  ASSERT_NE(table, std::string::npos);
+  for (int object = 1; object <= 5; ++object) {
+    const auto entry = table + head.size() + 20U * object;
+    const auto offset = std::stoul(page.substr(entry, 10));
+    EXPECT_EQ(page.substr(offset, 7), std::to_string(object) + " 0 obj");
+  }
+  EXPECT_NE(page.find("startxref\n" + std::to_string(table) + "\n%%EOF"), std::string::npos);
 }
 
 }  // namespace
