@@ -85,10 +85,10 @@ TEST(Monitor, TellsLossAndReturnOfBus) {
 TEST(Monitor, EndsAfterCountOrGivenEvent) {
   const ToolWorld world;
   auto monitor = world.startReady("monitor --count 1");
-  world.succeed(R"(service plug name=$'\e]0;title\a')");
+  world.succeed(R"(service plug name=$'\e]0;\xe2\x80\xaetitle\a')");
   ChildProcess::Result result = monitor->finish(kPatience);
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.output.find('\033'), std::string::npos);
+  EXPECT_NE(result.output.find(R"(\u001b]0;\u202etitle)"), std::string::npos) << result.output;
   EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1);
   for (const std::string end : {"changed", "1"}) {
     monitor =
