@@ -10,8 +10,7 @@
 namespace zq::ctl {
 namespace {
 
-// The next event of a `monitor --json`, of that source if a source is given; null when there is none
-// in time.
+// The next event of a `monitor --json`, of that source if a source is given; null if none comes.
 Json nextEvent(ChildProcess& monitor, const std::string& source = "") {
   for (;;) {
     const auto line = monitor.outputLine(kPatience);
