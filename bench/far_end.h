@@ -1,5 +1,5 @@
-// Processes at the other end of a socket pair: what a round trip, and a call by sd-bus alone, cost at
-// least.
+// Processes at the other end of a socket pair: the least that a round trip can cost, and a call by
+// sd-bus alone.
 #pragma once
 
 #include "bench/raw_bus.h"
