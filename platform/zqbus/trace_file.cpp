@@ -23,8 +23,8 @@ namespace zq {
 namespace {
 
 constexpr std::size_t kMaxWaiting = std::size_t{8} << 20;
-// Lines wait in blocks. A buffer that grows would be a large piece of memory after a burst; once that
-// is freed, the C library keeps as much for each thread.
+// Lines wait in blocks. A buffer that grows would be a large piece of memory after a burst. Once
+// that is freed, the C library keeps as much for each thread.
 constexpr std::size_t kBlock = std::size_t{64} << 10;
 constexpr std::chrono::seconds kLongestEnd{1};
 

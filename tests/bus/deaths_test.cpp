@@ -29,7 +29,7 @@ bool failsAtOnce(ZQBusProxyInterface& service, ZQBusSerivceManager& manager) {
 }
 
 TEST_F(Bus, CallsFailInForkedChild) {
-  if (kForksWithAllocatorLocked) GTEST_SKIP() << "the child may hang in the allocator";
+  if (kSanitized) GTEST_SKIP() << kHangsInSanitizer;
   Watched<int> heard;
   listen(*service, counter(heard));
   ASSERT_EQ(call(*service, "echo", {})->type(), 2);
