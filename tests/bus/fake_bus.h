@@ -81,16 +81,19 @@ class Keeper {
  public:
   ZQBusService::Handler handler() {
     return [this](const std::shared_ptr<ZQBusCall>& call) {
+      lastSender_.set(call->sender());
       if (call->message().name() != "hang") return FakeBus::echo(call);
       kept_.append(call);
     };
   }
+  std::string lastSender() { return lastSender_.get(); }
   [[nodiscard]] bool waitFor(std::size_t count) { return kept_.waitForSize(count); }
   void release() {
     for (const auto& call : kept_.take()) call->reply(message(int32_t{1}));
   }
 
  private:
+  Watched<std::string> lastSender_;
   Watched<std::vector<std::shared_ptr<ZQBusCall>>> kept_;
 };
 

@@ -124,10 +124,10 @@ TEST_F(ServiceWithoutBus, ServesLinesWhenOtherProcessOwnsName) {
     EXPECT_TRUE(isAnswered(line));
     service->sendEvent("perixevent", {});
     EXPECT_EQ(line.receive()->member, "perixevent");
+    EXPECT_TRUE(ownedByOthers.waitFor(1));
     EXPECT_EQ(losses.get(), 0);
   }
   EXPECT_TRUE(losses.waitFor(1));
-  EXPECT_TRUE(ownedByOthers.waitFor(1));
   setZQBusLogSink(nullptr);
 }
 
@@ -316,10 +316,13 @@ std::string clientHandshake() {
 
 TEST_F(ServiceLine, AnswersCallThatComesWithHandshake) {
   Peer line = open();
-  ASSERT_TRUE(line.send(clientHandshake() + wire::bytesOf(perixMethod("echo"))));
+  Message call = perixMethod("echo");
+  call.sender = ":1.66";  // of which a client can write any
+  ASSERT_TRUE(line.send(clientHandshake() + wire::bytesOf(call)));
   // The answer comes behind the two lines of the handshake, and not from the line's end.
   ASSERT_TRUE(line.skipLine());
   EXPECT_EQ(line.receive()->type, Type::Return);
+  EXPECT_EQ(keeper.lastSender(), kClient);
 }
 
 TEST_F(ServiceLine, EndsAndIsNotCountedWithoutHandshake) {
