@@ -105,6 +105,8 @@ const std::vector<OddBody>& oddBodies() {
        number(5).array(4, [](Writer& list) { list.number(4, 0); }), 1, 1},
       {"descriptor in a variant", Unreadable, kPasses, "v",
        variant("h", [](Writer& to) { to.number(4, 0); }), 1, 1},
+      {"descriptor in a list of variants", Unreadable, kPasses, "av",
+       variants(1, "h", [](Writer& to) { to.number(4, 0); }), 1, 1},
       {"descriptors that are not of the body", Read, kPasses, "i", number(5), 3, 3},
       {"descriptor that is announced only", Dropped, kCutsItsSender, "h", number(0), 1, 0},
       {"253 descriptors that are not announced", Dropped, kCutsItsSender, "i", number(5), 0, 253},

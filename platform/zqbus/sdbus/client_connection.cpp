@@ -342,8 +342,8 @@ void ClientConnection::onSignal(sd_bus_message* signal) {
 void ClientConnection::dispatch(sd_bus_message* signal, const char* sender, bool trusted) {
   const char* interface = sd_bus_message_get_interface(signal);
   const char* member = sd_bus_message_get_member(signal);
-  // A service sends bundles on a line alone; on the bus any client could send one.
-  if (!isBus_ && field(interface) == kDirectInterface && field(member) == kDirectEvents) {
+  // On the bus, where any client could send a bundle, no subscription hears one.
+  if (field(interface) == kDirectInterface && field(member) == kDirectEvents) {
     return dispatchBundle(signal);
   }
   std::shared_ptr<ZQBusMessage> event;
