@@ -62,7 +62,9 @@ TEST_F(Bus, ListOfAnyLengthAndTypesArrivesInOrder) {
     ASSERT_EQ(reply->argCount(), list.argCount()) << reply->toDebugString().substr(0, 200);
     for (int i = 0; i < count; ++i) {
       const auto index = static_cast<std::size_t>(i) + 1;
-      ASSERT_EQ(std::get<ZQBusBytes>(reply->arguments()[index]).view(), std::to_string(i));
+      const auto& block = std::get<ZQBusBytes>(reply->arguments()[index]);
+      ASSERT_EQ(block.view(), std::to_string(i));
+      ASSERT_EQ(block.data[block.size], 0) << "the end of a text";
     }
   }
   ZQBusMessage list;

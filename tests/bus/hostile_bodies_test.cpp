@@ -213,5 +213,15 @@ TEST(DecodedMessage, TakesBoundedMemory) {
   }
 }
 
+TEST(DecodedMessage, HoldsBoundedNumberOfValues) {
+  constexpr uint32_t kEmptyBlocks = 4 * ((1U << 20) + 1);  // as they stand on the wire, in bytes
+  const std::string list =
+      Writer().number(4, kEmptyBlocks).bytes() + std::string(kEmptyBlocks, '\0');
+  FakeService service;
+  auto reply = callSoon(service.client());
+  service.way().send(Message::replyTo(*service.nextCall()).with("aay", list));
+  EXPECT_EQ(reply.get()->failure(), ZQBusFailure::Unreadable);
+}
+
 }  // namespace
 }  // namespace zq
