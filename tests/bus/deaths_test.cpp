@@ -83,8 +83,13 @@ TEST(ServiceDeath, DiffersFromSlowness) {
 TEST(ServiceDeath, IsLossOfNameToOtherProcessToo) {
   FakeService former;
   Deaths deaths(former.client());
+  auto waiting = callSoon(former.client());
+  ASSERT_TRUE(former.nextCall());
   former.releaseName();
   const auto successor = startService();
+  // Before its time-out.
+  EXPECT_EQ(waiting.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_EQ(waiting.get()->failure(), ZQBusFailure::PeerGone);
   EXPECT_TRUE(deaths.waitFor(1));
 }
 
