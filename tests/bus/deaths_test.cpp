@@ -68,8 +68,12 @@ TEST(ServiceDeath, DiffersFromSlowness) {
   EXPECT_EQ(call(*service, "getVmList", message(int32_t{0}), 200)->failure(),
             ZQBusFailure::TimedOut);
   EXPECT_EQ(deaths.get(), 0);
+  Watched<ZQBusFailure> outcome;
+  callAsynchronously(*service, "getVmList",
+                     [&](const Reply& reply) { outcome.set(reply->failure()); });
   auto waiting = soon([&] { return call(*service, "getVmList", {}); });
   process->kill();
+  EXPECT_TRUE(outcome.wait([](ZQBusFailure failure) { return failure == ZQBusFailure::PeerGone; }));
   EXPECT_EQ(waiting.get()->failure(), ZQBusFailure::PeerGone);
   ASSERT_TRUE(deaths.waitFor(1));
   EXPECT_EQ(call(*service, "getVmList", {})->failure(), ZQBusFailure::PeerGone);
