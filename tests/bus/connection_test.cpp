@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "platform/zqbus/sdbus/client_connection.h"
 #include "platform/zqbus/sdbus/codec.h"
 #include "platform/zqbus/sdbus/connection_loop.h"
 #include "platform/zqbus/sdbus/sender_trust.h"
@@ -76,6 +77,22 @@ TEST(ConnectionLoop, LetsOtherThreadsInDuringFlood) {
   EXPECT_LT(readWhenIn, kMessages / 2);
   loop->close();
   loop->join();
+}
+
+TEST(ClientConnection, HasOnlyDeadPeersOnceItIsLost) {
+  static auto& deliveries = *new DeliveryQueue;  // as the library's, which is never destroyed
+  auto [server, client] = connectedPair();
+  ClientConnection connection(std::move(client), deliveries, ZQBusFailure::PeerGone);
+  ASSERT_GE(connection.start(), 0);
+  static Watched<int> deaths;
+  const auto early = connection.addPeer("perix", ":1.1");
+  connection.setDeathCallback(early, [] { deaths.increment(); });
+  server.reset();
+  ASSERT_TRUE(deaths.waitFor(1));
+  const auto late = connection.addPeer("perix", ":1.1");
+  EXPECT_TRUE(late->gone());
+  connection.setDeathCallback(late, [] { deaths.increment(); });
+  EXPECT_TRUE(deaths.waitFor(2));
 }
 
 TEST(SenderTrust, AsksAgainAfterLateAnswer) {

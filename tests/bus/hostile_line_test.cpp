@@ -171,6 +171,21 @@ TEST_F(HostileLine, EndWithinMessageIsServiceDeath) {
   }
 }
 
+TEST_F(HostileLine, EndHasItsOwnerPinged) {
+  FakeService service;
+  Deaths deaths(service.client());
+  service.way().shutdown(SHUT_RDWR);
+  EXPECT_TRUE(deaths.waitFor(1));
+  auto asking =
+      soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+  const auto ping =
+      service.bus().receiveUntil([](const Message& message) { return message.type == Type::Call; });
+  ASSERT_TRUE(ping);
+  EXPECT_EQ(ping->member, "Ping");
+  service.bus().send(Message::replyTo(*ping));
+  EXPECT_TRUE(asking.get());
+}
+
 TEST_F(HostileLine, StopWithinMessageBlocksNoOtherClient) {
   RecordingService service;
   const std::string message = wire::bytesOf(perixCall("half"));

@@ -61,6 +61,7 @@ class FakeService {
   explicit FakeService(const Opening& opening);
 
   ZQBusProxyInterface& client() { return *client_; }
+  wire::Peer& bus() { return bus_; }
   /// The connection on which the client calls.
   wire::Peer& way() { return line_ ? *line_ : bus_; }
   /// The name on the bus of the client that called last.
