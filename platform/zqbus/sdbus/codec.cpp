@@ -173,8 +173,8 @@ class Decoder {
   }
 
  private:
-  /// Descriptors come in variants alone: the service refuses calls that have one in their signature,
-  /// and other connections carry none. A message that is kept would keep its descriptors open.
+  /// Descriptors come in variants alone: the service refuses calls with one in their signature, and
+  /// other connections carry none. A message that is kept would keep its descriptors open.
   static bool holdsDescriptors(const char* signature) {
     return std::strchr(signature, SD_BUS_TYPE_UNIX_FD) != nullptr;
   }
