@@ -110,6 +110,19 @@ TEST_F(ServiceWithoutBus, ConnectsAgain) {
   }
 }
 
+TEST_F(ServiceWithoutBus, WaitsUntilBusForgetsItsLostConnection) {
+  Watched<int> losses;
+  service->setLostCallback([&] { losses.increment(); });
+  bus.close();
+  for (int i = 0; i < 2; ++i) {
+    bus.replyNumber(bus.welcome(), 3);
+    bus.reply(bus.question("GetNameOwner"), "s", Writer().text(":1.1").bytes());
+  }
+  bus.replyNumber(bus.welcome(), 1);
+  EXPECT_EQ(echo().type, Type::Return);
+  EXPECT_EQ(losses.get(), 0);
+}
+
 TEST_F(ServiceWithoutBus, ServesLinesWhenOtherProcessOwnsName) {
   static auto& ownedByOthers = *new Watched<int>;  // the log outlives the test
   setZQBusLogSink([](const char* line) {
@@ -121,6 +134,7 @@ TEST_F(ServiceWithoutBus, ServesLinesWhenOtherProcessOwnsName) {
     Peer line = openReady();
     bus.close();
     bus.replyNumber(bus.welcome(), 3);
+    bus.reply(bus.question("GetNameOwner"), "s", Writer().text(":1.66").bytes());
     EXPECT_TRUE(isAnswered(line));
     service->sendEvent("perixevent", {});
     EXPECT_EQ(line.receive()->member, "perixevent");

@@ -176,7 +176,9 @@ int Service::startOnBus(Clock::time_point deadline, SdBus connection) {
     bus_ = bus;  // before the first call comes: its handler may send an event
   }
   int result = bus->start();
-  if (result >= 0) result = bus->claimName(deadline);
+  if (result >= 0) {
+    result = bus->claimName(deadline, previous != nullptr ? previous->uniqueName() : "");
+  }
   {
     const MutexLock lock(mutex_);
     if (lost_ == bus.get() && result >= 0) result = -ECONNRESET;
@@ -210,6 +212,10 @@ void Service::reclaimName() {
       reserve_.refill();
     }
     if (result >= 0) return busLog(object_->interface + " is on the bus again");
+    if (result == -EBUSY) {  // the bus has not noticed yet that the lost connection has ended
+      length = kFirstPause;
+      continue;
+    }
     {
       const MutexLock lock(mutex_);
       isBusGone_ = true;

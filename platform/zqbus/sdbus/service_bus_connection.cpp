@@ -29,6 +29,11 @@ int claimResult(sd_bus_message* reply) {
   return outcome == kPrimaryOwner || outcome == kAlreadyOwner ? 0 : -EEXIST;
 }
 
+std::string uniqueNameOf(sd_bus* bus) {
+  const char* name = nullptr;
+  return sd_bus_get_unique_name(bus, &name) >= 0 ? name : "";
+}
+
 bool holdsDescriptors(sd_bus_message* call) {
   return std::strchr(sd_bus_message_get_signature(call, 1), SD_BUS_TYPE_UNIX_FD) != nullptr;
 }
@@ -67,6 +72,19 @@ class ServiceBusConnection::Claim : public PendingCall {
   ServiceBusConnection& connection_;
 };
 
+/// The daemon's answer to which connection owns the service's name; empty when none does.
+class ServiceBusConnection::OwnerAnswer : public PendingCall {
+ public:
+  void onOutcome(sd_bus_message* reply) override {
+    const char* name = "";
+    if (reply != nullptr && sd_bus_message_is_method_error(reply, nullptr) == 0) {
+      sd_bus_message_read(reply, "s", &name);
+    }
+    owner.set_value(name);
+  }
+  std::promise<std::string> owner;
+};
+
 /// The daemon's answer whether a client is still connected.
 class ServiceBusConnection::Presence : public PendingCall {
  public:
@@ -88,21 +106,36 @@ ServiceBusConnection::ServiceBusConnection(Owner& owner, std::shared_ptr<ServedO
                                            SdBus connection, OpenLine openLine)
     : ServiceConnection(owner, std::move(object), std::move(connection), "", Backlog::Unbounded),
       openLine_(std::move(openLine)),
+      uniqueName_(uniqueNameOf(loop().bus())),
       trust_(calls()) {}
 
-int ServiceBusConnection::claimName(ConnectionLoop::Clock::time_point deadline) {
+int ServiceBusConnection::claimName(ConnectionLoop::Clock::time_point deadline,
+                                    const std::string& former) {
   const auto claim = std::make_shared<Claim>(*this);
   auto result = claim->result.get_future();
-  {
-    const ConnectionLoop::Hold hold(loop());
-    const SdBusMessage call =
-        newBusCall(loop().bus(), "RequestName", object().interface.c_str(), kDoNotQueue);
-    if (call == nullptr) return -ENOMEM;
-    const int asked = calls().send(loop().bus(), call.get(), claim, deadline);
-    if (asked < 0) return asked;
-    loop().afterSend();
-  }
-  return result.get();
+  const int asked = askAboutName("RequestName", claim, deadline, kDoNotQueue);
+  const int outcome = asked >= 0 ? result.get() : asked;
+  if (outcome != -EEXIST || former.empty()) return outcome;
+  return ownerOfName(deadline) == former ? -EBUSY : outcome;
+}
+
+std::string ServiceBusConnection::ownerOfName(ConnectionLoop::Clock::time_point deadline) {
+  const auto answer = std::make_shared<OwnerAnswer>();
+  auto owner = answer->owner.get_future();
+  return askAboutName("GetNameOwner", answer, deadline) >= 0 ? owner.get() : "";
+}
+
+/// Asks the daemon something about the service's name. 0 or a negative error number: then `answer`
+/// hears nothing.
+int ServiceBusConnection::askAboutName(const char* method, std::shared_ptr<PendingCall> answer,
+                                       ConnectionLoop::Clock::time_point deadline,
+                                       std::optional<uint32_t> flags) {
+  const ConnectionLoop::Hold hold(loop());
+  const SdBusMessage call = newBusCall(loop().bus(), method, object().interface.c_str(), flags);
+  if (call == nullptr) return -ENOMEM;
+  const int asked = calls().send(loop().bus(), call.get(), std::move(answer), deadline);
+  if (asked >= 0) loop().afterSend();
+  return asked;
 }
 
 // --- Calls ---------------------------------------------------------------------------------------

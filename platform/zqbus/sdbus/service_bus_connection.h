@@ -8,6 +8,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -27,16 +28,24 @@ class ServiceBusConnection : public ServiceConnection {
                        OpenLine openLine);
 
   /// Asks for the service's name, after start(), and waits for the answer. 0 or a negative error
-  /// number, -EEXIST when another process owns the name.
-  [[nodiscard]] int claimName(ConnectionLoop::Clock::time_point deadline);
+  /// number: -EBUSY while the connection named `former` owns the name, -EEXIST when another does.
+  [[nodiscard]] int claimName(ConnectionLoop::Clock::time_point deadline,
+                              const std::string& former);
+  /// Its unique name on the bus.
+  const std::string& uniqueName() const { return uniqueName_; }
   /// Whether a client that has called through the bus is still connected; any thread.
   bool hasClients() const { return hasClients_; }
 
  private:
   struct LineRequest;
   class Claim;
+  class OwnerAnswer;
   class Presence;
 
+  int askAboutName(const char* method, std::shared_ptr<PendingCall> answer,
+                   ConnectionLoop::Clock::time_point deadline,
+                   std::optional<uint32_t> flags = std::nullopt) EXCLUDES(loop().mutex());
+  std::string ownerOfName(ConnectionLoop::Clock::time_point deadline) EXCLUDES(loop().mutex());
   void onCall(sd_bus_message* call) override REQUIRES(loop().mutex());
   void onSignal(sd_bus_message* signal) override REQUIRES(loop().mutex());
   void doMore() override EXCLUDES(loop().mutex());
@@ -51,6 +60,7 @@ class ServiceBusConnection : public ServiceConnection {
   void changeMatch(const char* method, const std::string& client) REQUIRES(loop().mutex());
 
   const OpenLine openLine_;
+  const std::string uniqueName_;
   bool claimed_ GUARDED_BY(loop().mutex()) = false;
   SenderTrust trust_ GUARDED_BY(loop().mutex());
   std::vector<std::shared_ptr<LineRequest>> requests_ GUARDED_BY(loop().mutex());
