@@ -109,6 +109,7 @@ const std::vector<Line> kLines = {
     {"printer local delete Desk", 0, "done"},
     // Channels.
     {"pipe create win10 1:2:a:b 3:4:c:d", 0, "done"},
+    {"service state", 0, R"("label1": "a")"},
     {"pipe destroy win10 1:2:a:b", 0, "done"},
     {"pipe destroy win10 9:9:x:y", 10, "unknown pipe"},
     {"pipe create win10 1:2:a", 2, "PARAM1:PARAM2:LABEL1:LABEL2"},
