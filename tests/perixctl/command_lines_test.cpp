@@ -206,6 +206,7 @@ event perixevent(desktop=1 "office-1", kind=6 arrived, payload=0001020304050607.
     {"desktop start win10", 3, "no answer within"},
     {"service fault set getVmListSize error 0 1", 0, "error"},
     {"desktop start win10", 1, "injected fault"},
+    {"service calls", 0, "error: injected fault"},
     {"service fault set onFocusChanged drop 0 1", 0, "onFocusChanged"},
     {"service fault list --json", 0, R"([{"method":"onFocusChanged","kind":"drop")"},
     {"desktop focus win10 1 off", 3, "no answer within"},
