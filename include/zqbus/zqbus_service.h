@@ -88,9 +88,10 @@ class ZQBusService {
   /// Sends a broadcast that belongs to no service.
   virtual void sendBroadcast(const std::string& event, const ZQBusMessage& content) = 0;
   /// `onLost` is called once, on a thread of the service, when the bus is gone and the last direct
-  /// line has ended: clients on a line are served without the bus. A loss does not count when the
-  /// service claims its name again at once. When the bus and the lines are gone already, `onLost`
-  /// is called at once, on the caller's thread.
+  /// line has ended: clients on a line are served without the bus. A loss does not count when
+  /// the bus is still there and no other process owns the name then: the service claims it again.
+  /// When the bus and the lines are gone already, `onLost` is called at once, on the caller's
+  /// thread.
   virtual void setLostCallback(std::function<void()> onLost) = 0;
 };
 

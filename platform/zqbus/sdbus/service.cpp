@@ -76,7 +76,7 @@ class Service : public ZQBusService, public ServiceConnection::Owner {
   const ServiceConnection* claimed_ GUARDED_BY(mutex_) = nullptr;
   // The last connection that was lost before the name was claimed on it.
   const ServiceConnection* lost_ GUARDED_BY(mutex_) = nullptr;
-  // The connection with the name was lost, and the first attempt to reclaim the name failed.
+  // The connection with the name was lost, and an attempt to reclaim the name found no bus.
   bool isBusGone_ GUARDED_BY(mutex_) = false;
   Clock::time_point claimTime_ GUARDED_BY(mutex_);
   Lines lines_ GUARDED_BY(mutex_);
@@ -181,7 +181,7 @@ int Service::startOnBus(Clock::time_point deadline, SdBus connection) {
   }
   {
     const MutexLock lock(mutex_);
-    if (lost_ == bus.get() && result >= 0) result = -ECONNRESET;
+    if (lost_ == bus.get() && result >= 0) result = -ECONNABORTED;
     if (result >= 0) {
       isBusGone_ = false;
       claimed_ = bus.get();
@@ -212,15 +212,14 @@ void Service::reclaimName() {
       reserve_.refill();
     }
     if (result >= 0) return busLog(object_->interface + " is on the bus again");
-    if (result == -EBUSY) {  // the bus has not noticed yet that the lost connection has ended
-      length = kFirstPause;
-      continue;
+    // Otherwise the bus is there: it names the lost connection still, or this one has ended, too.
+    if (result != -EBUSY && result != -ECONNABORTED) {
+      {
+        const MutexLock lock(mutex_);
+        isBusGone_ = true;
+      }
+      reportLoss();
     }
-    {
-      const MutexLock lock(mutex_);
-      isBusGone_ = true;
-    }
-    reportLoss();
     length = std::clamp(2 * length, kFirstPause, kLongestPause);
   }
   if (result == -EEXIST) busLog("cannot claim the name again: " + error);
