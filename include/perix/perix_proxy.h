@@ -47,8 +47,7 @@ class ZQBusSerivceManager;
 ///   a count that exceeds the records of an answer is reduced to their number.
 /// - Desktops. `vmId` names a desktop by its string id. An unknown id is not an error here: the
 ///   service gets the integer id 0 and decides. The same holds when the look-up of the id fails;
-///   PerixLastFailure() tells. An id holds for the process that gave it: a new process is asked
-///   again.
+///   PerixLastFailure() tells. An id holds for the process that gave it; the next is asked again.
 /// - Lists. Each record is a `malloc` block of exactly the received length; list and records are
 ///   the caller's, to be released with the matching Free operation, or with `free` where there is
 ///   no such operation.
@@ -59,8 +58,7 @@ class ZQBusSerivceManager;
 ///   service, or waits for callbacks, fails at once, with the result that it has without a service;
 ///   registering and unregistering return -1. A child that was forked before the first use
 ///   uses the library like any process.
-/// - The process's end. Operations may be called from destructors of static objects and from atexit
-///   handlers.
+/// - The process's end. Destructors of static objects and atexit handlers may call operations.
 ///
 /// A class may derive from this one and override; operations use each other through the virtual
 /// table. An override of GetVmIdInt runs under the lock of the calls: it may use its own tables and
@@ -181,11 +179,9 @@ class PerixProxy {
   virtual int OnFocusChanged(std::string vmId, uint64_t windowId, uint32_t gainFocus);
   /// The integer id of a desktop, 0 when unknown. Asks the service once per desktop and remembers
   /// the id; asks each time for an unknown desktop. Does not wait for other operations, and does
-  /// not connect. When the service was asked and there is no id, PerixLastFailure() tells the
-  /// cause.
+  /// not connect. When the service was asked and has no id, PerixLastFailure() tells the cause.
   virtual unsigned int GetVmIdInt(std::string vmId);
-  /// The string id that GetVmIdInt learned for an integer id, else empty. Does not call the
-  /// service.
+  /// The string id that GetVmIdInt learned for an integer id, else empty. Asks no service.
   virtual std::string GetVmIdString(unsigned int id);
 
   // --- Data channels ----------------------------------------------------------------------------
@@ -275,8 +271,7 @@ class PerixProxy {
   /// Sets the property of a vendor and product; the service knows the values.
   virtual int SetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                           unsigned short property, int value);
-  /// The property of a vendor and product; `property` is not sent, the service has one. 0 on
-  /// failure too.
+  /// The property of a vendor and product; `property` is not sent. 0 on failure too.
   virtual int GetDevicePropertyWithVidPid(unsigned short vid, unsigned short pid,
                                           unsigned short property);
   /// As GetDevicePropertyWithVidPid, from the settings of the user's own machine.
@@ -420,8 +415,7 @@ class PerixProxy {
   /// object is running any more: then a derived object may be destroyed, provided that no other
   /// thread uses it. Waits for the operations of other threads, for a running callback for as long
   /// as that takes, and for a recovery until its next check (2 s, and 10 s for the bus's answer).
-  /// The object cannot connect meanwhile. Inside a callback it does not wait. Does not call the
-  /// service.
+  /// The object cannot connect meanwhile. Does not wait inside a callback. Asks no service.
   virtual void AwaitDeliveries();
 
   // --- Pens of any toolkit ----------------------------------------------------------------------

@@ -76,7 +76,8 @@ class Service : public ZQBusService, public ServiceConnection::Owner {
   const ServiceConnection* claimed_ GUARDED_BY(mutex_) = nullptr;
   // The last connection that was lost before the name was claimed on it.
   const ServiceConnection* lost_ GUARDED_BY(mutex_) = nullptr;
-  // The connection with the name was lost, and an attempt to reclaim the name found no bus.
+  // The connection with the name was lost, and an attempt to reclaim the name found no bus, or
+  // another owner.
   bool isBusGone_ GUARDED_BY(mutex_) = false;
   Clock::time_point claimTime_ GUARDED_BY(mutex_);
   Lines lines_ GUARDED_BY(mutex_);
@@ -212,8 +213,9 @@ void Service::reclaimName() {
       reserve_.refill();
     }
     if (result >= 0) return busLog(object_->interface + " is on the bus again");
-    // Otherwise the bus is there: it names the lost connection still, or this one has ended, too.
-    if (result != -EBUSY && result != -ECONNABORTED) {
+    // A bus that still names the lost connection, or has ended the next as well, is there.
+    const bool isBusThere = result == -EBUSY || result == -ECONNABORTED;
+    if (!isBusThere) {
       {
         const MutexLock lock(mutex_);
         isBusGone_ = true;
