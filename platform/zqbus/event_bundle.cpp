@@ -44,7 +44,7 @@ std::vector<std::shared_ptr<ZQBusMessage>> EventBundle::eventsOf(const ZQBusMess
   for (std::size_t at = 0; at + kOwnArguments <= all.size();) {
     std::string name;
     bundle.readString(name, at);
-    const auto count = static_cast<std::size_t>(std::max(bundle.readInt32(at + 1), 0));
+    const auto count = static_cast<std::size_t>(bundle.readInt32(at + 1));
     at += kOwnArguments;
     const std::size_t end = at + std::min(count, all.size() - at);
     const auto event = std::make_shared<ZQBusMessage>(ZQBusMessageType::Event, std::move(name));

@@ -119,7 +119,6 @@ void ClientConnection::stop() {
   {
     const ConnectionLoop::Hold hold(*loop_);
     pending_.endIf([](const PendingCall&) { return true; });
-    trust_.clear();
   }
   loop_->close();
 }
@@ -421,7 +420,6 @@ void ClientConnection::postDeath(const Peer& peer) {
 
 void ClientConnection::onConnectionLost() {
   pending_.endIf([](const PendingCall&) { return true; });
-  trust_.clear();
   declareDeadIf([](const Peer&) { return true; });
 }
 

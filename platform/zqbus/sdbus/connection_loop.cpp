@@ -264,7 +264,6 @@ void ConnectionLoop::loseConnection() {
   lost_ = true;
   listener_.onConnectionLost();
   closeBus();
-  for (const auto& follower : followers_) toWake_.push_back(follower);
 }
 
 // --- The loop's own threads --------------------------------------------------------------------

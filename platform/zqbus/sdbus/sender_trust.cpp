@@ -73,9 +73,4 @@ void SenderTrust::answer(const std::string& name, bool trusted) {
   for (const Awaited& pending : awaited.mapped()) pending.verdict(trusted);
 }
 
-void SenderTrust::clear() {
-  awaited_.clear();
-  awaitedCount_.clear();
-}
-
 }  // namespace zq

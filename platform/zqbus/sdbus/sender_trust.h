@@ -38,9 +38,6 @@ class SenderTrust {
   [[nodiscard]] bool check(sd_bus* bus, const char* name, Verdict verdict,
                            Keeps keeps = Keeps::Message);
 
-  /// Drops the pending verdicts.
-  void clear();
-
  private:
   class Question;
   struct Awaited {
