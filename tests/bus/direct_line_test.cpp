@@ -1,7 +1,7 @@
 // What other clients of the bus can do to ours, and see of it, and the ends of direct lines.
 
 #include "tests/bus/bus_fixture.h"
-#include "tests/bus/peers.h"
+#include "tests/bus/fake_bus.h"
 
 namespace zq {
 namespace {
@@ -93,6 +93,39 @@ TEST(DirectLine, AnnouncesListenerWhenItIsRefused) {
     service.answerWell(*ask);
     EXPECT_TRUE(isGood(asking.get()));
   }
+}
+
+TEST(DirectLine, IsComparedOnceWithOwnerOnNextBus) {
+  if (!usesDirectLines()) GTEST_SKIP() << "ZQBUS_DIRECT is 0";
+  const auto process = startService();
+  const auto service = connect();
+  Deaths deaths(*service);
+  FakeBus bus;
+  testBus().kill();
+  bus.accept();
+  const Message question = bus.question("GetNameOwner");
+  bus.send(nameChange(kPerixName, "", ":1.8"), wire::kDaemon);
+  const auto makerIs = [&](pid_t maker) {
+    bus.replyNumber(bus.question("GetConnectionUnixProcessID"), static_cast<uint32_t>(maker));
+  };
+  makerIs(process->pid());
+  // Neither an answer that is older than the change nor a known owner leads to another comparison.
+  bus.reply(question, "s", Writer().text(":1.5").bytes());
+  auto asking =
+      soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+  const Message next = bus.call();
+  EXPECT_EQ(next.member, "GetNameOwner");
+  bus.reply(next, "s", Writer().text(":1.8").bytes());
+  EXPECT_TRUE(asking.get());
+  // An outcome is delivered behind the cut of a line.
+  Watched<int> outcomes;
+  callAsynchronously(*service, "getVmList", counter(outcomes));
+  EXPECT_TRUE(outcomes.waitFor(1));
+  EXPECT_EQ(call(*service, "getVmList", message(int32_t{0}))->type(), 2);
+
+  bus.send(nameChange(kPerixName, ":1.8", ":1.9"), wire::kDaemon);
+  makerIs(::getpid());
+  EXPECT_TRUE(deaths.waitFor(1));
 }
 
 TEST(DirectLine, EndsWithServiceThatDiesDuringItsOpening) {

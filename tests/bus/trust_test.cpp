@@ -185,13 +185,57 @@ TEST_F(ClientTrust, SendsFormerOwnerNothing) {
   EXPECT_EQ(asking.get(), nullptr);
 }
 
-TEST_F(ClientTrust, ReportsRefusedSubscription) {
-  auto adding = soon([] { return listen(*connect(), [](const Reply&) {}); });
+TEST_F(ClientTrust, BelievesChangeOfOwnerThatOvertakesAnswer) {
+  auto asking =
+      soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+  bus.accept();
+  const Message question = bus.question("GetNameOwner");
+  bus.send(nameChange(kPerixName, kClient, ""), wire::kDaemon);
+  bus.reply(question, "s", Writer().text(kClient).bytes());
+  EXPECT_FALSE(asking.get());
+}
+
+TEST_F(ClientTrust, DoesNotTakeSilenceForTrust) {
+  auto connecting = soon([] {
+    auto* const manager = ZQBusSerivceManager::initSync(-1);
+    const ZQBusTimeLimit limit{std::chrono::milliseconds(300)};
+    return manager->getServiceProxyInterface("perix", ZQBusSecurityFlags::TrustedPeer, 1);
+  });
+  bus.accept();
+  bus.own(kClient);
+  EXPECT_EQ(connecting.get(), nullptr);
+}
+
+TEST_F(ClientTrust, EndsCallWhenOtherThreadLearnsOfDeath) {
+  auto connecting = connectSoon();
   bus.accept();
   bus.own(kClient);
   bus.admit();
-  answerError(bus, bus.question("AddMatch"));
-  EXPECT_FALSE(adding.get());
+  const auto service = connecting.get();
+  auto waiting = soon([&] { return call(*service, "echo", {}); });
+  EXPECT_EQ(bus.call().member, "echo");
+  // The bus tells no change: it may have refused the match.
+  auto asking =
+      soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+  bus.own(":1.8");
+  EXPECT_TRUE(asking.get());
+  // Before its time-out.
+  EXPECT_EQ(waiting.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_EQ(waiting.get()->failure(), ZQBusFailure::PeerGone);
+}
+
+TEST_F(ClientTrust, ReportsSubscriptionThatBusDoesNotMake) {
+  auto connecting = connectSoon();
+  bus.accept();
+  bus.own(kClient);
+  bus.admit();
+  const auto service = connecting.get();
+  for (const bool isLost : {false, true}) {
+    auto adding = soon([&] { return listen(*service, [](const Reply&) {}); });
+    const Message question = bus.question("AddMatch");
+    isLost ? bus.close() : answerError(bus, question);
+    EXPECT_FALSE(adding.get());
+  }
 }
 
 // --- The service ---------------------------------------------------------------------------------
