@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <system_error>
 #include <utility>
@@ -112,7 +113,7 @@ void throwIfNotStarted(const OwnedDescriptor& failure, pid_t pid, const std::str
   } while (got < 0 && errno == EINTR);
   if (got == 0) return;  // closed by a successful exec
   waitpid(pid, nullptr, 0);
-  throwErrno("cannot run " + program, got == sizeof(error) ? error : EIO);
+  throwErrno("cannot run '" + program + "'", got == sizeof(error) ? error : EIO);
 }
 
 int statusOf(int waitStatus) {
@@ -176,7 +177,7 @@ ChildProcess::ChildProcess(const Options& options) {
   const std::vector<char*> argumentPointers = pointersTo(arguments);
   const std::vector<char*> environmentPointers = pointersTo(environment);
   const std::string path = findInPath(arguments.at(0));
-  if (path.empty()) throwErrno("cannot run " + arguments[0], ENOENT);
+  if (path.empty()) throwErrno("cannot run '" + arguments[0] + "'", ENOENT);
 
   const OwnedDescriptor null = openNull();
   Pipe failure = makePipe();
@@ -275,6 +276,7 @@ std::string findInPath(const std::string& program) {
   std::istringstream directories(path != nullptr ? path : "/usr/local/bin:/usr/bin:/bin");
   for (std::string directory; std::getline(directories, directory, ':');) {
     std::string candidate = (directory.empty() ? "." : directory) + "/" + program;
+    if (std::filesystem::is_directory(candidate)) continue;  // may be searched, not run
     if (access(candidate.c_str(), X_OK) == 0) return candidate;
   }
   return {};
