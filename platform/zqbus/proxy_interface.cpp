@@ -1,6 +1,5 @@
 #include "proxy_interface.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "failures.h"
@@ -11,9 +10,8 @@ namespace zq {
 namespace {
 
 ServiceWay::Duration timeoutOf(int timeoutMs) {
-  using namespace std::chrono;
   if (timeoutMs < 0) return kDefaultTimeout;
-  return std::max(microseconds(1), microseconds(milliseconds(timeoutMs)));
+  return std::chrono::milliseconds(timeoutMs);
 }
 
 }  // namespace

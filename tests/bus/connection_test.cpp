@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "platform/zqbus/event_bundle.h"
 #include "platform/zqbus/sdbus/client_connection.h"
 #include "platform/zqbus/sdbus/codec.h"
 #include "platform/zqbus/sdbus/connection_loop.h"
@@ -13,6 +14,8 @@
 
 namespace zq {
 namespace {
+
+using namespace std::string_literals;
 
 /// Both ends of a connection, past the handshake.
 std::pair<SdBus, SdBus> connectedPair() {
@@ -106,6 +109,16 @@ TEST(SenderTrust, AsksAgainAfterLateAnswer) {
     calls.expire(PendingCalls::Clock::now() + std::chrono::hours(1));
     EXPECT_EQ(verdicts, std::vector<bool>(round, false));
   }
+}
+
+TEST(EventBundle, HoldsEventsWhateverItsNumbersSay) {
+  for (const int32_t wrong : {2, INT32_MAX, -1}) {
+    const auto events = EventBundle::eventsOf(message("first"s, int32_t{0}, "second"s, wrong, 7));
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[0]->toDebugString(), "event first()");
+    EXPECT_EQ(events[1]->toDebugString(), "event second(i:7)");
+  }
+  EXPECT_TRUE(EventBundle::eventsOf(message("no number"s)).empty());
 }
 
 // Does not send the message: sanitizers take half a minute to pass it on.

@@ -111,12 +111,14 @@ TEST(DirectLine, IsComparedOnceWithOwnerOnNextBus) {
   makerIs(process->pid());
   // Neither an answer that is older than the change nor a known owner leads to another comparison.
   bus.reply(question, "s", Writer().text(":1.5").bytes());
-  auto asking =
-      soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
-  const Message next = bus.call();
-  EXPECT_EQ(next.member, "GetNameOwner");
-  bus.reply(next, "s", Writer().text(":1.8").bytes());
-  EXPECT_TRUE(asking.get());
+  for (int i = 0; i < 2; ++i) {
+    auto asking =
+        soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+    const Message next = bus.call();
+    EXPECT_EQ(next.member, "GetNameOwner");
+    bus.reply(next, "s", Writer().text(":1.8").bytes());
+    EXPECT_TRUE(asking.get());
+  }
   // An outcome is delivered behind the cut of a line.
   Watched<int> outcomes;
   callAsynchronously(*service, "getVmList", counter(outcomes));

@@ -24,9 +24,8 @@ const ClientConnection::Target& theBus() {
 /// `longest`, or the rest of this thread's time limit when that is shorter.
 ClientConnection::Duration timeLeft(ClientConnection::Duration longest) {
   const auto now = ClientConnection::Clock::now();
-  const auto left =
-      std::chrono::duration_cast<ClientConnection::Duration>(withinTimeLimit(now + longest) - now);
-  return std::max(left, ClientConnection::Duration(1));
+  return std::chrono::duration_cast<ClientConnection::Duration>(withinTimeLimit(now + longest) -
+                                                                now);
 }
 
 }  // namespace

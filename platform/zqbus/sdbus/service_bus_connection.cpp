@@ -19,14 +19,13 @@ namespace {
 
 constexpr uint32_t kDoNotQueue = 4;
 constexpr uint32_t kPrimaryOwner = 1;
-constexpr uint32_t kAlreadyOwner = 4;
 
 int claimResult(sd_bus_message* reply) {
   uint32_t outcome = 0;
   if (reply == nullptr) return -ETIMEDOUT;
   if (const int error = sd_bus_message_get_errno(reply); error > 0) return -error;
   if (sd_bus_message_read(reply, "u", &outcome) <= 0) return -EBADMSG;
-  return outcome == kPrimaryOwner || outcome == kAlreadyOwner ? 0 : -EEXIST;
+  return outcome == kPrimaryOwner ? 0 : -EEXIST;
 }
 
 std::string uniqueNameOf(sd_bus* bus) {
