@@ -164,9 +164,10 @@ class Client(Program):
 
 
 def private_kib(pid):
-    """Its own memory: what would be free if it ended."""
+    """The memory that it alone has and has written to. Unwritten pages of a library are left out, even
+    while no other process shares them: the figure would depend on the other processes."""
     with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as file:
-        return sum(int(line.split()[1]) for line in file if line.startswith("Private_"))
+        return sum(int(line.split()[1]) for line in file if line.startswith("Private_Dirty"))
 
 
 def threads(pid):
