@@ -29,7 +29,7 @@ void traceHeard(ZQBusTraceEntry entry, const std::string& event, const ZQBusMess
 }
 
 /// An interface beneath which another does the work.
-class TracedInterface : public ZQBusProxyInterface {
+class TracedInterface final : public ZQBusProxyInterface {
  public:
   TracedInterface(std::shared_ptr<ZQBusProxyInterface> interface, const std::string& service)
       : interface_(std::move(interface)), service_(service) {
