@@ -47,8 +47,8 @@ std::string servedOf(const std::string& address, uid_t user) {
     const auto control =
         wire::Message::call("/org/zqbus/perixcontrol", "org.zqbus.perixcontrol", "state");
     std::string served;
-    for (auto call : {perixMethod("getVmList"), wire::Message(control).to("org.zqbus.perixcontrol"),
-                      request.call}) {
+    for (const auto& call : {perixMethod("getVmList"),
+                             wire::Message(control).to("org.zqbus.perixcontrol"), request.call}) {
       std::array descriptors{request.theirs.get()};
       const auto answer = peer.ask(call, std::span(descriptors).first(call.announcedDescriptors));
       const bool isDenied =
