@@ -29,9 +29,4 @@ inline std::string devicePayload() {
   return std::string(sizeof(CommonDevice), '\0');
 }
 
-class InstanceTest : public testing::Test {
- protected:
-  PerixProxy& proxy = *PerixProxy::getInstance();
-};
-
 }  // namespace zq

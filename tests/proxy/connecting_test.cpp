@@ -2,15 +2,11 @@
 
 #include <set>
 
-#include "tests/proxy/callbacks.h"
-#include "tests/proxy/scripted_bus.h"
-#include "tests/support/blocked_thread.h"
-#include "tests/support/messages.h"
+#include "tests/proxy/scripted_test.h"
 
 namespace zq {
 namespace {
 
-using P = PerixProxy&;
 using ResetService = InstanceTest;
 using Operation = InstanceTest;
 using Death = InstanceTest;
@@ -26,13 +22,8 @@ TEST(Connecting, IsDoneOnceForThreadsThatComeTogether) {
       return succeeds;
     };
     const int result = succeeds ? 0 : -1;
-    std::thread first([&] { EXPECT_EQ(proxy.Init(), result); });
-    point.awaitStop();
-    BlockableThread second([&] { EXPECT_EQ(proxy.Init(), result); });
-    second.awaitBlocked();
-    point.go();
-    first.join();
-    second.join();
+    const auto init = [&] { EXPECT_EQ(proxy.Init(), result); };
+    holdsUp(point, init, init);
     EXPECT_EQ(history().attempts, before.attempts + 1);
     EXPECT_EQ(history().broadcasts, before.broadcasts + (succeeds ? 1 : 0));
     EXPECT_EQ(proxy.Init(), result);
@@ -99,35 +90,24 @@ TEST(Connecting, IsTriedAgainAfterFailureOfAnyPart) {
   }
 }
 
-/// Lets another thread begin an attempt when its own first one has failed.
-class Unlucky : public PerixProxy {
- public:
-  int Init() override {
-    const int result = PerixProxy::Init();
-    if (other_ != nullptr) return result;
-    script().isRegistered = [this] {
-      point_.stop();
-      return false;
-    };
-    other_ = std::make_unique<BlockableThread>([this] { PerixProxy::Init(); });
-    point_.awaitStop();
-    return result;
-  }
-  void letTheOtherGo() {
-    point_.go();
-    other_->join();
-  }
-
- private:
-  BlockingPoint point_;
-  std::unique_ptr<BlockableThread> other_;
-};
-
 TEST(Connecting, HoldsUpNoOperationThatFailed) {
+  static BlockingPoint point;
+  static std::optional<BlockableThread> other;
+  /// Lets another thread begin an attempt when its own first one has failed.
+  struct Unlucky : PerixProxy {
+    int Init() override {
+      const int result = PerixProxy::Init();
+      if (other) return result;
+      script().isRegistered = [] { return point.stop(), false; };
+      other.emplace([this] { PerixProxy::Init(); });
+      point.awaitStop();
+      return result;
+    }
+  } proxy;
   script().isRegistered = [] { return false; };
-  Unlucky proxy;
   EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), -1);
-  proxy.letTheOtherGo();
+  point.go();
+  other->join();
 }
 
 TEST(Connecting, FailsWithOverrideThatThrows) {
@@ -149,13 +129,9 @@ TEST_F(ResetService, LogsItsEntryBehindConnection) {
   EXPECT_EQ(linesWith({log.back()}, "ResetService", "enter"), 1);
 }
 
-/// What is sent while another operation waits for its answer.
 TEST_F(Operation, WaitsForOthersWhereItShould) {
-  struct Row {
-    std::function<void()> run;
-    const char* early;  ///< the last that is sent before the others' end
-  };
-  const Row rows[] = {
+  // The last call that each sends before the other's end.
+  const std::pair<std::function<void()>, const char*> rows[] = {
       {[&] { proxy.ConnectDevice("lab-2", 1); }, "searchAllPrinter()"},
       {[&] { proxy.DisconnectVm("lab-2"); }, "searchAllPrinter()"},
       {[&] { proxy.RedirectDevice("lab-2", 1, 1); }, "searchAllPrinter()"},
@@ -165,20 +141,15 @@ TEST_F(Operation, WaitsForOthersWhereItShould) {
       {[&] { proxy.GetVmIdInt("desk-5"); }, "getVmListSize(s:\"desk-5\")"},
       {[&] { proxy.OnFocusChanged("", 1, 1); }, "onFocusChanged(i:0, i:1, x:1)"},
   };
-  for (const Row& row : rows) {
+  for (const auto& [run, early] : rows) {
     BlockingPoint point;
     script().answer = [&](const ZQBusMessage& call) {
       if (call.name() == "searchAllPrinter") point.stop();
       return message(int32_t{0});
     };
-    std::thread searching([&] { proxy.SearchAllPrinter(); });
-    point.awaitStop();
-    BlockableThread other(row.run);
-    other.awaitBlocked();
-    EXPECT_EQ(history().calls.back().text, row.early);
-    point.go();
-    searching.join();
-    other.join();
+    holdsUp(
+        point, [&] { proxy.SearchAllPrinter(); }, run,
+        [&, &early = early] { EXPECT_EQ(history().calls.back().text, early); });
   }
 }
 
@@ -237,11 +208,8 @@ TEST_F(Recovery, LocksNothingWhileItWaits) {
   Watched<int> fresh;
   proxy.RegisterCallback("a", countDeath, &old);
   proxy.GetVmIdInt("lab-2");
-  BlockingPoint point;
-  script().isRegistered = [] { return false; };
-  script().sleep = [&] { point.stop(); };
-  std::thread recovering(service()->death());
-  point.awaitStop();
+  std::optional<SleepingRecoveries> recoveries(std::in_place);
+  recoveries->begin();
   EXPECT_EQ(proxy.GetVmIdString(2), "");
   EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), -1);
   // A client that finds the service before the recovery does, and goes on as ever.
@@ -251,8 +219,7 @@ TEST_F(Recovery, LocksNothingWhileItWaits) {
   proxy.RegisterCallback("b", countDeath, &fresh);
   proxy.RegisterDeviceCallback(ignore<CommonDevice>, &fresh);
   service()->delivery(2, 4, devicePayload())();
-  point.go();
-  recovering.join();
+  recoveries.reset();
   EXPECT_EQ(history().interfaces, 2);
   EXPECT_EQ(history().broadcasts, 2);
   EXPECT_EQ(old.get(), 1);
@@ -266,21 +233,13 @@ TEST_F(Recovery, LocksNothingWhileItWaits) {
 TEST_F(Recovery, HandlesDeathDuringItOnce) {
   Watched<int> told[2];
   proxy.RegisterCallback("a", countDeath, &told[0]);
-  BlockingPoint point;
-  script().isRegistered = [] { return false; };
-  script().sleep = [&] { point.stop(); };
-  std::thread first(service()->death());
-  point.awaitStop();
+  std::optional<SleepingRecoveries> recoveries(std::in_place);
+  recoveries->begin();
   script().isRegistered = [] { return true; };
   ASSERT_EQ(proxy.Init(), 0);
   proxy.RegisterCallback("b", countDeath, &told[1]);
-  script().isRegistered = [] { return false; };
-  std::thread second(service()->death());
-  point.awaitStop(2);
-  script().isRegistered = [] { return true; };
-  point.go();
-  first.join();
-  second.join();
+  recoveries->begin();
+  recoveries.reset();
   EXPECT_EQ(told[0].get(), 1);
   EXPECT_EQ(told[1].get(), 1);
   EXPECT_EQ(history().interfaces, 3);

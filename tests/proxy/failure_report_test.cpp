@@ -1,15 +1,11 @@
 // What PerixLastFailure() tells.
 
 #include "perix/apps/local/perixproxy/last_failure.h"
-#include "tests/proxy/callbacks.h"
-#include "tests/proxy/scripted_bus.h"
-#include "tests/support/blocked_thread.h"
-#include "tests/support/messages.h"
+#include "tests/proxy/scripted_test.h"
 
 namespace zq {
 namespace {
 
-using P = PerixProxy&;
 using FailureReport = InstanceTest;
 using Refusal = InstanceTest;
 
@@ -145,26 +141,19 @@ TEST_F(FailureReport, NamesWrongArgumentOfAnswer) {
 
 TEST_F(FailureReport, TellsWhereTimeWent) {
   BlockingPoint search;
-  BlockingPoint lookUp;
   script().answersLookUps = true;
   script().answer = [&](const ZQBusMessage& call) {
     if (call.name() == "searchAllPrinter") search.stop();
-    if (isLookUp(call)) lookUp.stop();
+    if (isLookUp(call)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return message(int32_t{0});
   };
-  std::thread searching([&] { proxy.SearchAllPrinter(); });
-  search.awaitStop();
   PerixFailureReport report;
-  BlockableThread waiting([&] {
-    proxy.ConnectDevice("lab-2", 1);
-    report = PerixLastFailure();
-  });
-  waiting.awaitBlocked();
-  search.go();
-  lookUp.awaitStop();
-  lookUp.go();
-  searching.join();
-  waiting.join();
+  holdsUp(
+      search, [&] { proxy.SearchAllPrinter(); },
+      [&] {
+        proxy.ConnectDevice("lab-2", 1);
+        report = PerixLastFailure();
+      });
   EXPECT_GT(report.waiting.count(), 0);
   EXPECT_GT(report.lookUps.count(), 0);
   EXPECT_GE(report.total, report.waiting + report.lookUps);

@@ -1,9 +1,6 @@
 // Notifiers, callbacks, derived proxies and desktop ids: who outlives whom.
 
-#include "tests/proxy/callbacks.h"
-#include "tests/proxy/scripted_bus.h"
-#include "tests/support/blocked_thread.h"
-#include "tests/support/messages.h"
+#include "tests/proxy/scripted_test.h"
 
 namespace zq {
 namespace {
@@ -11,7 +8,6 @@ namespace {
 constexpr int kProgress = 9;
 constexpr int kDevice = 4;
 
-using P = PerixProxy&;
 using Callback = InstanceTest;
 using Notifier = InstanceTest;
 using ReleasedProxy = InstanceTest;
@@ -130,26 +126,15 @@ TEST_F(Callback, IsWaitedForByOperationsThatEndIt) {
     BlockingPoint point;
     std::function<void()> block = [&] { point.stop(); };
     proxy.RegisterDeviceCallback(runIt, &block);
-    std::thread delivering(deviceEvent());
-    point.awaitStop();
-    BlockableThread ending(end);
-    EXPECT_TRUE(ending.awaitBlocked()) << &end - ends;
-    point.go();
-    ending.join();
-    delivering.join();
+    EXPECT_TRUE(holdsUp(point, deviceEvent(), end)) << &end - ends;
     proxy.UnregisterDeviceCallback();
   }
 }
 
 // --- Derived proxies -----------------------------------------------------------------------------
 
-void end(std::unique_ptr<PerixProxy>& proxy) {
-  proxy->ReleaseService();
-  proxy->AwaitDeliveries();
-  proxy.reset();
-}
-
-/// Stops at a point of the test where it connects and where it handles an event.
+/// Stops at a point of the test, once there is a point, where it connects and where it handles an
+/// event.
 class OwnProxy : public PerixProxy {
  public:
   int Init() override {
@@ -157,90 +142,75 @@ class OwnProxy : public PerixProxy {
     return PerixProxy::Init();
   }
   void HandleEvent(std::shared_ptr<ZQBusMessage> event) override {
-    point->stop();
+    if (point != nullptr) point->stop();
     PerixProxy::HandleEvent(event);  // a sanitizer sees when it comes after the end
   }
 
   BlockingPoint* point = nullptr;
 };
 
-TEST(DerivedProxy, OutlivesRunningEvent) {
+class DerivedProxy : public testing::Test {
+ protected:
+  DerivedProxy() { EXPECT_EQ(own->Init(), 0); }
+  void end() {
+    own->ReleaseService();
+    own->AwaitDeliveries();
+    own.reset();
+  }
+  void countDeviceEvents() { own->RegisterDeviceCallback(runIt, &count_); }
+
   BlockingPoint point;
-  auto own = std::make_unique<OwnProxy>();
-  ASSERT_EQ(own->Init(), 0);
+  std::unique_ptr<OwnProxy> own = std::make_unique<OwnProxy>();
+  int calls = 0;
+
+ private:
+  std::function<void()> count_ = [this] { ++calls; };
+};
+
+TEST_F(DerivedProxy, OutlivesRunningEvent) {
   own->point = &point;
-  std::unique_ptr<PerixProxy> proxy = std::move(own);
   const auto late = deviceEvent();
-  std::thread delivering(late);
-  point.awaitStop();
-  BlockableThread ending([&] { end(proxy); });
-  EXPECT_TRUE(ending.awaitBlocked());
-  point.go();
-  ending.join();
-  delivering.join();
+  EXPECT_TRUE(holdsUp(point, late, [&] { end(); }));
   late();  // had begun on the bus's side
 }
 
-TEST(DerivedProxy, EndsWaitingRecovery) {
-  auto proxy = std::make_unique<PerixProxy>();
-  ASSERT_EQ(proxy->Init(), 0);
-  BlockingPoint point;
+TEST_F(DerivedProxy, EndsWaitingRecovery) {
   script().isRegistered = [] { return false; };
   script().sleep = [&] { point.stop(); };
-  std::thread recovering(service()->death());
-  point.awaitStop();
-  BlockableThread ending([&] { end(proxy); });
-  EXPECT_TRUE(ending.awaitBlocked());
-  const int attempts = history().attempts;
-  script().isRegistered = [] { return true; };
-  point.go();
-  ending.join();
-  recovering.join();
+  int attempts = 0;
+  EXPECT_TRUE(holdsUp(
+      point, service()->death(), [&] { end(); },
+      [&] {
+        attempts = history().attempts;
+        script().isRegistered = [] { return true; };
+      }));
   EXPECT_EQ(history().attempts, attempts);  // it neither looked again nor connected
   EXPECT_EQ(history().interfaces, 1);
 }
 
-TEST(DerivedProxy, IsNotConnectedByLateRecovery) {
-  BlockingPoint point;
-  OwnProxy proxy;
-  ASSERT_EQ(proxy.Init(), 0);
-  proxy.point = &point;
-  std::thread recovering(service()->death());
-  point.awaitStop();
-  BlockableThread ending([&] { proxy.AwaitDeliveries(); });
-  ending.awaitBlocked();
-  point.go();
-  ending.join();
-  recovering.join();
+TEST_F(DerivedProxy, IsNotConnectedByLateRecovery) {
+  own->point = &point;
+  holdsUp(point, service()->death(), [&] { own->AwaitDeliveries(); });
   EXPECT_EQ(history().broadcasts, 1);
-  EXPECT_EQ(proxy.StartVm(""), 0) << "connects again when it is asked to";
+  EXPECT_EQ(own->StartVm(""), 0) << "connects again when it is asked to";
   EXPECT_EQ(history().broadcasts, 2);
 }
 
-TEST(DerivedProxy, TakesNoEventAfterAwaitDeliveries) {
-  PerixProxy proxy;
-  ASSERT_EQ(proxy.Init(), 0);
-  int calls = 0;
-  std::function<void()> count = [&] { ++calls; };
-  proxy.RegisterDeviceCallback(runIt, &count);
-  const auto event = deviceEvent();
-  proxy.AwaitDeliveries();
-  event();
-  EXPECT_EQ(calls, 0);
-  // An attempt that failed half-way leaves nothing behind either.
-  script().offersEvents = false;
-  EXPECT_EQ(proxy.Init(), -1);
-  const auto ofTheAttempt = deviceEvent();
-  proxy.AwaitDeliveries();
-  ofTheAttempt();
-  EXPECT_EQ(calls, 0);
+TEST_F(DerivedProxy, TakesNoEventAfterAwaitDeliveries) {
+  countDeviceEvents();
+  for (const int result : {0, -1}) {
+    script().offersEvents = result == 0;
+    EXPECT_EQ(own->Init(), result) << "an attempt that fails half-way leaves nothing behind either";
+    const auto event = deviceEvent();
+    own->AwaitDeliveries();
+    event();
+    EXPECT_EQ(calls, 0);
+  }
 }
 
-TEST(DerivedProxy, AwaitsNothingInItsOwnCallback) {
-  PerixProxy proxy;
-  ASSERT_EQ(proxy.Init(), 0);
-  std::function<void()> await = [&] { proxy.AwaitDeliveries(); };
-  proxy.RegisterDeviceCallback(runIt, &await);
+TEST_F(DerivedProxy, AwaitsNothingInItsOwnCallback) {
+  std::function<void()> await = [&] { own->AwaitDeliveries(); };
+  own->RegisterDeviceCallback(runIt, &await);
   deviceEvent()();
   EXPECT_EQ(history().interfaces, 1);
 }
@@ -293,11 +263,7 @@ void duringLookUp(const std::function<void()>& operation, const std::function<vo
     if (call.name() == "getVmListSize") point.stop();
     return message(int32_t{7});
   };
-  std::thread asking(operation);
-  point.awaitStop();
-  meanwhile();
-  point.go();
-  asking.join();
+  point.during(operation, meanwhile);
   script().answer = [](const ZQBusMessage&) { return message(int32_t{7}); };
 }
 
@@ -314,19 +280,9 @@ TEST_F(DesktopId, IsForgottenWithItsProcess) {
   proxy.GetVmIdInt("lab-2");
   EXPECT_EQ(lookUps(), before + 1);
 
-  BlockingPoint recovery;
-  script().isRegistered = [] { return false; };
-  script().sleep = [&] { recovery.stop(); };
-  std::thread recovering;
-  duringLookUp([&] { proxy.GetVmIdInt("lab-3"); },
-               [&] {
-                 recovering = std::thread(service()->death());
-                 recovery.awaitStop();
-               });
+  SleepingRecoveries recoveries;
+  duringLookUp([&] { proxy.GetVmIdInt("lab-3"); }, [&] { recoveries.begin(); });
   EXPECT_EQ(proxy.GetVmIdString(7), "");
-  script().isRegistered = [] { return true; };
-  recovery.go();
-  recovering.join();
 }
 
 TEST_F(DesktopId, IsNotSentToOtherProcess) {

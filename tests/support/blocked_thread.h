@@ -8,6 +8,7 @@
 #include <atomic>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -27,6 +28,14 @@ class BlockingPoint {
   }
   void go() {
     state_.change([](State& state) { state.open = true; });
+  }
+  /// Runs `meanwhile` while a thread that runs `first` stands here; then the thread goes on.
+  void during(const std::function<void()>& first, const std::function<void()>& meanwhile) {
+    std::thread thread(first);
+    awaitStop();
+    meanwhile();
+    go();
+    thread.join();
   }
 
  private:
@@ -52,6 +61,7 @@ class BlockableThread {
     while (!done_ && !sleeps()) std::this_thread::yield();
     return !done_;
   }
+  /// The end of the object joins, too.
   void join() { thread_.join(); }
 
  private:
@@ -65,7 +75,22 @@ class BlockableThread {
 
   std::atomic<int> id_ = 0;
   std::atomic<bool> done_ = false;
-  std::thread thread_;
+  std::jthread thread_;
 };
+
+/// Whether `second` waits while a thread that runs `first` stands at the point; both have ended
+/// then. `meanwhile` runs in between.
+inline bool holdsUp(
+    BlockingPoint& point, const std::function<void()>& first, const std::function<void()>& second,
+    const std::function<void()>& meanwhile = [] {}) {
+  bool blocked = false;
+  std::optional<BlockableThread> other;
+  point.during(first, [&] {
+    other.emplace(second);
+    blocked = other->awaitBlocked();
+    meanwhile();
+  });
+  return blocked;
+}
 
 }  // namespace zq

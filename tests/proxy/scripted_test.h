@@ -1,0 +1,40 @@
+// What the tests over the scripted bus share.
+#pragma once
+
+#include "tests/proxy/callbacks.h"
+#include "tests/proxy/scripted_bus.h"
+#include "tests/support/blocked_thread.h"
+#include "tests/support/messages.h"
+
+namespace zq {
+
+using P = PerixProxy&;
+
+class InstanceTest : public testing::Test {
+ protected:
+  PerixProxy& proxy = *PerixProxy::getInstance();
+};
+
+/// Recoveries that did not find the service, and sleep until this object ends; then the service is
+/// there.
+class SleepingRecoveries {
+ public:
+  ~SleepingRecoveries() {
+    script().isRegistered = [] { return true; };
+    point_.go();
+    threads_.clear();
+    script().sleep = [] {};
+  }
+  void begin() {
+    script().isRegistered = [] { return false; };
+    script().sleep = [this] { point_.stop(); };
+    threads_.emplace_back(service()->death());
+    point_.awaitStop(static_cast<int>(threads_.size()));
+  }
+
+ private:
+  BlockingPoint point_;
+  std::vector<std::jthread> threads_;
+};
+
+}  // namespace zq
