@@ -7,6 +7,9 @@
 namespace zq {
 namespace {
 
+constexpr char kLookUp[] = "getVmListSize";
+constexpr char kOther[] = "searchAllPrinter";
+
 using ResetService = InstanceTest;
 using Operation = InstanceTest;
 using Death = InstanceTest;
@@ -129,42 +132,36 @@ TEST_F(ResetService, LogsItsEntryBehindConnection) {
   EXPECT_EQ(linesWith({log.back()}, "ResetService", "enter"), 1);
 }
 
-TEST_F(Operation, WaitsForOthersWhereItShould) {
-  // The last call that each sends before the other's end.
-  const std::pair<std::function<void()>, const char*> rows[] = {
-      {[&] { proxy.ConnectDevice("lab-2", 1); }, "searchAllPrinter()"},
-      {[&] { proxy.DisconnectVm("lab-2"); }, "searchAllPrinter()"},
-      {[&] { proxy.RedirectDevice("lab-2", 1, 1); }, "searchAllPrinter()"},
-      {[&] { proxy.ResetService(); }, "searchAllPrinter()"},
-      {[&] { proxy.Diagnose("desk-3", nullptr); }, "getVmListSize(s:\"desk-3\")"},
-      {[&] { proxy.DiagnoseDevice("desk-4", 1, nullptr); }, "getVmListSize(s:\"desk-4\")"},
-      {[&] { proxy.GetVmIdInt("desk-5"); }, "getVmListSize(s:\"desk-5\")"},
-      {[&] { proxy.OnFocusChanged("", 1, 1); }, "onFocusChanged(i:0, i:1, x:1)"},
+TEST_F(Operation, LocksMakesMessageAndLooksIdUpInOrder) {
+  using Made = std::vector<std::string>;
+  struct Row {
+    std::function<void()> run;
+    const char* early;  ///< the last call that is sent before another operation's end
+    Made made;          ///< the messages, in order
   };
-  for (const auto& [run, early] : rows) {
+  const Row rows[] = {
+      {[&] { proxy.ConnectDevice("a-1", 1); }, kOther, {"connectDevice", kLookUp}},
+      {[&] { proxy.DisconnectVm("a-2"); }, kOther, {"disconnectVm", kLookUp}},
+      {[&] { proxy.RedirectDevice("a-3", 1, 1); }, kOther, {kLookUp, "redirectDevice"}},
+      {[&] { proxy.ResetService(); }, kOther, {"resetService"}},
+      {[&] { proxy.Diagnose("a-4", nullptr); }, kLookUp, {kLookUp, "diagnose"}},
+      {[&] { proxy.DiagnoseDevice("a-5", 1, {}); }, kLookUp, {kLookUp, "diagnoseDevice"}},
+      {[&] { proxy.GetVmIdInt("a-6"); }, kLookUp, {kLookUp}},
+      {[&] { proxy.OnFocusChanged("a-7", 1, 1); }, "onFocusChanged", {"onFocusChanged", kLookUp}},
+  };
+  for (const auto& [run, early, made] : rows) {
     BlockingPoint point;
     script().answer = [&](const ZQBusMessage& call) {
-      if (call.name() == "searchAllPrinter") point.stop();
+      if (call.name() == kOther) point.stop();
       return message(int32_t{0});
     };
+    const auto check = [&, early = early, &made = made] {
+      EXPECT_TRUE(history().calls.back().text.starts_with(early)) << early << ' ' << made.back();
+    };
     holdsUp(
-        point, [&] { proxy.SearchAllPrinter(); }, run,
-        [&, &early = early] { EXPECT_EQ(history().calls.back().text, early); });
-  }
-}
-
-TEST_F(Operation, MakesMessageAndLooksIdUpInOrder) {
-  const std::pair<std::function<void()>, std::vector<std::string>> rows[] = {
-      {[&] { proxy.ConnectDevice("a-1", 1); }, {"connectDevice", "getVmListSize"}},
-      {[&] { proxy.OnFocusChanged("b-2", 1, 1); }, {"onFocusChanged", "getVmListSize"}},
-      {[&] { proxy.RedirectDevice("c-3", 1, 1); }, {"getVmListSize", "redirectDevice"}},
-      {[&] { proxy.Diagnose("d-4", nullptr); }, {"getVmListSize", "diagnose"}},
-  };
-  for (const auto& [run, made] : rows) {
-    const std::size_t before = history().made.size();
-    run();
-    const auto all = history().made;
-    EXPECT_EQ(std::vector<std::string>(all.begin() + static_cast<long>(before), all.end()), made);
+        point, [&] { proxy.SearchAllPrinter(); }, run, check);
+    const Made all = history().made;
+    EXPECT_EQ(Made(all.end() - static_cast<long>(made.size()), all.end()), made);
   }
 }
 

@@ -237,6 +237,20 @@ int lookUps() {
   return count;
 }
 
+TEST_F(DesktopId, IsAskedForUntilItIsKnown) {
+  EXPECT_EQ(proxy.GetVmIdInt(""), 0U);
+  EXPECT_EQ(lookUps(), 0);
+  for (const int asked : {1, 2}) {
+    EXPECT_EQ(proxy.GetVmIdInt("unknown"), 0U);
+    EXPECT_EQ(lookUps(), asked);
+  }
+  for (const char* name : {"b-7", "other-7"}) {
+    EXPECT_EQ(proxy.GetVmIdInt(name), 7U);
+    EXPECT_EQ(proxy.GetVmIdString(7), name);
+  }
+  for (const unsigned int unknown : {0U, 8U}) EXPECT_EQ(proxy.GetVmIdString(unknown), "");
+}
+
 TEST_F(DesktopId, StaysKnownWhileItsProcessAnswers) {
   EXPECT_EQ(proxy.GetVmIdInt("lab-2"), 2U);
   proxy.ReleaseService();

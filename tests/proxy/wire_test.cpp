@@ -23,7 +23,6 @@ class Session : public testing::Test {
   PerixProxy& proxy = *PerixProxy::getInstance();
 };
 using SearchAddress = Session;
-using DesktopId = Session;
 using DeviceRecord = Session;
 
 class Operation : public Session, public testing::WithParamInterface<NamedWireRow> {
@@ -84,21 +83,6 @@ TEST_F(SearchAddress, IsCheckedBeforeCall) {
     EXPECT_EQ(PerixLastFailure().failure, PerixFailure::NotAsked);
   }
   EXPECT_TRUE(service.takeCalls().empty());
-}
-
-TEST_F(DesktopId, IsAskedForOnce) {
-  EXPECT_EQ(proxy.GetVmIdInt(""), 0U);
-  EXPECT_EQ(service.idLookups(), 0);
-  EXPECT_EQ(proxy.GetVmIdInt("b-7"), 7U);
-  EXPECT_EQ(proxy.GetVmIdInt("b-7"), 7U);
-  EXPECT_EQ(service.idLookups(), 1);
-  EXPECT_EQ(proxy.GetVmIdInt("unknown"), 0U);
-  EXPECT_EQ(proxy.GetVmIdInt("unknown"), 0U);
-  EXPECT_EQ(service.idLookups(), 3);
-  EXPECT_EQ(proxy.GetVmIdString(7), "b-7");
-  EXPECT_EQ(proxy.GetVmIdInt("other-7"), 7U);
-  EXPECT_EQ(proxy.GetVmIdString(7), "other-7");
-  for (const unsigned int unknown : {0U, 8U}) EXPECT_EQ(proxy.GetVmIdString(unknown), "");
 }
 
 TEST_F(DeviceRecord, IsNamedAfterItsDesktop) {
