@@ -18,6 +18,7 @@ ChildProcess::Options optionsFor(const std::string& address, const std::string& 
   options.arguments = {"bash", "-c", "exec " PERIXCTL " " + words};
   options.environment = std::move(environment);
   options.environment["ZQBUS_ADDRESS"] = address;
+  options.environment.try_emplace("LC_ALL", "C.UTF-8");
   // The log goes with the bus.
   options.environment.try_emplace("XDG_STATE_HOME", directoryOf(address));
   options.output = ChildProcess::Stream::Capture;

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "tests/perixctl/tool_world.h"
 #include "tests/support/open_bus.h"
@@ -19,12 +20,6 @@ namespace zq::ctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-ChildProcess::Result ask(const std::string& address, const std::string& words,
-                         Environment environment = {}) {
-  environment.emplace("LC_ALL", "C.UTF-8");
-  return runPerixctlOn(address, words, environment);
-}
 
 /// The links, a line each with its remedy; words stand one space apart.
 std::string linksIn(const ChildProcess::Result& result) {
@@ -71,14 +66,14 @@ struct ModelCause {
   const char* words;       ///< of 'device why'
   std::string cause;       ///< empty for none
   const char* part = "";   ///< that must stand in a link, too
-  const char* plant = "";  ///< commands, with ";" between them
+  const char* plant = "";  ///< shell commands, in which p is perixctl
   int status = cause.empty() ? 0 : 1;
 };
 
 const ModelCause kModelCauses[] = {
     {"win10 3", "", "✓ state idle: no desktop has it"},
     {"win10 Gamepad", "", "✓ diagnosis the service's own diagnosis: no fault found"},
-    {"win10 1", "", "✓ state connected to win10: it is redirected", "device connect win10 1"},
+    {"win10 1", "", "✓ state connected to win10: it is redirected", "p device connect win10 1"},
     {"win12 1",
      "desktop no desktop is called 'win12'; there are: debian, win10; did you mean 'win10'? → "
      "connect it with its client, or give a name that perixctl desktop list shows",
@@ -91,92 +86,75 @@ const ModelCause kModelCauses[] = {
     {"win10 'Desk camra'",
      "device no device is called 'Desk camra'; did you mean 'Desk camera'? → plug it in, or give a "
      "device that perixctl device list shows"},
-    {"--root $ROOT/plugged win10 'web camera'",
+    {"--root plugged win10 'web camera'",
      "device the service does not know 'Web Camera', which is plugged in at 1-2 → plug it in "
      "again, and look at the service's log"},
     {"win10 0x100000001",
      "state connected to another desktop, debian → perixctl device disconnect debian 1", "",
-     "desktop connect debian;device connect debian 1"},
+     "p desktop connect debian; p device connect debian 1"},
     {"win10 1",
      "policy the policy of device 1: forbid; its vendor and product: forbid → perixctl policy set "
      "1 allow",
      "connectDevice: result 7, forbidden by the device's policy; desktop 'win10', device 1",
-     "policy set 1 forbid;! device connect win10 1"},
+     "p policy set 1 forbid; ! p device connect win10 1"},
     {"win10 4",
      "decision it is new, and waits for the decision of the user → decide: perixctl device "
      "configure win10 4"},
     {"win10 5",
      "state it is ignored until it is plugged again, by a decision of the user → plug it again, or "
      "perixctl device connect win10 5",
-     "", "device ignore 5;-awaits ignored device status 5"},
+     "", "p device ignore 5; until p device status 5 | grep -q ignored; do :; done"},
     {"win10 3", "", "✓ automatic devices of its type connect by themselves",
-     "device autoconnect set joystick on"},
+     "p device autoconnect set joystick on"},
     {"win10 1",
      "device the service answered with an error: injected fault → look at the service's log", "",
-     "service fault set getDeviceStatus error"},
+     "p service fault set getDeviceStatus error"},
     {"win10 1",
      "diagnosis the service answered with an error: injected fault → look at the service's log", "",
-     "service fault set diagnoseDevice error"},
-    {"--root $ROOT/empty win10 1",
+     "p service fault set diagnoseDevice error"},
+    {"--root empty win10 1",
      "usb no USB device 046d:0825 is plugged in here → plug it in; lsusb -d 046d:0825 shows it "
      "then"},
-    {"--root $ROOT/nodeless win10 1",
+    {"--root nodeless win10 1",
      "usb 046d:0825 is plugged in at 1-2, but its node cannot be opened: "
-     "$ROOT/nodeless/dev/bus/usb/001/004: No such file or directory → give this user access to the "
+     "nodeless/dev/bus/usb/001/004: No such file or directory → give this user access to the "
      "node: TAG+=\"uaccess\" in a rule of udev, or the node's group"},
-    {"--root $ROOT/locked win10 1",
+    {"--root locked win10 1",
      "usb 046d:0825 is plugged in at 1-2, but its node cannot be opened: "
-     "$ROOT/locked/dev/bus/usb/001/004: Permission denied → give this user access to the "
+     "locked/dev/bus/usb/001/004: Permission denied → give this user access to the "
      "node: TAG+=\"uaccess\" in a rule of udev, or the node's group"},
-    {"--root $ROOT/plugged win10 1", "",
+    {"--root plugged win10 1", "",
      "✓ usb 046d:0825 is plugged in at 1-2, and its node can be opened"},
     {"win10 1",
      "answer the service perix died before it answered → look at the service's log, and start it "
      "again",
-     "", "service fault set getVmList crash", 8},
+     "", "p service fault set getVmList crash", 8},
 };
 
-/// Runs commands; "!" stands before a command that fails, and "-awaits WORD" before a command that
-/// is repeated until its output has the word.
+/// Runs shell commands, in which p is perixctl.
 void plant(const ToolWorld& world, const std::string& commands) {
-  constexpr std::string_view kAwaits = "-awaits ";
-  std::istringstream rest(commands);
-  for (std::string command; std::getline(rest, command, ';');) {
-    if (command.starts_with(kAwaits)) {
-      const auto space = command.find(' ', kAwaits.size());
-      const std::string word = command.substr(kAwaits.size(), space - kAwaits.size());
-      while (world.run(command.substr(space)).output.find(word) == std::string::npos) {
-      }
-      continue;
-    }
-    const bool fails = command.starts_with('!');
-    EXPECT_EQ(world.run(command.substr(fails ? 1 : 0)).status != 0, fails) << command;
-  }
+  ::setenv("ZQBUS_ADDRESS", world.service.busAddress().c_str(), 1);
+  ::setenv("XDG_STATE_HOME", world.directory().c_str(), 1);
+  const std::string script = "exec >/dev/null; set -e; p() { " PERIXCTL " \"$@\"; }; " + commands;
+  EXPECT_EQ(std::system(script.c_str()), 0) << commands;
 }
 
 TEST(DeviceWhy, NamesEachCauseInModel) {
   const ToolWorld world;
-  const fs::path root = world.directory() / "roots";
-  fs::create_directories(root / "empty/sys/bus/usb/devices");
-  plugInto(root / "nodeless", false);
-  plugInto(root / "plugged", true);
-  plugInto(root / "locked", true);
-  fs::permissions(root / "locked/dev/bus/usb/001/004", fs::perms::none);
-  const auto inRoot = [&](std::string text) {
-    for (auto at = text.find("$ROOT"); at != std::string::npos; at = text.find("$ROOT")) {
-      text.replace(at, 5, root);
-    }
-    return text;
-  };
+  fs::current_path(world.directory());  // here are the roots
+  fs::create_directories("empty/sys/bus/usb/devices");
+  plugInto("nodeless", false);
+  plugInto("plugged", true);
+  plugInto("locked", true);
+  fs::permissions("locked/dev/bus/usb/001/004", fs::perms::none);
   for (const ModelCause& row : kModelCauses) {
     SCOPED_TRACE(row.words + (": " + row.cause));
     const bool locked = row.cause.find("Permission denied") != std::string::npos;
     if (locked && ::geteuid() == 0) continue;  // root may open every node
-    plant(world, "service reload;service fault clear");
-    plant(world, row.plant);
+    plant(world, "p service reload; p service fault clear; " + std::string(row.plant));
     const auto before = world.run("--json service state").output;
-    const auto result = ask(world.service.busAddress(), "device why " + inRoot(row.words));
-    expectAnswer(result, row.status, inRoot(row.cause), row.part);
+    const auto result = world.run(std::string("device why ") + row.words);
+    expectAnswer(result, row.status, row.cause, row.part);
     EXPECT_EQ(result.output.find("nothing stands in the way") != std::string::npos,
               row.status == 0);
     if (row.status == 8) break;  // the service is gone
@@ -198,37 +176,24 @@ TEST(DeviceWhy, IsDocumentToo) {
 
 // --- The way to the service ----------------------------------------------------------------------
 
-/// A socket where each connection is closed, or where none is answered.
-class OddBus {
- public:
-  OddBus(const std::string& path, bool closes) : address("unix:path=" + path) {
-    sockaddr_un name{AF_UNIX, {}};
-    path.copy(name.sun_path, sizeof name.sun_path - 1);
-    if (::bind(socket_.get(), reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 ||
-        ::listen(socket_.get(), 8) != 0) {
-      throw std::runtime_error("no socket");
-    }
-    if (closes) closer_ = std::jthread([this] { closeAll(); });
+/// A socket at which nobody accepts.
+OwnedDescriptor listenAt(const std::string& path) {
+  OwnedDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un name{AF_UNIX, {}};
+  path.copy(name.sun_path, sizeof name.sun_path - 1);
+  EXPECT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+  EXPECT_EQ(::listen(socket.get(), 8), 0);
+  return socket;
+}
+
+/// Closes each connection once its greeting has begun, as a proxy does, until the socket ends.
+void closeConnections(int socket) {
+  for (char byte = 0;;) {
+    const OwnedDescriptor client(::accept(socket, nullptr, nullptr));
+    if (!client) return;
+    (void)::recv(client.get(), &byte, 1, 0);
   }
-  ~OddBus() { ::shutdown(socket_.get(), SHUT_RDWR); }
-  OddBus(const OddBus&) = delete;
-  OddBus& operator=(const OddBus&) = delete;
-
-  const std::string address;
-
- private:
-  /// Reads the greeting first, as a proxy does.
-  void closeAll() const {
-    for (char byte = 0;;) {
-      const OwnedDescriptor client(::accept(socket_.get(), nullptr, nullptr));
-      if (!client) return;
-      (void)::recv(client.get(), &byte, 1, 0);
-    }
-  }
-
-  const OwnedDescriptor socket_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-  std::jthread closer_;
-};
+}
 
 TEST(DeviceWhy, NamesUnusableBusAndMissingService) {
   const PrivateBus bus;
@@ -242,9 +207,13 @@ TEST(DeviceWhy, NamesUnusableBusAndMissingService) {
       << "[D-BUS Service]\nName=org.zqbus.perix\nExec=/usr/bin/touch "
       << (starter.directory() / "started").string() << '\n';
   starter.restart();  // a bus reads its activation files when it starts
-  const OddBus closing(bus.directory() / "closing", true);
-  const OddBus silent(bus.directory() / "silent", false);
-  const std::string missing = "unix:path=" + bus.directory().string() + "/missing";
+  const std::string inDirectory = "unix:path=" + bus.directory().string();
+  const std::string missing = inDirectory + "/missing";
+  const std::string silent = inDirectory + "/silent";
+  const std::string closing = inDirectory + "/closing";
+  const auto silentSocket = listenAt(bus.directory() / "silent");
+  const auto closingSocket = listenAt(bus.directory() / "closing");
+  const std::jthread closer(closeConnections, closingSocket.get());
   const std::string elsewhere =
       " → the address comes from ZQBUS_ADDRESS: set it to a bus that runs and admits this user";
   const std::string unreached = "bus cannot reach the bus at ";
@@ -261,31 +230,32 @@ TEST(DeviceWhy, NamesUnusableBusAndMissingService) {
       {"",
        "bus no bus is named: neither ZQBUS_ADDRESS nor DBUS_SESSION_BUS_ADDRESS nor "
        "XDG_RUNTIME_DIR is set → start a session bus (dbus-run-session), or set ZQBUS_ADDRESS"},
-      {closing.address, "bus the bus at " + closing.address +
-                            " closed the connection during the authentication (Connection reset "
-                            "by peer), as a bus proxy does that takes no pipelined "
-                            "authentication" +
-                            elsewhere},
-      {silent.address, "bus the bus at " + silent.address + " does not answer" + elsewhere},
+      {closing, "bus the bus at " + closing +
+                    " closed the connection during the authentication (Connection reset "
+                    "by peer), as a bus proxy does that takes no pipelined "
+                    "authentication" +
+                    elsewhere},
+      {silent, "bus the bus at " + silent + " does not answer" + elsewhere},
   };
   for (const auto& [address, cause] : rows) {
     if (address == guarded && ::geteuid() == 0) continue;  // root may reach every bus
     for (const char* words : {"device why win10 1", "doctor"}) {
       SCOPED_TRACE(words + cause);
-      expectAnswer(ask(address, words,
-                       {{"DBUS_SESSION_BUS_ADDRESS", ""},
-                        {"XDG_RUNTIME_DIR", ""},
-                        {"XDG_STATE_HOME", bus.directory()}}),
+      expectAnswer(runPerixctlOn(address, words,
+                                 {{"DBUS_SESSION_BUS_ADDRESS", ""},
+                                  {"XDG_RUNTIME_DIR", ""},
+                                  {"XDG_STATE_HOME", bus.directory()}}),
                    8, cause);
     }
   }
   EXPECT_FALSE(fs::exists(starter.directory() / "started"));
+  ::shutdown(closingSocket.get(), SHUT_RDWR);
 }
 
 TEST(DeviceWhy, NamesHangingService) {
   ToolWorld world;
   world.service.pause();
-  expectAnswer(ask(world.service.busAddress(), "device why win10 1"), 1,
+  expectAnswer(world.run("device why win10 1"), 1,
                "answer the service hangs: no answer within 3000 ms → look at process " +
                    std::to_string(world.service.processId()) +
                    " (perix-devservice) and its log, or restart it");
@@ -301,7 +271,7 @@ TEST(DeviceWhy, NamesServiceOfAnotherUser) {
   options.readiness = true;
   ChildProcess service(options);
   ASSERT_TRUE(service.readinessLine(std::chrono::seconds(30)));
-  expectAnswer(ask(bus.address, "device why win10 1"), 8,
+  expectAnswer(runPerixctlOn(bus.address, "device why win10 1"), 8,
                "user the service runs as user nobody, and clients trust this user and root alone → "
                "run the service as user root, or use the bus of user nobody as that user");
 
@@ -310,17 +280,17 @@ TEST(DeviceWhy, NamesServiceOfAnotherUser) {
   std::ofstream(login / "ssh")
       << "#!/bin/sh\nshift 3; exec setpriv --reuid=65534 --clear-groups sh -c \"$*\"\n";
   fs::permissions(login / "ssh", fs::perms::owner_all);
-  const auto remote = ask(bus.address, "--host nobody@box device why win10 1",
-                          {{"PATH", login.string() + ':' + std::getenv("PATH")},
-                           {"DBUS_SESSION_BUS_ADDRESS", bus.address}});
+  const auto remote = runPerixctlOn(bus.address, "--host nobody@box device why win10 1",
+                                    {{"PATH", login.string() + ':' + std::getenv("PATH")},
+                                     {"DBUS_SESSION_BUS_ADDRESS", bus.address}});
   expectAnswer(remote, 0, "", "✓ user the service runs as this user");
 }
 
 TEST(DeviceWhy, TellsWhyServiceGaveNoLine) {
   constexpr std::size_t kFarMoreThanThereAre = 10'000;
   const ToolWorld world;
-  expectAnswer(ask(world.service.busAddress(), "device why win10 1", {{"ZQBUS_DIRECT", "0"}}), 0,
-               "", "– line calls go through the broker, as ZQBUS_DIRECT=0 asks");
+  expectAnswer(world.run("device why win10 1", {{"ZQBUS_DIRECT", "0"}}), 0, "",
+               "– line calls go through the broker, as ZQBUS_DIRECT=0 asks");
   ::setenv("ZQBUS_ADDRESS", world.service.busAddress().c_str(), 1);
   std::vector<std::shared_ptr<ZQBusProxyInterface>> lines;
   do {
@@ -328,7 +298,7 @@ TEST(DeviceWhy, TellsWhyServiceGaveNoLine) {
         "perix", ZQBusSecurityFlags::TrustedPeer, 1));
     ASSERT_LT(lines.size(), kFarMoreThanThereAre);
   } while (lines.back()->way() == ZQBusWay::Direct);
-  expectAnswer(ask(world.service.busAddress(), "device why win10 1"), 0, "",
+  expectAnswer(world.run("device why win10 1"), 0, "",
                "– line calls go through the broker: the service gave no direct line");
 }
 
@@ -336,26 +306,18 @@ TEST(DeviceWhy, TellsWhyServiceGaveNoLine) {
 
 TEST(Doctor, NamesEachFaultWithRemedy) {
   const ToolWorld world;
-  const struct {
-    const char* words;
-    int status;
-    const char* part;
-    Environment environment = {};
-  } rows[] = {
+  const std::tuple<const char*, int, const char*> rows[] = {
       {"doctor", 0, "✓ daemon process "},
       {"doctor", 0, "; the service: version 7"},
-      {"doctor",
-       1,
-       "✗ log there is no directory for the log → set XDG_STATE_HOME to a directory of this user",
-       {{"XDG_STATE_HOME", "/dev/null"}}},
+      {"service run -- env XDG_STATE_HOME=/dev/null " PERIXCTL " doctor", 1,
+       "✗ log there is no directory for the log → set XDG_STATE_HOME to a directory of this user"},
       {"service run -- prlimit --nofile=100 " PERIXCTL " doctor", 1,
        "of 100 descriptors open → raise ulimit -n"},
   };
-  for (const auto& [words, status, part, environment] : rows) {
-    const auto result = ask(world.service.busAddress(), words, environment);
+  for (const auto& [words, status, part] : rows) {
+    const auto result = world.run(words);
     EXPECT_EQ(result.status, status) << result.output;
-    const std::string links = linksIn(result);
-    EXPECT_NE(links.find(part), std::string::npos) << links << "\nlacks " << part;
+    EXPECT_NE(linksIn(result).find(part), std::string::npos) << result.output << "lacks " << part;
   }
 }
 
