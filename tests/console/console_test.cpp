@@ -18,6 +18,7 @@
 #include <QToolTip>
 #include <QTreeWidget>
 #include <cstdlib>
+#include <tuple>
 
 #include "examples/console/appearance.h"
 #include "examples/console/console_window.h"
@@ -42,12 +43,10 @@ constexpr QSize kLarge(1280, 800);
 std::unique_ptr<ChildProcess> startDisplay() {
   ::setenv("QT_QPA_PLATFORM", PLATFORM, 1);
   if (std::string_view(PLATFORM) != "xcb") return nullptr;
-  ChildProcess::Options options;
-  options.arguments = {"Xvfb",    "-displayfd", std::to_string(ChildProcess::kReadinessDescriptor),
-                       "-screen", "0",          "800x600x24"};
-  options.error = ChildProcess::Stream::Capture;
-  options.readiness = true;
-  auto display = std::make_unique<ChildProcess>(options);
+  auto display = std::make_unique<ChildProcess>(
+      ChildProcess::Options{.arguments = {"Xvfb", "-displayfd", "3", "-screen", "0", "800x600x24"},
+                            .error = ChildProcess::Stream::Capture,
+                            .readiness = true});
   const auto number = display->readinessLine(std::chrono::milliseconds(kPatienceMs));
   if (!number) throw std::runtime_error("Xvfb: " + display->errorText());
   ::setenv("DISPLAY", (":" + *number).c_str(), 1);
@@ -317,26 +316,22 @@ TEST_F(Console, ShowsFailureUntilSuccessOrDismissal) {
 
 TEST_F(Console, ConfiguresOrIgnoresNewDevices) {
   openWithSession("lab-2");
-  const struct {
-    const char* type;
-    bool always;
-    Qt::Key key;
-    const char* state;
-    const char* method;
-    const char* decision;  // ends the arguments: type, automatic connection, announcement
-  } rows[] = {{"camera", false, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,0,1]"},
-              {"disk", true, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,1,1]"},
-              {"scanner", false, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,1]"},
-              {"pen", true, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,0]"}};
-  for (const auto& row : rows) {
+  using Text = const char*;
+  // The decision ends the arguments: type, automatic connection, announcement.
+  const std::tuple<Text, bool, Qt::Key, Text, Text, Text> rows[] = {
+      {"camera", false, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,0,1]"},
+      {"disk", true, Qt::Key_C, "Connected", "configNewDeviceAsConnect", ",0,1,1]"},
+      {"scanner", false, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,1]"},
+      {"pen", true, Qt::Key_I, "Ignored", "configNewDeviceAsIgnore", ",0,0,0]"}};
+  for (const auto& [type, always, key, state, method, decision] : rows) {
     service.clearCalls();
-    const uint16_t device = plug(row.type, "New");
+    const uint16_t device = plug(type, "New");
     select("devices", "New");
-    if (row.always) alt(Qt::Key_A);
-    alt(row.key);
-    EXPECT_TRUE(shows("devices", "New", row.state)) << row.type;
-    const std::string arguments = service.awaitCalls(row.method).at(0).arguments;
-    EXPECT_TRUE(QString::fromStdString(arguments).endsWith(row.decision)) << arguments;
+    if (always) alt(Qt::Key_A);
+    alt(key);
+    EXPECT_TRUE(shows("devices", "New", state)) << type;
+    const std::string arguments = service.awaitCalls(method).at(0).arguments;
+    EXPECT_TRUE(QString::fromStdString(arguments).endsWith(decision)) << arguments;
     EXPECT_FALSE(part<QPushButton>("ignore").isVisible());
     unplug(device, "New");
   }

@@ -27,11 +27,8 @@ Json nextEvent(ChildProcess& monitor, const std::string& source = "") {
 TEST(Monitor, ShowsEachKindOfEvent) {
   const ToolWorld world;
   const auto monitor = world.startReady("monitor --json");
-  const struct {
-    const char* command;  ///< null for an event of the command before
-    const char* source;   ///< "" for the next event, whatever its source
-    const char* members;
-  } events[] = {
+  // The command, null for an event of the command before; the source, "" for any; the members.
+  const char* const events[][3] = {
       {"service plug devNumber=9 type=scanner name=Flat", "",
        R"({"word":"arrived","code":6,"record":{"name":"Flat","devNumber":9}})"},
       {nullptr, "", R"({"word":"wants configuration"})"},

@@ -14,16 +14,14 @@ std::filesystem::path directoryOf(const std::string& address) {
 
 ChildProcess::Options optionsFor(const std::string& address, const std::string& words,
                                  Environment environment) {
-  ChildProcess::Options options;
-  options.arguments = {"bash", "-c", "exec " PERIXCTL " " + words};
-  options.environment = std::move(environment);
-  options.environment["ZQBUS_ADDRESS"] = address;
-  options.environment.try_emplace("LC_ALL", "C.UTF-8");
+  environment["ZQBUS_ADDRESS"] = address;
+  environment.try_emplace("LC_ALL", "C.UTF-8");
   // The log goes with the bus.
-  options.environment.try_emplace("XDG_STATE_HOME", directoryOf(address));
-  options.output = ChildProcess::Stream::Capture;
-  options.error = ChildProcess::Stream::Capture;
-  return options;
+  environment.try_emplace("XDG_STATE_HOME", directoryOf(address));
+  return {.arguments = {"bash", "-c", "exec " PERIXCTL " " + words},
+          .environment = std::move(environment),
+          .output = ChildProcess::Stream::Capture,
+          .error = ChildProcess::Stream::Capture};
 }
 
 }  // namespace

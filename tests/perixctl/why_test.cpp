@@ -264,12 +264,10 @@ TEST(DeviceWhy, NamesHangingService) {
 TEST(DeviceWhy, NamesServiceOfAnotherUser) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can start a service of another user";
   const OpenBus bus;
-  ChildProcess::Options options;
-  options.arguments = {"setpriv", "--reuid=65534", "--clear-groups", DEVSERVICE, "--ready-fd",
-                       "3",       "--scenario",    SCENARIO};
-  options.environment = {{"ZQBUS_ADDRESS", bus.address}};
-  options.readiness = true;
-  ChildProcess service(options);
+  ChildProcess service({.arguments = {"setpriv", "--reuid=65534", "--clear-groups", DEVSERVICE,
+                                      "--ready-fd", "3", "--scenario", SCENARIO},
+                        .environment = {{"ZQBUS_ADDRESS", bus.address}},
+                        .readiness = true});
   ASSERT_TRUE(service.readinessLine(std::chrono::seconds(30)));
   expectAnswer(runPerixctlOn(bus.address, "device why win10 1"), 8,
                "user the service runs as user nobody, and clients trust this user and root alone → "

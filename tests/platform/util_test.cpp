@@ -85,10 +85,7 @@ TEST(WriteWithoutSignal, FailsInsteadOfRaisingSignal) {
   ::getrlimit(RLIMIT_FSIZE, &usual);
   const rlimit none{0, usual.rlim_max};
   ::setrlimit(RLIMIT_FSIZE, &none);
-  const struct {
-    int descriptor;
-    int error;
-  } writes[] = {{pipe[1], EPIPE}, {::fileno(file), EFBIG}};
+  const std::pair<int, int> writes[] = {{pipe[1], EPIPE}, {::fileno(file), EFBIG}};
   sigset_t programs;
   sigemptyset(&programs);
   sigaddset(&programs, SIGPIPE);

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "perix/perix_proxy.h"
 #include "tests/support/watched.h"
 
@@ -13,8 +15,16 @@ int ignore(uint16_t, Record*, void*) {
   return 0;
 }
 
-struct IgnoreProgress : PerixDiagnoseNotify {
-  void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {}
+/// A notifier that runs a function.
+class ProgressFunction : public PerixDiagnoseNotify {
+ public:
+  explicit ProgressFunction(std::function<void()> run) : run_(std::move(run)) {}
+  void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {
+    run_();
+  }
+
+ private:
+  const std::function<void()> run_;
 };
 
 /// Counts the deaths that a desktop is told of, in a Watched<int>.

@@ -272,11 +272,7 @@ int throwIt(uint16_t, Record*, void*) {
 }
 
 TEST(Log, NamesHandlerOfEvent) {
-  struct Throwing : PerixDiagnoseNotify {
-    void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {
-      throw 5;
-    }
-  } notify;
+  ProgressFunction notify([] { throw 5; });
   PerixProxy proxy;
   ASSERT_EQ(proxy.Init(), 0);
   proxy.Diagnose("", &notify);

@@ -1,7 +1,5 @@
 // Events and the callbacks registered for them; the death and return of the service. On any bus.
 
-#include <cstring>
-
 #include "tests/proxy/callbacks.h"
 #include "tests/support/recording_service.h"
 #include "tests/support/sleeps.h"
@@ -69,28 +67,11 @@ template <typename Record>
 std::string bytesOf(const Record& record) {
   return {reinterpret_cast<const char*>(&record), sizeof record};
 }
-template <typename Record, typename Fill>
-std::string payload(Fill fill) {
-  Record record{};
-  fill(record);
-  return bytesOf(record);
-}
 
 const std::string kCommand("\5\0\0\0done", 8);
-const std::string kDevice = payload<CommonDevice>([](auto& device) {
-  device.devNumber = 7;
-  device.status = 1;
-  std::strcpy(device.name, "cam");
-});
-const std::string kPrinter = payload<PrinterDevice>([](auto& printer) {
-  printer.devNum = 8;
-  std::strcpy(printer.name, "lp");
-});
-const std::string kResult = payload<_ConfigNewDeviceResult>([](auto& result) {
-  result.vid = 9;
-  std::strcpy(result.name, "cam");
-  std::strcpy(result.code, "OK");
-});
+const std::string kDevice = bytesOf(CommonDevice{.devNumber = 7, .status = 1, .name = "cam"});
+const std::string kPrinter = bytesOf(PrinterDevice{.devNum = 8, .name = "lp"});
+const std::string kResult = bytesOf(_ConfigNewDeviceResult{.vid = 9, .name = "cam", .code = "OK"});
 
 std::string progressPayload(uint32_t desktop) {
   return bytesOf(uint64_t{1} << 40) + bytesOf(uint32_t{50}) + bytesOf(desktop) + "halfway";

@@ -1,5 +1,7 @@
 // What PerixLastFailure() tells.
 
+#include <tuple>
+
 #include "perix/apps/local/perixproxy/last_failure.h"
 #include "tests/proxy/scripted_test.h"
 
@@ -62,9 +64,7 @@ TEST_F(FailureReport, TellsKindOfFailureAndNextSuccess) {
       std::string name;
       return call.readString(name, 0) == "lab-2" ? fail(call) : message(int32_t{0});
     };
-    _CHANNEL_HANDLE handle{};
-    handle.vmId = "desk-3";
-    EXPECT_EQ(proxy.CreatePipe("lab-2", {handle}), 0);
+    EXPECT_EQ(proxy.CreatePipe("lab-2", {{.vmId = "desk-3"}}), 0);
     EXPECT_EQ(told(), toldOfLookUp(kind));
     // Its own failure counts more.
     script().answer = [&](const ZQBusMessage& call) {
@@ -91,17 +91,13 @@ TEST_F(FailureReport, StaysWhenIdIsKnown) {
 TEST_F(FailureReport, NamesWrongArgumentOfAnswer) {
   const std::string text = "x";
   std::list<_SharePrinterDevice> found;
-  struct Row {
-    ZQBusMessage reply;
-    std::function<void(P)> run;
-    int argument;  ///< that is wrong; -1 for none
-  };
   const auto status = [](P p) { p.DoPerixTest("t"); };
   const auto list = [](P p) { p.FreeDeviceList(p.GetDeviceList("")); };
   const auto desktops = [](P p) { p.GetVmList(); };
   const auto search = [&](P p) { p.SearchSharePrinterDevice("10.0.0.5", found); };
   const int32_t two = 2;
-  const Row rows[] = {
+  // The last number is that of the wrong argument, -1 for none.
+  const std::tuple<ZQBusMessage, std::function<void(P)>, int> rows[] = {
       {message(), status, 0},
       {message(text), status, 0},
       {message(int64_t{0}), [](P p) { p.CheckCameraAuthStat(); }, 0},
@@ -123,15 +119,15 @@ TEST_F(FailureReport, NamesWrongArgumentOfAnswer) {
       {message(int32_t{0}, int32_t{1}, text, two, text), search, 3},
       {message(int32_t{3}), search, -1},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.reply.toDebugString());
-    script().answer = [&](const ZQBusMessage&) { return row.reply; };
-    row.run(proxy);
-    const PerixFailureReport report = PerixLastFailure();
-    EXPECT_EQ(report.failure, row.argument < 0 ? PerixFailure::None : PerixFailure::Unreadable);
+  for (const auto& [reply, run, argument] : rows) {
+    SCOPED_TRACE(reply.toDebugString());
+    script().answer = [&, &reply = reply](const ZQBusMessage&) { return reply; };
+    run(proxy);
     const std::string words =
-        "argument " + std::to_string(row.argument) + " of the answer is missing or of another type";
-    EXPECT_EQ(report.text, row.argument < 0 ? "" : words);
+        "argument " + std::to_string(argument) + " of the answer is missing or of another type";
+    const PerixFailureReport report = PerixLastFailure();
+    EXPECT_EQ(report.failure, argument < 0 ? PerixFailure::None : PerixFailure::Unreadable);
+    EXPECT_EQ(report.text, argument < 0 ? "" : words);
   }
   script().answersLookUps = true;
   script().answer = [&](const ZQBusMessage&) { return message(text); };

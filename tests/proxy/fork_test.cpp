@@ -27,11 +27,6 @@ template <typename Record>
 int endChild(uint16_t, Record*, void*) {
   ::_exit(1);
 }
-struct EndChild : PerixDiagnoseNotify {
-  void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {
-    ::_exit(1);
-  }
-};
 
 void sendEvents(PerixProxy& proxy) {
   for (const int kind : {1, 4, 66, 9, 11}) {
@@ -97,7 +92,7 @@ TEST(ForkedChild, FailsAtOnceWithLocksHeld) {
   auto* const own = new PerixProxy;
   ASSERT_EQ(own->Init(), 0);
   ASSERT_EQ(own->GetVmIdInt("desk-3"), 3U);
-  static EndChild endDiagnosis;
+  static ProgressFunction endDiagnosis([] { ::_exit(1); });
   for (PerixProxy* const one : {&proxy, own}) {
     one->RegisterPrinterCallback(endChild<PrinterDevice>, &proxy);
     one->RegisterCmdCallback(endChild<CmdResponse>, &proxy);

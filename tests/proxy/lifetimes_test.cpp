@@ -14,17 +14,12 @@ using ReleasedProxy = InstanceTest;
 using DesktopId = InstanceTest;
 
 /// Notes on the heap that it was called, so that a sanitizer sees a call after its end.
-class Notify : public PerixDiagnoseNotify {
+class Notify : public ProgressFunction {
  public:
-  explicit Notify(std::function<void()> onProgress = [] {}) : onProgress_(std::move(onProgress)) {}
-  void OnDiagnoseProgress(const std::string&, uint64_t, uint32_t, const std::string&) override {
-    *calls_ += 1;
-    onProgress_();
-  }
+  Notify() : ProgressFunction([this] { *calls_ += 1; }) {}
   int calls() const { return *calls_; }
 
  private:
-  std::function<void()> onProgress_;
   std::unique_ptr<int> calls_ = std::make_unique<int>(0);
 };
 
@@ -227,6 +222,14 @@ TEST_F(ReleasedProxy, TakesNoLateDelivery) {
   before->death()();  // is not the new connection's
   EXPECT_EQ(calls, 0);
   EXPECT_EQ(history().interfaces, 2);
+}
+
+TEST_F(DerivedProxy, IsAskedForDesktopIds) {
+  struct OwnIds : PerixProxy {
+    unsigned int GetVmIdInt(std::string) override { return 77; }
+  } proxy;
+  EXPECT_EQ(proxy.ConnectDevice("any", 1), 0);
+  EXPECT_EQ(history().calls.back().text, "connectDevice(i:77, q:1)");
 }
 
 // --- Desktop ids ---------------------------------------------------------------------------------

@@ -125,7 +125,7 @@ TEST(OtherOperations, ThrowNothingWithoutMemory) {
   std::string name;
   std::list<_CHANNEL_HANDLE> ownHandles;
   std::function<unsigned int(const std::string&, unsigned int, unsigned char*)> send;
-  IgnoreProgress notify;
+  ProgressFunction notify([] {});
   proxy.Diagnose("", &notify);
   proxy.GetVmIdInt(longId);
   auto progress = std::make_shared<ZQBusMessage>();
@@ -191,16 +191,16 @@ bool holdsInChild(const std::function<bool()>& body) {
 TEST(Instance, IsMadeWhenThereIsMemory) {
   // In a new process each time, since a process makes it once.
   int number = 1;
-  for (bool failed = true; failed; ++number) {
-    failed = !holdsInChild([&] {
-      if (withTrouble(Trouble::FailsOnce, number, [] { PerixProxy::getInstance(); })) return false;
-      return !testing::Test::HasFailure();
-    });
-    EXPECT_TRUE(holdsInChild([&] {
-      withTrouble(Trouble::FailsOnce, number, [] { PerixProxy::getInstance(); });
+  for (std::string end = "failed"; end == "failed"; ++number) {
+    end = inChild([&] {
+      script().keepsLog = false;
+      const bool failed =
+          withTrouble(Trouble::FailsOnce, number, [] { PerixProxy::getInstance(); });
       PerixProxy* const proxy = PerixProxy::getInstance();
-      return !testing::Test::HasFailure() && proxy != nullptr && proxy->StartVm({}) == 0;
-    })) << number;
+      const bool isMade = proxy != nullptr && proxy->StartVm({}) == 0;
+      return testing::Test::HasFailure() || !isMade ? "is not made" : failed ? "failed" : "";
+    });
+    EXPECT_TRUE(end.empty() || end == "failed") << end << number;
   }
   EXPECT_GT(number, 8);
 }

@@ -54,24 +54,8 @@ std::list<_CHANNEL_HANDLE> channels() {
   return {handle};
 }
 
-CommonDevice device() {
-  CommonDevice made{};
-  made.devNumber = 7;
-  made.localPolicy = 8;
-  std::strcpy(made.name, "cam");
-  return made;
-}
-
-_SharePrinterDevice shared(const char* name, const char* addr, const char* desc) {
-  _SharePrinterDevice made{};
-  std::strcpy(made.name, name);
-  std::strcpy(made.addr, addr);
-  std::strcpy(made.desc, desc);
-  return made;
-}
-
 Words search(PerixProxy& proxy) {
-  std::list<_SharePrinterDevice> found = {shared("kept", "", "")};
+  std::list<_SharePrinterDevice> found = {{"kept", "", ""}};
   std::string shown = show(proxy.SearchSharePrinterDevice("10.0.0.5:9100", found));
   for (const auto& printer : found) shown += ' ' + std::string(printer.name) + '@' + printer.addr;
   return {shown};
@@ -200,7 +184,7 @@ const std::vector<NamedWireRow>& wireTable() {
       unsent("DisconnectUsbredir", "0", &P::DisconnectUsbredir, kDesk, kUsb),
       status("SetDeviceLocalPolicy: setLocalPolicy(q:7, q:8, ay[3] 63 61 6d, ay[0])",
              [](P& p) {
-               CommonDevice d = device();
+               CommonDevice d{.devNumber = 7, .localPolicy = 8, .name = "cam"};
                return p.SetDeviceLocalPolicy(&d);
              }),
       status("setDevicePropertyWithVidPid(i:0, q:4660, q:22136, i:7, i:-2)",
@@ -253,9 +237,9 @@ const std::vector<NamedWireRow>& wireTable() {
       status("AddSharePrinterDevice: addSharePrinter(i:2, s:\"a\", s:\"n\", s:\"d\", s:\"b\", "
              "s:\"o\", s:\"\")",
              &P::AddSharePrinterDevice,
-             std::list<_SharePrinterDevice>{shared("n", "a", "d"), shared("o", "b", "")}),
+             std::list<_SharePrinterDevice>{{"n", "a", "d"}, {"o", "b", ""}}),
       status("DeleteSharePrinterDevice: deleteSharePrinter(s:\"a\", s:\"n\")",
-             &P::DeleteSharePrinterDevice, shared("n", "a", "d")),
+             &P::DeleteSharePrinterDevice, _SharePrinterDevice{"n", "a", "d"}),
       text("searchAllPrinter()", 30000, &P::SearchAllPrinter),
       text("getPrinterDriverlList(s:\"q\")", 30000, &P::GetPrinterDriverlList, "q"),
       status("AddLocalPrinter: addPrinter(s:\"a\", s:\"b\", s:\"c\")", &P::AddLocalPrinter, "a",

@@ -110,19 +110,5 @@ TEST_F(DeviceRecord, IsNamedAfterItsDesktop) {
   }
 }
 
-class OwnIds : public PerixProxy {
- public:
-  unsigned int GetVmIdInt(std::string) override { return 77; }
-  std::string GetVmIdString(unsigned int) override { return "mine"; }
-};
-
-TEST(DerivedProxy, IsAskedForDesktopIds) {
-  RecordingService service;
-  OwnIds proxy;
-  ASSERT_EQ(proxy.Init(), 0);
-  EXPECT_EQ(proxy.ConnectDevice("any", 1), 0);
-  EXPECT_EQ(service.takeCalls(), std::vector<std::string>{"connectDevice(i:77, q:1)"});
-}
-
 }  // namespace
 }  // namespace zq

@@ -37,11 +37,7 @@ TEST(MethodTable, ChecksArgumentsAndDescribesMethods) {
       method("maybe", "desktop:i ?value:x"),
       method("group", "count:i *address:s name:ay"),
   });
-  const struct {
-    const char* name;
-    const char* signatures;
-    const char* error;
-  } cases[] = {
+  const char* const cases[][3] = {
       {"none", "", ""},
       {"none", "i", "none takes (), not 1 arguments"},
       {"two", "iq", ""},
@@ -56,12 +52,11 @@ TEST(MethodTable, ChecksArgumentsAndDescribesMethods) {
       {"group", "isas", "group takes (count:i *address:s name:ay), not 4 arguments"},
       {"group", "isass", "group: argument 4, name, is ay, not s"},
   };
-  for (const auto& expected : cases) {
-    SCOPED_TRACE(std::string(expected.name) + " " + expected.signatures);
+  for (const auto& [name, signatures, expected] : cases) {
     std::string error;
-    table.handle(callOf(expected.name, expected.signatures),
+    table.handle(callOf(name, signatures),
                  [&](const Answer& answer) { error = answer.errorText(); });
-    EXPECT_EQ(error, expected.error);
+    EXPECT_EQ(error, expected) << name << ' ' << signatures;
   }
   const auto description = table.description();
   ASSERT_EQ(description.size(), 4U);
@@ -172,13 +167,10 @@ TEST(Fault, MeetsAsManyCallsAsAsked) {
 
 TEST(Fault, DistortsAnswersInTypeAndLength) {
   const ZQBusMessage message = zq::message(1, "text", bytes("0123456789"));
-  FaultPlan shorter;
-  shorter.recordLength = 4;
-  EXPECT_EQ(shorter.distort(Answer::of(message)).arguments().toDebugString(),
+  const Answer shorter = FaultPlan{.recordLength = 4}.distort(Answer::of(message));
+  EXPECT_EQ(shorter.arguments().toDebugString(),
             zq::message(1, "text", bytes("0123")).toDebugString());
-  FaultPlan wrong;
-  wrong.wrongType = true;
-  const Answer other = wrong.distort(Answer::of(message));
+  const Answer other = FaultPlan{.wrongType = true}.distort(Answer::of(message));
   ASSERT_EQ(other.arguments().argCount(), 3U);
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_NE(other.arguments().arguments()[i].index(), message.arguments()[i].index()) << i;

@@ -116,6 +116,7 @@ class CupsServer : public testing::Test {
     proxy = PerixProxy::getInstance();
     // After an earlier case's service, the library looks for the next one every two seconds.
     ASSERT_TRUE(comesTrue([this] { return !proxy->SearchAllPrinter().empty(); }));
+    EXPECT_TRUE(localPrinters().empty()) << "the scenario's are not those of the machine";
     ASSERT_EQ(proxy->AutoAddPrinter(kName, uri, ""), 0);
   }
   void TearDown() override {
@@ -141,24 +142,22 @@ class CupsServer : public testing::Test {
       }
       std::ofstream(directory / name) << settings;
     }
-    ChildProcess::Options options;
-    options.arguments = {
-        cupsd(), "-f", "-c", directory / "cupsd.conf", "-s", directory / "cups-files.conf"};
     sockaddr_un address{AF_UNIX, {}};
     (directory / "cups.sock").string().copy(address.sun_path, sizeof address.sun_path - 1);
-    daemon = start(options, address);
+    daemon = start({.arguments = {cupsd(), "-f", "-c", directory / "cupsd.conf", "-s",
+                                  directory / "cups-files.conf"}},
+                   address);
   }
 
   void startPrinter() {
     fs::create_directory(documents);
     ::inotify_add_watch(watch.get(), documents.c_str(), IN_CLOSE_WRITE);
-    ChildProcess::Options options;
-    options.arguments = {"sh", "-c",
-                         "exec ippeveprinter -k -f application/pdf -n localhost -r off -d " +
-                             documents.string() + " -p " + std::to_string(port) +
-                             " 'Test printer'"};
-    options.environment = {{"DBUS_SYSTEM_BUS_ADDRESS", testBus().address()}};
-    printer = start(options, loopback(port));
+    const std::string command = "exec ippeveprinter -k -f application/pdf -n localhost -r off -d " +
+                                documents.string() + " -p " + std::to_string(port) +
+                                " 'Test printer'";
+    printer = start({.arguments = {"sh", "-c", command},
+                     .environment = {{"DBUS_SYSTEM_BUS_ADDRESS", testBus().address()}}},
+                    loopback(port));
   }
 
   /// Waits for the next document to be there as a whole: its content; empty when none comes.
@@ -198,7 +197,6 @@ class CupsServer : public testing::Test {
 };
 
 TEST_F(CupsServer, PrintsTestPageOnAddedPrinter) {
-  EXPECT_EQ(localPrinters().size(), 1U) << "the scenario's are not those of the machine";
   EXPECT_EQ(localPrinters().count(kName), 1U);
   EXPECT_EQ(proxy->PrintTestPage(kName), 0);
   const std::string page = nextDocument();

@@ -5,7 +5,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <future>
+#include <tuple>
 
+#include "perix/test_service.h"
+#include "testing/control_client.h"
 #include "tests/support/watched.h"
 #include "tools/embedded/private_bus.h"
 #include "zqbus/zqbus.h"
@@ -20,13 +23,12 @@ class ServiceProgram : public testing::Test {
   std::unique_ptr<ChildProcess> start() {
     return startDevelopmentService(bus.address(), PERIX_DEVSERVICE, {});
   }
-  ChildProcess::Result runToItsEnd(const std::vector<std::string>& arguments) {
-    ChildProcess::Options options;
-    options.arguments = {PERIX_DEVSERVICE};
-    options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
-    options.environment = {{"ZQBUS_ADDRESS", bus.address()}};
-    options.error = ChildProcess::Stream::Capture;
-    return ChildProcess(options).finish(kPatience);
+  ChildProcess::Result runToItsEnd(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), PERIX_DEVSERVICE);
+    return ChildProcess({.arguments = arguments,
+                         .environment = {{"ZQBUS_ADDRESS", bus.address()}},
+                         .error = ChildProcess::Stream::Capture})
+        .finish(kPatience);
   }
 
   PrivateBus bus;
@@ -52,11 +54,8 @@ TEST_F(ServiceProgram, NamesMistakeInItsInput) {
       R"({"time":"2026-02-28T00:00:01.000000Z","ns":1,"process":1,"kind":"call","direction":"out",)"
       R"("service":"perix","name":"m","arguments":[],"duration":1,"reply":[]})";
   const std::string end = R"({"kind":"end","written":1,"dropped":0})";
-  const struct {
-    const char* option;
-    std::string content;
-    const char* mistake;  ///< behind the name of the file
-  } files[] = {
+  // The mistake stands behind the name of the file.
+  const std::tuple<const char*, std::string, const char*> files[] = {
       {"--replay", "", ": no call of the service is recorded"},
       {"--replay", end, ": no call of the service is recorded"},
       {"--replay", call + '\n' + call.substr(0, 100) + '\n', ":2: not JSON from byte 101 on"},
@@ -90,19 +89,14 @@ TEST_F(ServiceProgram, NamesMistakeInItsInput) {
 TEST_F(ServiceProgram, GivesUpWorkWhenResetAndEndsWhenStopped) {
   const auto service = start();
   ASSERT_EQ(setenv("ZQBUS_ADDRESS", bus.address().c_str(), 1), 0);
-  auto* manager = ZQBusSerivceManager::initSync(-1);
-  ASSERT_NE(manager, nullptr);
-  const auto interface = [&](const char* name) {
-    return manager->getServiceProxyInterface(name, ZQBusSecurityFlags::TrustedPeer, 1);
-  };
-  const auto perix = interface("perix");
-  const auto control = interface("perixcontrol");
-  ASSERT_TRUE(perix && control);
-  const auto ask = [&](const char* method) {
-    return control->callWithReplyBlocking(control->makeMethodCallMessage(method), kCallMs);
-  };
-  std::string text;
-  EXPECT_EQ(ask("stpo")->readString(text, 0).find("no method stpo; there are: awaitCalls"), 0U);
+  try {
+    ADD_FAILURE() << askControl("stpo");
+  } catch (const PerixTestError& error) {
+    EXPECT_TRUE(std::string(error.what()).starts_with("no method stpo; there are: awaitCalls"));
+  }
+  const auto perix = ZQBusSerivceManager::initSync(-1)->getServiceProxyInterface(
+      "perix", ZQBusSecurityFlags::TrustedPeer, 1);
+  ASSERT_NE(perix, nullptr);
   std::promise<std::string> answer;
   perix->callWithReply(
       perix->makeMethodCallMessage("searchAllPrinter"),
@@ -113,9 +107,9 @@ TEST_F(ServiceProgram, GivesUpWorkWhenResetAndEndsWhenStopped) {
       kCallMs);
   // Answered behind it, so that the summary is begun when the world is reset.
   perix->callWithReplyBlocking(perix->makeMethodCallMessage("CheckCameraAuthStat"), kCallMs);
-  EXPECT_EQ(ask("reset")->readString(text, 0), "{}");
+  EXPECT_EQ(askControl("reset"), "{}");
   EXPECT_EQ(answer.get_future().get(), "the work was given up");
-  EXPECT_EQ(ask("stop")->readString(text, 0), "{}");
+  EXPECT_EQ(askControl("stop"), "{}");
   EXPECT_EQ(service->wait(), 0);
 }
 

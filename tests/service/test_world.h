@@ -69,11 +69,7 @@ class OfficeWorld : public testing::Test {
     EXPECT_EQ(world.devices.plug(device, number), Result::Done);
     return number;
   }
-  uint16_t plug(const std::string& name) {
-    Device device;
-    device.name = name;
-    return plug(device);
-  }
+  uint16_t plug(const std::string& name) { return plug(Device{.name = name}); }
   const Device& device(uint16_t number) const { return world.devices.all().at(number); }
   /// The kinds of the events since the last time.
   std::vector<int> kinds() {

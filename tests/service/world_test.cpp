@@ -61,9 +61,7 @@ TEST_F(OfficeWorld, ConnectsDevicesOfTypeToFocusedDesktop) {
   }
   ASSERT_EQ(world.devices.setAutoConnect(3, true), Result::Done);
   EXPECT_EQ(device(kCamera).desktop, kLab);
-  Device camera;
-  camera.type = DeviceType::Camera;
-  camera.name = "another";
+  Device camera{.type = DeviceType::Camera, .name = "another"};
   events.events.clear();
   const uint16_t number = plug(camera);
   EXPECT_EQ(device(number).desktop, kLab);
@@ -83,13 +81,10 @@ TEST_F(OfficeWorld, ConnectsDevicesOfTypeToFocusedDesktop) {
 }
 
 TEST_F(OfficeWorld, KeepsPolicyOfVendorAndProduct) {
-  Device twin;
-  twin.id = device(kCamera).id;
-  twin.name = "twin";
   EXPECT_EQ(world.devices.setPolicy(kCamera, 2, "Another name"), Result::UnknownDevice);
   EXPECT_EQ(world.devices.setPolicy(kCamera, 3, ""), Result::InvalidArgument);
   ASSERT_EQ(world.devices.setPolicy(kCamera, 2, "Desk camera"), Result::Done);
-  const uint16_t number = plug(twin);
+  const uint16_t number = plug(Device{.id = device(kCamera).id, .name = "twin"});
   EXPECT_EQ(world.devices.connect(kOffice, number), Result::Forbidden);
   events.events.clear();
   ASSERT_EQ(world.devices.setPolicy(kCamera, 0, ""), Result::Done);
@@ -173,9 +168,7 @@ TEST_F(OfficeWorld, AddsAndRemovesNetworkDevice) {
 }
 
 TEST_F(OfficeWorld, TakesLowestFreeNumberWhenHighestIsTaken) {
-  Device last;
-  last.name = "last";
-  last.number = 65535;
+  Device last{.number = 65535, .name = "last"};
   plug(last);
   ASSERT_EQ(world.devices.unplug(kDisk), Result::Done);
   EXPECT_EQ(plug("next"), kDisk);
@@ -215,10 +208,7 @@ TEST_F(OfficeWorld, KeepsStatusOfPrinterWhenItsJobEnds) {
 
 TEST_F(OfficeWorld, RenamesNetworkPrinterToFreeName) {
   constexpr auto kNetwork = PrinterOrigin::Network;
-  Printer printer;
-  printer.origin = kNetwork;
-  printer.name = "Attic";
-  ASSERT_EQ(world.printers.add(printer), Result::Done);
+  ASSERT_EQ(world.printers.add({.origin = kNetwork, .name = "Attic"}), Result::Done);
   EXPECT_EQ(world.printers.rename(kNetwork, "Attic", "Corridor"), Result::AlreadyExists);
   EXPECT_EQ(world.printers.rename(kNetwork, "Attic", ""), Result::InvalidArgument);
   EXPECT_EQ(world.printers.rename(kNetwork, "Attic", "Desk printer"), Result::Done);
