@@ -2,24 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <tuple>
 
 #include "tests/perixctl/tool_world.h"
 
 namespace zq::ctl {
 namespace {
 
-struct Remote {
-  const char* ssh;  ///< the stand-in's commands; null without ssh
-  const char* bus;  ///< the session bus there; null for the world's
-  const char* words;
-  int exitCode;
-  const char* expected;  ///< stands in the output, or in the errors of a failure
-};
-
 // The words behind "ssh -xT -- HOST" are one command line for the shell there.
 constexpr const char* kLogin = "shift 3; exec sh -c \"$*\"";
 
-const Remote kRemotes[] = {
+// The stand-in's commands, null without ssh; the session bus there, null for the world's; the words;
+// the exit code; a part of the output, or of the errors of a failure.
+using Text = const char*;
+const std::tuple<Text, Text, Text, int, Text> kRemotes[] = {
     {kLogin, nullptr, "--host me@box device list", 0, "Desk camera"},
     {"[ \"$3\" = me@box ] || exit 9\nshift 3; exec sh -c \"$*\"", nullptr,
      "--host me@box service state --json", 0, "\"desktops\""},

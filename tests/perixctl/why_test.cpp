@@ -45,21 +45,6 @@ void expectAnswer(const ChildProcess::Result& result, int status, const std::str
   EXPECT_NE(links.find(part), std::string::npos) << links << "\nlacks " << part;
 }
 
-/// A device's files in the kernel's file system, and its node if it has one.
-void plugInto(const fs::path& root, bool hasNode) {
-  const fs::path device = root / "sys/bus/usb/devices/1-2";
-  fs::create_directories(device);
-  for (const auto& [name, text] : {std::pair{"product", "Web Camera"},
-                                   {"idVendor", "046d"},
-                                   {"idProduct", "0825"},
-                                   {"busnum", "1"},
-                                   {"devnum", "4"}}) {
-    std::ofstream(device / name) << text << '\n';
-  }
-  fs::create_directories(root / "dev/bus/usb/001");
-  if (hasNode) std::ofstream(root / "dev/bus/usb/001/004");
-}
-
 // --- The model -----------------------------------------------------------------------------------
 
 struct ModelCause {
@@ -142,11 +127,16 @@ void plant(const ToolWorld& world, const std::string& commands) {
 TEST(DeviceWhy, NamesEachCauseInModel) {
   const ToolWorld world;
   fs::current_path(world.directory());  // here are the roots
-  fs::create_directories("empty/sys/bus/usb/devices");
-  plugInto("nodeless", false);
-  plugInto("plugged", true);
-  plugInto("locked", true);
-  fs::permissions("locked/dev/bus/usb/001/004", fs::perms::none);
+  plant(world, R"(mkdir -p empty/sys/bus/usb/devices
+      for root in nodeless plugged locked; do
+        device=$root/sys/bus/usb/devices/1-2
+        mkdir -p $device $root/dev/bus/usb/001
+        for file in product:Web\ Camera idVendor:046d idProduct:0825 busnum:1 devnum:4; do
+          echo ${file#*:} >$device/${file%:*}
+        done
+      done
+      touch plugged/dev/bus/usb/001/004
+      install --mode=0 /dev/null locked/dev/bus/usb/001/004)");
   for (const ModelCause& row : kModelCauses) {
     SCOPED_TRACE(row.words + (": " + row.cause));
     const bool locked = row.cause.find("Permission denied") != std::string::npos;
@@ -299,8 +289,6 @@ TEST(DeviceWhy, TellsWhyServiceGaveNoLine) {
   expectAnswer(world.run("device why win10 1"), 0, "",
                "– line calls go through the broker: the service gave no direct line");
 }
-
-// --- doctor --------------------------------------------------------------------------------------
 
 TEST(Doctor, NamesEachFaultWithRemedy) {
   const ToolWorld world;

@@ -1,7 +1,5 @@
 // Connecting, and what happens when the service dies, over a bus that follows a script.
 
-#include <set>
-
 #include "tests/proxy/scripted_test.h"
 
 namespace zq {
@@ -206,7 +204,6 @@ TEST_F(Recovery, LocksNothingWhileItWaits) {
   proxy.RegisterCallback("a", countDeath, &old);
   proxy.GetVmIdInt("lab-2");
   std::optional<SleepingRecoveries> recoveries(std::in_place);
-  recoveries->begin();
   EXPECT_EQ(proxy.GetVmIdString(2), "");
   EXPECT_EQ(proxy.ConnectDevice("lab-2", 1), -1);
   // A client that finds the service before the recovery does, and goes on as ever.
@@ -231,7 +228,6 @@ TEST_F(Recovery, HandlesDeathDuringItOnce) {
   Watched<int> told[2];
   proxy.RegisterCallback("a", countDeath, &told[0]);
   std::optional<SleepingRecoveries> recoveries(std::in_place);
-  recoveries->begin();
   script().isRegistered = [] { return true; };
   ASSERT_EQ(proxy.Init(), 0);
   proxy.RegisterCallback("b", countDeath, &told[1]);
@@ -240,14 +236,6 @@ TEST_F(Recovery, HandlesDeathDuringItOnce) {
   EXPECT_EQ(told[0].get(), 1);
   EXPECT_EQ(told[1].get(), 1);
   EXPECT_EQ(history().interfaces, 3);
-}
-
-// --- Names in the log ----------------------------------------------------------------------------
-
-std::set<std::string> writers() {
-  std::set<std::string> names;
-  for (const LogLine& line : takeLog()) names.insert(line.function);
-  return names;
 }
 
 TEST(Log, NamesOperation) {

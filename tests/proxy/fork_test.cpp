@@ -28,13 +28,6 @@ int endChild(uint16_t, Record*, void*) {
   ::_exit(1);
 }
 
-void sendEvents(PerixProxy& proxy) {
-  for (const int kind : {1, 4, 66, 9, 11}) {
-    proxy.HandleEvent(std::make_shared<ZQBusMessage>(
-        message(int32_t{3}, int32_t{kind}, bytes(std::string(1024, '\0')))));
-  }
-}
-
 /// The operations that ask nobody, and what each returns in a child.
 std::string localFailures(PerixProxy& proxy) {
   int userdata = 0;
@@ -122,7 +115,13 @@ TEST(ForkedChild, FailsAtOnceWithLocksHeld) {
 
   EXPECT_EQ(inChild([&] {
               std::string complaints;
-              for (PerixProxy* const one : {&proxy, own}) sendEvents(*one);
+              for (const int kind : {1, 4, 66, 9, 11}) {
+                const auto late =
+                    message(int32_t{3}, int32_t{kind}, bytes(std::string(1024, '\0')));
+                for (PerixProxy* const one : {&proxy, own}) {
+                  one->HandleEvent(std::make_shared<ZQBusMessage>(late));
+                }
+              }
               for (const NamedWireRow& row : wireTable()) complaints += failureOf(row, proxy);
               for (const NamedWireRow& row : wireTable()) complaints += failureOf(row, *own);
               complaints += localFailures(proxy) + localFailures(*own);

@@ -36,8 +36,6 @@ std::function<void()> deviceEvent() {
   return service()->delivery(0, kDevice, devicePayload());
 }
 
-// --- Notifiers -----------------------------------------------------------------------------------
-
 TEST_F(Callback, MayCallAndThrow) {
   Notify notify;
   int others = 0;
@@ -122,8 +120,6 @@ TEST_F(Callback, IsWaitedForByOperationsThatEndIt) {
     proxy.UnregisterDeviceCallback();
   }
 }
-
-// --- Derived proxies -----------------------------------------------------------------------------
 
 /// Stops at a point of the test, once there is a point, where it connects and where it handles an
 /// event.
@@ -232,8 +228,6 @@ TEST_F(DerivedProxy, IsAskedForDesktopIds) {
   EXPECT_EQ(history().calls.back().text, "connectDevice(i:77, q:1)");
 }
 
-// --- Desktop ids ---------------------------------------------------------------------------------
-
 int lookUps() {
   int count = 0;
   for (const SentCall& call : history().calls) count += call.text.starts_with("getVmListSize");
@@ -294,8 +288,8 @@ TEST_F(DesktopId, IsForgottenWithItsProcess) {
   proxy.GetVmIdInt("lab-2");
   EXPECT_EQ(lookUps(), before + 1);
 
-  SleepingRecoveries recoveries;
-  duringLookUp([&] { proxy.GetVmIdInt("lab-3"); }, [&] { recoveries.begin(); });
+  std::optional<SleepingRecoveries> recoveries;
+  duringLookUp([&] { proxy.GetVmIdInt("lab-3"); }, [&] { recoveries.emplace(); });
   EXPECT_EQ(proxy.GetVmIdString(7), "");
 }
 

@@ -1,6 +1,8 @@
 // What the tests over the scripted bus share.
 #pragma once
 
+#include <set>
+
 #include "tests/proxy/callbacks.h"
 #include "tests/proxy/scripted_bus.h"
 #include "tests/support/blocked_thread.h"
@@ -15,10 +17,18 @@ class InstanceTest : public testing::Test {
   PerixProxy& proxy = *PerixProxy::getInstance();
 };
 
+/// The functions that wrote into the log since the last time.
+inline std::set<std::string> writers() {
+  std::set<std::string> names;
+  for (const LogLine& line : takeLog()) names.insert(line.function);
+  return names;
+}
+
 /// Recoveries that did not find the service, and sleep until this object ends; then the service is
 /// there.
 class SleepingRecoveries {
  public:
+  SleepingRecoveries() { begin(); }
   ~SleepingRecoveries() {
     script().isRegistered = [] { return true; };
     point_.go();

@@ -18,33 +18,29 @@ std::string fileCalled(const std::string& name) {
   return std::filesystem::path(std::getenv("XDG_STATE_HOME")) / name;
 }
 
-/// Runs the table against a service that answers each operation with the row's reply; the trace of
-/// both ends.
-std::string traceOfTheTable(const std::string& name) {
-  std::string file = fileCalled(name);
-  std::string error;
-  EXPECT_TRUE(startZQBusTrace(file, error)) << error;
-  {
-    RecordingService service;
-    PerixProxy& proxy = *PerixProxy::getInstance();
-    for (const NamedWireRow& named : wireTable()) {
-      service.answerWith(named.row.reply);
-      EXPECT_EQ(named.row.run(proxy), named.row.result) << named.name;
-      proxy.OnFocusChanged("", 0, 0);  // behind what was sent without waiting
-    }
-    proxy.ReleaseService();
+/// Runs each operation of the table, `prepare` before it.
+void runTable(const std::function<void(const WireRow&)>& prepare) {
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  for (const NamedWireRow& named : wireTable()) {
+    prepare(named.row);
+    EXPECT_EQ(named.row.run(proxy), named.row.result) << named.name;
+    proxy.OnFocusChanged("", 0, 0);  // behind what was sent without waiting
   }
-  stopZQBusTrace();
-  return file;
 }
 
 TEST(Replay, RepeatsResultOfEachOperation) {
-  const auto replay = startService({"--replay", traceOfTheTable("wire"), "--speed", "0"});
   PerixProxy& proxy = *PerixProxy::getInstance();
-  for (const NamedWireRow& named : wireTable()) {
-    EXPECT_EQ(named.row.run(proxy), named.row.result) << named.name;
-    proxy.OnFocusChanged("", 0, 0);
+  std::string file = fileCalled("wire");
+  std::string error;
+  ASSERT_TRUE(startZQBusTrace(file, error)) << error;
+  {
+    RecordingService service;
+    runTable([&](const WireRow& row) { service.answerWith(row.reply); });
+    proxy.ReleaseService();
   }
+  stopZQBusTrace();
+  const auto replay = startService({"--replay", file, "--speed", "0"});
+  runTable([](const WireRow&) {});
   EXPECT_EQ(proxy.DeletePrinter("other"), -1);
   EXPECT_EQ(PerixLastFailure().text,
             "not recorded: call deletePrinter(s:\"other\"); the nearest recorded one is call "

@@ -1,17 +1,64 @@
-// No memory: each allocation of each operation fails once, and from each on all fail. And a fork
-// while a thread is in the middle of an allocation, under the lock that it holds then.
+// Each operation over the scripted bus: its time-out, its name in the log, and no memory: each of its
+// allocations fails once, and from each on all fail. And a fork while a thread is in the middle of an
+// allocation, under the lock that it holds then.
 
 #include <new>
+#include <tuple>
 
-#include "tests/proxy/callbacks.h"
-#include "tests/proxy/scripted_bus.h"
+#include "tests/proxy/scripted_test.h"
 #include "tests/proxy/wire_table.h"
-#include "tests/support/blocked_thread.h"
 #include "tests/support/child.h"
-#include "tests/support/messages.h"
 
 namespace zq {
 namespace {
+
+class Operation : public testing::TestWithParam<NamedWireRow> {};
+
+TEST_P(Operation, HasItsTimeOutAndItsNameInLog) {
+  const WireRow& row = GetParam().row;
+  // A row is named after its operation, one after the operation that it calls.
+  std::string name = GetParam().name;
+  if (name == "GetLocalDeviceList") name = "GetDeviceList";
+  PerixProxy& proxy = *PerixProxy::getInstance();
+  std::string result;
+  const auto namesInLog = [&] {
+    takeLog();
+    result = row.run(proxy);
+    auto names = writers();
+    std::erase_if(names, [&](const std::string& writer) {
+      return name.starts_with(writer) || writer == "GetVmIdInt" || writer == "getInstance";
+    });
+    return names;
+  };
+  for (const ZQBusMessage& answer :
+       {row.reply, ZQBusMessage::failed(ZQBusFailure::TimedOut, "too late")}) {
+    script().answer = [&](const ZQBusMessage&) { return answer; };
+    EXPECT_EQ(namesInLog(), std::set<std::string>());
+  }
+  const BusHistory before = history();
+  ASSERT_EQ(before.calls.empty(), row.timeoutMs == 0);
+  if (!before.calls.empty()) {
+    EXPECT_EQ(before.calls.back().timeoutMs, row.timeoutMs);
+  }
+  if (row.timeoutMs > 0) {
+    EXPECT_EQ(result, row.failure);
+    EXPECT_EQ(PerixLastFailure().failure, PerixFailure::TimedOut);
+  }
+  script().isRegistered = [] { return false; };
+  proxy.ReleaseService();
+  auto names = namesInLog();
+  names.erase("Init");
+  EXPECT_EQ(names, std::set<std::string>());
+  if (row.timeoutMs != 0) {
+    EXPECT_EQ(history().attempts, before.attempts + 1)
+        << "a service that is away costs one attempt";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Wire, Operation, testing::ValuesIn(wireTable()),
+                         [](const auto& row) { return row.param.name; });
+
+// --- No memory -----------------------------------------------------------------------------------
 
 enum class Trouble { None, FailsOnce, FailsForGood, Stops };
 
@@ -180,14 +227,6 @@ TEST(OtherOperations, ThrowNothingWithoutMemory) {
 
 // --- Children ------------------------------------------------------------------------------------
 
-bool holdsInChild(const std::function<bool()>& body) {
-  const std::string complaint = inChild([&] {
-    script().keepsLog = false;
-    return body() ? "" : "does not hold";
-  });
-  return complaint.empty();
-}
-
 TEST(Instance, IsMadeWhenThereIsMemory) {
   // In a new process each time, since a process makes it once.
   int number = 1;
@@ -215,33 +254,33 @@ bool failsAsInAChild(PerixProxy& proxy) {
 TEST(ForkedChild, WaitsForNoLockOfItsParent) {
   const std::string longId = std::string(100, 'x') + "-3";
   PerixProxy* proxy = nullptr;  // made after the instance, whose making is the first use
-  const std::pair<const char*, std::function<void()>> operations[] = {
-      {"getInstance", [] { PerixProxy::getInstance(); }},
-      {"Init", [&] { proxy->Init(); }},
-      {"GetVmIdInt", [&] { proxy->GetVmIdInt(longId); }},
-      {"RegisterDeviceCallback",
+  // What comes before each operation, and the operation.
+  const std::tuple<const char*, std::function<void()>, std::function<void()>> operations[] = {
+      {"getInstance", [] {}, [] { PerixProxy::getInstance(); }},
+      {"Init", [&] { proxy->ReleaseService(); }, [&] { proxy->Init(); }},
+      {"GetVmIdInt", [&] { replaceService(*proxy), proxy->Init(); },
+       [&] { proxy->GetVmIdInt(longId); }},
+      {"RegisterDeviceCallback", [&] { proxy->UnregisterDeviceCallback(); },
        [&] { proxy->RegisterDeviceCallback(ignore<CommonDevice>, proxy); }},
   };
-  for (const auto& [name, run] : operations) {
+  for (const auto& [name, prepare, run] : operations) {
     for (int number = 1;; ++number) {
-      if (std::string(name) == "Init") proxy->ReleaseService();
-      if (std::string(name) == "GetVmIdInt") {
-        replaceService(*proxy);
-        proxy->Init();
-      }
-      if (proxy != nullptr) proxy->UnregisterDeviceCallback();
+      prepare();
       BlockingPoint point;
       stop = &point;
       std::atomic<bool> stopped = false;
       BlockableThread thread(
           [&, &run = run] { stopped = withTrouble(Trouble::Stops, number, run); });
-      const auto check = [&] {
+      const auto check = [&]() -> std::string {
+        script().keepsLog = false;
         PerixProxy* const instance = PerixProxy::getInstance();
-        return instance != nullptr && failsAsInAChild(*instance) &&
-               (proxy == nullptr || failsAsInAChild(*proxy));
+        const bool fails = instance != nullptr && failsAsInAChild(*instance) &&
+                           (proxy == nullptr || failsAsInAChild(*proxy));
+        return fails ? "" : "does not fail";
       };
-      EXPECT_TRUE(!thread.awaitBlocked() || holdsInChild(check))
-          << name << " at allocation " << number;
+      if (thread.awaitBlocked()) {
+        EXPECT_EQ(inChild(check), "") << name << " at allocation " << number;
+      }
       point.go();
       thread.join();
       if (!stopped) break;
