@@ -12,8 +12,8 @@ namespace {
 // The words behind "ssh -xT -- HOST" are one command line for the shell there.
 constexpr const char* kLogin = "shift 3; exec sh -c \"$*\"";
 
-// The stand-in's commands, null without ssh; the session bus there, null for the world's; the words;
-// the exit code; a part of the output, or of the errors of a failure.
+// The stand-in's commands, null without ssh; the session bus there, null for the world's; the
+// words; the exit code; a part of the output, or of the errors of a failure.
 using Text = const char*;
 const std::tuple<Text, Text, Text, int, Text> kRemotes[] = {
     {kLogin, nullptr, "--host me@box device list", 0, "Desk camera"},

@@ -166,7 +166,7 @@ TEST(DeviceWhy, IsDocumentToo) {
 
 // --- The way to the service ----------------------------------------------------------------------
 
-/// A socket at which nobody accepts.
+/// A listening socket that accepts no connection.
 OwnedDescriptor listenAt(const std::string& path) {
   OwnedDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un name{AF_UNIX, {}};

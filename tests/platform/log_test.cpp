@@ -175,8 +175,8 @@ TEST_F(Log, OfSeveralProcessesStaysWholeThroughRotation) {
   for (const auto& [process, lines] : linesBy) EXPECT_EQ(lines, kLines) << process;
 }
 
-// A shell command in the directory that has "log", the log's directory, and the refusal that is said
-// on standard error, "" where there is a log.
+// A shell command in the directory that has "log", the log's directory; the refusal on standard
+// error, "" where there is a log.
 const std::pair<const char*, const char*> kPlaces[] = {
     {":", ""},
     {"mv log real; ln -s real log", ""},

@@ -96,7 +96,7 @@ TEST_F(FailureReport, NamesWrongArgumentOfAnswer) {
   const auto desktops = [](P p) { p.GetVmList(); };
   const auto search = [&](P p) { p.SearchSharePrinterDevice("10.0.0.5", found); };
   const int32_t two = 2;
-  // The last number is that of the wrong argument, -1 for none.
+  // The number is the index of the wrong argument; it is -1 where the answer is right.
   const std::tuple<ZQBusMessage, std::function<void(P)>, int> rows[] = {
       {message(), status, 0},
       {message(text), status, 0},

@@ -1,6 +1,6 @@
-// Each operation over the scripted bus: its time-out, its name in the log, and no memory: each of its
-// allocations fails once, and from each on all fail. And a fork while a thread is in the middle of an
-// allocation, under the lock that it holds then.
+// Each operation over the scripted bus: its time-out, its name in the log, and no memory. Each of
+// its allocations fails once, and from each on all fail. And a fork while a thread is in the middle
+// of an allocation, under the lock that it holds then.
 
 #include <new>
 #include <tuple>
@@ -16,7 +16,7 @@ class Operation : public testing::TestWithParam<NamedWireRow> {};
 
 TEST_P(Operation, HasItsTimeOutAndItsNameInLog) {
   const WireRow& row = GetParam().row;
-  // A row is named after its operation, one after the operation that it calls.
+  // Each row has the name of its operation; GetLocalDeviceList calls another operation.
   std::string name = GetParam().name;
   if (name == "GetLocalDeviceList") name = "GetDeviceList";
   PerixProxy& proxy = *PerixProxy::getInstance();

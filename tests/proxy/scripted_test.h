@@ -1,4 +1,4 @@
-// What the tests over the scripted bus share.
+// Parts that the tests over the scripted bus share.
 #pragma once
 
 #include <set>
