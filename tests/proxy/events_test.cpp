@@ -259,7 +259,7 @@ TEST(Proxy, ConnectsWhenServiceComes) {
   EXPECT_EQ(PerixLastFailure().failure, PerixFailure::NoService);
   proxy->ReleaseService();
   for (const char* part :
-       {"\"Error:\" \"get zqbus interface failed\"", "perix_proxy_devices.cpp ConnectDevice("}) {
+       {R"("Error:" "get zqbus interface failed")", "perix_proxy_devices.cpp ConnectDevice("}) {
     EXPECT_NE(logText().find(part), std::string::npos) << part;
   }
 
