@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
-#include <system_error>
 #include <utility>
 
 #include "bus_log.h"
@@ -101,10 +100,11 @@ bool startZQBusTrace(const std::string& file, std::string& error) try {
     opened.swap(trace.file);
     trace.update();
   }
+  if (opened != nullptr) opened->end();
   static std::atomic<bool> endsWithTheProcess = false;
   if (!endsWithTheProcess.exchange(true)) std::atexit(&stopZQBusTrace);
   return true;
-} catch (const std::system_error& problem) {
+} catch (const std::exception& problem) {
   error = std::string("no thread to write the trace: ") + problem.what();
   return false;
 }
@@ -122,10 +122,14 @@ void stopZQBusTrace() {
   if (trace.generation != forkGeneration()) return;
   std::shared_ptr<TraceFile> file;
   std::shared_ptr<const Sink> sink;
-  const MutexLock lock(trace.mutex);
-  file.swap(trace.file);
-  sink.swap(trace.sink);
-  trace.update();
+  {
+    const MutexLock lock(trace.mutex);
+    file.swap(trace.file);
+    sink.swap(trace.sink);
+    trace.update();
+  }
+  // Another thread that adds an entry now has the file, too.
+  if (file != nullptr) file->end();
 }
 
 }  // namespace zq

@@ -36,6 +36,7 @@ struct TraceFile::Shared {
 
   void append(std::string_view line) REQUIRES(mutex);
   void write(std::string_view lines);
+  bool takeBack(std::size_t bytes) const;
   void run();
 
   const int descriptor;
@@ -75,7 +76,7 @@ TraceFile::TraceFile(int descriptor) : shared_(std::make_shared<Shared>(descript
   startLibraryThread("zqbus-trace", [shared = shared_] { shared->run(); }).detach();
 }
 
-TraceFile::~TraceFile() {
+void TraceFile::end() {
   const auto deadline = ConditionVariable::Clock::now() + kLongestEnd;
   const MutexLock lock(shared_->mutex);
   shared_->isEnding = true;
@@ -142,7 +143,17 @@ void TraceFile::Shared::write(std::string_view lines) {
   const auto taken = lines.substr(0, lines.size() - rest.size());
   written += static_cast<uint64_t>(std::count(taken.begin(), taken.end(), '\n'));
   refused += static_cast<uint64_t>(std::count(rest.begin(), rest.end(), '\n'));
-  if (!taken.empty()) isInLine = taken.back() != '\n';
+  const std::size_t inLine = taken.size() - (taken.rfind('\n') + 1);
+  if (!taken.empty()) isInLine = inLine > 0 && !takeBack(inLine);
+}
+
+/// Takes the last bytes that were written off the file. False when that fails, or when another
+/// process has written behind them.
+bool TraceFile::Shared::takeBack(std::size_t bytes) const {
+  struct stat status {};
+  const off_t end = ::lseek(descriptor, 0, SEEK_CUR);
+  return end >= 0 && ::fstat(descriptor, &status) == 0 && status.st_size == end &&
+         ::ftruncate(descriptor, end - static_cast<off_t>(bytes)) == 0;
 }
 
 }  // namespace zq

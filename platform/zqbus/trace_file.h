@@ -13,8 +13,7 @@ class TraceFile {
  public:
   /// Takes over an open descriptor.
   explicit TraceFile(int descriptor);
-  /// Waits for a second at most until what was added is written.
-  ~TraceFile();
+  ~TraceFile() { end(); }
   TraceFile(const TraceFile&) = delete;
   TraceFile& operator=(const TraceFile&) = delete;
 
@@ -24,6 +23,9 @@ class TraceFile {
 
   /// Adds a line, given without its end; drops it when 8 MiB wait already.
   void add(std::string_view line);
+  /// Ends the file with a line that counts the others. Waits for a second at most until all is
+  /// written.
+  void end();
 
  private:
   /// What the writing thread shares with this object, which may end before a write that hangs.

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/bus/bus_fixture.h"
+#include "tests/support/blocked_thread.h"
 #include "tests/support/bus_world.h"
 #include "tests/support/trace_text.h"
 #include "zqbus/trace.h"
@@ -150,6 +151,18 @@ TEST(Trace, IsWrittenToRegularFileOfThisUserAlone) {
   }
 }
 
+TEST(Trace, EndsWhileEntryIsAdded) {
+  const fs::path file = (testBus(), traceFile());
+  std::string error;
+  ASSERT_TRUE(startZQBusTrace(file, error)) << error;
+  BlockingPoint adding;
+  setZQBusTraceSink([&](const ZQBusTraceEntry&) { adding.stop(); });
+  adding.during(connect, [&] {
+    stopZQBusTrace();
+    EXPECT_TRUE(linesOf(file).back().starts_with(R"({"kind":"end")"));
+  });
+}
+
 TEST(Trace, CountsLinesThatDiskDoesNotTake) {
   const fs::path file = (testBus(), traceFile());
   std::string error;
@@ -165,11 +178,17 @@ TEST(Trace, CountsLinesThatDiskDoesNotTake) {
   const rlimit full{4096, before.rlim_max};
   std::signal(SIGXFSZ, SIG_IGN);
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
-  constexpr int kCalls = 100;
-  for (int i = 0; i < kCalls; ++i) EXPECT_EQ(call(*service, "ask", {})->type(), 2);
-  // What is written now does not fit; only then is there room again.
-  struct stat status {};
-  while (::stat(file.c_str(), &status) == 0 && status.st_size < 4096) std::this_thread::yield();
+  // Until the disk has taken a part of a line, which was taken back: then there is room again.
+  int calls = 0;
+  struct stat last {};
+  struct stat now {};
+  ASSERT_EQ(::stat(file.c_str(), &now), 0);
+  do {
+    last = now;
+    EXPECT_EQ(call(*service, "ask", {})->type(), 2);
+    ++calls;
+    ASSERT_EQ(::stat(file.c_str(), &now), 0);
+  } while (now.st_size > last.st_size || now.st_mtim.tv_nsec == last.st_mtim.tv_nsec);
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
   call(*service, "last", {});
   stopZQBusTrace();
@@ -181,8 +200,10 @@ TEST(Trace, CountsLinesThatDiskDoesNotTake) {
             2)
       << lines.back();
   EXPECT_GT(dropped, 0);
-  EXPECT_EQ(written + dropped, kCalls + 1 + 2) << "the calls, and two connections";
+  EXPECT_EQ(written + dropped, calls + 1 + 2) << "the calls, and two connections";
   EXPECT_EQ(told, 1);
+  std::vector<ZQBusTraceEntry> entries;
+  EXPECT_TRUE(readZQBusTrace(file, entries, error)) << error;
 }
 
 }  // namespace
