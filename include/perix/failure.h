@@ -15,7 +15,8 @@ namespace zq {
 enum class PerixFailure {
   None,        ///< the service answered; the operation returned the service's answer
   NoService,   ///< not connected: no process of this user or of root owns the service's name
-  Died,        ///< the service or the bus went away during the call
+  Died,        ///< the service or the bus went away during the call, or memory was too short to
+               ///< read from it
   TimedOut,    ///< no answer within the operation's time-out
   Refused,     ///< the service answered with an error
   TooLarge,    ///< an argument or the reply is larger than the bus carries

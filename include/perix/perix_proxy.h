@@ -50,10 +50,10 @@ class ZQBusSerivceManager;
 ///   PerixLastFailure() tells. An id holds for the process that gave it; the next is asked again.
 /// - Lists. Each record is a `malloc` block of exactly the received length; list and records are
 ///   the caller's, to be released with the matching Free operation, or with `free` where there is
-///   no such operation.
-///   An empty record in the service's answer ends the list; the records before it are kept.
+///   no such operation. An empty record of an answer ends the list.
 /// - Exceptions. No operation throws; out of memory, it fails. Copying an argument that is passed
-///   by value may throw in the caller.
+///   by value may throw in the caller. A thread that is cancelled (pthread_cancel) ends behind the
+///   operation.
 /// - Fork. In a child of a process that had used the library by then, every operation that asks the
 ///   service, or waits for callbacks, fails at once, with the result that it has without a service;
 ///   registering and unregistering return -1. A child that was forked before the first use
@@ -101,14 +101,14 @@ class PerixProxy {
   /// Passes one event of the service, desktop id, kind and record, to the callbacks registered for
   /// that kind. The bus calls it in its delivery context.
   virtual void HandleEvent(std::shared_ptr<ZQBusMessage> event);
-  /// Subscribes to the bus-wide "mountedEvent", whose messages HandleEvent receives too. Each new
-  /// connection adds one subscription. Always 0.
+  /// Subscribes to the bus-wide "mountedEvent", whose messages getInstance()'s HandleEvent receives
+  /// too. Each new connection adds one subscription. Always 0.
   virtual int InitBroadcast();
 
   // --- Desktop sessions -------------------------------------------------------------------------
 
   /// Announces a desktop session. Waits at most 2000 ms. A collaborator in the session of another
-  /// user announces nothing: -1 without a call (PerixFailure::NotAsked).
+  /// user announces nothing: -1 without a call, PerixFailure::NotAsked where there is a service.
   virtual int ConnectVm(VmInfo info);
   /// Announces the end of a session, without waiting for an answer: 0 once sent, even if the
   /// service refuses it; -1 without a service.

@@ -130,6 +130,25 @@ TEST_F(ResetService, LogsItsEntryBehindConnection) {
   EXPECT_EQ(linesWith({log.back()}, "ResetService", "enter"), 1);
 }
 
+TEST_F(Operation, EndsBeforeItsCancelledThread) {
+  const auto cancel = [] {
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
+  };
+  script().answer = [&](const ZQBusMessage&) { return cancel(), message(int32_t{0}); };
+  script().isRegistered = [&] { return cancel(), true; };
+  const std::function<void()> operations[] = {[&] { proxy.GetVmList(); }, [&] { proxy.Init(); }};
+  for (const auto& operation : operations) {
+    bool hasEnded = false;
+    std::thread([&] {
+      operation();
+      hasEnded = true;
+    }).join();
+    EXPECT_TRUE(hasEnded);
+    proxy.ReleaseService();
+  }
+}
+
 TEST_F(Operation, LocksMakesMessageAndLooksIdUpInOrder) {
   using Made = std::vector<std::string>;
   struct Row {

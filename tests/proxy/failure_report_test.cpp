@@ -153,6 +153,14 @@ TEST_F(FailureReport, TellsWhereTimeWent) {
   EXPECT_GT(report.waiting.count(), 0);
   EXPECT_GT(report.lookUps.count(), 0);
   EXPECT_GE(report.total, report.waiting + report.lookUps);
+  proxy.ReleaseService();
+  script().isRegistered = [] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return false;
+  };
+  proxy.Init();
+  EXPECT_EQ(PerixLastFailure().lookUps.count(), 0);
+  EXPECT_GT(PerixLastFailure().total.count(), 0);
   proxy.UpdateDriveToken("");
   EXPECT_EQ(PerixLastFailure().total.count(), 0);
 }

@@ -6,13 +6,6 @@
 #include "perix/service_values.h"
 
 namespace zq {
-namespace {
-
-std::chrono::microseconds microseconds(std::chrono::steady_clock::duration time) {
-  return std::chrono::duration_cast<std::chrono::microseconds>(time);
-}
-
-}  // namespace
 
 PerixCall::PerixCall(PerixProxy& proxy, const char* method, Order order, LogSite site)
     : proxy_(proxy),
@@ -76,9 +69,7 @@ void PerixCall::fail(PerixFailure failure, const char* words) {
 void PerixCall::finish() {
   LastFailure& last = lastFailure();
   if (last.failure == PerixFailure::None && lookUpFailure_) last = *lookUpFailure_;
-  last.waiting = microseconds(waiting_);
-  last.lookUps = microseconds(lookUps_);
-  last.total = microseconds(Clock::now() - start_);
+  last.setTimes(waiting_, lookUps_, Clock::now() - start_);
   last.explainTimeOut();
 }
 

@@ -12,6 +12,7 @@
 #include "log_line.h"
 #include "perix/perix_proxy.h"
 #include "platform/text/field.h"
+#include "platform/util/signals.h"
 #include "zqbus/zqbus.h"
 
 namespace zq {
@@ -106,6 +107,7 @@ class PerixCall {
   template <typename Append>
   PerixCall& append(Append append);
 
+  const NoCancellation guard_;  // the thread ends behind the operation
   PerixProxy& proxy_;
   const char* const method_;
   const Order order_;

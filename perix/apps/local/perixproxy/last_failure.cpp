@@ -57,6 +57,13 @@ LastFailure& lastFailure() {
   return last;
 }
 
+void LastFailure::setTimes(Duration waited, Duration lookingUp, Duration inAll) {
+  using std::chrono::microseconds;
+  waiting = std::chrono::duration_cast<microseconds>(waited);
+  lookUps = std::chrono::duration_cast<microseconds>(lookingUp);
+  total = std::chrono::duration_cast<microseconds>(inAll);
+}
+
 void LastFailure::set(PerixFailure kind, std::string_view busMethod, std::string_view words) {
   failure = kind;
   copyCut(method, busMethod);
@@ -90,6 +97,7 @@ void noteConnecting(PerixFailure failure, std::string_view words) {
 }
 
 void noteNoService(const char* method) {
+  last = {};
   if (inForkedChild()) {
     return last.set(PerixFailure::Forked, method,
                     "the connection to the service belongs to the process that forked this one");

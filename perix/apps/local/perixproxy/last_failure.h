@@ -20,6 +20,8 @@ struct LastFailure {
   std::chrono::microseconds lookUps{};
   std::chrono::microseconds total{};
 
+  using Duration = std::chrono::steady_clock::duration;
+  void setTimes(Duration waited, Duration lookingUp, Duration inAll);
   /// Longer texts are cut. The times stay as they are.
   void set(PerixFailure kind, std::string_view busMethod, std::string_view words);
   /// Adds the time that the operation waited for others to the words of a time-out.

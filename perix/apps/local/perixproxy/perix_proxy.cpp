@@ -117,8 +117,11 @@ int PerixProxy::Init() {
     return -1;
   }
   if (serviceProxy) return 0;
+  const NoCancellation guard;
+  const auto start = std::chrono::steady_clock::now();
   const unsigned int failedBefore = failedAttempts;
   const std::lock_guard lock(callMutex);
+  const auto locked = std::chrono::steady_clock::now();
   if (serviceProxy) return 0;
   // After the failed attempt of another thread, for which this thread waited, a second attempt
   // would fail too.
@@ -128,6 +131,7 @@ int PerixProxy::Init() {
     ++failedAttempts;
   }
   noteNoService("");
+  lastFailure().setTimes(locked - start, {}, std::chrono::steady_clock::now() - start);
   return -1;
 }
 
