@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "bus_log.h"
@@ -93,8 +92,8 @@ void DeliveryQueue::runApart(Job job) {
     startLibraryThread("zqbus-death", [this, job, number] {
       runOnOwnThread(job, number);
     }).detach();
-  } catch (const std::system_error& error) {
-    busLog(std::string("no thread for a death callback, deliveries wait for it: ") + error.what());
+  } catch (const std::exception& error) {
+    busLog("no thread for a death callback, deliveries wait for it: ", error.what());
     runOnOwnThread(job, number);
   }
 }

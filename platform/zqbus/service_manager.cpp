@@ -2,7 +2,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <system_error>
+#include <exception>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -185,9 +185,9 @@ void ServiceManager::reopenInBackground() {
   if (reopening_.exchange(true)) return;
   try {
     startLibraryThread("zqbus-reopen", [this] { reopen(); }).detach();
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     reopening_ = false;
-    busLog(std::string("no thread to wait for the bus: ") + error.what());
+    busLog("no thread to wait for the bus: ", error.what());
   }
 }
 

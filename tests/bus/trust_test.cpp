@@ -206,15 +206,20 @@ TEST_F(ClientTrust, DoesNotTakeSilenceForTrust) {
   EXPECT_EQ(connecting.get(), nullptr);
 }
 
-TEST_F(ClientTrust, EndsCallWhenOtherThreadLearnsOfDeath) {
+TEST_F(ClientTrust, EndsCallsOnceDeathIsKnown) {
   auto connecting = connectSoon();
   bus.accept();
   bus.own(kClient);
   bus.admit();
   const auto service = connecting.get();
+  auto unheard = soon([&] { return call(*service, "echo", {}); });
+  Message nobodyThere = Message::replyTo(bus.call(), Type::Error);
+  nobodyThere.errorName = "org.freedesktop.DBus.Error.ServiceUnknown";
+  bus.send(nobodyThere, wire::kDaemon);
+  EXPECT_EQ(unheard.get()->failure(), ZQBusFailure::PeerGone);
   auto waiting = soon([&] { return call(*service, "echo", {}); });
   EXPECT_EQ(bus.call().member, "echo");
-  // The bus tells no change: it may have refused the match.
+  // Another thread learns of the death. The bus tells no change: it may have refused the match.
   auto asking =
       soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
   bus.own(":1.8");

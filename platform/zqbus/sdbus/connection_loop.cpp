@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <span>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -104,7 +104,7 @@ int ConnectionLoop::start() {
   try {
     threads_ = 1;
     startThread();
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     threads_ = 0;
     return -EAGAIN;
   }
@@ -311,8 +311,8 @@ void ConnectionLoop::work() {
         startThread();
         threads_ = 2;
       }
-    } catch (const std::system_error& error) {
-      busLog(std::string("no thread to read while callbacks run: ") + error.what());
+    } catch (const std::exception& error) {
+      busLog("no thread to read while callbacks run: ", error.what());
     }
     if (mayRead()) signalEvent(threadEvent_);
   }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/zqbus/time_limit.h"
 #include "sd_bus_open.h"
 
 namespace zq {
@@ -59,7 +60,7 @@ void inspect(sd_bus* bus, Clock::time_point deadline, ZQBusInspection& found) {
 }  // namespace
 
 ZQBusInspection inspectZQBus(const std::string& service, std::chrono::milliseconds limit) {
-  const auto deadline = Clock::now() + limit;
+  const auto deadline = endOf(limit);
   ZQBusInspection found;
   found.name = serviceName(service);
   found.address = busAddress(found.variable);
