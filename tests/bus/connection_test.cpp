@@ -67,8 +67,11 @@ TEST(ConnectionLoop, LetsOtherThreadsInDuringFlood) {
   for (int i = 0; i < kMessages; ++i) {
     ASSERT_GE(sd_bus_emit_signal(server.get(), "/a", "a.b", "c", ""), 0);
   }
-  std::thread sending([&] { sd_bus_flush(server.get()); });
-  ASSERT_GE(loop->start(), 0);
+  std::thread sending(sd_bus_flush, server.get());
+  {
+    const ConnectionLoop::Hold hold(*loop);
+    ASSERT_GE(loop->start(), 0);
+  }
   ASSERT_TRUE(counter.begun.waitFor(true));
   counter.wanted = true;
   int readWhenIn = 0;

@@ -79,7 +79,8 @@ void* allocate(std::size_t size) {
 }
 
 /// Runs an operation with trouble at its allocation `number`; whether it came to that.
-bool withTrouble(Trouble kind, int number, const std::function<void()>& run) {
+template <typename Run>
+bool withTrouble(Trouble kind, int number, Run run) {
   befell = false;
   untilTrouble = number;
   trouble = kind;
@@ -94,8 +95,8 @@ bool withTrouble(Trouble kind, int number, const std::function<void()>& run) {
 }
 
 /// Runs an operation once for each of its allocations and both ways to fail.
-void withEachFailure(const std::function<void()>& prepare, const std::function<void()>& run,
-                     const std::function<void()>& check) {
+template <typename Prepare, typename Run, typename Check>
+void withEachFailure(Prepare prepare, Run run, Check check) {
   for (const Trouble kind : {Trouble::FailsOnce, Trouble::FailsForGood}) {
     int number = 1;
     for (bool failed = true; failed; ++number) {
