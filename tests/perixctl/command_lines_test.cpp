@@ -335,6 +335,23 @@ TEST(CommandTable, AgreesWithParserHelpManualAndTests) {
   }
 }
 
+// Bash reads what stands on its command line after the completion.
+TEST(Completion, QuotesNamesForBash) {
+  const ToolWorld world;
+  const std::string name = R"(Evil'"$(echo run)`echo run`!x\y&)";
+  const Environment environment = {{"NAME", name}, {"BASH_SCRIPT", R"(
+    perixctl() { ")" PERIXCTL R"(" --timeout 20 "$@"; }
+    for quote in '"' "'" ''; do
+      COMP_WORDS=(perixctl device status "${quote}Evil") COMP_CWORD=3
+      _perixctl
+      eval "printf '%s\n' $quote${COMPREPLY[0]}$quote"
+    done)"}};
+  ASSERT_EQ(world.run(R"(service plug name="$NAME")", environment).status, 0);
+  const auto read = world.run(
+      R"(completion bash | bash -c 'source /dev/stdin; eval "$BASH_SCRIPT"')", environment);
+  EXPECT_EQ(read.output, name + '\n' + name + '\n' + name + '\n') << read.error;
+}
+
 TEST(CommandLines, SayAtOnceThatServiceIsMissing) {
   const PrivateBus bus;
   PrivateBus deadBus;

@@ -245,20 +245,41 @@ _perixctl_words() {
   done
 }
 
+# Sets `_perixctl_reply` to a name as it stands inside the open quotation mark $1, or outside of any,
+# so that bash reads it back as the same name and runs nothing in it.
+_perixctl_quote() {
+  local i sign
+  if [[ -z $1 ]]; then
+    printf -v _perixctl_reply %q "$2"
+    return
+  fi
+  _perixctl_reply=
+  for ((i = 0; i < ${#2}; i++)); do
+    sign=${2:i:1}
+    case $1$sign in
+      \'\') sign="'\\''" ;;
+      \"\!) sign="\"'!'\"" ;;
+      \"[\"\\\$\`]) sign=\\$sign ;;
+    esac
+    _perixctl_reply+=$sign
+  done
+}
+
 _perixctl() {
   local -a _perixctl_line
-  local last cut= word help quote=
+  local last cut= word help quote= _perixctl_reply
   _perixctl_words
   last=${_perixctl_line[-1]-}
   [[ $last == [\"\']* ]] && quote=${last:0:1}
   last=${last#[\"\']}
+  last=${last//"'\\''"/"'"}
+  last=${last//"\"'!'\""/!}
   _perixctl_line[-1]=${last//\\/}
   [[ -z $quote && $last == *[=:]* ]] && cut=${last%"${last##*[=:]}"}
   COMPREPLY=()
   while IFS=$'\t' read -r word help; do
-    word=${word#"$cut"}
-    [[ -n $quote ]] || printf -v word %q "$word"
-    COMPREPLY+=("$word")
+    _perixctl_quote "$quote" "${word#"$cut"}"
+    COMPREPLY+=("$_perixctl_reply")
   done < <(perixctl complete -- "${_perixctl_line[@]}" 2>/dev/null)
   [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *[=/] ]] && compopt -o nospace
 }
