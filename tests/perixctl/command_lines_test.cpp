@@ -249,6 +249,7 @@ event perixevent(desktop=1 "office-1", kind=6 arrived, payload=0001020304050607.
      "nobody owns org.zqbus.perix"},
     {"service run -- bash -c '" PERIXCTL " service crash && ! " PERIXCTL " device list 2>&1'", 0,
      "nobody owns org.zqbus.perix"},
+    {"service run -- env --ignore-signal=CHLD " PERIXCTL " service run -- sh -c 'exit 7'", 7, ""},
     {"service run -- /nonexistent", 127, "cannot run '/nonexistent'"},
     {"service run -- ''", 127, "cannot run '': No such file or directory"},
     {"--embedded=" SCENARIO " desktop list", 0, "win10"},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -98,6 +99,8 @@ int runCommand(const CommandLine& line, Terminal& terminal) {
 }  // namespace
 
 int runPerixctl(int argc, const char* const* argv) {
+  // The caller may ignore the signal, and then the ends of children are lost.
+  std::signal(SIGCHLD, SIG_DFL);
   Terminal terminal;
   useUtf8();
   const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
