@@ -26,9 +26,9 @@ TEST(Text, IsShownWithoutControlCharacters) {
 
 TEST(Table, IsAlignedByCharacters) {
   std::setlocale(LC_CTYPE, "C.UTF-8");
-  const Outcome outcome =
-      tableOf({{{"name", "e\u0301"}, {"id", 1}}, {{"name", "日本"}, {"id", nullptr}}},
-              {{"name", "NAME"}, {"id", "ID"}});
+  const Outcome outcome = tableOf(
+      {{{"name", "e\u0301"}, {"id", 1}, {"connected", 1}}, {{"name", "日本"}, {"id", nullptr}}},
+      {{"name", "NAME"}, {"id", "ID"}});
   EXPECT_EQ(renderText(outcome, {}), "NAME  ID\ne\u0301     1\n日本  -\n");
 }
 
@@ -36,6 +36,12 @@ TEST(Document, IsOneLineOfJson) {
   const std::string json = renderJson({{"name", "a\xff\n"}});
   EXPECT_EQ(std::count(json.begin(), json.end(), '\n'), 1);
   EXPECT_FALSE(Json::parse(json, nullptr, false).is_discarded());
+}
+
+TEST(Document, IsDiscardedWhenItIsTooDeep) {
+  const auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+  EXPECT_FALSE(parsedText(nested(60)).is_discarded());
+  EXPECT_TRUE(parsedText(nested(100'000)).is_discarded());
 }
 
 }  // namespace

@@ -98,7 +98,7 @@ Json askControl(const char* method, const ControlArguments& arguments) {
   if (reply->failure() != ZQBusFailure::None) throwFailure(*reply);
   std::string text;
   reply->readString(text, 0);
-  Json document = Json::parse(text, nullptr, false);
+  Json document = parsedText(text);
   if (document.is_discarded()) {
     throw CommandError(ExitCode::Refused, "the service's answer is not JSON: " + text);
   }

@@ -52,7 +52,7 @@ Candidates drivers(const Argument& /*argument*/) {
   Candidates found;
   PerixProxy* proxy = service();
   if (proxy == nullptr) return found;
-  const Json document = Json::parse(proxy->GetPrinterDriverlList(""), nullptr, false);
+  const Json document = parsedText(proxy->GetPrinterDriverlList(""));
   if (!document.is_object()) return found;
   for (const Json& driver : document.value("drivers", Json::array())) {
     found.push_back({driver.value("name", ""), driver.value("maker", "")});

@@ -59,12 +59,23 @@ std::string renderTable(const Outcome& outcome, const TableStyle& style) {
     for (const Column& column : columns) {
       line.cells.push_back(cellText(row.value(column.key, Json())));
     }
-    line.highlighted = row.value("connected", false);
+    line.highlighted = row.value("connected", Json()) == Json(true);
   }
   return table.render();
 }
 
 }  // namespace
+
+Json parsedText(const std::string& text) {
+  constexpr int kDeepest = 64;
+  bool tooDeep = false;
+  const auto look = [&tooDeep](int depth, Json::parse_event_t /*event*/, Json& /*value*/) {
+    tooDeep = tooDeep || depth > kDeepest;
+    return !tooDeep;
+  };
+  Json document = Json::parse(text, look, false);
+  return tooDeep ? Json(Json::value_t::discarded) : document;
+}
 
 Outcome tableOf(Json rows, std::vector<Column> columns) {
   return {.document = std::move(rows), .columns = std::move(columns)};

@@ -28,6 +28,10 @@ struct Outcome {
   int exitCode = 0;  ///< of a program that the command ran
 };
 
+/// The document in a text of the service's. It is discarded when the text is not JSON, and when its
+/// values are nested more than 64 deep: copying or writing it takes stack for each level.
+Json parsedText(const std::string& text);
+
 /// An array of objects, shown as a table.
 Outcome tableOf(Json rows, std::vector<Column> columns);
 /// One object, shown as lines of member and value.

@@ -111,7 +111,7 @@ void Observer::placeIn(uint32_t desktop, uint32_t& place, const std::string& of)
 
 /// The objects of a list in one of the service's own documents.
 Json Observer::rows(const std::string& text, const char* list) {
-  const Json document = Json::parse(text, nullptr, false);
+  const Json document = parsedText(text);
   Json found = document.is_object() ? document.value(list, Json()) : Json();
   if (!found.is_array()) {
     gaps_.push_back(std::string(list) + ": the service's document has an unknown form");

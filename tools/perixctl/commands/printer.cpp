@@ -97,7 +97,7 @@ int deleteSharedPrinter(Run& run) {
 // is.
 Outcome serviceList(const std::string& text, const char* list, std::vector<Column> columns) {
   requireAnswer();
-  Json document = Json::parse(text, nullptr, false);
+  Json document = parsedText(text);
   if (document.is_discarded()) return textOf(text);
   const Json rows = document.is_object() ? document.value(list, Json()) : Json();
   const bool isTable =
