@@ -47,5 +47,17 @@ TEST(Snapshot, LoadsAsSameWorld) {
   }
 }
 
+TEST(Snapshot, ListsRecordsThatNoScenarioCanHold) {
+  const ToolWorld field;
+  field.succeed(R"--(printer network add 10.0.0.9 "$(printf '\xff%.0s' {1..200})")--");
+  field.succeed("service plug name=Twin devNumber=257");
+  field.succeed("service fault set getDeviceList short-record 1");  // the low byte of the number
+  const std::string text = field.succeed("snapshot");
+  for (const char* part : {R"(: its name is changed to '\xff\xff)",
+                           "device 1 is left out: another record has its device number, 1"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << text.substr(0, 2000) << "\nlacks " << part;
+  }
+}
+
 }  // namespace
 }  // namespace zq::ctl

@@ -20,15 +20,8 @@ using devservice::PrinterOrigin;
 using devservice::Scenario;
 using Id = devservice::VidPid;
 
-/// A text that TOML can hold.
-std::string clean(const std::string& text) {
-  return isUtf8(text) ? text : escaped(text);
-}
-
-/// The text, or a name made of the number where it is empty: a scenario has no nameless things.
-std::string nameOr(const std::string& text, const char* kind, unsigned number) {
-  return text.empty() ? std::string(kind) + ' ' + std::to_string(number) : clean(text);
-}
+constexpr std::size_t kDriverNameLimit = devservice::kDeviceDetailLimit;
+constexpr std::size_t kAddressLimit = devservice::kDeviceDetailLimit;
 
 std::string textAt(const Json& object, const char* key) {
   const Json value = object.value(key, Json());
@@ -43,12 +36,18 @@ class Observer {
 
  private:
   bool answered(const std::string& question);
+  std::string fitting(const std::string& text, const std::string& of,
+                      std::size_t most = std::string::npos);
+  bool isFirst(const std::string& title, const char* key, const std::string& value);
+  bool isFirst(const Device& device, const std::string& title);
+  bool isFirst(const Printer& printer, const std::string& title);
   template <typename Value, typename Number>
   void setWord(Value& value, Number number, const std::string& of);
   void placeIn(uint32_t desktop, uint32_t& place, const std::string& of);
   Json rows(const std::string& text, const char* list);
 
   void lookAtDesktops();
+  void lookAtDesktop(const std::string& name, int id);
   void lookAtDevices();
   void lookAtDevice(const CommonDevice& device);
   void lookAtPrinters();
@@ -62,6 +61,7 @@ class Observer {
   PerixProxy& proxy_;
   Scenario scenario_;
   std::vector<std::string> gaps_;
+  std::set<std::pair<std::string, std::string>> taken_;  ///< values that one record alone may have
 };
 
 SeenScenario Observer::look() {
@@ -85,6 +85,43 @@ bool Observer::answered(const std::string& question) {
     gaps_.push_back(question + ": " + error.what());
     return false;
   }
+}
+
+/// The text as a scenario can hold it: UTF-8, and not longer than `most` bytes. A text that changes
+/// so is a gap.
+std::string Observer::fitting(const std::string& text, const std::string& of, std::size_t most) {
+  const std::string clean = isUtf8(text) ? text : escaped(text);
+  std::string fits(cutText(clean, most));
+  if (fits != text) gaps_.push_back(of + " is changed to '" + fits + "'");
+  return fits;
+}
+
+/// False when a record before has the value already, which is a gap.
+bool Observer::isFirst(const std::string& title, const char* key, const std::string& value) {
+  if (taken_.emplace(key, value).second) return true;
+  gaps_.push_back(title + " is left out: another record has its " + key + ", " + value);
+  return false;
+}
+
+/// The service that loads the scenario chooses numbers and source ids that are 0.
+bool Observer::isFirst(const Device& device, const std::string& title) {
+  return (device.number == 0 || isFirst(title, "device number", std::to_string(device.number))) &&
+         (device.sourceId == 0 || isFirst(title, "source id", std::to_string(device.sourceId)));
+}
+
+bool Observer::isFirst(const Printer& printer, const std::string& title) {
+  if (printer.number != 0 && !isFirst(title, "printer number", std::to_string(printer.number))) {
+    return false;
+  }
+  switch (printer.origin) {
+    case PrinterOrigin::Local:
+      return isFirst(title, "printer name", printer.name);
+    case PrinterOrigin::Network:
+      return isFirst(title, "network printer name", printer.name);
+    case PrinterOrigin::Shared:
+      break;
+  }
+  return true;
 }
 
 /// Sets the value that a number stands for; a number that stands for none is a gap.
@@ -124,13 +161,23 @@ Json Observer::rows(const std::string& text, const char* list) {
 void Observer::lookAtDesktops() {
   const std::map<std::string, int> desktops = proxy_.GetVmList();
   requireAnswer();
-  for (const auto& [name, id] : desktops) {
-    devservice::Desktop& desktop = scenario_.desktops.emplace_back();
-    desktop.id = static_cast<uint32_t>(id);
-    desktop.name = nameOr(name, "desktop", desktop.id);
-  }
+  for (const auto& [name, id] : desktops) lookAtDesktop(name, id);
   std::sort(scenario_.desktops.begin(), scenario_.desktops.end(),
             [](const auto& a, const auto& b) { return a.id < b.id; });
+}
+
+void Observer::lookAtDesktop(const std::string& name, int id) {
+  const std::string title = "desktop " + std::to_string(id);
+  if (id < 1) return gaps_.push_back(title + " is left out: its number is less than 1");
+  devservice::Desktop desktop;
+  desktop.id = static_cast<uint32_t>(id);
+  // A scenario has no desktop, device or printer without a name.
+  desktop.name =
+      name.empty() ? title : fitting(name, title + ": its name", devservice::kDesktopNameLimit);
+  if (isFirst(title, "desktop number", std::to_string(id)) &&
+      isFirst(title, "desktop name", desktop.name)) {
+    scenario_.desktops.push_back(std::move(desktop));
+  }
 }
 
 void Observer::lookAtDevices() {
@@ -143,16 +190,28 @@ void Observer::lookAtDevices() {
 void Observer::lookAtDevice(const CommonDevice& record) {
   const DeviceDetails details = DetailsOf(record);
   const std::string title = "device " + std::to_string(record.devNumber);
-  Device& device = scenario_.devices.emplace_back();
+  const std::string name = textIn(record.name);
+  Device device;
   device.number = record.devNumber;
   device.sourceId = details.sourceId;
   device.id = {details.vid, details.pid};
-  device.name = nameOr(textIn(record.name), "device", record.devNumber);
-  device.detail = clean(textIn(record.detail));
+  device.name =
+      name.empty() ? title : fitting(name, title + ": its name", devservice::kDeviceNameLimit);
+  device.detail =
+      fitting(textIn(record.detail), title + ": its detail", devservice::kDeviceDetailLimit);
   setWord(device.type, details.type, title + ": its type");
   setWord(device.status, record.status, title + ": its status");
   setWord(device.policy, record.localPolicy, title + ": its policy");
-  placeIn(record.vmId, device.desktop, title);
+  if (!isFirst(device, title)) return;
+  const bool isUndecided =
+      device.status == DeviceStatus::Waiting || device.status == DeviceStatus::Ignored;
+  if (record.vmId == 0 || !isUndecided) {
+    placeIn(record.vmId, device.desktop, title);
+  } else {
+    gaps_.push_back(title + " is " + TextOf(device.status) + ", and in desktop " +
+                    std::to_string(record.vmId));
+  }
+  scenario_.devices.push_back(std::move(device));
 }
 
 void Observer::lookAtPrinters() {
@@ -176,7 +235,10 @@ void Observer::lookAtPrinters() {
     for (const Json& row : summaries) {
       if (row.value("number", Json()) == printer.devNum) summary = row;
     }
-    scenario_.printers.push_back(seenPrinter(printer, summary, network));
+    Printer seen = seenPrinter(printer, summary, network);
+    if (isFirst(seen, "printer " + std::to_string(seen.number))) {
+      scenario_.printers.push_back(std::move(seen));
+    }
   }
 }
 
@@ -185,14 +247,20 @@ Printer Observer::seenPrinter(const PrinterDevice& record, const Json& summary,
   const std::string title = "printer " + std::to_string(record.devNum);
   Printer printer;
   printer.number = record.devNum;
-  printer.name = nameOr(textIn(record.name), "printer", record.devNum);
-  printer.address = clean(textAt(summary, "address"));
-  printer.driver = clean(textAt(summary, "driver"));
-  printer.description = clean(textAt(summary, "description"));
+  const std::string name = textIn(record.name);
+  printer.name =
+      name.empty() ? title : fitting(name, title + ": its name", devservice::kPrinterNameLimit);
+  printer.driver = fitting(textAt(summary, "driver"), title + ": its driver", kDriverNameLimit);
+  printer.description = textAt(summary, "description");
   const auto listed = network.find(record.devNum);
+  const std::string address = listed == network.end() ? textAt(summary, "address") : listed->second;
+  printer.address = fitting(address, title + ": its address", kAddressLimit);
   if (listed != network.end()) {
     printer.origin = PrinterOrigin::Network;
-    printer.address = clean(listed->second);
+    if (address.empty()) {
+      printer.address = "unknown";
+      gaps_.push_back(title + " has no address, which is written as 'unknown'");
+    }
   } else if (textAt(summary, "origin") == TextOf(PrinterOrigin::Shared)) {
     printer.origin = PrinterOrigin::Shared;
   }
@@ -202,20 +270,24 @@ Printer Observer::seenPrinter(const PrinterDevice& record, const Json& summary,
 }
 
 void Observer::lookAtDrivers() {
-  std::set<std::string> known;
+  const auto add = [this](const std::string& name, const std::string& maker) {
+    if (taken_.emplace("driver", name).second) scenario_.drivers.push_back({name, maker});
+  };
   const std::string text = proxy_.GetPrinterDriverlList("");
   if (answered("printer drivers")) {
     for (const Json& row : rows(text, "drivers")) {
-      Driver driver{clean(textAt(row, "name")), clean(textAt(row, "maker"))};
-      if (known.insert(driver.name).second) scenario_.drivers.push_back(std::move(driver));
+      const std::string name = textAt(row, "name");
+      if (name.empty()) {
+        gaps_.emplace_back("a driver without a name is left out");
+      } else {
+        add(fitting(name, "the name of a driver", kDriverNameLimit), textAt(row, "maker"));
+      }
     }
   }
   // A scenario lists each driver that one of its printers has.
   for (const Printer& printer : scenario_.printers) {
-    const bool isLocal = printer.origin == PrinterOrigin::Local && !printer.driver.empty();
-    if (isLocal && known.insert(printer.driver).second) {
-      scenario_.drivers.push_back({printer.driver, ""});
-    }
+    const bool isLocal = printer.origin == PrinterOrigin::Local;
+    if (isLocal && !printer.driver.empty()) add(printer.driver, "");
   }
 }
 
@@ -234,7 +306,8 @@ void Observer::lookAtSettings() {
     const int now = proxy_.GetDevicePropertyWithVidPid(id.vid, id.pid, 0);
     if (answered("a property") && now != local) scenario_.setProperties[id] = now;
     const std::string turbo = proxy_.GetTurboConfigWithVidPid(id.vid, id.pid);
-    if (answered("a turbo configuration") && !turbo.empty()) scenario_.turbo[id] = clean(turbo);
+    if (answered("a turbo configuration") && !turbo.empty())
+      scenario_.turbo[id] = fitting(turbo, "a turbo configuration");
   }
   const int camera = proxy_.CheckCameraAuthStat();
   if (answered("the camera authorisation")) scenario_.cameraAuthorized = camera != 0;
@@ -246,7 +319,8 @@ void Observer::lookAtPolicies() {
   for (const CommonVidPidPolicy* each : policies) {
     const auto record = recordIn<CommonVidPidPolicy>(each);
     devservice::VidPidPolicy& policy = scenario_.policies[{record.vid, record.pid}];
-    policy.name = clean(textIn(record.name));
+    policy.name =
+        fitting(textIn(record.name), "the name of a policy", devservice::kDeviceNameLimit);
     setWord(policy.policy, record.policy, "a policy");
   }
   proxy_.FreePolicyList(policies);
@@ -259,7 +333,7 @@ void Observer::lookAtJoysticks() {
     const DeviceDetails details = DetailsOf(recordIn<CommonDevice>(each));
     const std::string mapping = proxy_.GetJoystickMappingList(details.vid, details.pid);
     if (!answered("a button mapping") || mapping.empty()) continue;
-    scenario_.joystickMappings[{details.vid, details.pid}] = clean(mapping);
+    scenario_.joystickMappings[{details.vid, details.pid}] = fitting(mapping, "a button mapping");
   }
   proxy_.FreeDeviceList(joysticks);
 }

@@ -22,7 +22,7 @@ std::string fileText(const SeenScenario& seen) {
   return text + '\n' + devservice::toToml(seen.scenario);
 }
 
-/// Throws unless the text is a scenario: names that two things have, for instance, are mistakes.
+/// Throws unless the text is a scenario.
 void requireScenario(const std::string& text) {
   std::vector<std::string> mistakes;
   if (devservice::parseScenario(text, "snapshot", mistakes)) return;
