@@ -4,6 +4,7 @@
 
 #include "platform/text/escape.h"
 #include "tools/perixctl/outcome.h"
+#include "tools/perixctl/shell_command.h"
 
 namespace zq::ctl {
 namespace {
@@ -22,6 +23,11 @@ TEST(Text, IsShownWithoutControlCharacters) {
   };
   for (const auto& [text, shown] : cases) EXPECT_EQ(escaped(text), shown);
   EXPECT_EQ(escapedLines("a\nb\r"), "a\nb\\x0d");
+}
+
+TEST(ShellCommand, QuotesNames) {
+  EXPECT_EQ(shellCommand("device why", {"it's; a `x`", "--host", "pc-1"}),
+            R"(perixctl device why -- 'it'\''s; a `x`' --host pc-1)");
 }
 
 TEST(Table, IsAlignedByCharacters) {

@@ -91,6 +91,11 @@ const ModelCause kModelCauses[] = {
      "", "p device ignore 5; until p device status 5 | grep -q ignored; do :; done"},
     {"win10 3", "", "✓ automatic devices of its type connect by themselves",
      "p device autoconnect set joystick on"},
+    {"win10 3", "", "– automatic not known: the service answered with an error: injected fault",
+     "p service fault set getAutoConnect error"},
+    {"win10 1", "", "✓ policy the policy of device 1: ask; its vendor and product: not known: ",
+     "p service fault set getPolicyListByVidPid error"},
+    {"win10 3", "", "✓ session the session is open", "p service fault set getDeviceList error"},
     {"win10 1",
      "device the service answered with an error: injected fault → look at the service's log", "",
      "p service fault set getDeviceStatus error"},
@@ -136,7 +141,10 @@ TEST(DeviceWhy, NamesEachCauseInModel) {
         done
       done
       touch plugged/dev/bus/usb/001/004
-      install --mode=0 /dev/null locked/dev/bus/usb/001/004)");
+      install --mode=0 /dev/null locked/dev/bus/usb/001/004
+      mkdir -p perix
+      mkfifo perix/pipe.log
+      ln -s /dev/zero perix/endless.log)");
   for (const ModelCause& row : kModelCauses) {
     SCOPED_TRACE(row.words + (": " + row.cause));
     const bool locked = row.cause.find("Permission denied") != std::string::npos;
@@ -297,6 +305,11 @@ TEST(Doctor, NamesEachFaultWithRemedy) {
       {"doctor", 0, "; the service: version 7"},
       {"service run -- env XDG_STATE_HOME=/dev/null " PERIXCTL " doctor", 1,
        "✗ log there is no directory for the log → set XDG_STATE_HOME to a directory of this user"},
+      {"service run -- bash -c 'cd $(dirname ${ZQBUS_ADDRESS#*=}) && mkdir -p x/perix && "
+       "ln -s /dev/null x/perix/perixctl.log && XDG_STATE_HOME=$PWD/x " PERIXCTL " doctor'",
+       1, ": perixctl.log is not a regular file → mend"},
+      {"service fault set getPerixCmdHelp error", 0, ""},
+      {"doctor", 0, "; the service: not known: the service answered with an error: injected fault"},
       {"service run -- prlimit --nofile=100 " PERIXCTL " doctor", 1,
        "of 100 descriptors open → raise ulimit -n"},
   };

@@ -73,6 +73,14 @@ void requireAnswer() {
   }
 }
 
+std::string refusal() try {
+  requireAnswer();
+  return {};
+} catch (const CommandError& error) {
+  if (error.code() != ExitCode::Refused) throw;
+  return error.what();
+}
+
 void requireDone(int result) {
   requireAnswer();
   if (result == 0) return;

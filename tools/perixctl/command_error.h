@@ -41,6 +41,9 @@ class CommandError : public std::runtime_error {
 /// when it got one.
 void requireAnswer();
 
+/// As requireAnswer, but for a refusal, whose words it returns; empty for an answer.
+std::string refusal();
+
 /// Throws unless the last operation got an answer and `result`, which it returned, is 0.
 void requireDone(int result);
 

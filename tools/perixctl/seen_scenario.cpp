@@ -77,14 +77,9 @@ SeenScenario Observer::look() {
 
 /// Whether the service answered the last question. A refusal leaves a gap.
 bool Observer::answered(const std::string& question) {
-  try {
-    requireAnswer();
-    return true;
-  } catch (const CommandError& error) {
-    if (error.code() != ExitCode::Refused) throw;
-    gaps_.push_back(question + ": " + error.what());
-    return false;
-  }
+  const std::string whyNot = refusal();
+  if (!whyNot.empty()) gaps_.push_back(question + ": " + whyNot);
+  return whyNot.empty();
 }
 
 /// The text as a scenario can hold it: UTF-8, and not longer than `most` bytes. A text that changes

@@ -26,4 +26,8 @@ std::string listed(Words words) {
   return text;
 }
 
+std::string counted(std::size_t count, const std::string& thing) {
+  return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
+}
+
 }  // namespace zq::ctl

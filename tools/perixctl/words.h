@@ -46,4 +46,7 @@ std::optional<int64_t> numberFor(Words words, std::string_view word);
 /// The words, "ask, allow or forbid".
 std::string listed(Words words);
 
+/// "1 desktop", "2 desktops".
+std::string counted(std::size_t count, const std::string& thing);
+
 }  // namespace zq::ctl

@@ -8,6 +8,7 @@
 #include "perix/service_values.h"
 #include "tools/perixctl/record_documents.h"
 #include "tools/perixctl/run.h"
+#include "tools/perixctl/shell_command.h"
 #include "zqbus/inspection.h"
 
 namespace zq::ctl {
@@ -27,7 +28,7 @@ struct Case {
   std::string deviceName() const { return "device " + std::to_string(device.devNumber); }
   /// A command of this tool about the desktop and the device, for a remedy.
   std::string command(const std::string& words) const {
-    return "perixctl " + words + ' ' + desktop + ' ' + std::to_string(device.devNumber);
+    return shellCommand(words, {desktop, std::to_string(device.devNumber)});
   }
 };
 

@@ -36,7 +36,7 @@ Finding checkDesktop(Case& about) {
 bool isInUse(Case& about) {
   PerixProxy& proxy = about.run.proxy();
   const auto devices = proxy.GetLocalDeviceList();
-  requireAnswer();
+  if (!refusal().empty()) return false;
   const bool found = std::any_of(devices.begin(), devices.end(), [&](const CommonDevice* each) {
     const auto device = recordIn<CommonDevice>(each);
     return device.status == kDeviceConnected && device.vmId == about.desktopId;
@@ -49,7 +49,7 @@ bool isInUse(Case& about) {
 /// development service does.
 Finding checkSession(Case& about) {
   const std::string remedy =
-      "connect the desktop with its client, or perixctl desktop connect " + about.desktop;
+      "connect the desktop with its client, or " + shellCommand("desktop connect", {about.desktop});
   if (isInUse(about)) return good("the session is open: devices are connected to it");
   if (!controlIsThere()) {
     return open(
@@ -113,7 +113,7 @@ Finding checkState(Case& about) {
   if (holder == about.desktop) return good("connected to " + holder + ": it is redirected");
   return broken(
       "connected to another desktop, " + holder,
-      "perixctl device disconnect " + holder + ' ' + std::to_string(about.device.devNumber));
+      shellCommand("device disconnect", {holder, std::to_string(about.device.devNumber)}));
 }
 
 Finding checkDecision(Case& about) {
@@ -124,11 +124,12 @@ Finding checkDecision(Case& about) {
                 "decide: " + about.command("device configure"));
 }
 
-/// The policy of the vendor and product, as the service's list has it; empty without one.
+/// The policy of the vendor and product, as the service's list has it; empty when the list lacks it.
 std::string listedPolicy(Case& about) {
   PerixProxy& proxy = about.run.proxy();
   const auto policies = proxy.GetPolicyListByVidPid();
-  requireAnswer();
+  const std::string whyNot = refusal();
+  if (!whyNot.empty()) return "; its vendor and product: not known: " + whyNot;
   std::string text;
   for (const CommonVidPidPolicy* each : policies) {
     const auto policy = recordIn<CommonVidPidPolicy>(each);
@@ -154,7 +155,8 @@ Finding checkPolicy(Case& about) {
 
 Finding checkAutomatic(Case& about) {
   const int isOn = about.run.proxy().GetAutoConnect(about.details.type);
-  requireAnswer();
+  const std::string whyNot = refusal();
+  if (!whyNot.empty()) return open("not known: " + whyNot);
   if (isOn != 0) return good("devices of its type connect by themselves");
   if (about.device.status == kDeviceConnected)
     return open("devices of its type are connected by hand");
@@ -204,8 +206,7 @@ Finding checkLog(Case& about) {
   if (!GetAppDataPath(directory)) return open("there is no log");
   const Refusals found = refusalsOf(directory, about.device.devNumber, about.details.sourceId);
   if (found.count == 0) return open("no refusal of the device in " + directory);
-  return open(std::to_string(found.count) + " refusals in " + directory + ", the last in " +
-              found.last);
+  return open(counted(found.count, "refusal") + " in " + directory + ", the last in " + found.last);
 }
 
 }  // namespace

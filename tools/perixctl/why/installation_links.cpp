@@ -35,17 +35,20 @@ Finding checkLogDirectory(Case& /*about*/) {
   }
   const std::string obstacle = obstacleToLog(directory);
   if (obstacle.empty()) return good(directory);
-  return broken(directory + ": " + obstacle, "mend the directory, or " + remedy);
+  return broken(directory + ": " + obstacle, "mend that, or " + remedy);
 }
 
 Finding checkVersions(Case& about) {
-  const std::string text = "perixctl, and the library in it, " PERIXCTL_VERSION;
-  const std::string help = about.run.proxy().GetPerixCmdHelp();
-  requireAnswer();
-  if (help.find("version") == std::string::npos) {
-    return open(text + "; the service does not tell its version");
+  const std::string text = "perixctl, and the library in it, " PERIXCTL_VERSION "; the service";
+  try {
+    const std::string help = about.run.proxy().GetPerixCmdHelp();
+    requireAnswer();
+    if (help.find("version") == std::string::npos) return open(text + " does not tell its version");
+    return good(text + ": " + textIn(askCommand(about.run, "version").text));
+  } catch (const CommandError& error) {
+    if (error.code() == ExitCode::TimedOut || error.code() == ExitCode::NoService) throw;
+    return open(text + ": not known: " + error.what());
   }
-  return good(text + "; the service: " + textIn(askCommand(about.run, "version").text));
 }
 
 Finding checkDescriptors(const std::string& name, int process, const std::string& remedy) {

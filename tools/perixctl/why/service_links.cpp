@@ -28,8 +28,9 @@ Finding checkBus(Case& about) {
                                 : "the session bus of " + about.run.globals.host);
   }
   if (!about.isLocal()) {
-    return withoutService("no connection to the session bus of " + about.run.globals.host,
-                          "ssh -T " + about.run.globals.host + " true shows whether ssh connects");
+    return withoutService(
+        "no connection to the session bus of " + about.run.globals.host,
+        "ssh -T " + shellWord(about.run.globals.host) + " true shows whether ssh connects");
   }
   if (bus.address.empty()) {
     return withoutService(bus.problem,
@@ -68,8 +69,7 @@ Finding checkUser(Case& about) {
 Finding checkAnswer(Case& about) try {
   about.desktops = about.run.proxy().GetVmList();
   requireAnswer();
-  return good("the service answers, and knows " + std::to_string(about.desktops.size()) +
-              " desktops");
+  return good("the service answers, and knows " + counted(about.desktops.size(), "desktop"));
 } catch (const CommandError& error) {
   if (error.code() != ExitCode::TimedOut) throw;
   const auto process = about.bus.owner->process;
@@ -87,7 +87,9 @@ Finding checkLine(Case& /*about*/) {
   if (setting != nullptr && std::string_view(setting) == "0") {
     return open("calls go through the broker, as ZQBUS_DIRECT=0 asks");
   }
-  return open("calls go through the broker: the service gave no direct line (it has 64 at most)");
+  return open(
+      "calls go through the broker: the service gave no direct line (it gives 256 at most, and "
+      "fewer when it has few descriptors)");
 }
 
 }  // namespace
