@@ -57,13 +57,13 @@ class ZQBusCall {
 };
 
 /// A service on the bus, from claim() to its destruction, and on a direct line to each client that
-/// opens one, 64 at most. It serves clients of its own user and of root alone; other clients get
-/// the error AccessDenied. Threads of its own read the connections and run the handler, one call
-/// after the other; a handler that blocks stops the service's reading. The service cuts the line of
-/// a client whose backlog exceeds 64 MiB. While unanswered calls take more than 64 MiB, further
-/// calls get the error LimitsExceeded; a call that cannot be read gets an error too. The handler
-/// sees neither. All operations may be used from any thread, from the handler too, and do not
-/// block.
+/// opens one: 256 at most, fewer when the process has few descriptors. It serves clients of its own
+/// user and of root alone; other clients get the error AccessDenied. Threads of its own read the
+/// connections and run the handler, one call after the other; a handler that blocks stops the
+/// service's reading. The service cuts the line of a client whose backlog exceeds 64 MiB. While
+/// unanswered calls take more than 64 MiB, further calls get the error LimitsExceeded; a call that
+/// cannot be read gets an error too. The handler sees neither. All operations may be used from any
+/// thread, from the handler too, and do not block.
 ///
 /// When the bus is lost, the service connects again and claims its name, in the background and
 /// until it succeeds: at once, and then after pauses of 100 ms to 5 s. It gives up, with a line in

@@ -105,6 +105,15 @@ constexpr const char* kManualTail = R"(.PP
 ZQBUS_ADDRESS
 The bus to use, as a D\-Bus address; the user's session bus without it.
 .TP
+ZQBUS_DIRECT
+0 sends calls through the bus's broker, and not over a direct line to the service.
+.TP
+ZQBUS_ACTIVATE
+0 keeps the bus from starting a service that nobody runs.
+.TP
+ZQBUS_TRACE
+A file to which each call and event is appended.
+.TP
 NO_COLOR
 No colours when set.
 .TP
