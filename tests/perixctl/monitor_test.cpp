@@ -90,7 +90,7 @@ TEST(Monitor, EndsAfterCountOrGivenEvent) {
   EXPECT_EQ(result.status, 0);
   EXPECT_NE(result.output.find(R"(\u001b]0;\u202etitle)"), std::string::npos) << result.output;
   EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1);
-  for (const std::string end : {"changed", "1"}) {
+  for (const std::string end : {"changed", "0x01"}) {
     monitor =
         world.startReady("monitor --json --only printer,device --desktop win10 --until " + end);
     world.succeed("service plug name=Another");  // in no desktop

@@ -159,9 +159,10 @@ class Monitor {
   OwnedDescriptor interrupts_;
   DesktopNames names_;
   std::set<uint32_t> asked_;  ///< ids that the service was asked for since it was subscribed to
-  std::vector<std::string> only_;  ///< sources; empty for all
-  std::string desktop_;            ///< of which events are shown; empty for all
-  std::string until_;              ///< the word of the last event; empty for none
+  std::vector<std::string> only_;      ///< sources; empty for all
+  std::string desktop_;                ///< of which events are shown; empty for all
+  std::string until_;                  ///< the word of the last event; empty for none
+  std::optional<uint16_t> untilCode_;  ///< its code, when a number was given
   uint64_t lines_ = 0;
   uint64_t limit_;
   Clock::time_point end_ = Clock::time_point::max();
@@ -201,6 +202,7 @@ Monitor::Monitor(Run& run)
       only_(splitAtCommas(run.arguments.text("--only"))),
       desktop_(run.arguments.text("--desktop")),
       until_(run.arguments.text("--until")),
+      untilCode_(parseNumber<uint16_t>(until_)),
       limit_(run.arguments.number<uint64_t>("--count", UINT64_MAX)) {
   if (run.arguments.has("--for")) {
     end_ = Clock::now() + std::chrono::seconds(run.arguments.number<uint32_t>("--for"));
@@ -299,7 +301,7 @@ void Monitor::print(const FeedEvent& event) {
   if (!record.is_null()) document["record"] = record;
 
   if (!isWanted(source, document)) return;
-  met_ = until_ == word || until_ == std::to_string(event.code);
+  met_ = until_ == word || untilCode_ == event.code;
   char head[64];
   std::snprintf(head, sizeof(head), "%s  %-13s  %2d %s", clockTime(event.time).c_str(), source,
                 event.code, word);
