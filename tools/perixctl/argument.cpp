@@ -57,7 +57,7 @@ struct KindRow {
   const char* sample;
 };
 
-constexpr const char* kNotEmpty = "a text that is not empty";
+constexpr const char* kNotEmpty = "a text of a character or more";
 constexpr std::array kKinds = {
     KindRow{ArgumentKind::Text, "TEXT", isAnything, "", "text"},
     KindRow{ArgumentKind::Name, "NAME", isNotEmpty, kNotEmpty, "name"},

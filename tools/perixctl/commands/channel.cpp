@@ -14,6 +14,7 @@ namespace zq::ctl {
 namespace {
 
 constexpr std::size_t kLongestToken = std::size_t{64} << 10;
+constexpr std::size_t kLongestLineEnd = 2;  // "\r\n"
 
 std::list<_CHANNEL_HANDLE> pipeHandles(Run& run) {
   std::list<_CHANNEL_HANDLE> handles;
@@ -34,6 +35,12 @@ std::list<_CHANNEL_HANDLE> pipeHandles(Run& run) {
   throw CommandError(ExitCode::Usage, "cannot read " + source + ": " + std::strerror(errno));
 }
 
+void requireTokenLength(std::size_t length, std::size_t most) {
+  if (length <= most) return;
+  throw CommandError(ExitCode::Usage,
+                     "the token has more than " + std::to_string(kLongestToken) + " bytes");
+}
+
 std::string readBounded(int descriptor, const std::string& source) {
   std::string content;
   ssize_t got;
@@ -41,10 +48,7 @@ std::string readBounded(int descriptor, const std::string& source) {
     char chunk[4096];
     got = read(descriptor, chunk, sizeof(chunk));
     if (got > 0) content.append(chunk, static_cast<std::size_t>(got));
-    if (content.size() > kLongestToken) {
-      throw CommandError(ExitCode::Usage,
-                         "the token has more than " + std::to_string(kLongestToken) + " bytes");
-    }
+    requireTokenLength(content.size(), kLongestToken + kLongestLineEnd);
   } while (got > 0 || (got < 0 && errno == EINTR));
   if (got < 0) throwUnreadable(source);
   return content;
@@ -74,6 +78,7 @@ std::string readToken(Run& run) {
   if (token.ends_with('\n')) token.pop_back();
   if (token.ends_with('\r')) token.pop_back();
   if (token.empty()) throw CommandError(ExitCode::Usage, "the token is empty");
+  requireTokenLength(token.size(), kLongestToken);
   return token;
 }
 
