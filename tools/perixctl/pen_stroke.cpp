@@ -87,6 +87,8 @@ Json parsed(const std::string& line) {
     return Json::parse(line);
   } catch (const Json::parse_error& error) {
     throw LineComplaint{"not JSON from column " + std::to_string(error.byte) + " on"};
+  } catch (const Json::out_of_range&) {
+    throw LineComplaint{"a number has too many digits or too large an exponent"};
   }
 }
 
