@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -44,6 +45,16 @@ std::string defaultScenario() {
   return PERIX_SCENARIO_DIR "/office.toml";
 }
 
+/// A recorded time that is divided by a smaller number does not fit a wait.
+std::string complaintAboutSpeed(const std::string& text) {
+  double speed = -1;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, speed);
+  const bool isNumber = error == std::errc{} && stop == end;
+  const bool fits = speed == 0 || (speed >= 0.001 && speed <= 1e6);
+  return isNumber && fits ? "" : "'" + text + "' is not 0 or a number from 0.001 to 1000000";
+}
+
 void define(CLI::App& app, CommandLine& line) {
   app.set_version_flag("--version", "perix-devservice " PERIX_VERSION);
   app.add_option("--scenario", line.scenario, "The world at the start, as a TOML file")
@@ -64,7 +75,7 @@ void define(CLI::App& app, CommandLine& line) {
       ->excludes("--scenario", "--host-devices", "--cups");
   app.add_option("--speed", line.speed, "How many times faster to replay; 0 for at once")
       ->type_name("N")
-      ->check(CLI::NonNegativeNumber)
+      ->check(complaintAboutSpeed)
       ->needs("--replay");
   app.add_flag("--verbose", line.verbose, "Write each call to standard error");
   app.add_option("--ready-fd", line.readyDescriptor,

@@ -84,6 +84,11 @@ TEST_F(ServiceProgram, NamesMistakeInItsInput) {
     EXPECT_EQ(result.error, unreadable + ":1:1: cannot be read\n");
   }
   EXPECT_EQ(runToItsEnd({"--check", "--scenario", ""}).status, 1);
+  for (const std::string speed : {"nan", "1e-300", "-1", "1e400"}) {
+    const std::string error = runToItsEnd({"--replay", file, "--speed", speed}).error;
+    EXPECT_TRUE(error.starts_with("--speed: '" + speed + "' is not 0 or a number from 0.001 to 1"))
+        << error;
+  }
 }
 
 TEST_F(ServiceProgram, GivesUpWorkWhenResetAndEndsWhenStopped) {
