@@ -14,7 +14,6 @@ namespace zq::ctl {
 namespace {
 
 using devservice::Device;
-using devservice::Driver;
 using devservice::Printer;
 using devservice::PrinterOrigin;
 using devservice::Scenario;

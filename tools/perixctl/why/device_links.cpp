@@ -124,7 +124,7 @@ Finding checkDecision(Case& about) {
                 "decide: " + about.command("device configure"));
 }
 
-/// The policy of the vendor and product, as the service's list has it; empty when the list lacks it.
+/// The policy of the vendor and product in the service's list; empty when the list lacks them.
 std::string listedPolicy(Case& about) {
   PerixProxy& proxy = about.run.proxy();
   const auto policies = proxy.GetPolicyListByVidPid();

@@ -24,8 +24,9 @@ bool isAbout(const std::string& line, const std::string& number, const std::stri
          (line.ends_with(number) || line.ends_with(source));
 }
 
-/// Calls `use` with each line of a log, which the library keeps at 11 MiB at most; of a larger file,
-/// with those at its end. Any file can have a log's name: one that is not regular has no lines.
+/// Calls `use` with each line of a log, which has 11 MiB at most as the library writes it; of a
+/// larger file, with the lines at its end. Any file can have the name of a log: a file that is not
+/// regular has no lines.
 template <typename Use>
 void forEachLine(const std::string& path, const Use& use) {
   constexpr off_t kMostBytes = off_t{16} << 20;
