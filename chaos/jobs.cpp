@@ -47,8 +47,7 @@ class Jobs {
     if (options.time) deadline_ = Clock::now() + *options.time;
   }
 
-  /// Tries one job after the other, on each of several threads. A child process lives no longer
-  /// than the thread that started it.
+  /// Tries one job after the other, on each of several threads.
   void work() {
     while (auto job = next()) run(*job);
   }

@@ -11,6 +11,7 @@
 #include "perix/service_methods.h"
 #include "tests/perixctl/tool_world.h"
 #include "tests/support/token.h"
+#include "tests/support/watched.h"
 #include "tools/embedded/private_bus.h"
 #include "tools/perixctl/command.h"
 #include "tools/perixctl/command_line.h"
@@ -383,8 +384,13 @@ TEST(CommandLines, SayAtOnceThatServiceIsMissing) {
 TEST(DriveToken, StandsInNoOutputOfTool) {
   ToolWorld world;
   world.service.stop();
-  ::setenv("ZQBUS_TRACE", (world.directory() / "service.trace").c_str(), 1);
-  world.service.start();
+  ChildProcess::Options options;
+  options.arguments = {DEVSERVICE, "--ready-fd", "3"};
+  options.environment = {{"ZQBUS_ADDRESS", world.service.busAddress()},
+                         {"ZQBUS_TRACE", world.directory() / "service.trace"}};
+  options.readiness = true;
+  ChildProcess service(options);
+  ASSERT_TRUE(service.readinessLine(kPatience));
   const std::string secret = kDriveToken;
   const std::string trace = world.directory() / "tool.trace";
   std::string all;
@@ -402,6 +408,19 @@ TEST(DriveToken, StandsInNoOutputOfTool) {
   EXPECT_NE(all.find("updateDriveToken(token=secret) = 0"), std::string::npos) << all;
   // The files are searched at the end of the world.
   EXPECT_FALSE(std::filesystem::is_empty(trace));
+}
+
+TEST(Trace, IsThatOfClientAndNotOfEmbeddedService) {
+  const ToolWorld world;
+  const std::string trace = world.directory() / "tool.trace";
+  for (const char* words :
+       {"--embedded token update <<< x", "service run -- " PERIXCTL " token update <<< x"}) {
+    std::filesystem::remove(trace);
+    EXPECT_EQ(world.run(words, {{"ZQBUS_TRACE", trace}}).status, 0);
+    const Json summary = Json::parse(world.succeed("--json trace --summary " + trace));
+    ASSERT_EQ(summary.size(), 1U) << words;
+    EXPECT_EQ(summary[0]["calls"], 1) << words;
+  }
 }
 
 }  // namespace

@@ -12,9 +12,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
+#include <memory>
 #include <sstream>
 #include <system_error>
 #include <utility>
+
+#include "platform/util/fork_generation.h"
+#include "platform/util/library_thread.h"
 
 namespace zq {
 namespace {
@@ -105,6 +110,28 @@ struct Launch {
   failInChild(launch);
 }
 
+// Blocks until the process ends, and leaves it to be reaped.
+void awaitEnd(pid_t pid) {
+  siginfo_t info;
+  while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+  }
+}
+
+// The child's process id. The kernel kills a child when the thread that forked it ends, so a thread
+// forks that ends after the child.
+pid_t forkChild(const Launch& launch) {
+  const auto forked = std::make_shared<std::promise<std::pair<pid_t, int>>>();
+  startLibraryThread("zq-child", [forked, &launch] {
+    const pid_t pid = fork();
+    if (pid == 0) runChild(launch);
+    forked->set_value({pid, errno});  // `launch` is gone from here on
+    if (pid > 0) awaitEnd(pid);
+  }).detach();
+  const auto [pid, error] = forked->get_future().get();
+  if (pid < 0) throwErrno("fork", error);
+  return pid;
+}
+
 void throwIfNotStarted(const OwnedDescriptor& failure, pid_t pid, const std::string& program) {
   int error = 0;
   ssize_t got;
@@ -171,7 +198,7 @@ void OwnedDescriptor::reset() {
   if (descriptor_ >= 0) close(release());
 }
 
-ChildProcess::ChildProcess(const Options& options) {
+ChildProcess::ChildProcess(const Options& options) : generation_(forkGeneration()) {
   std::vector<std::string> arguments = options.arguments;
   std::vector<std::string> environment = mergedEnvironment(options.environment);
   const std::vector<char*> argumentPointers = pointersTo(arguments);
@@ -196,9 +223,7 @@ ChildProcess::ChildProcess(const Options& options) {
                        target(options.error, error_), readiness.write.get()},
                       failure.write.get(),
                       getpid()};
-  pid_ = fork();
-  if (pid_ < 0) throwErrno("fork");
-  if (pid_ == 0) runChild(launch);
+  pid_ = forkChild(launch);
   failure.write.reset();
   throwIfNotStarted(failure.read, pid_, arguments[0]);
   output_ = std::move(output.read);
@@ -210,7 +235,7 @@ ChildProcess::~ChildProcess() {
 }
 
 void ChildProcess::signal(int number) const {
-  if (!status_) ::kill(pid_, number);
+  if (!status_ && generation_ == forkGeneration()) ::kill(pid_, number);
 }
 
 void ChildProcess::pause() const {

@@ -29,11 +29,11 @@ class OwnedDescriptor {
   int descriptor_ = -1;
 };
 
-/// A process from its start to its reaping. The destructor kills it when it still runs. The kernel
-/// kills it when the thread that started it ends, so start it from a thread that lives as long as
-/// it is needed (the main thread, as a rule).
+/// A process from its start to its reaping. The destructor kills it when it still runs, and the
+/// kernel kills it when this process ends or runs another program.
 ///
-/// One thread at a time may use an object; signal() may be called beside a blocked reader.
+/// Any thread may use an object, one at a time; signal() may be called beside a blocked reader. A
+/// forked child's copy sends no signals, and takes the process for ended with the status 127.
 class ChildProcess {
  public:
   using Milliseconds = std::chrono::milliseconds;
@@ -65,15 +65,14 @@ class ChildProcess {
     std::string error;
   };
 
-  /// Starts the process. Throws std::system_error when the program
-  /// cannot be run, naming it.
+  /// Starts the process. Throws std::system_error, with the program's name, when it cannot be run.
   explicit ChildProcess(const Options& options);
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
   pid_t pid() const { return pid_; }
-  /// Sends a signal, unless the process was reaped.
+  /// Sends a signal, unless the process was reaped or this process is a forked child.
   void signal(int number) const;
   /// Stops it with SIGSTOP, and returns when all of its threads stand still.
   void pause() const;
@@ -96,6 +95,7 @@ class ChildProcess {
   Result finish(Milliseconds timeout);
 
  private:
+  const int generation_;  ///< of the process that made the object
   pid_t pid_ = -1;
   std::optional<int> status_;
   OwnedDescriptor readiness_;

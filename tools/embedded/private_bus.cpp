@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/util/fork_generation.h"
 #include "platform/util/mutex.h"
 
 namespace zq {
@@ -74,10 +75,18 @@ OwnedDescriptor openFile(const std::filesystem::path& path, int flags) {
   return OwnedDescriptor(open(path.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
-// Whether the lock of the directory is free. A directory without a lock is being made just now.
+bool isOld(const std::filesystem::path& path) {
+  std::error_code error;
+  const auto written = std::filesystem::last_write_time(path, error);
+  return !error && decltype(written)::clock::now() - written > std::chrono::hours(1);
+}
+
+// Whether the lock of the directory is free. A directory without a lock is being made just now; an
+// old directory was not made to its end, or was made anew by a file that was written late.
 bool isStale(const std::filesystem::path& directory) {
   const OwnedDescriptor lock = openFile(directory / kLockName, 0);
-  return lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
+  if (!lock) return errno == ENOENT && isOld(directory);
+  return flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
 // Removes the directories of processes that were killed. Those of other users stay: their locks
@@ -114,7 +123,12 @@ OwnedDescriptor lockDirectory(const std::filesystem::path& directory) {
   OwnedDescriptor lock = openFile(unnamed, O_CREAT);
   if (!lock || flock(lock.get(), LOCK_EX) != 0 ||
       rename(unnamed.c_str(), (directory / kLockName).c_str()) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot lock " + directory.string());
+    const std::system_error error(errno, std::generic_category(),
+                                  "cannot lock " + directory.string());
+    // This takes no descriptor, unlike removeQuietly(): there may be none left.
+    unlink(unnamed.c_str());
+    rmdir(directory.c_str());
+    throw error;
   }
   return lock;
 }
@@ -168,7 +182,8 @@ std::string readinessOf(ChildProcess& child, const std::string& name) {
 
 }  // namespace
 
-PrivateBus::PrivateBus(std::string daemon) : program_(std::move(daemon)) {
+PrivateBus::PrivateBus(std::string daemon)
+    : program_(std::move(daemon)), generation_(forkGeneration()) {
   removeStaleDirectories();
   directory_ = makeDirectory();
   try {
@@ -184,7 +199,11 @@ PrivateBus::PrivateBus(std::string daemon) : program_(std::move(daemon)) {
 
 PrivateBus::~PrivateBus() {
   daemon_.reset();
-  forget(directory_);
+  if (!isInherited()) forget(directory_);
+}
+
+bool PrivateBus::isInherited() const {
+  return generation_ != forkGeneration();
 }
 
 void PrivateBus::kill() {
@@ -222,7 +241,8 @@ std::unique_ptr<ChildProcess> startDevelopmentService(const std::string& busAddr
   ChildProcess::Options options;
   options.arguments = {program, "--ready-fd", std::to_string(ChildProcess::kReadinessDescriptor)};
   options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
-  options.environment = {{"ZQBUS_ADDRESS", busAddress}};
+  // A trace that the environment asks for is that of this process.
+  options.environment = {{"ZQBUS_ADDRESS", busAddress}, {"ZQBUS_TRACE", ""}};
   options.output = ChildProcess::Stream::Discard;
   options.error = ChildProcess::Stream::Capture;
   options.readiness = true;

@@ -32,7 +32,8 @@ class NotReady : public std::runtime_error {
 /// A dbus-daemon that is known to this process only, and to those that it tells the address, with a
 /// socket in a new directory of mode 0700 under TMPDIR, or under /tmp without it. It dies with its
 /// parent, as ChildProcess says; the directory goes with the object. A directory whose process was
-/// killed goes when the next object of any process is made.
+/// killed goes when the next object of any process is made. A forked child may destroy its copy,
+/// without effect on the bus.
 class PrivateBus {
  public:
   /// Starts the daemon and waits until it listens. Throws std::runtime_error, in words, when there
@@ -49,6 +50,8 @@ class PrivateBus {
   /// The directory of the socket, for files that go with the bus. The bus starts the services whose
   /// activation files stand in its subdirectory "services".
   const std::filesystem::path& directory() const { return directory_; }
+  /// Whether this process is a forked child of the process that made the object.
+  bool isInherited() const;
 
   /// SIGKILL: every connection is gone when this returns.
   void kill();
@@ -64,6 +67,7 @@ class PrivateBus {
   void start();
 
   const std::string program_;
+  const int generation_;  ///< of the process that made the object
   std::filesystem::path directory_;
   OwnedDescriptor lock_;  ///< held for as long as the directory is in use
   std::string address_;
@@ -72,7 +76,8 @@ class PrivateBus {
 
 /// Starts the development service `program` on the bus at `busAddress` and waits, at most 10 s,
 /// until it is ready. `arguments` follow the program's name. The service's standard error is
-/// captured, its standard output is discarded. Throws NotReady when it does not come up, and
+/// captured, its standard output is discarded. It writes no trace, which ZQBUS_TRACE of this process
+/// asks for: the file is this process's own. Throws NotReady when it does not come up, and
 /// std::system_error when it cannot be run.
 std::unique_ptr<ChildProcess> startDevelopmentService(const std::string& busAddress,
                                                       const std::string& program,
