@@ -8,9 +8,13 @@
 
 namespace zq {
 
-/// Calls a method of the control interface; the JSON document that it answers. Throws
-/// PerixTestError in the service's words, or in those of the bus.
+/// Calls a method of the control interface; the JSON document that it answers. Blocks for at most
+/// `timeout` in all; the limits are 1 ms and 24 days. Throws PerixTestError in the service's words, or
+/// in those of the bus.
 std::string askControl(const std::string& method, const ZQBusMessage& arguments = {},
                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+/// Whether both of the service's names have owners; false after 10 s without an answer of the bus.
+bool isServiceOnBus();
 
 }  // namespace zq

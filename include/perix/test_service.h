@@ -8,7 +8,10 @@
 /// Threads: any thread may call any function of an object, one at a time. No function may be called
 /// inside a callback of the client's proxy. Every function blocks until the service has answered,
 /// at most 10 s where no other time is stated. A function that fails throws PerixTestError, with
-/// the reason in words.
+/// the reason in words, and no other exception.
+///
+/// Fork: every function fails in a forked child of the process that made the object. The child may
+/// destroy its copy, which leaves the service, the bus and their files alone.
 #pragma once
 
 #include <chrono>
@@ -88,16 +91,18 @@ class [[gnu::visibility("default")]] PerixTestService {
   /// Starts the service again, with the world of the scenario. Does nothing when it runs.
   void start();
   /// Halts a service in a process of its own: it answers nothing until resume(). Throws for a
-  /// service in this process, and for a service that does not run.
+  /// service in this process, and for a service that does not run (any more).
   void pause();
   /// Lets the service go on; throws as pause().
   void resume();
-  /// The process that the service runs in; 0 when it does not run.
+  /// The process that the service runs in; 0 when it does not run, also after its crash.
   int processId() const;
   /// Ends the bus.
   void stopBus();
-  /// Starts the bus again at the same address: a service in a process of its own returns to it by
-  /// itself, a client too.
+  /// Starts the bus again at the same address, and returns when the service that ran at its end is
+  /// back on it, 30 s at most. A service in a process of its own ends some time after the bus when
+  /// no client has reached it: it is then started as start() does. A service that is paused is not
+  /// awaited. Clients return by themselves.
   void startBus();
 
   // --- The world --------------------------------------------------------------------------------
@@ -134,7 +139,8 @@ class [[gnu::visibility("default")]] PerixTestService {
   /// The last 1000 calls, oldest first; only those of `method` when it is not empty.
   std::vector<Call> calls(const std::string& method = {});
   /// Waits until the list holds `count` answered calls of `method`, and returns these. Throws when
-  /// it does not within `timeout`.
+  /// they do not come within `timeout`, which counts from 1 ms to 24 days: the question takes a
+  /// part of it.
   std::vector<Call> awaitCalls(const std::string& method, int32_t count = 1,
                                std::chrono::milliseconds timeout = std::chrono::seconds(10));
   /// Empties the list of calls.

@@ -1,14 +1,17 @@
-// The program itself, on a private bus.
+// The program itself, on a private bus; and the object that brings it into the tests of a client.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <future>
+#include <thread>
 #include <tuple>
 
 #include "perix/test_service.h"
 #include "testing/control_client.h"
+#include "tests/support/child.h"
 #include "tests/support/watched.h"
 #include "tools/embedded/private_bus.h"
 #include "zqbus/zqbus.h"
@@ -116,6 +119,72 @@ TEST_F(ServiceProgram, GivesUpWorkWhenResetAndEndsWhenStopped) {
   EXPECT_EQ(answer.get_future().get(), "the work was given up");
   EXPECT_EQ(askControl("stop"), "{}");
   EXPECT_EQ(service->wait(), 0);
+}
+
+TEST_F(ServiceProgram, LeavesNoDirectoryOfBusWithoutDescriptors) {
+  const auto directory = bus.directory() / "services";
+  ASSERT_EQ(setenv("TMPDIR", directory.c_str(), 1), 0);
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none{0, limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_THROW(PrivateBus(), std::system_error);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(directory));
+  unsetenv("TMPDIR");
+}
+
+PerixTestService::Options optionsFor(PerixTestService::Place place) {
+  return {place, {}, {}, PERIX_DEVSERVICE};
+}
+
+TEST(TestService, OutlivesThreadAndForkedChildAndReturnsWithItsBus) {
+  for (const auto place : {PerixTestService::Place::OwnProcess, PerixTestService::Place::Beside}) {
+    const auto make = [&] { return std::make_unique<PerixTestService>(optionsFor(place)); };
+    auto service = std::async(std::launch::async, make).get();
+    EXPECT_EQ(service->plug("name = 'Camera'").number, 9);
+    const auto useCopy = [&service]() -> std::string {
+      EXPECT_THROW(service->stop(), PerixTestError);
+      service.reset();
+      return testing::Test::HasFailure() ? "it does not throw" : "";
+    };
+    EXPECT_EQ(inChild(useCopy), "");
+    EXPECT_EQ(service->calls().size(), 0U);
+
+    service->stopBus();
+    EXPECT_THROW(service->calls(), PerixTestError);
+    service->startBus();
+    EXPECT_EQ(service->calls().size(), 0U);
+    EXPECT_NE(service->processId(), 0);
+  }
+}
+
+TEST(TestService, ThrowsItsOwnErrorsAlone) {
+  ASSERT_EQ(setenv("ZQBUS_ADDRESS", "unix:path=/mine", 1), 0);
+  const auto options = optionsFor(PerixTestService::Place::Beside);
+  auto wrong = options;
+  wrong.scenarioText = "nonsense = 1";
+  EXPECT_THROW(PerixTestService{wrong}, PerixTestError);
+  EXPECT_STREQ(getenv("ZQBUS_ADDRESS"), "unix:path=/mine");
+
+  PerixTestService service(options);
+  const auto errorOfAwait = [&service](int count, std::chrono::milliseconds timeout) {
+    try {
+      service.awaitCalls("getVmList", count, timeout);
+    } catch (const PerixTestError& error) {
+      return std::string(error.what()).substr(0, 28);
+    }
+    return std::string();
+  };
+  EXPECT_EQ(errorOfAwait(1, std::chrono::milliseconds(0)), "awaitCalls: no answer within");
+  EXPECT_EQ(errorOfAwait(0, std::chrono::milliseconds::max()), "awaitCalls: count must be fr");
+  service.pause();
+  kill(service.processId(), SIGKILL);
+  while (service.processId() != 0) std::this_thread::yield();
+  EXPECT_THROW(service.pause(), PerixTestError);
+  EXPECT_THROW(service.resume(), PerixTestError);
+  ASSERT_EQ(setenv("PATH", "/nowhere", 1), 0);
+  EXPECT_THROW(service.startBus(), PerixTestError);
 }
 
 }  // namespace
