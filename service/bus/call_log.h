@@ -18,8 +18,8 @@ enum class Disclosure { Everything, SizesOnly };
 /// many more arguments there are.
 Json argumentsAsJson(const ZQBusMessage& message, Disclosure disclosure, std::size_t most = 32);
 
-/// The last calls, oldest first. The list is 65 MB of JSON at most (when all texts consist of
-/// control characters), and a message carries that.
+/// The last calls, oldest first. With the answers the list is 65 MB of JSON at most (when all texts
+/// consist of control characters), and a message carries that.
 class CallLog {
  public:
   static constexpr std::size_t kLength = 1000;
