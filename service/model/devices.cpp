@@ -8,7 +8,6 @@ namespace zq::devservice {
 namespace {
 
 constexpr uint16_t kLastNumber = 65535;
-constexpr uint64_t kDerivedSource = uint64_t{1} << 32;
 
 bool isDeviceType(int64_t type) {
   return type >= static_cast<int>(DeviceType::Usb) && type <= static_cast<int>(DeviceType::Printer);
@@ -298,10 +297,16 @@ uint16_t Devices::freeNumber() const {
   return 0;
 }
 
+uint64_t Devices::freeSourceId(uint16_t number) const {
+  uint64_t id = derivedSourceId(number);
+  while (numberOf(id) != 0) id += derivedSourceId(0);
+  return id;
+}
+
 Device* Devices::insert(Device device) {
   if (device.number == 0) device.number = freeNumber();
   if (device.number == 0) return nullptr;
-  if (device.sourceId == 0) device.sourceId = kDerivedSource | device.number;
+  if (device.sourceId == 0) device.sourceId = freeSourceId(device.number);
   const auto known = policies_.find(device.id);
   if (known != policies_.end()) device.policy = known->second.policy;
   const uint16_t number = device.number;

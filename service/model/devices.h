@@ -78,6 +78,7 @@ class Devices {
  private:
   Device* edit(uint16_t number);
   uint16_t freeNumber() const;
+  uint64_t freeSourceId(uint16_t number) const;
   Device* insert(Device device);
   void announce(EventKind kind, const Device& device);
   void connectAutomatically(Device& device);

@@ -76,6 +76,11 @@ struct Desktop {
   std::map<std::string, uint16_t> usbRedirections;    ///< device info in hex to status
 };
 
+/// The source id of a device that is given none.
+constexpr uint64_t derivedSourceId(uint16_t number) {
+  return uint64_t{1} << 32 | number;
+}
+
 struct Device {
   uint16_t number = 0;    ///< 0 lets the service choose
   uint64_t sourceId = 0;  ///< 0 lets the service derive it from the number

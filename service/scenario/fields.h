@@ -103,7 +103,8 @@ void fields(auto& form, In<decltype(form), Printer>& printer) {
 }
 
 void fields(auto& form, In<decltype(form), Driver>& driver) {
-  form.field("name", driver.name, kName);
+  form.field("name", driver.name,
+             {.most = kDeviceDetailLimit, .required = true, .unique = "driver.name"});
   form.field("maker", driver.maker);
 }
 
@@ -114,7 +115,8 @@ void fields(auto& form, In<decltype(form), SharedPrinter>& printer) {
 }
 
 void fields(auto& form, In<decltype(form), SharedHost>& host) {
-  form.field("address", host.address, {.most = kSharedTextLimit, .required = true});
+  form.field("address", host.address,
+             {.most = kSharedTextLimit, .required = true, .unique = "host.address"});
   form.field("searchMs", host.searchMs, kMilliseconds);
   form.field("reachable", host.reachable);
   form.field("printers", host.printers);

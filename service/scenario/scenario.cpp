@@ -5,6 +5,7 @@
 #include <array>
 #include <charconv>
 #include <fstream>
+#include <set>
 #include <utility>
 
 #include "service/scenario/toml_reader.h"
@@ -83,8 +84,25 @@ void readDevice(TableReader& reader, Scenario& scenario) {
   addCopies(reader, scenario, std::move(device), copies);
 }
 
+/// Devices without a number get the numbers behind the last.
+void checkDerivedIds(TableReader& root, const Scenario& scenario) {
+  std::set<uint64_t> given;
+  uint16_t last = 0;
+  for (const Device& device : scenario.devices) {
+    given.insert(device.sourceId);
+    last = std::max(last, device.number);
+  }
+  for (const Device& device : scenario.devices) {
+    const uint64_t derived = derivedSourceId(device.number != 0 ? device.number : ++last);
+    if (device.sourceId != 0 || given.count(derived) == 0) continue;
+    root.complain("device", "duplicate sourceId: the device " + device.name + " gets " +
+                                std::to_string(derived) + ", which another table has already");
+  }
+}
+
 void devices(TableReader& root, Scenario& scenario) {
   root.list("device", [&](TableReader& table) { readDevice(table, scenario); });
+  checkDerivedIds(root, scenario);
 }
 
 void writeDesktopName(TableWriter& writer, const Scenario& scenario, uint32_t id) {

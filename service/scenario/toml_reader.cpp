@@ -9,7 +9,7 @@ void TomlDocument::note(const toml::source_position& place, std::string_view mes
   mistakes_.emplace(std::pair(place.line, place.column), message);
 }
 
-bool TomlDocument::claim(const char* nameSpace, const std::string& value) {
+bool TomlDocument::claim(std::string_view nameSpace, const std::string& value) {
   return taken_.emplace(nameSpace, value).second;
 }
 
@@ -33,10 +33,16 @@ bool TableReader::refuse(std::string_view key, const toml::node& node, std::stri
   return false;
 }
 
-void TableReader::requireUnique(std::string_view key, const char* nameSpace,
+void TableReader::requireUnique(std::string_view key, std::string_view nameSpace,
                                 const std::string& value) {
   if (document_.claim(nameSpace, value)) return;
   complain(key, "duplicate " + std::string(key) + ": another table has it already");
+}
+
+void TableReader::requireUniqueId(std::string_view nameSpace, const VidPid& id) {
+  const std::string text = std::to_string(id.vid) + ":" + std::to_string(id.pid);
+  if (document_.claim(nameSpace, text)) return;
+  complain("vid", "duplicate vid and pid: another table has them already");
 }
 
 bool TableReader::read(std::string_view key, const toml::node& node, bool& out,

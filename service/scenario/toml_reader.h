@@ -25,7 +25,7 @@ class TomlDocument {
 
   void note(const toml::source_position& place, std::string_view message);
   /// False when a field of that name space has the value already.
-  bool claim(const char* nameSpace, const std::string& value);
+  bool claim(std::string_view nameSpace, const std::string& value);
   /// Each mistake as "source:line:column: message", in the order of their places.
   std::vector<std::string> mistakes() const;
 
@@ -79,12 +79,15 @@ class TableReader {
     list(key, [&](TableReader& table) {
       VidPid id;
       fields(table, id, kRequired);
+      table.requireUniqueId(key, id);
       readValue(table, values[id]);
     });
   }
 
   /// Notes a mistake when a field of the name space has the value already.
-  void requireUnique(std::string_view key, const char* nameSpace, const std::string& value);
+  void requireUnique(std::string_view key, std::string_view nameSpace, const std::string& value);
+  /// The same for the vendor and the product of the table.
+  void requireUniqueId(std::string_view nameSpace, const VidPid& id);
   /// Notes a mistake at the value of `key`, or at the table when it has no such key.
   void complain(std::string_view key, std::string_view message);
   void finish();

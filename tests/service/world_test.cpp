@@ -168,10 +168,12 @@ TEST_F(OfficeWorld, AddsAndRemovesNetworkDevice) {
 }
 
 TEST_F(OfficeWorld, TakesLowestFreeNumberWhenHighestIsTaken) {
-  Device last{.number = 65535, .name = "last"};
-  plug(last);
   ASSERT_EQ(world.devices.unplug(kDisk), Result::Done);
+  Device last{.number = 65535, .name = "last"};
+  last.sourceId = derivedSourceId(kDisk);
+  plug(last);
   EXPECT_EQ(plug("next"), kDisk);
+  EXPECT_EQ(world.devices.numberOf(last.sourceId), last.number) << "the next has another source id";
   last.number = kCamera;
   EXPECT_EQ(world.devices.plug(last, last.number), Result::AlreadyExists);
 }
