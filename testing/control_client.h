@@ -9,8 +9,8 @@
 namespace zq {
 
 /// Calls a method of the control interface; the JSON document that it answers. Blocks for at most
-/// `timeout` in all; the limits are 1 ms and 24 days. Throws PerixTestError in the service's words, or
-/// in those of the bus.
+/// `timeout` in all, which counts from 1 ms to 24 days. Throws PerixTestError in the service's
+/// words, or in those of the bus.
 std::string askControl(const std::string& method, const ZQBusMessage& arguments = {},
                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
 

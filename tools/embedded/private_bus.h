@@ -76,9 +76,9 @@ class PrivateBus {
 
 /// Starts the development service `program` on the bus at `busAddress` and waits, at most 10 s,
 /// until it is ready. `arguments` follow the program's name. The service's standard error is
-/// captured, its standard output is discarded. It writes no trace, which ZQBUS_TRACE of this process
-/// asks for: the file is this process's own. Throws NotReady when it does not come up, and
-/// std::system_error when it cannot be run.
+/// captured, its standard output is discarded. It does not get ZQBUS_TRACE of this process, whose
+/// own trace the file is. Throws NotReady when it does not come up, and std::system_error when it
+/// cannot be run.
 std::unique_ptr<ChildProcess> startDevelopmentService(const std::string& busAddress,
                                                       const std::string& program,
                                                       const std::vector<std::string>& arguments);
