@@ -123,12 +123,11 @@ OwnedDescriptor lockDirectory(const std::filesystem::path& directory) {
   OwnedDescriptor lock = openFile(unnamed, O_CREAT);
   if (!lock || flock(lock.get(), LOCK_EX) != 0 ||
       rename(unnamed.c_str(), (directory / kLockName).c_str()) != 0) {
-    const std::system_error error(errno, std::generic_category(),
-                                  "cannot lock " + directory.string());
+    const int error = errno;
     // This takes no descriptor, unlike removeQuietly(): there may be none left.
     unlink(unnamed.c_str());
     rmdir(directory.c_str());
-    throw error;
+    throw std::system_error(error, std::generic_category(), "cannot lock " + directory.string());
   }
   return lock;
 }
