@@ -254,6 +254,8 @@ event perixevent(desktop=1 "office-1", kind=6 arrived, payload=0001020304050607.
      "nobody owns org.zqbus.perix"},
     {"service run -- env --ignore-signal=CHLD " PERIXCTL " service run -- sh -c 'exit 7'", 7, ""},
     {"service run -- /nonexistent", 127, "cannot run '/nonexistent'"},
+    {"service run -- bash -c 'exec 3</dev/null; ulimit -n 5; " PERIXCTL " device list'", 1,
+     "cannot watch for signals: Too many open files"},
     {"service run -- ''", 127, "cannot run '': No such file or directory"},
     {"--embedded=" SCENARIO " desktop list", 0, "win10"},
     {"--embedded=/nonexistent desktop list", 2, "perixctl: /nonexistent:1:1: cannot be read\n"},

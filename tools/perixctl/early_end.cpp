@@ -7,7 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <string>
 
 #include "tools/perixctl/command_error.h"
 
@@ -41,6 +44,10 @@ EarlyEnd::EarlyEnd(std::optional<Seconds> limit, std::function<void()> tellTimeO
     : tellTimeOut_(std::move(tellTimeOut)),
       signals_(takenSignals()),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!signals_ || !wake_) {
+    throw CommandError(ExitCode::Refused,
+                       std::string("cannot watch for signals: ") + std::strerror(errno));
+  }
   if (limit) deadline_ = std::chrono::steady_clock::now() + *limit;
   thread_ = std::thread([this] { watch(); });
 }
