@@ -14,9 +14,9 @@ TEST(Text, IsShownWithoutControlCharacters) {
       {"plain", "plain"},
       {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8"},
       {"\033[2J\n\t\x7f", R"(\x1b[2J\n\x09\x7f)"},
-      {"a\u202eb\u2066c\u2069", "a\\u202eb\\u2066c\\u2069"},  // turn the direction of writing
-      {"\u009bm", "\\u009bm"},                                // a control of the second block
-      {"\xff\xc3", "\\xff\\xc3"},                             // no sequence, and half of one
+      {"a\u202eb\u2066c\u2069", R"(a\u202eb\u2066c\u2069)"},  // turn the direction of writing
+      {"\u009bm", R"(\u009bm)"},                              // a control of the second block
+      {"\xff\xc3", R"(\xff\xc3)"},                            // no sequence, and half of one
       {"\xc0\xaf\xe0\x80\xaf", R"(\xc0\xaf\xe0\x80\xaf)"},    // overlong
       {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\xed\xa0\x80\xf4\x90\x80\x80)"},  // no characters
       {std::string("a\0b", 3), "a\\x00b"},

@@ -198,7 +198,7 @@ TEST(DeviceWhy, NamesUnusableBusAndMissingService) {
   PrivateBus deadBus;
   deadBus.kill();
   const PrivateBus guardedBus;
-  const std::string guarded = guardedBus.address();
+  const std::string& guarded = guardedBus.address();
   fs::permissions(guarded.substr(guarded.find('=') + 1), fs::perms::none);
   PrivateBus starter;
   std::ofstream(starter.directory() / "services/org.zqbus.perix.service")
