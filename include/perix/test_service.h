@@ -91,7 +91,7 @@ class [[gnu::visibility("default")]] PerixTestService {
   /// Starts the service again, with the world of the scenario. Does nothing when it runs.
   void start();
   /// Halts a service in a process of its own: it answers nothing until resume(). Throws for a
-  /// service in this process, and for a service that does not run (any more).
+  /// service in this process, and for a service that does not run.
   void pause();
   /// Lets the service go on; throws as pause().
   void resume();

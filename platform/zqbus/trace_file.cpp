@@ -79,7 +79,7 @@ TraceFile::TraceFile(int descriptor) : shared_(std::make_shared<Shared>(descript
 void TraceFile::end() {
   const auto deadline = ConditionVariable::Clock::now() + kLongestEnd;
   const MutexLock lock(shared_->mutex);
-  shared_->isEnding = true;
+  if (std::exchange(shared_->isEnding, true)) return;
   shared_->changed.notifyAll();
   while (!shared_->hasEnded && shared_->changed.waitUntil(shared_->mutex, deadline)) {
   }

@@ -24,7 +24,7 @@ class TraceFile {
   /// Adds a line, given without its end; drops it when 8 MiB wait already.
   void add(std::string_view line);
   /// Ends the file with a line that counts the others. Waits for a second at most until all is
-  /// written.
+  /// written; the second time it does nothing.
   void end();
 
  private:

@@ -79,19 +79,29 @@ Message mount(int32_t number) {
       .with("i", body(number));
 }
 
+std::future<std::shared_ptr<ZQBusProxyInterface>> connectSoon() {
+  return soon([] { return connect(); });
+}
+std::future<bool> isRegisteredSoon() {
+  return soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+}
+
 /// The bus of these tests has one connection, and a line takes another to open.
 class ClientTrust : public testing::Test {
  protected:
   ClientTrust() { ::setenv("ZQBUS_DIRECT", "0", 1); }
   ~ClientTrust() override { ::setenv("ZQBUS_DIRECT", before.c_str(), 1); }
+  std::shared_ptr<ZQBusProxyInterface> connected() {
+    auto connecting = connectSoon();
+    bus.accept();
+    bus.own(kClient);
+    bus.admit();
+    return connecting.get();
+  }
 
   const std::string before = usesDirectLines() ? "1" : "0";
   FakeBus bus;
 };
-
-std::future<std::shared_ptr<ZQBusProxyInterface>> connectSoon() {
-  return soon([] { return connect(); });
-}
 
 TEST_F(ClientTrust, ConnectsOnceForThreadsThatComeTogether) {
   std::array<ZQBusSerivceManager*, 2> managers{};
@@ -163,11 +173,7 @@ TEST_F(ClientTrust, SendsFormerOwnerNothing) {
   const auto changeOwner = [&](const char* from, const char* to) {
     bus.send(nameChange(kPerixName, from, to), wire::kDaemon);
   };
-  auto connecting = connectSoon();
-  bus.accept();
-  bus.own(kClient);
-  bus.admit();
-  const auto service = connecting.get();
+  const auto service = connected();
   changeOwner(kClient, ":1.8");
   bus.ping();
   EXPECT_EQ(call(*service, "echo", {}, 100)->failure(), ZQBusFailure::PeerGone);
@@ -186,8 +192,7 @@ TEST_F(ClientTrust, SendsFormerOwnerNothing) {
 }
 
 TEST_F(ClientTrust, BelievesChangeOfOwnerThatOvertakesAnswer) {
-  auto asking =
-      soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+  auto asking = isRegisteredSoon();
   bus.accept();
   const Message question = bus.question("GetNameOwner");
   bus.send(nameChange(kPerixName, kClient, ""), wire::kDaemon);
@@ -207,11 +212,7 @@ TEST_F(ClientTrust, DoesNotTakeSilenceForTrust) {
 }
 
 TEST_F(ClientTrust, EndsCallsOnceDeathIsKnown) {
-  auto connecting = connectSoon();
-  bus.accept();
-  bus.own(kClient);
-  bus.admit();
-  const auto service = connecting.get();
+  const auto service = connected();
   auto unheard = soon([&] { return call(*service, "echo", {}); });
   Message nobodyThere = Message::replyTo(bus.call(), Type::Error);
   nobodyThere.errorName = "org.freedesktop.DBus.Error.ServiceUnknown";
@@ -220,8 +221,7 @@ TEST_F(ClientTrust, EndsCallsOnceDeathIsKnown) {
   auto waiting = soon([&] { return call(*service, "echo", {}); });
   EXPECT_EQ(bus.call().member, "echo");
   // Another thread learns of the death. The bus tells no change: it may have refused the match.
-  auto asking =
-      soon([] { return ZQBusSerivceManager::initSync(-1)->isServiceRegistered("perix"); });
+  auto asking = isRegisteredSoon();
   bus.own(":1.8");
   EXPECT_TRUE(asking.get());
   // Before its time-out.
@@ -230,11 +230,7 @@ TEST_F(ClientTrust, EndsCallsOnceDeathIsKnown) {
 }
 
 TEST_F(ClientTrust, ReportsSubscriptionThatBusDoesNotMake) {
-  auto connecting = connectSoon();
-  bus.accept();
-  bus.own(kClient);
-  bus.admit();
-  const auto service = connecting.get();
+  const auto service = connected();
   for (const bool isLost : {false, true}) {
     auto adding = soon([&] { return listen(*service, [](const Reply&) {}); });
     const Message question = bus.question("AddMatch");
